@@ -1,0 +1,7 @@
+#include "foundation/OutputStream.h"
+
+namespace Common {
+
+OutputStream::~OutputStream() = default;
+
+} // namespace Common
