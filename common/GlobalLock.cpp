@@ -1,0 +1,142 @@
+#include "common/GlobalLock.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+namespace ORBCOMMON {
+
+namespace {
+
+// Opening takes the right to write, so a name is of use to its own user alone.
+constexpr mode_t nameMode = 0644;
+
+// Where the C library keeps named semaphores, and the longest path that it makes of a name.
+constexpr char semaphoreFiles[] = "/dev/shm/sem.";
+constexpr std::size_t prefixLength = sizeof(semaphoreFiles) - 1;
+constexpr std::size_t longestName = NAME_MAX - (sizeof("sem.") - 1);
+
+// Writes the path of the semaphore's file into `path`. False when the name is one that the C library
+// refuses, so that no file outside its folder is ever meant. Async-signal-safe.
+bool semaphoreFile(const char* name, char (&path)[prefixLength + longestName + 1]) {
+    while (*name == '/') {
+        ++name;
+    }
+    const std::size_t length = strnlen(name, longestName + 1);
+    if (length == 0 || length > longestName || memchr(name, '/', length) != nullptr) {
+        return false;
+    }
+    memcpy(path, semaphoreFiles, prefixLength);
+    memcpy(path + prefixLength, name, length);
+    path[prefixLength + length] = '\0';
+    return true;
+}
+
+} // namespace
+
+GlobalLock::GlobalLock(std::string name) : m_name(std::move(name)) {}
+
+GlobalLock::~GlobalLock() {
+    if (!m_open) {
+        return;
+    }
+    if (m_owner) {
+        remove(false);
+    } else {
+        close();
+    }
+}
+
+bool GlobalLock::create(bool lockNow) {
+    if (m_open) {
+        return true;
+    }
+    m_locked = false;
+    const unsigned initialCount = lockNow ? 0 : 1;
+    m_handle = sem_open(m_name.c_str(), O_CREAT | O_EXCL, nameMode, initialCount);
+    if (m_handle == SEM_FAILED) {
+        return false;
+    }
+    m_open = true;
+    m_owner = true;
+    m_locked = lockNow;
+    return true;
+}
+
+bool GlobalLock::openExisting() {
+    if (m_open) {
+        return true;
+    }
+    m_locked = false;
+    m_handle = sem_open(m_name.c_str(), 0);
+    m_open = m_handle != SEM_FAILED;
+    return m_open;
+}
+
+bool GlobalLock::tryLock(bool takeOwnership) {
+    if (!m_open || m_locked || sem_trywait(m_handle) != 0) {
+        return m_locked;
+    }
+    m_locked = true;
+    if (takeOwnership) {
+        m_owner = true;
+    }
+    return true;
+}
+
+bool GlobalLock::isHeld() {
+    if (!m_open || m_locked) {
+        return m_locked;
+    }
+    if (sem_trywait(m_handle) != 0) {
+        return errno == EAGAIN;
+    }
+    m_locked = true;
+    unlock(false);
+    return false;
+}
+
+void GlobalLock::unlock(bool disown) {
+    if (m_open && m_locked) {
+        (void)sem_post(m_handle);
+        m_locked = false;
+    }
+    if (m_owner && disown) {
+        m_owner = false;
+    }
+}
+
+void GlobalLock::close() {
+    if (!m_open) {
+        return;
+    }
+    unlock(false);
+    (void)sem_close(m_handle);
+    m_handle = SEM_FAILED;
+    m_open = false;
+}
+
+void GlobalLock::remove(bool force) {
+    close();
+    if (m_owner || force) {
+        (void)sem_unlink(m_name.c_str());
+        m_owner = false;
+    }
+}
+
+void GlobalLock::abandon() const noexcept {
+    if (m_open && m_locked) {
+        (void)sem_post(m_handle);
+    }
+    char path[prefixLength + longestName + 1];
+    if (semaphoreFile(m_name.c_str(), path)) {
+        (void)unlink(path);
+    }
+}
+
+} // namespace ORBCOMMON

@@ -1,0 +1,31 @@
+// Starting an external program.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+namespace ORBCOMMON {
+
+/// Starts `program` with `arguments` in a process of its own, with `wait` blocking until it has ended; its
+/// exit status is discarded.
+///
+/// With an empty `workingDirectory` the program is searched as the shell would. Otherwise the child changes
+/// into that directory and executes workingDirectory + "/" + program. That the directory cannot be entered is
+/// ignored: the path through it cannot be executed either. A relative directory is applied twice, once by the
+/// change and once in the path, so callers pass an absolute one.
+///
+/// Returns the child's process id. Returns -1 when memory for the arguments ran out, and then nothing was
+/// forked or waited for. Returns -1, too, when the fork failed; `wait` then waits for any child of the
+/// caller.
+///
+/// Returns 0 IN THE CHILD when the program could not be executed. The child is kept alive on purpose: a
+/// second copy of the caller carries on from the call, and only the 0 tells it that it is the copy.
+///
+/// The program inherits the caller's signal mask, its ignored signals and every descriptor that is not
+/// close-on-exec. Never throws.
+[[nodiscard]] pid_t runProcess(const std::string& program, const std::string& workingDirectory,
+                               const std::vector<std::string>& arguments, bool wait);
+
+} // namespace ORBCOMMON
