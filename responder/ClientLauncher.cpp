@@ -1,0 +1,50 @@
+#include "responder/ClientLauncher.h"
+
+#include "common/Logger.h"
+#include "common/ProcessRunner.h"
+#include "responder/ClientTable.h"
+#include "responder/Globals.h"
+#include "responder/InstallationPaths.h"
+#include "responder/RuntimeNames.h"
+
+#include <cstdio>
+#include <vector>
+
+namespace ZNORBRESPONDER {
+
+namespace {
+
+std::vector<std::string> clientArguments(std::uint16_t index, const std::string& language,
+                                         const std::string& timeout) {
+    char number[21] = {};
+    (void)std::snprintf(number, sizeof number, "%u", static_cast<unsigned>(index));
+
+    std::vector<std::string> arguments;
+    if (gIsTestMode) {
+        arguments.emplace_back("-v");
+    }
+    arguments.insert(arguments.end(), {"-lang", language, "-wbx", "-index", number});
+    if (!timeout.empty()) {
+        arguments.insert(arguments.end(), {"-timeout", timeout});
+    }
+    return arguments;
+}
+
+} // namespace
+
+pid_t startClient(SharedVariables* table, std::uint16_t& index, const std::string& language,
+                  const std::string& timeout) {
+    if (!claimEntry(*table, index)) {
+        return noProcess;
+    }
+    return launchClient(index, language, timeout);
+}
+
+pid_t launchClient(std::uint16_t index, const std::string& language, const std::string& timeout) {
+    const pid_t process = ORBCOMMON::runProcess(clientProgram, getBinaryPath(productWord, ""),
+                                                clientArguments(index, language, timeout), false);
+    ORBCOMMON::Logger::log("New process created: %d", process);
+    return process;
+}
+
+} // namespace ZNORBRESPONDER

@@ -1,0 +1,13 @@
+#pragma once
+
+namespace ZNORBRESPONDER {
+
+/// Sends the process to the background by a double fork. True in the invoking process, which must not go
+/// on as the daemon; false in the daemon, whose standard descriptors are then "/dev/null", descriptors 3
+/// to 255 closed and umask 0. The working directory stays.
+///
+/// A process whose parent is already process 1 does not fork: it goes on as the daemon itself. So does one
+/// whose forks fail; failures are not reported.
+bool daemonize(bool ignoreChildren);
+
+} // namespace ZNORBRESPONDER

