@@ -1,6 +1,5 @@
 # Strict warnings as errors for every target, and the sanitizers of the asan and tsan presets.
 
-# g++ 12 takes "literal" + string for an overlapping copy: hence -Wno-restrict.
 add_library(znorb_options INTERFACE)
 target_include_directories(znorb_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_options(znorb_options INTERFACE
@@ -8,7 +7,7 @@ target_compile_options(znorb_options INTERFACE
     -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wcast-qual -Wformat=2
     -Wundef -Wunused -Wdouble-promotion -Wmissing-declarations
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>
-    $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wduplicated-cond -Wlogical-op -Wextra-semi -Wno-restrict>
+    $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wduplicated-cond -Wlogical-op -Wextra-semi>
     $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>)
 
 set(THREADS_PREFER_PTHREAD_FLAG ON)

@@ -15,7 +15,7 @@ void ClientSocket::close() {
     closeDescriptor();
 }
 
-// Apart from close() because a destructor cannot reach an override.
+/// Apart from close() because a destructor cannot reach an override.
 void ClientSocket::closeDescriptor() noexcept {
     if (m_descriptor != -1) {
         (void)shutdown(m_descriptor, SHUT_RDWR);

@@ -1,10 +1,10 @@
-// The client end of one connected stream socket, and the base of UXClientSocket and IPClientSocket.
-//
-// An object owns its descriptor: it alone closes it, at the latest when it is destroyed. A descriptor of -1
-// means "not connected". Each object belongs to the thread that uses it; nothing is shared and nothing
-// locked.
 #pragma once
 
+/// The client end of one connected stream socket, and the base of UXClientSocket and IPClientSocket.
+///
+/// An object owns its descriptor: it alone closes it, at the latest when it is destroyed. A descriptor of -1
+/// means "not connected". Each object belongs to the thread that uses it; nothing is shared and nothing
+/// locked.
 namespace ORBCOMMON {
 
 class ClientSocket {

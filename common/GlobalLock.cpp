@@ -13,16 +13,16 @@ namespace ORBCOMMON {
 
 namespace {
 
-// Opening takes the right to write, so a name is of use to its own user alone.
+/// Deliberate: opening takes the right to write, so a name is of use to its own user alone.
 constexpr mode_t nameMode = 0644;
 
-// Where the C library keeps named semaphores, and the longest path that it makes of a name.
+/// Where the C library keeps named semaphores, and the longest path that it makes of a name.
 constexpr char semaphoreFiles[] = "/dev/shm/sem.";
 constexpr std::size_t prefixLength = sizeof(semaphoreFiles) - 1;
 constexpr std::size_t longestName = NAME_MAX - (sizeof("sem.") - 1);
 
-// Writes the path of the semaphore's file into `path`. False when the name is one that the C library
-// refuses, so that no file outside its folder is ever meant. Async-signal-safe.
+/// Writes the path of the semaphore's file into `path`. False when the name is one that the C library
+/// refuses, so that no file outside its folder is ever meant. Async-signal-safe.
 bool semaphoreFile(const char* name, char (&path)[prefixLength + longestName + 1]) {
     while (*name == '/') {
         ++name;

@@ -1,11 +1,3 @@
-// A system-wide lock, held in a POSIX named semaphore whose count is 1 when free and 0 when held.
-//
-// A daemon creates it already held and keeps it for its whole life; other processes find out whether
-// the daemon runs by opening the same name and probing it. The semaphore's count and its name are all
-// that processes share. A name that a killed process left behind stays until somebody removes it.
-//
-// The object has no lock of its own: one thread uses it, and a signal handler of that process may call
-// abandon(), and only that.
 #pragma once
 
 #include "foundation/NonCopyable.h"
@@ -14,6 +6,14 @@
 
 #include <string>
 
+/// A system-wide lock, held in a POSIX named semaphore whose count is 1 when free and 0 when held.
+///
+/// A daemon creates it already held and keeps it for its whole life; other processes find out whether
+/// the daemon runs by opening the same name and probing it. The semaphore's count and its name are all
+/// that processes share. A name that a killed process left behind stays until somebody removes it.
+///
+/// The object has no lock of its own: one thread uses it, and a signal handler of that process may call
+/// abandon(), and only that.
 namespace ORBCOMMON {
 
 class GlobalLock : private Common::NonCopyable {

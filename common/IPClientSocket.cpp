@@ -40,6 +40,7 @@ void IPClientSocket::connect() {
     close();
     sockaddr_in address{};
     if (!findHost(address)) {
+        close();
         return;
     }
     address.sin_port = htons(m_port);

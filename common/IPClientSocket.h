@@ -1,6 +1,3 @@
-// The client end of a TCP connection over IPv4. Ownership and threads are those of ClientSocket; in addition
-// connect() with a host name uses the C library's one shared resolver result, so two threads must not resolve
-// at the same time.
 #pragma once
 
 #include "common/ClientSocket.h"
@@ -11,6 +8,9 @@
 struct hostent;
 struct sockaddr_in;
 
+/// The client end of a TCP connection over IPv4. Ownership and threads are those of ClientSocket; in addition
+/// connect() with a host name uses the C library's one shared resolver result, so two threads must not
+/// resolve at the same time.
 namespace ORBCOMMON {
 
 class IPClientSocket : public ClientSocket {

@@ -16,7 +16,7 @@ namespace {
 
 using Common::Synchronization::RecursiveProcessMutex;
 
-// A longer message is cut to this size less its NUL.
+/// A longer message is cut to this size less its NUL.
 constexpr std::size_t messageSize = 8192;
 
 enum class Phase {
@@ -35,8 +35,8 @@ Common::shared_ptr<RecursiveProcessMutex> newLoggerMutex() noexcept {
     }
 }
 
-// logger_mutex as every operation holds it: in the phase that has one. The thread that changes the phase has
-// no operation under way, so whoever locks also unlocks.
+/// logger_mutex as every operation holds it: in the phase that has one. The thread that changes the phase has
+/// no operation under way, so whoever locks also unlocks.
 class LoggerLock {
 public:
     static void lock() {
@@ -56,7 +56,7 @@ constinit LoggerLock operationLock;
 
 using Guard = Common::Synchronization::ScopedMutexLock<LoggerLock>;
 
-// Its life, from the last constructor of this file to the first destructor, is the locked phase.
+/// Its life, from the last constructor of this file to the first destructor, is the locked phase.
 class PhaseChange {
 public:
     PhaseChange() noexcept { currentPhase = logger_mutex ? Phase::Locked : Phase::Silent; }
@@ -74,7 +74,7 @@ void writeText(Common::OutputStream& stream, const char* text) {
 
 } // namespace
 
-// The order of the three non-trivial objects matters: they are destroyed from the last to the first.
+/// The order of the three non-trivial objects matters: they are destroyed from the last to the first.
 Common::shared_ptr<RecursiveProcessMutex> logger_mutex = newLoggerMutex();
 
 constinit int Logger::s_logLevel = 0;

@@ -1,22 +1,3 @@
-// The log of the whole process.
-//
-// A record is formatted once and written to every stream of one list, in the order in which the streams were
-// added. It is the text followed by "\r\n", and with time stamps on preceded by "[", the 24 characters of the
-// local time as `ctime` prints it, and "] ". Each of these pieces is one write of the stream, two or five per
-// record, and each is NUL-terminated as well as counted.
-//
-// Levels are plain integers: 0 matters most, larger numbers are more verbose. A record of level L is written
-// when L is not above the threshold (0 unless setLogLevel() raised it).
-//
-// Any thread may call any operation. Each holds logger_mutex from start to end, formatting and stream writes
-// included, so records are whole and come in the same order on all streams. A stream's write may itself log
-// or add a stream, but must not remove the streams.
-//
-// Life: the list and the switches are usable before any constructor has run. Until the static initialisation
-// of Logger.cpp has made logger_mutex, operations do their work without a lock, as only one thread runs then.
-// At process exit the Logger first falls silent: nothing is written and no stream added any more. Then the
-// list releases its streams, and after it logger_mutex is deleted. No other thread may be inside an operation
-// then.
 #pragma once
 
 #include "foundation/List.h"
@@ -28,6 +9,25 @@
 #include <cstddef>
 #include <ctime>
 
+/// The log of the whole process.
+///
+/// A record is formatted once and written to every stream of one list, in the order in which the streams were
+/// added. It is the text followed by "\r\n", and with time stamps on preceded by "[", the 24 characters of
+/// the local time as `ctime` prints it, and "] ". Each of these pieces is one write of the stream, two or
+/// five per record, and each is NUL-terminated as well as counted.
+///
+/// Levels are plain integers: 0 matters most, larger numbers are more verbose. A record of level L is written
+/// when L is not above the threshold (0 unless setLogLevel() raised it).
+///
+/// Any thread may call any operation. Each holds logger_mutex from start to end, formatting and stream writes
+/// included, so records are whole and come in the same order on all streams. A stream's write may itself log
+/// or add a stream, but must not remove the streams.
+///
+/// Life: the list and the switches are usable before any constructor has run. Until the static initialisation
+/// of Logger.cpp has made logger_mutex, operations do their work without a lock, as only one thread runs
+/// then. At process exit the Logger first falls silent: nothing is written and no stream added any more. Then
+/// the list releases its streams, and after it logger_mutex is deleted. No other thread may be inside an
+/// operation then.
 namespace ORBCOMMON {
 
 /// Guards all of the Logger's state. Null until the static initialisation of Logger.cpp; should memory run
@@ -73,7 +73,7 @@ public:
     static void setLogLevel(int level);
 
 private:
-    // Whether a record of the level would reach a stream. REQUIRES: logger_mutex is held.
+    /// Whether a record of the level would reach a stream. REQUIRES: logger_mutex is held.
     static bool isWritten(int level) noexcept;
 
     static int s_logLevel;

@@ -28,7 +28,7 @@ void* mapShared(std::size_t length) {
     return mmap(nullptr, length, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
 }
 
-// Failures are not detected: an event whose primitives are unusable fails at its first use.
+/// Failures are not detected: an event whose primitives are unusable fails at its first use.
 void initialiseSharedMutex(pthread_mutex_t* mutex) {
     pthread_mutexattr_t attributes;
     (void)pthread_mutexattr_init(&attributes);
@@ -37,7 +37,7 @@ void initialiseSharedMutex(pthread_mutex_t* mutex) {
     (void)pthread_mutexattr_destroy(&attributes);
 }
 
-// On the default clock, the wall clock, because timedWait() is given seconds since the epoch.
+/// On the default clock, the wall clock, because timedWait() is given seconds since the epoch.
 void initialiseSharedCondition(pthread_cond_t* condition) {
     pthread_condattr_t attributes;
     (void)pthread_condattr_init(&attributes);
@@ -113,6 +113,7 @@ bool ProcessEvent::wait() {
         return false;
     }
     int waitError = 0;
+    // An error ends the waiting: one that came back at once would spin here.
     while (m_block->signalled == 0 && waitError == 0) {
         waitError = pthread_cond_wait(&m_block->condition, &m_block->mutex);
     }

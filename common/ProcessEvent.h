@@ -1,20 +1,20 @@
-// A manual-reset event: once set it stays signalled, for every waiter, until it is reset.
-//
-// Its state lives in a block of its own, on the heap for the threads of one process, or in an
-// anonymous shared mapping, so that the parent and the child of a later fork() wait on and signal the
-// same event. All operations but setOwner() may be called from any thread; the destructor only when
-// nobody uses this object any more.
-//
-// Hand-over across fork(): the creator calls setOwner(false) before it forks and, in the process that
-// is to destroy the mutex and the condition, setOwner(true) afterwards. Every process releases its own
-// view of the block.
-//
-// The destructor of an owner blocks while some thread still waits on the event, a thread that is
-// interrupted by a signal handler included: no handler may run static destructors over one.
 #pragma once
 
 #include <ctime>
 
+/// A manual-reset event: once set it stays signalled, for every waiter, until it is reset.
+///
+/// Its state lives in a block of its own, on the heap for the threads of one process, or in an
+/// anonymous shared mapping, so that the parent and the child of a later fork() wait on and signal the
+/// same event. All operations but setOwner() may be called from any thread; the destructor only when
+/// nobody uses this object any more.
+///
+/// Hand-over across fork(): the creator calls setOwner(false) before it forks and, in the process that
+/// is to destroy the mutex and the condition, setOwner(true) afterwards. Every process releases its own
+/// view of the block.
+///
+/// The destructor of an owner blocks while some thread still waits on the event, a thread that is
+/// interrupted by a signal handler included: no handler may run static destructors over one.
 namespace ORBCOMMON {
 
 class ProcessEvent {

@@ -13,7 +13,7 @@ namespace ORBCOMMON {
 
 namespace {
 
-// The parts as one new NUL-terminated text, to be released with delete[]; null when memory ran out.
+/// The parts as one new NUL-terminated text, to be released with delete[]; null when memory ran out.
 char* newText(std::initializer_list<std::string_view> parts) noexcept {
     std::size_t length = 0;
     for (const std::string_view part : parts) {
@@ -29,7 +29,7 @@ char* newText(std::initializer_list<std::string_view> parts) noexcept {
     return text;
 }
 
-// The argument vector of one program: owns a copy of each text and ends with a null pointer.
+/// The argument vector of one program: owns a copy of each text and ends with a null pointer.
 class ArgumentArray {
 public:
     // Holds what memory allowed: isComplete() tells whether that is all of it.
@@ -74,10 +74,10 @@ private:
     bool m_complete = false;
 };
 
-// Runs in the child, between fork and exec, where another thread of the parent may have left any lock held:
-// nothing here may allocate, lock, log or throw; only these two calls, on memory that was made before the
-// fork. Returns when the program could not be executed. A directory that cannot be entered is ignored on
-// purpose.
+/// Runs in the child, between fork and exec, where another thread of the parent may have left any lock held:
+/// nothing here may allocate, lock, log or throw; only these two calls, on memory that was made before the
+/// fork. Returns when the program could not be executed. A directory that cannot be entered is ignored on
+/// purpose.
 void becomeProgram(const char* workingDirectory, char* const* arguments) noexcept {
     if (*workingDirectory != '\0') {
         [[maybe_unused]] const int changed = chdir(workingDirectory);
@@ -85,7 +85,7 @@ void becomeProgram(const char* workingDirectory, char* const* arguments) noexcep
     (void)execvp(arguments[0], arguments);
 }
 
-// Blocks until the process has ended. For -1 that is any child; without a child it returns at once.
+/// Blocks until the process has ended. For -1 that is any child; without a child it returns at once.
 void waitForEnd(pid_t process) noexcept {
     while (waitpid(process, nullptr, 0) == -1 && errno == EINTR) {
     }

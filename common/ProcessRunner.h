@@ -1,4 +1,3 @@
-// Starting an external program.
 #pragma once
 
 #include <sys/types.h>
@@ -6,6 +5,7 @@
 #include <string>
 #include <vector>
 
+/// Starting an external program.
 namespace ORBCOMMON {
 
 /// Starts `program` with `arguments` in a process of its own, with `wait` blocking until it has ended; its

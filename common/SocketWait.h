@@ -1,6 +1,6 @@
-// Waiting for a socket to become readable.
 #pragma once
 
+/// Waiting for a descriptor to become readable.
 namespace ORBCOMMON {
 
 enum class Readiness {

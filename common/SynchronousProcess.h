@@ -1,18 +1,18 @@
-// A thread that serves one request at a time for a caller on another thread.
-//
-// The life of a request: the caller enters call(), which signals the request event; the service loop,
-// the subclass's run(), comes out of waitForRequest(), does its work, may leave a result with
-// setResult() and ends with signalDone(); call() then returns the result.
-//
-// The owner starts and stops the thread, on one thread, and keeps the object alive until it has ended.
-// One caller at a time. Everything lives in one record on the heap; without memory for it the
-// operations fail as each of them says.
 #pragma once
 
 #include "common/Threadable.h"
 
 #include <cstdint>
 
+/// A thread that serves one request at a time for a caller on another thread.
+///
+/// The life of a request: the caller enters call(), which signals the request event; the service loop,
+/// the subclass's run(), comes out of waitForRequest(), does its work, may leave a result with
+/// setResult() and ends with signalDone(); call() then returns the result.
+///
+/// The owner starts and stops the thread, on one thread, and keeps the object alive until it has ended.
+/// One caller at a time. Everything lives in one record on the heap; without memory for it the
+/// operations fail as each of them says.
 namespace ORBCOMMON {
 
 class SynchronousProcess : public Threadable {

@@ -1,10 +1,10 @@
-// Several thread handles that are joined or detached together.
-//
-// The group owns the heap handles it is given until they are removed. It has no lock: one thread uses
-// it. The handles stand in a circular doubly linked list whose sentinel is allocated by the first
-// add(), so that an unused group allocates nothing.
 #pragma once
 
+/// Several thread handles that are joined or detached together.
+///
+/// The group owns the heap handles it is given until they are removed. It has no lock: one thread uses
+/// it. The handles stand in a circular doubly linked list whose sentinel is allocated by the first
+/// add(), so that an unused group allocates nothing.
 namespace ORBCOMMON {
 
 class ThreadHandle;

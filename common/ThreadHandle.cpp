@@ -12,7 +12,7 @@ namespace ORBCOMMON {
 
 namespace {
 
-// The value that no thread of this C library has; the system calls must not be given it.
+/// The value that no thread of this C library has; the system calls must not be given it.
 constexpr pthread_t noThread = 0;
 
 } // namespace

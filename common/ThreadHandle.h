@@ -1,11 +1,11 @@
-// The identifier of one started thread, and the few operations on it.
-//
-// A handle is owned and used by one thread, the one that starts it; it has no lock. It is single-use:
-// null, then started, then joined or detached and null again.
 #pragma once
 
 #include <pthread.h>
 
+/// The identifier of one started thread, and the few operations on it.
+///
+/// A handle is owned and used by one thread, the one that starts it; it has no lock. It is single-use:
+/// null, then started, then joined or detached and null again.
 namespace ORBCOMMON {
 
 class Threadable;

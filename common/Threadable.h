@@ -1,9 +1,9 @@
-// Base of every object that runs on a thread of its own.
-//
-// The owner keeps the object alive until its thread has ended: a thread holds a plain pointer to it
-// and nothing here counts references. See ThreadHandle.h for starting and ending the thread.
 #pragma once
 
+/// Base of every object that runs on a thread of its own.
+///
+/// The owner keeps the object alive until its thread has ended: a thread holds a plain pointer to it
+/// and nothing here counts references. See ThreadHandle.h for starting and ending the thread.
 namespace ORBCOMMON {
 
 class Threadable {

@@ -1,11 +1,11 @@
-// The client end of a UNIX-domain stream connection: one that it makes itself with connect(), or one that a
-// server has accepted and hands over. Ownership and threads are those of ClientSocket.
 #pragma once
 
 #include "common/ClientSocket.h"
 
 #include <string>
 
+/// The client end of a UNIX-domain stream connection: one that it makes itself with connect(), or one that a
+/// server has accepted and hands over. Ownership and threads are those of ClientSocket.
 namespace ORBCOMMON {
 
 class UXClientSocket : public ClientSocket {

@@ -16,7 +16,8 @@
  *     written there is lost: a real client opens a log file of its own;
  *   - SIGCHLD ignored. Ignored signals survive exec, and with this one waitpid() cannot collect a
  *     child's status: a client that runs programs of its own sets it back to SIG_DFL first;
- *   - umask 0. Files would be made writable by everybody: set one before the first open;
+ *   - umask 0 (in test mode the tester's). Files would be made writable by everybody: set one before the
+ *     first open;
  *   - the responder's directory as its working directory, and root as its user.
  *
  * What it owes the others: fill in the entry (identifier first, then port), answer
@@ -28,6 +29,7 @@
 #include "znorb/shared_table.h"
 
 #include <arpa/inet.h>
+#include <ctype.h>
 #include <errno.h>
 #include <fcntl.h>
 #include <netinet/in.h>
@@ -124,6 +126,12 @@ static void fillIn(struct znorb_client_entry* entry, const char* language, uint1
      * the field is written only here, and stays zero. */
     char identifier[ZNORB_IDENTIFIER_SIZE] = {0};
     (void)snprintf(identifier, sizeof identifier, "znorbclient-%ld %s", (long)getpid(), language);
+    /* It ends up on a terminal, and any local user chose the language: no control characters. */
+    for (char* character = identifier; *character != '\0'; ++character) {
+        if (iscntrl((unsigned char)*character)) {
+            *character = '?';
+        }
+    }
     memcpy(entry->identifier, identifier, sizeof identifier);
     __atomic_store_n(&entry->port, port, __ATOMIC_RELEASE);
 }
@@ -257,8 +265,9 @@ static bool sendResponse(int connection, const char* status, const char* body, l
     return true;
 }
 
-/* Says that nothing follows, then reads away what the peer still sends, within bounds: a socket closed
- * with unread bytes is reset, and the reset may overtake the answer. */
+/* To be done before a connection with an answer on its way is closed: says that nothing follows, then reads
+ * away what the peer still sends, within bounds. A socket that is closed with unread bytes is reset, and the
+ * reset may overtake the answer. */
 static void hangUp(int connection, const sigset_t* duringWaits) {
     char ignored[1024];
     const long long until = now() + lingerMilliseconds;
@@ -277,22 +286,22 @@ static bool serve(int connection, long long endOfLife, const sigset_t* duringWai
     char request[longestRequest + 1];
     long long until = now() + connectionMilliseconds;
     until = until < endOfLife ? until : endOfLife;
-    bool exitRequested = false;
-    if (receiveHead(connection, request, until, duringWaits)) {
-        exitRequested = strncmp(request, exitRequest, sizeof exitRequest - 1) == 0;
-        if (exitRequested) {
-            (void)sendResponse(connection, "200 OK", "{\"result\":\"exiting\"}\n", until, duringWaits);
-        } else {
-            (void)sendResponse(connection, "404 Not Found", "{\"result\":\"not found\"}\n", until,
-                               duringWaits);
-        }
+    if (!receiveHead(connection, request, until, duringWaits)) {
+        (void)close(connection);
+        return false;
     }
-    hangUp(connection, duringWaits);
+    const bool exitRequested = strncmp(request, exitRequest, sizeof exitRequest - 1) == 0;
+    const char* status = exitRequested ? "200 OK" : "404 Not Found";
+    const char* body = exitRequested ? "{\"result\":\"exiting\"}\n" : "{\"result\":\"not found\"}\n";
+    if (sendResponse(connection, status, body, until, duringWaits)) {
+        hangUp(connection, duringWaits);
+    }
+    (void)close(connection);
     return exitRequested; /* even if the answer did not get through */
 }
 
-/* Returns when the client was asked to exit, by request or by signal, or its time is up. */
-static void serveUntilTheEnd(int listener, long lifeSeconds, const sigset_t* duringWaits) {
+/* Returns when the client was asked to exit, by request (true) or by signal, or its time is up. */
+static bool serveUntilTheEnd(int listener, long lifeSeconds, const sigset_t* duringWaits) {
     const long long endOfLife = now() + lifeSeconds * 1000LL;
     bool exitRequested = false;
     while (!exitRequested && waitFor(listener, POLLIN, endOfLife, duringWaits)) {
@@ -304,6 +313,7 @@ static void serveUntilTheEnd(int listener, long lifeSeconds, const sigset_t* dur
             (void)poll(NULL, 0, 100);
         }
     }
+    return exitRequested;
 }
 
 /* ---- the life of a client --------------------------------------------------------------------- */
@@ -316,6 +326,9 @@ static int fail(const char* what) {
 int main(int argc, char** argv) {
     (void)umask(022);               /* it was 0 */
     (void)signal(SIGCHLD, SIG_DFL); /* it was ignored */
+
+    sigset_t duringWaits;
+    catchSignals(&duringWaits); /* before anything that a signal must not leave half done */
 
     const struct options options = parse(argc, argv);
     if (options.index < 0) {
@@ -330,8 +343,6 @@ int main(int argc, char** argv) {
         return fail("the entry named by -index was not claimed for a client");
     }
 
-    sigset_t duringWaits;
-    catchSignals(&duringWaits);
     uint16_t port = 0;
     const int listener = openListener(&port);
     if (listener == -1) {
@@ -343,7 +354,10 @@ int main(int argc, char** argv) {
         (void)fprintf(stderr, "znorbclient: entry %ld, port %u\n", options.index, (unsigned)port);
     }
 
-    serveUntilTheEnd(listener, options.lifeSeconds, &duringWaits);
+    const bool exitRequested = serveUntilTheEnd(listener, options.lifeSeconds, &duringWaits);
+    if (options.verbose && exitRequested) {
+        (void)fprintf(stderr, "znorbclient: entry %ld, asked to exit over HTTP\n", options.index);
+    }
 
     /* Close first: while the entry is in use its port must be this client's or nobody's. */
     (void)close(listener);

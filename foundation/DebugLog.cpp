@@ -27,13 +27,26 @@ constexpr int defaultCategory = 1;
 constexpr std::size_t messageCapacity = 2048;
 constexpr std::size_t stampCapacity = 90;
 
-// The mutex guards the streams and is destroyed after them.
-ProcessMutex DebugLogMutex;
 constinit list<Entry> streams;
 
-// Read without the lock, only to decide whether there is work at all.
+/// Read without the lock, only to decide whether there is work at all.
 constinit std::atomic<bool> paused = false;
 constinit std::atomic<bool> hasStreams = false;
+
+/// True while DebugLogMutex exists.
+constinit std::atomic<bool> isUsable = false;
+
+/// The log's life: from the construction of DebugLogMutex to before the first of its objects goes.
+class Life {
+public:
+    Life() { isUsable = true; }
+    ~Life() {
+        isUsable = false;
+        hasStreams = false;
+    }
+    Life(const Life&) = delete;
+    Life& operator=(const Life&) = delete;
+};
 
 void writePiece(OutputStream& stream, const char* text) {
     stream.write(text, static_cast<unsigned int>(std::strlen(text)));
@@ -43,8 +56,9 @@ void writePiece(OutputStream& stream, const char* text) {
 void formatNow(char (&stamp)[stampCapacity]) {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
-    (void)localtime_r(&now, &local);
-    if (std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &local) == 0) {
+    tzset(); // as localtime does, so that a change of the time zone is seen
+    if (localtime_r(&now, &local) == nullptr ||
+        std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &local) == 0) {
         stamp[0] = '\0';
     }
 }
@@ -68,6 +82,14 @@ __attribute__((format(printf, 2, 0))) void printMessage(int categoryMask, const 
     (void)std::vsnprintf(message, sizeof(message), format, arguments);
     DebugLog::write(categoryMask, message, true, true);
 }
+
+} // namespace
+
+ProcessMutex DebugLogMutex;
+
+namespace {
+
+const Life life; // after everything else here, so that it ends first
 
 } // namespace
 
@@ -123,6 +145,9 @@ void DebugLog::hexDump(int categoryMask, const void* data, std::int32_t length) 
 }
 
 void DebugLog::addOutputStream(unsigned char categoryMask, const shared_ptr<OutputStream>& stream) {
+    if (!isUsable) {
+        return;
+    }
     const ScopedMutexLock<ProcessMutex> guard(DebugLogMutex);
     try {
         streams.append(Entry(categoryMask, stream));
@@ -133,6 +158,9 @@ void DebugLog::addOutputStream(unsigned char categoryMask, const shared_ptr<Outp
 }
 
 void DebugLog::removeAllOutputStreams() {
+    if (!isUsable) {
+        return;
+    }
     const ScopedMutexLock<ProcessMutex> guard(DebugLogMutex);
     hasStreams.store(false, std::memory_order_relaxed);
     streams.clear();

@@ -1,20 +1,25 @@
 #pragma once
 
 #include "foundation/OutputStream.h"
+#include "foundation/ProcessMutex.h"
 #include "foundation/SharedPtr.h"
 
 #include <cstdint>
 
 namespace Common {
 
+/// Guards the debug log's streams while a record is written or they change. Not recursive.
+extern Synchronization::ProcessMutex DebugLogMutex;
+
 /// The debug log: a second, smaller log beside the daemon's own, whose streams each choose by an 8-bit
 /// category mask what reaches them. A record reaches a stream when their masks share a bit. Nothing adds
 /// a stream by itself, and without streams every operation returns at once.
 ///
 /// The object is not needed for anything: callers make a temporary one, or call the operations by name.
-/// All state is the process's, from static initialisation to its exit; the log shares the ownership of its
-/// streams. Any thread may log. A record is written whole under one lock, which is not recursive, so a
-/// stream of this log must not write into this log, neither when written to nor when destroyed.
+/// All state is the process's, from static initialisation to its exit; before and after, nothing is written
+/// and no stream is taken. The log shares the ownership of its streams. Any thread may log. A record is
+/// written whole under one lock, which is not recursive, so a stream of this log must not write into this
+/// log, neither when written to nor when destroyed.
 ///
 /// A record ends in a single line feed, and its time stamp reads "[2026-11-15 11:35:15] ": both differ
 /// from the Logger's on purpose. No operation reports an error.

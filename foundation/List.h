@@ -173,7 +173,7 @@ private:
         }
     }
 
-    ListLink* m_sentinel = nullptr; // null: never used
+    ListLink* m_sentinel = nullptr; // null is the flag that there is none yet: the list was never used
 };
 
 } // namespace Common

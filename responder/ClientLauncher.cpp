@@ -8,6 +8,7 @@
 #include "responder/RuntimeNames.h"
 
 #include <cstdio>
+#include <new>
 #include <vector>
 
 namespace ZNORBRESPONDER {
@@ -30,6 +31,16 @@ std::vector<std::string> clientArguments(std::uint16_t index, const std::string&
     return arguments;
 }
 
+/// As a failed fork when there is no memory for the arguments.
+pid_t runClient(std::uint16_t index, const std::string& language, const std::string& timeout) {
+    try {
+        return ORBCOMMON::runProcess(clientProgram, getBinaryPath(productWord, ""),
+                                     clientArguments(index, language, timeout), false);
+    } catch (const std::bad_alloc&) {
+        return noProcess;
+    }
+}
+
 } // namespace
 
 pid_t startClient(SharedVariables* table, std::uint16_t& index, const std::string& language,
@@ -41,8 +52,7 @@ pid_t startClient(SharedVariables* table, std::uint16_t& index, const std::strin
 }
 
 pid_t launchClient(std::uint16_t index, const std::string& language, const std::string& timeout) {
-    const pid_t process = ORBCOMMON::runProcess(clientProgram, getBinaryPath(productWord, ""),
-                                                clientArguments(index, language, timeout), false);
+    const pid_t process = runClient(index, language, timeout);
     ORBCOMMON::Logger::log("New process created: %d", process);
     return process;
 }

@@ -11,7 +11,7 @@
 /// at a time. The clients are never waited for: SIGCHLD is ignored while requests are served.
 namespace ZNORBRESPONDER {
 
-/// Answer of `startClient` when the table has no room.
+/// What stands for a process that was not started.
 inline constexpr pid_t noProcess = -1;
 
 /// Claims an entry of the table, stores its number into `index` and launches a client for it. Returns

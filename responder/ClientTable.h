@@ -6,7 +6,7 @@
 #include <string>
 
 /// What the daemon does with the shared table. Every operation runs on the unified responder's thread,
-/// without a lock, while clients write their own entries; whatever they wrote, nothing beyond the object
+/// without a lock, while clients write their own entries; whatever they wrote, nothing beyond the record
 /// is read or written.
 namespace ZNORBRESPONDER {
 
@@ -22,7 +22,7 @@ std::uint16_t portOf(const ClientEntry& entry);
 std::string identifierOf(const ClientEntry& entry);
 
 /// Claims the lowest free entry, extending the count when all counted entries are in use: the entry
-/// becomes in use with everything else zero, and `index` its number. False when the table is full: then
+/// becomes in use with its other fields zero, and `index` its number. False when the table is full: then
 /// neither the table nor `index` is touched.
 bool claimEntry(SharedVariables& table, std::uint16_t& index);
 

@@ -24,8 +24,8 @@ public:
     bool listen(int backlog);
 
     /// Waits for a connection for up to `seconds`. Returns its descriptor, which the caller then owns, or -1
-    /// when none came or something failed. A failure that would last is followed by a short pause, so that a
-    /// caller that tries again does not spin.
+    /// when none came or something failed. A failure is followed by a short pause, so that a caller that
+    /// tries again does not spin while it lasts.
     int accept(long seconds);
 
     /// Shuts both directions down and closes. The socket file stays for the next run to replace.

@@ -1,6 +1,7 @@
 #include "responder/Daemonize.h"
 
-#include <fcntl.h>
+#include "responder/StandardDescriptors.h"
+
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -29,18 +30,6 @@ bool forkTwice() {
         std::exit(0);
     }
     return false;
-}
-
-void pointToNull(int descriptor) {
-    const int spare = open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY);
-    if (spare == -1) {
-        return;
-    }
-    // A standard descriptor that was closed is what open itself returns: it is no spare then.
-    if (spare != descriptor) {
-        (void)dup2(spare, descriptor);
-        (void)close(spare);
-    }
 }
 
 void detachDescriptors() {

@@ -6,6 +6,9 @@ namespace ZNORBRESPONDER {
 /// on as the daemon; false in the daemon, whose standard descriptors are then "/dev/null", descriptors 3
 /// to 255 closed and umask 0. The working directory stays.
 ///
+/// The daemon ignores SIGTTOU, SIGTTIN, SIGTSTP and SIGHUP, the invoking process the first three of them;
+/// with `ignoreChildren` the daemon ignores SIGCHLD as well.
+///
 /// A process whose parent is already process 1 does not fork: it goes on as the daemon itself. So does one
 /// whose forks fail; failures are not reported.
 bool daemonize(bool ignoreChildren);

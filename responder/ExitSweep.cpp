@@ -39,7 +39,7 @@ void exitAllClients(SharedVariables* const& holder) {
         try {
             askToExit(portOf(entry));
         } catch (const std::bad_alloc&) {
-            continue; // no memory for this client's answer: the next one may need less
+            continue; // not even the connection could be described
         }
     }
 }

@@ -185,16 +185,9 @@ bool readWholeResponse(int descriptor, std::string& statusLine, HttpHeaders& hea
     return true;
 }
 
-} // namespace
-
-bool sendRequest(ORBCOMMON::ClientSocket& socket, const std::string& method, const std::string& url,
-                 const std::string& body, std::string& statusLine, HttpHeaders& headers,
-                 Common::OutputStream& bodyStream) {
-    statusLine.clear();
-    headers.clear();
-    if (!socket.isConnected()) {
-        return false;
-    }
+bool exchange(ORBCOMMON::ClientSocket& socket, const std::string& method, const std::string& url,
+              const std::string& body, std::string& statusLine, HttpHeaders& headers,
+              Common::OutputStream& bodyStream) {
     const std::string text = requestText(method, url, body.size());
     if (send(socket.descriptor(), text.data(), text.size(), MSG_NOSIGNAL) == -1) {
         socket.close();
@@ -209,6 +202,24 @@ bool sendRequest(ORBCOMMON::ClientSocket& socket, const std::string& method, con
         bodyStream.write(reinterpret_cast<const char*>(data.get()), length);
     }
     return true;
+}
+
+} // namespace
+
+bool sendRequest(ORBCOMMON::ClientSocket& socket, const std::string& method, const std::string& url,
+                 const std::string& body, std::string& statusLine, HttpHeaders& headers,
+                 Common::OutputStream& bodyStream) {
+    statusLine.clear();
+    headers.clear();
+    if (!socket.isConnected()) {
+        return false;
+    }
+    try {
+        return exchange(socket, method, url, body, statusLine, headers, bodyStream);
+    } catch (const std::bad_alloc&) {
+        socket.close();
+        return false;
+    }
 }
 
 bool readResponse(ORBCOMMON::ClientSocket& /*socket*/, int descriptor, std::string& statusLine,

@@ -19,8 +19,9 @@ using HttpHeaders = Common::map<std::string, std::string>;
 /// for any other method the body is not sent. Status line and headers are cleared, then filled from the
 /// response; its body goes to `bodyStream` in one write.
 ///
-/// True when the request was sent, also when no response could be read: the status line tells. False when
-/// the socket was not connected or sending failed; the socket is closed then.
+/// True when the request was sent, also when no response could be read; an empty status line tells that
+/// nothing of one was understood. False when the socket was not connected, sending failed or memory ran
+/// out; the socket is closed then.
 bool sendRequest(ORBCOMMON::ClientSocket& socket, const std::string& method, const std::string& url,
                  const std::string& body, std::string& statusLine, HttpHeaders& headers,
                  Common::OutputStream& bodyStream);
@@ -32,7 +33,9 @@ bool sendRequest(ORBCOMMON::ClientSocket& socket, const std::string& method, con
 ///
 /// A header whose value is shorter than two characters is dropped on purpose, as in "Content-Length: 7":
 /// such a response is read without its body. A peer that closes before its body is complete is not
-/// recognised, on purpose: the call then waits until the connection fails.
+/// recognised, on purpose: the call then goes on waiting, for ever if the connection never fails.
+///
+/// `descriptor` is what is read from; the socket that it belongs to stays untouched.
 bool readResponse(ORBCOMMON::ClientSocket& socket, int descriptor, std::string& statusLine,
                   HttpHeaders& headers, std::unique_ptr<std::uint8_t[]>& data, std::uint32_t& length);
 

@@ -9,7 +9,8 @@ namespace ZNORBRESPONDER {
 /// subdirectory unless that is empty. Without a proc file system it is "/opt/zn/<product>/bin". An
 /// executable link that cannot be read gives an empty directory.
 ///
-/// The link is cut at 80 bytes on purpose: an installation in a longer path is not found.
+/// The link is cut at 80 bytes on purpose: when the cut goes through a directory's name, the result is the
+/// directory above it, and nothing of the product is found there.
 std::string getBinaryPath(const std::string& product, const std::string& subdirectory);
 
 /// The product's HTML directory: the value of the environment variable "ZNORB_HTML_PATH", or, when that

@@ -62,8 +62,8 @@ std::string getExtension(const std::string& path) {
 std::string getBaseName(const std::string& path) {
     const std::string extension = getExtension(path);
     const std::string name = getFileName(path);
-    // A dot in a directory's name gives an extension longer than the file name: nothing is left of it.
-    return extension.size() > name.size() ? std::string() : name.substr(0, name.size() - extension.size());
+    // An extension longer than the name comes from a dot in a directory's name: it is none of the file's.
+    return extension.size() > name.size() ? name : name.substr(0, name.size() - extension.size());
 }
 
 std::string getDirectoryPart(const std::string& path) {

@@ -8,7 +8,9 @@ namespace ZNORBRESPONDER {
 ResponderThread::ResponderThread() : m_monitor(&mainExitBarrier) {}
 
 void ResponderThread::start() {
+    expectThread();
     if (ORBCOMMON::start(m_handle, &m_monitor) != 0) {
+        cancelThread();
         (void)mainExitBarrier.set(); // nobody else ever will
     }
 }

@@ -23,13 +23,13 @@ void SharedObject::create() {
     if (descriptor == -1) {
         return;
     }
-    // Neither result is checked, on purpose: clients of other users can do without, and a missing size
-    // shows in the first access.
+    // Neither result is checked, on purpose. Without the mode only root's clients get at the table; without
+    // the size the first access below ends the process.
     (void)fchmod(descriptor, 0666);
     [[maybe_unused]] const int sized = ftruncate(descriptor, sizeof(SharedVariables));
     m_address = mmap(nullptr, sizeof(SharedVariables), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     (void)close(descriptor);
-    // Only null counts as a failed mapping, on purpose.
+    // Only null counts as a failed mapping, on purpose: any other failure ends the process below.
     if (m_address != nullptr) {
         m_table = new (m_address) SharedVariables;
     }

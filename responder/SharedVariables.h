@@ -1,19 +1,22 @@
 #pragma once
 
+#include "responder/RuntimeNames.h"
 #include "znorb/shared_table.h"
 
 #include <cstddef>
 #include <cstdint>
+#include <string_view>
 #include <type_traits>
 
 /// The shared table of client instances, as it lies in shared memory in host byte order.
 ///
-/// The life of an entry: free (inUse 0) → claimed by the daemon (inUse 1, everything else zero) → filled
+/// The life of an entry: free (inUse 0) → claimed by the daemon (inUse 1, the other fields zero) → filled
 /// in by the launched client (identifier, then port) → freed by the client (inUse 0) → claimed again,
 /// lowest number first. The daemon never clears inUse.
 ///
 /// The object is writable by everybody and guarded by no lock: the daemon accepts torn reads, and reads
-/// and writes it only through ClientTable.h, which bounds whatever it finds.
+/// and writes it only through ClientTable.h, which bounds whatever it finds. What cannot be bounded is the
+/// object itself: the next access after somebody has shortened it ends the daemon by SIGBUS.
 namespace ZNORBRESPONDER {
 
 inline constexpr unsigned clientCapacity = 64;
@@ -50,7 +53,9 @@ static_assert(sizeof(SharedVariables) == 8196);
 static_assert(offsetof(SharedVariables, count) == 0);
 static_assert(offsetof(SharedVariables, entries) == 4);
 
-// What client authors compile against is the same record.
+// What client authors compile against is the same record under the same name.
+static_assert(std::string_view(sharedVariablesName) == ZNORB_TABLE_NAME);
+static_assert(sizeof(SharedVariables) == ZNORB_TABLE_SIZE);
 static_assert(sizeof(SharedVariables) == sizeof(znorb_shared_table));
 static_assert(offsetof(SharedVariables, count) == offsetof(znorb_shared_table, count));
 static_assert(offsetof(SharedVariables, entries) == offsetof(znorb_shared_table, entries));

@@ -2,8 +2,10 @@
 
 #include "responder/CommandClient.h"
 #include "responder/Daemonize.h"
+#include "responder/ExitStatus.h"
 #include "responder/Globals.h"
 #include "responder/ResponderThread.h"
+#include "responder/RuntimeNames.h"
 #include "responder/TerminationSignal.h"
 #include "responder/UserMessage.h"
 
@@ -15,13 +17,11 @@ namespace ZNORBRESPONDER {
 
 namespace {
 
-constexpr int startedStatus = 0;
-constexpr int refusedStatus = 2;
-constexpr int timedOutStatus = 3;
-constexpr int otherEndStatus = 255;
-
 constexpr unsigned stopPollMicroseconds = 100'000;
 constexpr unsigned stopLimitMicroseconds = 5'000'000;
+
+constexpr unsigned namePollMicroseconds = 1'000;
+constexpr unsigned namePollLimitMicroseconds = 200'000;
 
 bool isAnotherInstanceActive() {
     if (!appLock.openExisting()) {
@@ -41,6 +41,18 @@ bool awaitLockRelease() {
         }
     }
     return true;
+}
+
+/// The daemon lets go of the lock a moment before it removes its name. Waits for the name as well, within a
+/// bound, so that a start right after this stop is not refused.
+void awaitNameRemoval() {
+    for (unsigned waited = 0; waited < namePollLimitMicroseconds; waited += namePollMicroseconds) {
+        ORBCOMMON::GlobalLock probe(applicationLockName);
+        if (!probe.openExisting()) {
+            return;
+        }
+        (void)usleep(namePollMicroseconds);
+    }
 }
 
 } // namespace
@@ -88,8 +100,9 @@ int stopDaemon() {
     }
     if (!awaitLockRelease()) {
         tellUser(stderr, "The ZN Orbisan daemon did not respond to the stop command in time.");
-        return timedOutStatus;
+        return stopTimedOutStatus;
     }
+    awaitNameRemoval();
     tellUser(stdout, "The ZN Orbisan daemon has stopped.");
     return otherEndStatus;
 }

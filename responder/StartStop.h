@@ -9,12 +9,12 @@
 /// after "QUIT" the thread comes to its end, the lock is removed, the process ends.
 namespace ZNORBRESPONDER {
 
-/// `-d`. Returns the exit status: 2, with a message, when another instance holds the lock's name, and 255
-/// at the daemon's orderly end. Does not return in the invoking process of a successful start, which exits
-/// with 0.
+/// `-d`. Returns the exit status: 2, with a message, when another instance holds the lock's name, and -1
+/// (255) at the daemon's orderly end. Does not return in the invoking process of a successful start, which
+/// exits with 0.
 int startDaemon();
 
-/// `-stop`. Returns the exit status: 255 when the daemon has stopped (printed) or could not be asked
+/// `-stop`. Returns the exit status: -1 (255) when the daemon has stopped (printed) or could not be asked
 /// (nothing printed); with a message, 2 when none runs and 3 when it holds the lock for longer than five
 /// seconds after it was asked.
 int stopDaemon();

@@ -1,15 +1,19 @@
 #include "responder/TerminationSignal.h"
 
+#include "responder/ExitStatus.h"
 #include "responder/Globals.h"
 
 #include <pthread.h>
 #include <unistd.h>
 
+#include <atomic>
+
 namespace ZNORBRESPONDER {
 
 namespace {
 
-constexpr int terminatedStatus = 10;
+/// Set by the handler that came first.
+constinit std::atomic_flag isEnding = ATOMIC_FLAG_INIT;
 
 void endProcess(int /*signalNumber*/) {
     _exit(terminatedStatus);
@@ -17,8 +21,12 @@ void endProcess(int /*signalNumber*/) {
 
 } // namespace
 
-// Allowed in here: async-signal-safe calls and reading appLock. No allocation, no lock, no log.
+// Allowed in here: async-signal-safe calls, lock-free atomics and reading appLock. No allocation, no lock, no
+// log.
 void ExitSignalHandler(int /*signalNumber*/) {
+    while (isEnding.test_and_set()) {
+        (void)pause(); // another SIGTERM met the other thread first, which is ending the process
+    }
     appLock.abandon();
     _exit(terminatedStatus);
 }

@@ -4,8 +4,9 @@
 
 /// SIGTERM ends the daemon at any moment with status 10 and with the lock's name gone.
 ///
-/// The handler may meet the main thread anywhere, so it relies on async-signal-safe calls only. What it
-/// cannot stand is to meet `appLock` half changed: the main thread holds SIGTERM back while it creates or
+/// The handler runs on whichever thread the signal meets, usually main, and may meet it anywhere, so it
+/// relies on async-signal-safe calls only; of two signals that meet both threads, one ends the process. What
+/// it cannot stand is to meet `appLock` half changed: the main thread holds SIGTERM back while it creates or
 /// removes the lock, and the responder's thread, which could take the signal in its stead, does not exist
 /// yet at the first of these moments and holds SIGTERM back itself at the second.
 namespace ZNORBRESPONDER {

@@ -5,6 +5,7 @@
 #include "foundation/OutputStreamToConsole.h"
 #include "foundation/SharedPtr.h"
 #include "responder/CommandClient.h"
+#include "responder/ExitStatus.h"
 #include "responder/Globals.h"
 #include "responder/ResponderThread.h"
 
@@ -16,7 +17,6 @@ namespace ZNORBRESPONDER {
 
 namespace {
 
-constexpr int testEndStatus = 255;
 constexpr long inputWaitSeconds = 60; // only a wake-up: waiting goes on
 
 /// Serves the keys as they arrive until "q". Everything else, a newline included, is ignored.
@@ -63,7 +63,7 @@ int runTestConsole() {
     responder.awaitEnd();
     ORBCOMMON::Logger::removeAllOutputStreams();
     responder.detach();
-    return testEndStatus;
+    return otherEndStatus;
 }
 
 } // namespace ZNORBRESPONDER

@@ -13,6 +13,11 @@ namespace {
 /// Never destroyed, so that the thread may still touch it while the process's static objects go.
 constinit std::atomic<bool> isThreadRunning = false;
 
+void markEnd() {
+    isThreadRunning = false;
+    isThreadRunning.notify_all();
+}
+
 /// Lives as long as the thread that made it; the destructor runs after the thread's entry has returned.
 class EndAnnouncement {
 public:
@@ -25,8 +30,7 @@ public:
             _exit(0);
         }
         (void)holdTermination();
-        isThreadRunning = false;
-        isThreadRunning.notify_all();
+        markEnd();
     }
 
 private:
@@ -34,6 +38,14 @@ private:
 };
 
 } // namespace
+
+void expectThread() {
+    isThreadRunning = true;
+}
+
+void cancelThread() {
+    markEnd();
+}
 
 void announceThreadEnd() {
     static thread_local EndAnnouncement announcement;

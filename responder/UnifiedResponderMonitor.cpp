@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 
 #include <csignal>
-#include <cstdio>
+#include <cstdint>
 #include <exception>
 
 namespace ZNORBRESPONDER {
@@ -35,15 +35,6 @@ std::vector<std::string> splitRequest(const std::string& request) {
     }
     tokens.push_back(request.substr(start));
     return tokens;
-}
-
-/// Registers with the web console. Nothing that goes wrong there concerns the socket's service.
-void publish() {
-    try {
-        (void)registerWebConsole();
-    } catch (const std::exception&) {
-        return;
-    }
 }
 
 /// Launches a client for "GET|language|time-out". A request without a language is an error and launches
@@ -98,15 +89,15 @@ void UnifiedResponderMonitor::serve(SharedVariables* table) {
     } else if (!listener.bind(commandSocketPath)) {
         Logger::log("Unable to bind socket");
     } else {
-        serveOpenSocket(listener, table);
+        acceptUntilQuit(listener, table);
     }
     listener.close();
     (void)std::signal(SIGCHLD, previous);
 }
 
-void UnifiedResponderMonitor::serveOpenSocket(CommandSocket& listener, SharedVariables* table) {
+void UnifiedResponderMonitor::acceptUntilQuit(CommandSocket& listener, SharedVariables* table) {
     (void)chmod(commandSocketPath, commandSocketMode);
-    publish();
+    (void)registerWebConsole();
     Logger::log("Unified responder waiting for connections");
     if (!listener.listen(commandSocketBacklog)) {
         Logger::log("Unable to put socket in listen mode");

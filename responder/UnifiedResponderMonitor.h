@@ -28,17 +28,18 @@ public:
     explicit UnifiedResponderMonitor(ORBCOMMON::ProcessEvent* exitEvent);
 
     /// The thread's body: returns when "QUIT" has been served or when the table or the socket could not be
-    /// set up. The shared table is gone when it returns; the socket file stays.
+    /// set up. The shared table is gone when it returns; the socket file stays. The end of the calling thread
+    /// is announced (ThreadEnd.h).
     void run() override;
 
     /// Takes one request from an accepted connection: the command and all tokens, the command included.
-    /// False when none arrived within 60 seconds.
+    /// False when none arrived within 60 seconds, the peer closed or the wait failed.
     static bool readRequest(const ORBCOMMON::ClientSocket& socket, std::string& command,
                             std::vector<std::string>& tokens);
 
 private:
     static void serve(SharedVariables* table);
-    static void serveOpenSocket(CommandSocket& listener, SharedVariables* table);
+    static void acceptUntilQuit(CommandSocket& listener, SharedVariables* table);
     static bool serveConnection(int descriptor, SharedVariables* table);
 
     ORBCOMMON::ProcessEvent* m_exitEvent;

@@ -8,6 +8,9 @@
 
 #include <sys/stat.h>
 
+#include <exception>
+#include <limits>
+
 namespace ZNORBRESPONDER {
 
 namespace {
@@ -39,26 +42,31 @@ void setMode(const std::string& path, mode_t mode) {
     (void)chmod(path.c_str(), mode); // a file that could not be copied has no mode to set
 }
 
-/// Reads the whole file. False when it cannot be opened; only a regular file can: a fifo or a device in
-/// a page's place would hold the daemon up.
-bool readFile(const std::string& path, std::string& text) {
-    if (!isRegularFile(path)) {
-        return false;
-    }
-    Common::InputStreamFromFile source(path.c_str());
-    if (!source.isOpen()) {
-        return false;
-    }
-    Common::InputStream::readBuffer(source, text);
-    return true;
+/// Keeps what is published from ever being writable by others: the daemon's own umask is 0, and the modes
+/// are set only when the files are whole.
+class RestrictedUmask {
+public:
+    RestrictedUmask() : m_previous(umask(022)) {}
+    RestrictedUmask(const RestrictedUmask&) = delete;
+    RestrictedUmask& operator=(const RestrictedUmask&) = delete;
+    ~RestrictedUmask() { (void)umask(m_previous); }
+
+private:
+    mode_t m_previous;
+};
+
+/// The stream of a file that can be opened and is a regular one; a stream that is not open otherwise. A
+/// fifo or a device in a page's place would hold the daemon up.
+Common::InputStreamFromFile openSource(const std::string& path) {
+    return Common::InputStreamFromFile(isRegularFile(path) ? path.c_str() : "");
 }
 
-void writeFile(const std::string& path, const std::string& text) {
-    Common::OutputStreamToFile destination(path, false);
-    if (destination.isOpen()) {
+/// Writes the whole text at once. One that is longer than a write can be is no page, and is left out.
+void writeWhole(Common::OutputStreamToFile& destination, const std::string& text) {
+    if (text.size() <= std::numeric_limits<unsigned>::max()) {
         destination.write(text.data(), static_cast<unsigned>(text.size()));
-        destination.close();
     }
+    destination.close();
 }
 
 void publishPages(const ConsoleDirectories& console, const std::string& sources) {
@@ -75,47 +83,69 @@ void publishPrograms(const ConsoleDirectories& console, const std::string& execu
     setMode(console.programs + "/" + requestorProgram, programMode);
 }
 
-} // namespace
-
-bool registerWebConsole() {
-    const ConsoleDirectories console;
-    if (!console.areInstalled()) {
-        return false;
-    }
+/// Everything that follows once the console is known to be installed.
+void publish(const ConsoleDirectories& console) {
+    const RestrictedUmask restricted;
     const std::string executables = getBinaryPath(productWord, "");
     const std::string sources = removeLastComponent(executables) + "/WBX";
 
     (void)copyFileTo(sources, console.descriptors, descriptorFile);
     setMode(console.descriptors + descriptorFile, fileMode);
     if (!createDirectory(console.pages)) {
-        return true;
+        return;
     }
     publishPages(console, sources);
-    if (!createDirectory(console.programs)) {
-        return true;
+    if (createDirectory(console.programs)) {
+        publishPrograms(console, executables);
     }
-    publishPrograms(console, executables);
-    return true;
+}
+
+} // namespace
+
+bool registerWebConsole() {
+    bool isInstalled = false;
+    try {
+        const ConsoleDirectories console;
+        isInstalled = console.areInstalled();
+        if (isInstalled) {
+            publish(console);
+        }
+    } catch (const std::exception&) {
+        // What there was no memory for stays unpublished, like anything else that cannot be done.
+    }
+    return isInstalled;
 }
 
 void fillTemplate(const std::string& sourceFile, const std::string& destinationFile) {
-    std::string text;
-    if (!readFile(sourceFile, text)) {
+    Common::InputStreamFromFile source = openSource(sourceFile);
+    if (!source.isOpen()) {
         return;
     }
+    std::string text;
+    Common::InputStream::readBuffer(source, text);
     // One replacement per placeholder on purpose: later occurrences stay as they are.
     replaceFirst(text, "%ZNORB_BIN_PATH%", escapeBackslashes(getBinaryPath(productWord, "")));
     replaceFirst(text, "%ZNORB_HTML_PATH%", escapeBackslashes(getHtmlPath(productWord, "")));
-    writeFile(destinationFile, text);
+    Common::OutputStreamToFile destination(destinationFile, false);
+    if (destination.isOpen()) {
+        writeWhole(destination, text);
+    }
 }
 
 bool copyFileTo(const std::string& sourceDirectory, const std::string& destinationDirectory,
                 const std::string& fileName) {
-    std::string content;
-    if (!readFile(removeTrailingSeparators(sourceDirectory) + "/" + fileName, content)) {
+    Common::InputStreamFromFile source =
+        openSource(removeTrailingSeparators(sourceDirectory) + "/" + fileName);
+    if (!source.isOpen()) {
         return false;
     }
-    writeFile(removeTrailingSeparators(destinationDirectory) + "/" + fileName, content);
+    Common::OutputStreamToFile destination(removeTrailingSeparators(destinationDirectory) + "/" + fileName,
+                                           false);
+    if (destination.isOpen()) {
+        std::string content;
+        Common::InputStream::readBuffer(source, content);
+        writeWhole(destination, content);
+    }
     return true;
 }
 

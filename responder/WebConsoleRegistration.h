@@ -9,7 +9,7 @@ namespace ZNORBRESPONDER {
 /// Copies the descriptor, the page, the entry script (filled from its template) and the requestor
 /// program into the console's directories and sets their modes. False, with nothing done, when one of
 /// the console's four directories is missing; true otherwise, also when a file could not be copied: what
-/// cannot be done is skipped without a message.
+/// cannot be done is skipped without a message. Nothing published is writable by others at any moment.
 bool registerWebConsole();
 
 /// Writes the source text to the destination with the first "%ZNORB_BIN_PATH%" and the first

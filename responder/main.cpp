@@ -1,5 +1,7 @@
 #include "responder/CommandLine.h"
+#include "responder/ExitStatus.h"
 #include "responder/Globals.h"
+#include "responder/StandardDescriptors.h"
 #include "responder/StartStop.h"
 #include "responder/TestConsole.h"
 #include "responder/UserMessage.h"
@@ -7,15 +9,12 @@
 #include <unistd.h>
 
 #include <exception>
+#include <string>
+#include <vector>
 
 using namespace ZNORBRESPONDER;
 
 namespace {
-
-constexpr int notRootStatus = 1;
-
-/// Every end that has no status of its own, a rejected command line included. Seen from outside it is 255.
-constexpr int otherEndStatus = -1;
 
 bool isRoot() {
     if (geteuid() == 0) {
@@ -54,6 +53,7 @@ int main(int argc, char** argv) {
         if (!isRoot()) {
             return notRootStatus;
         }
+        fillMissingDescriptors();
         return parse(argc, argv) ? dispatch() : otherEndStatus;
     } catch (const std::exception&) {
         return otherEndStatus; // out of memory before anything was started

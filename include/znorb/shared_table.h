@@ -8,11 +8,11 @@
  * each field has one writer at a time, as follows.
  *
  * The life of an entry
- *   1. The responder claims the lowest free entry: identifier, reserved and port become 0, in_use
- *      becomes 1. Then it launches the client.
+ *   1. The responder claims the lowest free entry: in_use becomes 1, then port, reserved and identifier
+ *      become 0. Then it launches the client.
  *   2. The client listens on a TCP port of 127.0.0.1, writes its identifier, and only then its port (a
  *      release store), so that whoever sees the port sees the whole identifier. A port of 0 says "not
- *      filled in yet": nobody tries to reach the client before that.
+ *      filled in yet": the client cannot be reached before that, not even to be asked to exit.
  *   3. When the responder is told to quit it asks every entry in use to exit: it connects to the port and
  *      sends "POST /ExitApplication.json HTTP/1.0". It changes nothing in the entry.
  *   4. The client, whatever it ends for, stores 0 into in_use as its very last access to the table. The

@@ -1,0 +1,63 @@
+#include "tests/responder/AllocationFailure.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+// g++ says it with __SANITIZE_THREAD__, clang++ with a feature that g++ has no question for.
+#if defined(__SANITIZE_THREAD__)
+#define HAS_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#define HAS_THREAD_SANITIZER __has_feature(thread_sanitizer)
+#else
+#define HAS_THREAD_SANITIZER 0
+#endif
+
+namespace {
+
+constinit std::atomic<std::size_t> s_smallest = 0;
+constinit std::atomic<int> s_failuresLeft = 0;
+
+} // namespace
+
+#if !HAS_THREAD_SANITIZER
+
+void* operator new(std::size_t size) {
+    const bool fails = s_failuresLeft > 0 && size >= s_smallest && s_failuresLeft.fetch_sub(1) > 0;
+    void* const memory = fails ? nullptr : std::malloc(size == 0 ? 1 : size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+#endif
+
+namespace ZNORBTEST {
+
+AllocationFailure::AllocationFailure(std::size_t size, int times) {
+    s_smallest = size;
+    s_failuresLeft = times;
+}
+
+AllocationFailure::~AllocationFailure() {
+    s_failuresLeft = 0;
+}
+
+bool AllocationFailure::hasHappened() {
+    return s_failuresLeft <= 0;
+}
+
+bool AllocationFailure::isPossible() {
+    return !HAS_THREAD_SANITIZER;
+}
+
+} // namespace ZNORBTEST

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+
+namespace ZNORBTEST {
+
+/// Lets operator new throw std::bad_alloc while it lives: for the next `times` allocations of at least `size`
+/// bytes, on whatever thread. One at a time.
+class AllocationFailure {
+public:
+    explicit AllocationFailure(std::size_t size, int times = 1);
+    ~AllocationFailure();
+    AllocationFailure(const AllocationFailure&) = delete;
+    AllocationFailure& operator=(const AllocationFailure&) = delete;
+
+    /// Whether all of them have failed.
+    static bool hasHappened();
+
+    /// False under the thread sanitizer, whose own operator new cannot be replaced: nothing fails there.
+    static bool isPossible();
+};
+
+} // namespace ZNORBTEST

@@ -1,0 +1,46 @@
+#include "tests/responder/ForkedChild.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+
+namespace ZNORBTEST {
+namespace {
+
+pid_t forkFlushed() {
+    (void)std::fflush(nullptr); // or the child, should it exit, would write it once more
+    return fork();
+}
+
+} // namespace
+
+ForkedChild::ForkedChild(const std::function<int()>& body) : m_pid(forkFlushed()) {
+    if (m_pid == 0) {
+        _exit(body());
+    }
+    EXPECT_NE(m_pid, -1) << std::strerror(errno);
+}
+
+ForkedChild::~ForkedChild() {
+    if (m_pid > 0 && waitForEnd(Milliseconds(0)) == stillRunning()) {
+        (void)kill(m_pid, SIGKILL);
+        EXPECT_NE(waitForEnd(), stillRunning()) << "process " << m_pid;
+    }
+}
+
+ProcessEnd ForkedChild::waitForEnd(Milliseconds bound) {
+    if (m_pid > 0 && m_end == stillRunning()) {
+        m_end = waitForEndOf(m_pid, bound);
+    }
+    return m_end;
+}
+
+ProcessEnd endOfForked(const std::function<int()>& body) {
+    return ForkedChild(body).waitForEnd();
+}
+
+} // namespace ZNORBTEST

@@ -1,0 +1,185 @@
+#include "tests/support/DaemonDriver.h"
+
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/Processes.h"
+#include "tests/support/SharedTable.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <optional>
+
+namespace ZNORBTEST {
+namespace {
+
+/// Where the build puts its programs.
+constexpr const char* builtPrograms = ZNORB_TEST_PROGRAMS;
+
+/// The socket's name is "/var/run/...", which usually is the same directory.
+std::vector<std::string> allNames() {
+    std::vector<std::string> directories = {"/run", "/dev/shm"};
+    std::error_code error;
+    if (!std::filesystem::equivalent("/run", "/var/run", error)) {
+        directories.emplace_back("/var/run");
+    }
+    std::vector<std::string> paths;
+    for (const std::string& directory : directories) {
+        for (const std::string& name : namesIn(directory)) {
+            paths.push_back(directory + "/" + name);
+        }
+    }
+    std::sort(paths.begin(), paths.end());
+    return paths;
+}
+
+bool contains(const std::vector<pid_t>& processes, pid_t pid) {
+    return std::find(processes.begin(), processes.end(), pid) != processes.end();
+}
+
+/// Of those that a daemon closes at its start and then opens anew: what came from outside above them stays.
+unsigned openSocketsOf(pid_t daemon) {
+    const std::string descriptors = "/proc/" + std::to_string(daemon) + "/fd";
+    unsigned count = 0;
+    for (int descriptor = 0; descriptor < 256; ++descriptor) {
+        std::error_code error;
+        const std::filesystem::path target =
+            std::filesystem::read_symlink(descriptors + "/" + std::to_string(descriptor), error);
+        count += target.string().starts_with("socket:") ? 1U : 0U;
+    }
+    return count;
+}
+
+/// Removes the directory, and those above it that are empty then.
+void removeInstallation(const std::string& directory) {
+    std::error_code error;
+    (void)std::filesystem::remove_all(directory, error);
+    EXPECT_FALSE(error) << directory << ": " << error.message();
+    std::filesystem::path above = std::filesystem::path(directory).parent_path();
+    while (above.has_relative_path() && above != "/opt" && rmdir(above.c_str()) == 0) {
+        above = above.parent_path();
+    }
+}
+
+} // namespace
+
+DaemonDriver::DaemonDriver(std::string directory)
+    : m_directory(std::move(directory)), m_namesBefore(allNames()) {
+    EXPECT_FALSE(exists(m_directory)) << m_directory << " is somebody else's";
+    for (const std::string& installed : {program(), client(), requestor()}) {
+        const std::string name = std::filesystem::path(installed).filename();
+        copyProgram(std::string(builtPrograms) + "/" + name, installed);
+    }
+}
+
+DaemonDriver::~DaemonDriver() {
+    endProcesses();
+    for (const std::string& name : newNames()) {
+        (void)unlink(name.c_str());
+    }
+    removeInstallation(m_directory);
+}
+
+void DaemonDriver::endProcesses() {
+    const bool ended = waitUntil([this]() {
+        std::vector<pid_t> running = processesRunning(program());
+        for (const std::string& other : {client(), requestor()}) {
+            const std::vector<pid_t> more = processesRunning(other);
+            running.insert(running.end(), more.begin(), more.end());
+        }
+        for (const pid_t pid : running) {
+            (void)kill(pid, SIGKILL);
+            (void)waitForEndOf(pid, Milliseconds(0)); // those that are not ours yet will be in a moment
+        }
+        return running.empty();
+    });
+    EXPECT_TRUE(ended) << "processes of " << m_directory << " cannot be ended";
+}
+
+void DaemonDriver::installAsClient(const std::string& builtProgram) const {
+    EXPECT_EQ(unlink(client().c_str()), 0);
+    copyProgram(std::string(builtPrograms) + "/" + builtProgram, client());
+}
+
+Launch DaemonDriver::launch(const std::vector<std::string>& arguments) const {
+    Launch result;
+    result.program = program();
+    result.arguments = arguments;
+    result.environment = m_reports.environment();
+    result.environment.insert(result.environment.end(), m_environment.begin(), m_environment.end());
+    return result;
+}
+
+ProgramResult DaemonDriver::run(const std::vector<std::string>& arguments, Milliseconds bound) const {
+    return runProgram(launch(arguments), bound);
+}
+
+bool DaemonDriver::start(const std::vector<std::string>& more) {
+    std::vector<std::string> arguments = {"-d"};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    const std::vector<pid_t> before = childrenOf(getpid());
+    m_startResult = run(arguments);
+    m_daemonEnd = stillRunning();
+    m_daemon = -1;
+    return m_startResult.end == exitedWith(0) &&
+           waitUntil([this, &before]() { return (m_daemon = findDaemon(before)) != -1; });
+}
+
+bool DaemonDriver::startServing(const std::vector<std::string>& more) {
+    return start(more) && waitUntil([]() { return askDaemon("PRINT") == "0"; }) &&
+           waitUntil([this]() { return openSocketsOf(m_daemon) == 1; });
+}
+
+pid_t DaemonDriver::findDaemon(const std::vector<pid_t>& others) {
+    for (const pid_t pid : childrenOf(getpid())) {
+        if (contains(others, pid) || nameOf(pid) != "znorbresponder") {
+            continue;
+        }
+        if (getpgid(pid) != pid) {
+            return pid;
+        }
+        (void)waitForEndOf(pid, Milliseconds(0)); // the intermediate process
+    }
+    return -1;
+}
+
+ProcessEnd DaemonDriver::waitForDaemon(Milliseconds bound) {
+    if (m_daemon > 0 && m_daemonEnd == stillRunning()) {
+        m_daemonEnd = waitForEndOf(m_daemon, bound);
+    }
+    return m_daemonEnd;
+}
+
+std::unique_ptr<ChildProcess> DaemonDriver::startTestConsole() const {
+    Launch console = launch({"-test"});
+    console.withInput = true;
+    return std::make_unique<ChildProcess>(console);
+}
+
+std::vector<pid_t> DaemonDriver::clients() const {
+    return processesRunning(client());
+}
+
+bool DaemonDriver::waitForClient(unsigned index, Milliseconds bound) {
+    return waitUntil(
+        [index]() {
+            const std::optional<znorb_shared_table> table = readSharedTable();
+            return table.has_value() && table->entries[index].port != 0;
+        },
+        bound);
+}
+
+std::vector<std::string> DaemonDriver::newNames() const {
+    std::vector<std::string> result;
+    for (const std::string& path : allNames()) {
+        if (!std::binary_search(m_namesBefore.begin(), m_namesBefore.end(), path)) {
+            result.push_back(path);
+        }
+    }
+    return result;
+}
+
+} // namespace ZNORBTEST

@@ -1,0 +1,177 @@
+#include "tests/support/ListeningPeer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace ZNORBTEST {
+namespace {
+
+bool bindToPath(int listener, const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof address.sun_path) {
+        return false;
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    return bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+}
+
+/// The port, or 0.
+std::uint16_t bindToPort(int listener) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
+        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        return 0;
+    }
+    return ntohs(address.sin_port);
+}
+
+/// Whether nothing of what was sent is on its way any more.
+bool hasArrived(int connection) {
+    int left = 0;
+    return ioctl(connection, SIOCOUTQ, &left) == 0 && left == 0;
+}
+
+} // namespace
+
+ListeningPeer::ListeningPeer(PeerScript script)
+    : m_script(std::move(script)), m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    m_port = bindToPort(m_listener);
+    EXPECT_NE(m_port, 0) << std::strerror(errno);
+    listenAndStart();
+}
+
+ListeningPeer::ListeningPeer(PeerScript script, const std::string& path)
+    : m_script(std::move(script)), m_path(path), m_listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    EXPECT_TRUE(bindToPath(m_listener, path)) << path << ": " << std::strerror(errno);
+    listenAndStart();
+}
+
+void ListeningPeer::listenAndStart() {
+    EXPECT_EQ(pipe2(m_stop, O_CLOEXEC), 0) << std::strerror(errno);
+    EXPECT_EQ(listen(m_listener, 16), 0) << std::strerror(errno);
+    m_thread = std::thread([this]() { serveAll(); });
+}
+
+ListeningPeer::~ListeningPeer() {
+    (void)close(m_stop[1]);
+    m_thread.join();
+    (void)close(m_stop[0]);
+    (void)close(m_listener);
+    if (!m_path.empty()) {
+        (void)unlink(m_path.c_str());
+    }
+}
+
+std::vector<std::string> ListeningPeer::received() const {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    return m_received;
+}
+
+bool ListeningPeer::waitForServed(std::size_t count, Milliseconds bound) const {
+    return waitUntil(
+        [this, count]() {
+            const std::lock_guard<std::mutex> guard(m_mutex);
+            return m_served >= count;
+        },
+        bound);
+}
+
+/// Waits for the descriptor; false when the thread has to end.
+bool ListeningPeer::isReadable(int descriptor) const {
+    pollfd wanted[] = {{descriptor, POLLIN, 0}, {m_stop[0], POLLIN, 0}};
+    while (poll(wanted, 2, -1) < 0 && errno == EINTR) {
+    }
+    return wanted[1].revents == 0;
+}
+
+bool ListeningPeer::isStopped() const {
+    pollfd wanted = {m_stop[0], POLLIN, 0};
+    return poll(&wanted, 1, 0) > 0;
+}
+
+void ListeningPeer::serveAll() {
+    while (isReadable(m_listener)) {
+        const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        if (connection != -1) {
+            serve(connection);
+            (void)close(connection);
+        }
+    }
+}
+
+void ListeningPeer::serve(int connection) {
+    const int on = 1;
+    (void)setsockopt(connection, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on); // no TCP: no matter
+    std::size_t number = 0;
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        number = m_received.size();
+        m_received.emplace_back();
+    }
+    bool goesOn = true;
+    while (goesOn && received()[number].size() < m_script.receiveFirst) {
+        goesOn = receive(connection);
+    }
+    for (const std::string& piece : m_script.pieces) {
+        goesOn = goesOn && sendPiece(connection, piece);
+    }
+    {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        ++m_served;
+    }
+    while (goesOn && m_script.holdOpen) {
+        goesOn = receive(connection);
+    }
+}
+
+/// Adds what arrives to the latest record; false when nothing more will.
+bool ListeningPeer::receive(int connection) {
+    if (!isReadable(connection)) {
+        return false;
+    }
+    char buffer[4096];
+    const ssize_t length = recv(connection, buffer, sizeof buffer, 0);
+    if (length <= 0) {
+        return false;
+    }
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    m_received.back().append(buffer, static_cast<std::size_t>(length));
+    return true;
+}
+
+bool ListeningPeer::sendPiece(int connection, const std::string& piece) const {
+    std::size_t sent = 0;
+    while (sent < piece.size()) {
+        const ssize_t length =
+            send(connection, piece.data() + sent, piece.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (length < 0 && errno != EAGAIN) {
+            return false;
+        }
+        sent += length > 0 ? static_cast<std::size_t>(length) : 0;
+        if (length < 0 &&
+            !waitUntil([this, connection]() { return hasArrived(connection) || isStopped(); })) {
+            return false;
+        }
+        if (isStopped()) {
+            return false;
+        }
+    }
+    return waitUntil([this, connection]() { return hasArrived(connection) || isStopped(); });
+}
+
+} // namespace ZNORBTEST

@@ -1,0 +1,47 @@
+#include "tests/support/ProcessEnd.h"
+
+#include "tests/support/Sandbox.h"
+
+#include <sys/wait.h>
+
+#include <optional>
+#include <ostream>
+
+namespace ZNORBTEST {
+
+ProcessEnd endFrom(int waitStatus) {
+    return WIFSIGNALED(waitStatus) ? endedBy(WTERMSIG(waitStatus)) : exitedWith(WEXITSTATUS(waitStatus));
+}
+
+std::ostream& operator<<(std::ostream& stream, const ProcessEnd& end) {
+    switch (end.kind) {
+    case ProcessEnd::Kind::Exited:
+        return stream << "exited with status " << end.number;
+    case ProcessEnd::Kind::Signalled:
+        return stream << "ended by signal " << end.number;
+    case ProcessEnd::Kind::Running:
+        break;
+    }
+    return stream << "still running";
+}
+
+ProcessEnd waitForEndOf(pid_t pid, Milliseconds bound) {
+    ProcessEnd end;
+    (void)waitUntil(
+        [pid, &end]() {
+            int waitStatus = 0;
+            if (waitpid(pid, &waitStatus, WNOHANG) == pid) {
+                end = endFrom(waitStatus);
+                return true;
+            }
+            const std::optional<int> orphan = endOfOrphan(pid);
+            if (orphan.has_value()) {
+                end = endFrom(*orphan);
+            }
+            return orphan.has_value();
+        },
+        bound);
+    return end;
+}
+
+} // namespace ZNORBTEST

@@ -1,0 +1,92 @@
+#include "tests/support/Processes.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstdlib>
+
+namespace ZNORBTEST {
+namespace {
+
+std::vector<pid_t> allProcesses() {
+    std::vector<pid_t> result;
+    DIR* directory = opendir("/proc");
+    while (directory != nullptr) {
+        const dirent* entry = readdir(directory);
+        if (entry == nullptr) {
+            break;
+        }
+        const long number = std::strtol(entry->d_name, nullptr, 10);
+        if (number > 0) {
+            result.push_back(static_cast<pid_t>(number));
+        }
+    }
+    if (directory != nullptr) {
+        (void)closedir(directory);
+    }
+    return result;
+}
+
+/// "/proc/<pid>/stat", one line: pid (name) state parent ... The name may hold anything, ")" included.
+std::string statLine(pid_t pid) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/stat";
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file == -1) {
+        return "";
+    }
+    char buffer[1024];
+    const ssize_t length = read(file, buffer, sizeof buffer);
+    (void)close(file);
+    return length > 0 ? std::string(buffer, static_cast<std::size_t>(length)) : "";
+}
+
+/// -1 when there is no such process.
+pid_t parentOf(pid_t pid) {
+    const std::string line = statLine(pid);
+    const std::size_t end = line.rfind(')');
+    if (end == std::string::npos || line.size() < end + 5) {
+        return -1;
+    }
+    return static_cast<pid_t>(std::strtol(line.c_str() + end + 4, nullptr, 10)); // behind ") S "
+}
+
+} // namespace
+
+std::vector<pid_t> childrenOf(pid_t parent) {
+    std::vector<pid_t> result;
+    for (const pid_t pid : allProcesses()) {
+        if (parentOf(pid) == parent) {
+            result.push_back(pid);
+        }
+    }
+    return result;
+}
+
+std::string programOf(pid_t pid) {
+    char target[PATH_MAX];
+    const std::string link = "/proc/" + std::to_string(pid) + "/exe";
+    const ssize_t length = readlink(link.c_str(), target, sizeof target);
+    return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : "";
+}
+
+std::string nameOf(pid_t pid) {
+    const std::string line = statLine(pid);
+    const std::size_t begin = line.find('(');
+    const std::size_t end = line.rfind(')');
+    return begin == std::string::npos || end == std::string::npos ? ""
+                                                                  : line.substr(begin + 1, end - begin - 1);
+}
+
+std::vector<pid_t> processesRunning(const std::string& program) {
+    std::vector<pid_t> result;
+    for (const pid_t pid : allProcesses()) {
+        if (programOf(pid) == program) {
+            result.push_back(pid);
+        }
+    }
+    return result;
+}
+
+} // namespace ZNORBTEST

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+/// What /proc tells about processes.
+namespace ZNORBTEST {
+
+/// The living processes and zombies whose parent is `parent`.
+std::vector<pid_t> childrenOf(pid_t parent);
+
+/// The path of the program that the process runs, with " (deleted)" behind it if the file is gone; empty
+/// for a zombie and for no process.
+std::string programOf(pid_t pid);
+
+/// The process' name, at most 15 characters; empty when there is no such process. Zombies keep theirs.
+std::string nameOf(pid_t pid);
+
+/// All processes that run this very program file.
+std::vector<pid_t> processesRunning(const std::string& program);
+
+} // namespace ZNORBTEST

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+namespace ZNORBTEST {
+
+/// Watches and steers the calls of `select` in this program, so that tests learn which time-outs are asked
+/// for without having to wait for them. Linked into a program, it puts a `select` of its own before the C
+/// library's; while no recorder lives, that one waits as it is told.
+///
+/// One recorder at a time. Any thread may call `select` meanwhile; the recorder itself belongs to the test's
+/// thread. A child of a fork steers and records for itself.
+class SelectRecorder {
+public:
+    struct Call {
+        int highestPlusOne;
+        std::vector<int> reading; ///< the descriptors to be read, ascending
+        bool onlyReading;         ///< neither writing nor exceptional conditions were asked for
+        long seconds;             ///< of the time-out; -1 without one
+        long microseconds;
+    };
+
+    SelectRecorder();
+    ~SelectRecorder();
+    SelectRecorder(const SelectRecorder&) = delete;
+    SelectRecorder& operator=(const SelectRecorder&) = delete;
+
+    /// Makes every wait from now on shorter by this factor.
+    static void divideWaitsBy(long divisor);
+
+    /// Lets calls fail with this error instead of waiting: the next `times` ones, after `skipped` that do
+    /// what they are told.
+    static void fail(int error, unsigned times = 1, unsigned skipped = 0);
+
+    /// Lets the next call return 1 with empty sets: something is ready, but nothing that was asked for.
+    static void returnOneWithoutDescriptor();
+
+    /// All calls that were made since the recorder was made, in order, those under way included.
+    static std::vector<Call> calls();
+
+    /// Waits until that many calls have been made. False when they were not within 30 seconds.
+    static bool awaitCalls(std::size_t count);
+};
+
+} // namespace ZNORBTEST

@@ -1,0 +1,79 @@
+#include "tests/support/SharedTable.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+
+namespace ZNORBTEST {
+
+std::optional<znorb_shared_table> readSharedTable() {
+    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDONLY, 0);
+    struct stat status {};
+    if (descriptor == -1) {
+        return std::nullopt;
+    }
+    void* memory = MAP_FAILED;
+    if (fstat(descriptor, &status) == 0 && status.st_size >= ZNORB_TABLE_SIZE) {
+        memory = mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ, MAP_SHARED, descriptor, 0);
+    }
+    (void)close(descriptor);
+    if (memory == MAP_FAILED) {
+        return std::nullopt;
+    }
+    znorb_shared_table copy;
+    std::memcpy(&copy, memory, sizeof copy);
+    (void)munmap(memory, ZNORB_TABLE_SIZE);
+    return copy;
+}
+
+std::string identifierOf(const znorb_client_entry& entry) {
+    return std::string(entry.identifier, strnlen(entry.identifier, sizeof entry.identifier));
+}
+
+OwnSharedTable::OwnSharedTable() {
+    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR | O_CREAT | O_EXCL, 0666);
+    m_isOurs = descriptor != -1 && ftruncate(descriptor, ZNORB_TABLE_SIZE) == 0;
+    EXPECT_TRUE(m_isOurs) << ZNORB_TABLE_NAME << ": " << std::strerror(errno);
+    // Without the object the test, which has failed, gets memory of its own to go on with.
+    void* memory = mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ | PROT_WRITE,
+                        m_isOurs ? MAP_SHARED : MAP_SHARED | MAP_ANONYMOUS, m_isOurs ? descriptor : -1, 0);
+    if (memory == MAP_FAILED) {
+        throw std::bad_alloc();
+    }
+    m_table = static_cast<znorb_shared_table*>(memory);
+    if (descriptor != -1) {
+        (void)close(descriptor);
+    }
+}
+
+OwnSharedTable::~OwnSharedTable() {
+    (void)munmap(m_table, ZNORB_TABLE_SIZE);
+    if (m_isOurs) {
+        (void)shm_unlink(ZNORB_TABLE_NAME);
+    }
+}
+
+void OwnSharedTable::claim(unsigned index) const {
+    znorb_client_entry& entry = m_table->entries[index];
+    entry = {};
+    __atomic_store_n(&entry.in_use, std::uint8_t{1}, __ATOMIC_RELEASE);
+    if (m_table->count <= index) {
+        m_table->count = index + 1;
+    }
+}
+
+std::uint16_t OwnSharedTable::portOf(unsigned index) const {
+    return __atomic_load_n(&m_table->entries[index].port, __ATOMIC_ACQUIRE);
+}
+
+bool OwnSharedTable::isInUse(unsigned index) const {
+    return __atomic_load_n(&m_table->entries[index].in_use, __ATOMIC_ACQUIRE) != 0;
+}
+
+} // namespace ZNORBTEST

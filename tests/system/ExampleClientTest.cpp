@@ -1,0 +1,313 @@
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/Processes.h"
+#include "tests/support/SanitizerReports.h"
+#include "tests/support/SharedTable.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <list>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::HasSubstr;
+using testing::StartsWith;
+using namespace ZNORBTEST;
+
+constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";
+constexpr const char* exitResponse = "HTTP/1.0 200 OK\r\n"
+                                     "Content-Type: application/json\r\n"
+                                     "Content-Length: 21\r\n\r\n"
+                                     "{\"result\":\"exiting\"}\n";
+constexpr const char* notFoundResponse = "HTTP/1.0 404 Not Found\r\n"
+                                         "Content-Type: application/json\r\n"
+                                         "Content-Length: 23\r\n\r\n"
+                                         "{\"result\":\"not found\"}\n";
+
+class ExampleClient : public testing::Test {
+protected:
+    Launch launch(const std::vector<std::string>& arguments) const {
+        Launch result;
+        const std::string self = programOf(getpid());
+        result.program = self.substr(0, self.rfind('/')) + "/znorbclient";
+        result.arguments = arguments;
+        result.environment = m_reports.environment();
+        return result;
+    }
+
+    // The usual client of an entry, claimed for it; returns when it has filled the entry in.
+    ChildProcess& startClient(unsigned index, const std::vector<std::string>& more = {}) {
+        table.claim(index);
+        std::vector<std::string> arguments = {"-lang", "en", "-wbx", "-index", std::to_string(index)};
+        arguments.insert(arguments.end(), more.begin(), more.end());
+        ChildProcess& client = m_clients.emplace_back(launch(arguments));
+        EXPECT_TRUE(waitUntil([this, index]() { return table.portOf(index) != 0; })) << client.errors();
+        return client;
+    }
+
+    std::string ask(unsigned index, const std::string& request) const {
+        LocalConnection connection = LocalConnection::toPort(table.portOf(index));
+        EXPECT_TRUE(connection.isConnected() && connection.send(request));
+        const std::string response = connection.receiveUntilClosed();
+        EXPECT_TRUE(connection.wasClosed());
+        return response;
+    }
+
+    // Ends the client as the daemon would; it must be there and in order.
+    void endInOrder(unsigned index, ChildProcess& client) const {
+        EXPECT_EQ(ask(index, exitRequest), exitResponse);
+        EXPECT_EQ(client.waitForEnd(), exitedWith(0));
+        EXPECT_FALSE(table.isInUse(index));
+    }
+
+    OwnSharedTable table;
+
+private:
+    SanitizerReports m_reports;
+    std::list<ChildProcess> m_clients;
+};
+
+TEST_F(ExampleClient, WritesItsIdentifierAndPortIntoItsEntry) {
+    ChildProcess& client = startClient(3);
+    EXPECT_EQ(identifierOf(table->entries[3]), "znorbclient-" + std::to_string(client.pid()) + " en");
+    EXPECT_EQ(table->entries[3].in_use, 1);
+    EXPECT_TRUE(LocalConnection::toPort(table.portOf(3)).isConnected());
+}
+
+TEST_F(ExampleClient, TouchesNoOtherPartOfTheTable) {
+    const znorb_shared_table before = *table;
+    ChildProcess& client = startClient(5);
+    endInOrder(5, client);
+
+    EXPECT_EQ(table->count, 6U); // from the claim
+    EXPECT_EQ(table->entries[5].reserved, 0U);
+    table->entries[5] = before.entries[5];
+    table->count = before.count;
+    EXPECT_EQ(std::memcmp(&before, &*table, sizeof before), 0);
+}
+
+TEST_F(ExampleClient, AnswersTheExitRequestAndFreesItsEntryAndEnds) {
+    endInOrder(0, startClient(0));
+}
+
+TEST_F(ExampleClient, ServesTheFirstAndTheLastEntryAtTheSameTime) {
+    ChildProcess& first = startClient(0);
+    ChildProcess& last = startClient(63);
+    EXPECT_NE(table.portOf(0), table.portOf(63));
+    endInOrder(63, last);
+    EXPECT_TRUE(table.isInUse(0));
+    endInOrder(0, first);
+}
+
+TEST_F(ExampleClient, ListensOnTheLoopbackAddressOnly) {
+    startClient(0);
+    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(table.portOf(0));
+    address.sin_addr.s_addr = inet_addr("127.0.0.2"); // answered by a socket that is bound to any address
+    EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), -1);
+    EXPECT_EQ(errno, ECONNREFUSED);
+    (void)close(descriptor);
+}
+
+TEST_F(ExampleClient, AnswersOtherRequestsWithNotFoundAndGoesOn) {
+    ChildProcess& client = startClient(0);
+    for (const char* request :
+         {"GET /ExitApplication.json HTTP/1.0\r\n\r\n", "POST / HTTP/1.0\r\n\r\n",
+          "post /ExitApplication.json HTTP/1.0\r\n\r\n", "\r\n\r\n",
+          "POST /ExitApplication.jsonp HTTP/1.0\r\n\r\n", "POST /ExitApplication.json?now HTTP/1.0\r\n\r\n",
+          "POST /ExitApplication.json\r\n\r\n"}) {
+        EXPECT_EQ(ask(0, request), notFoundResponse) << request;
+    }
+    endInOrder(0, client);
+}
+
+TEST_F(ExampleClient, UnderstandsARequestThatArrivesInPieces) {
+    ChildProcess& client = startClient(0);
+    {
+        LocalConnection connection = LocalConnection::toPort(table.portOf(0));
+        for (const char* byte = exitRequest; *byte != '\0'; ++byte) {
+            ASSERT_TRUE(connection.send(std::string(1, *byte)));
+        }
+        EXPECT_EQ(connection.receiveUntilClosed(), exitResponse);
+    }
+    EXPECT_EQ(client.waitForEnd(), exitedWith(0));
+}
+
+TEST_F(ExampleClient, IsNotHeldUpByPeersThatSayNothing) {
+    ChildProcess& client = startClient(0);
+    const LocalConnection silent = LocalConnection::toPort(table.portOf(0));
+    const LocalConnection alsoSilent = LocalConnection::toPort(table.portOf(0));
+    ASSERT_TRUE(silent.isConnected() && alsoSilent.isConnected());
+    endInOrder(0, client); // it gave up on both before
+}
+
+TEST_F(ExampleClient, SurvivesPeersThatHangUp) {
+    ChildProcess& client = startClient(0);
+    for (const char* begun : {"", "P", "POST /ExitApplication.json HTTP/1.0\r\n", "GET / HTTP/1.0\r\n\r\n"}) {
+        const LocalConnection connection = LocalConnection::toPort(table.portOf(0));
+        const linger reset = {1, 0}; // closed with a reset, which meets the answer
+        ASSERT_EQ(setsockopt(connection.descriptor(), SOL_SOCKET, SO_LINGER, &reset, sizeof reset), 0);
+        ASSERT_TRUE(*begun == '\0' || connection.send(begun));
+    }
+    endInOrder(0, client);
+}
+
+TEST_F(ExampleClient, HangsUpOnARequestThatHasNoEnd) {
+    ChildProcess& client = startClient(0);
+    for (const std::string& endless :
+         {std::string(8193, 'x'),
+          std::string("POST /ExitApplication.json HTTP/1.0\r\nX: ") + std::string(9000, 'x'),
+          std::string("\0\0\r\n\r\n", 6) + std::string(9000, '\0')}) {
+        LocalConnection connection = LocalConnection::toPort(table.portOf(0));
+        (void)connection.send(endless);
+        (void)connection.receiveUntilClosed();
+        EXPECT_TRUE(connection.wasClosed());
+    }
+    endInOrder(0, client);
+}
+
+TEST_F(ExampleClient, EndsByItselfWhenItsTimeIsUp) {
+    ChildProcess& client = startClient(0, {"-timeout", "1"});
+    EXPECT_EQ(client.waitForEnd(), exitedWith(0));
+    EXPECT_FALSE(table.isInUse(0));
+}
+
+TEST_F(ExampleClient, EndsInTimeAlsoWhileAPeerHoldsIt) {
+    ChildProcess& client = startClient(0, {"-timeout", "1"});
+    const LocalConnection silent = LocalConnection::toPort(table.portOf(0));
+    EXPECT_EQ(client.waitForEnd(), exitedWith(0));
+    EXPECT_FALSE(table.isInUse(0));
+}
+
+TEST_F(ExampleClient, TakesZeroAndGarbageForTheUsualTimeOut) {
+    unsigned index = 0;
+    for (const char* timeOut : {"0", "", "-1", "x", "1x", " 1", "0.1", "99999999999999999999"}) {
+        ChildProcess& client = startClient(index, {"-timeout", timeOut});
+        EXPECT_EQ(client.waitForEnd(Milliseconds(20)), stillRunning()) << timeOut;
+        endInOrder(index, client);
+        ++index;
+    }
+}
+
+TEST_F(ExampleClient, FreesItsEntryWhenItIsEndedByASignal) {
+    unsigned index = 0;
+    for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
+        ChildProcess& client = startClient(index);
+        ASSERT_EQ(kill(client.pid(), number), 0);
+        EXPECT_EQ(client.waitForEnd(), exitedWith(0));
+        EXPECT_FALSE(table.isInUse(index));
+        ++index;
+    }
+}
+
+TEST_F(ExampleClient, CutsALanguageThatIsTooLongForTheField) {
+    table.claim(0);
+    const std::string language(500, 'x');
+    ChildProcess client(launch({"-lang", language, "-wbx", "-index", "0"}));
+    ASSERT_TRUE(waitUntil([this]() { return table.portOf(0) != 0; }));
+    const std::string whole = "znorbclient-" + std::to_string(client.pid()) + " " + language;
+    EXPECT_EQ(identifierOf(table->entries[0]), whole.substr(0, ZNORB_IDENTIFIER_SIZE - 1));
+    EXPECT_EQ(table->entries[0].identifier[ZNORB_IDENTIFIER_SIZE - 1], '\0');
+    endInOrder(0, client);
+}
+
+TEST_F(ExampleClient, TakesAnEmptyLanguageAndALanguageThatLooksLikeAFormat) {
+    table.claim(0);
+    ChildProcess empty(launch({"-lang", "", "-wbx", "-index", "0"}));
+    table.claim(1);
+    ChildProcess format(launch({"-lang", "%s%n", "-wbx", "-index", "1", "-timeout", "30"}));
+    ASSERT_TRUE(waitUntil([this]() { return table.portOf(0) != 0 && table.portOf(1) != 0; }));
+    EXPECT_EQ(identifierOf(table->entries[0]), "znorbclient-" + std::to_string(empty.pid()) + " ");
+    EXPECT_EQ(identifierOf(table->entries[1]), "znorbclient-" + std::to_string(format.pid()) + " %s%n");
+    endInOrder(0, empty);
+    endInOrder(1, format);
+}
+
+TEST_F(ExampleClient, KeepsNoDescriptorOfAConnection) {
+    ChildProcess& client = startClient(0);
+    const std::string descriptors = "/proc/" + std::to_string(client.pid()) + "/fd";
+    const std::vector<std::string> before = namesIn(descriptors);
+    ASSERT_FALSE(before.empty());
+    EXPECT_EQ(ask(0, "GET / HTTP/1.0\r\n\r\n"), notFoundResponse);
+    (void)LocalConnection::toPort(table.portOf(0)); // hangs up at once
+    EXPECT_EQ(ask(0, "GET / HTTP/1.0\r\n\r\n"), notFoundResponse);
+    EXPECT_TRUE(waitUntil([&]() { return namesIn(descriptors) == before; }));
+    endInOrder(0, client);
+}
+
+TEST_F(ExampleClient, SaysItsPortAndWhyItEndsInTestMode) {
+    table.claim(0);
+    ChildProcess client(launch({"-v", "-lang", "en", "-wbx", "-index", "0"}));
+    ASSERT_TRUE(waitUntil([this]() { return table.portOf(0) != 0; }));
+    const std::uint16_t port = table.portOf(0);
+    endInOrder(0, client);
+    EXPECT_EQ(client.errors(), "znorbclient: entry 0, port " + std::to_string(port) +
+                                   "\nznorbclient: entry 0, asked to exit over HTTP\n");
+}
+
+TEST_F(ExampleClient, SaysNothingOtherwise) {
+    ChildProcess& client = startClient(0);
+    endInOrder(0, client);
+    EXPECT_EQ(client.errors(), "");
+    EXPECT_EQ(client.output(), "");
+}
+
+TEST_F(ExampleClient, RefusesAnEntryThatIsNotInTheTable) {
+    for (const char* index : {"64", "65536", "-1", "", "x", "1x", "99999999999999999999"}) {
+        const ProgramResult result = runProgram(launch({"-lang", "en", "-wbx", "-index", index}));
+        EXPECT_EQ(result.end, exitedWith(1)) << index;
+        EXPECT_THAT(result.errors, HasSubstr("-index"));
+    }
+    EXPECT_EQ(runProgram(launch({"-lang", "en", "-wbx"})).end, exitedWith(1));
+    EXPECT_EQ(runProgram(launch({"-lang", "en", "-wbx", "-index"})).end, exitedWith(1));
+    EXPECT_EQ(runProgram(launch({})).end, exitedWith(1));
+}
+
+TEST_F(ExampleClient, RefusesAnEntryThatWasNotClaimed) {
+    const ProgramResult result = runProgram(launch({"-lang", "en", "-wbx", "-index", "0"}));
+    EXPECT_EQ(result.end, exitedWith(1));
+    EXPECT_THAT(result.errors, HasSubstr("not claimed"));
+    EXPECT_EQ(table.portOf(0), 0);
+}
+
+TEST_F(ExampleClient, SkipsWordsThatItDoesNotKnow) {
+    ChildProcess& client = startClient(0, {"-newer", "-option", "value"});
+    endInOrder(0, client);
+}
+
+// Without the daemon's table.
+class ExampleClientAlone : public ExampleClient {
+protected:
+    ExampleClientAlone() { (void)shm_unlink(ZNORB_TABLE_NAME); }
+};
+
+TEST_F(ExampleClientAlone, SaysThatThereIsNoTable) {
+    const ProgramResult result = runProgram(launch({"-lang", "en", "-wbx", "-index", "0"}));
+    EXPECT_EQ(result.end, exitedWith(1));
+    EXPECT_THAT(result.errors, StartsWith("znorbclient: the table /znorb.shvars cannot be opened"));
+    EXPECT_FALSE(readSharedTable().has_value()); // and makes none
+}
+
+TEST_F(ExampleClientAlone, RefusesATableThatIsTooSmall) {
+    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR | O_CREAT | O_EXCL, 0666);
+    ASSERT_NE(descriptor, -1);
+    ASSERT_EQ(ftruncate(descriptor, ZNORB_TABLE_SIZE - 1), 0);
+    (void)close(descriptor);
+    EXPECT_EQ(runProgram(launch({"-lang", "en", "-wbx", "-index", "0"})).end, exitedWith(1));
+}
+
+} // namespace

@@ -1,0 +1,177 @@
+/// What the real daemon gives to a launched client, and what becomes of a launch that fails.
+
+#include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/Processes.h"
+#include "tests/support/SharedTable.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class LaunchedClient : public testing::Test {
+protected:
+    /// Starts the daemon and, by this request, its first client.
+    void launchBy(const std::string& request) {
+        ASSERT_TRUE(driver.startServing());
+        ASSERT_EQ(askDaemon(request), "0");
+        ASSERT_TRUE(DaemonDriver::waitForClient(0));
+        ASSERT_EQ(driver.clients().size(), 1U);
+        client = "/proc/" + std::to_string(driver.clients()[0]);
+    }
+
+    std::vector<std::string> arguments() const {
+        std::vector<std::string> words;
+        std::string word;
+        for (const char character : readFile(client + "/cmdline")) {
+            if (character == '\0') {
+                words.push_back(word);
+                word.clear();
+            } else {
+                word += character;
+            }
+        }
+        return words;
+    }
+
+    /// A set of signals from the client's /proc status.
+    unsigned long long signalSet(const std::string& field) const {
+        const std::string text = readFile(client + "/status");
+        return std::stoull(text.substr(text.find(field + ":\t") + field.size() + 2), nullptr, 16);
+    }
+
+    std::string link(const std::string& name) const {
+        std::error_code error;
+        return std::filesystem::read_symlink(client + "/" + name, error);
+    }
+
+    DaemonDriver driver;
+    std::string client;
+};
+
+TEST_F(LaunchedClient, GetsItsLanguageAndEntry) {
+    launchBy("GET|en");
+    EXPECT_THAT(arguments(), ElementsAre(driver.client(), "-lang", "en", "-wbx", "-index", "0"));
+}
+
+TEST_F(LaunchedClient, GetsATimeOutThatWasAskedForAndNothingBeyondIt) {
+    launchBy("GET|de|30|more");
+    EXPECT_THAT(arguments(),
+                ElementsAre(driver.client(), "-lang", "de", "-wbx", "-index", "0", "-timeout", "30"));
+}
+
+TEST_F(LaunchedClient, GetsNoTimeOutForAnEmptyOneAndAnEmptyLanguageAsItIs) {
+    launchBy("GET||");
+    EXPECT_THAT(arguments(), ElementsAre(driver.client(), "-lang", "", "-wbx", "-index", "0"));
+}
+
+TEST_F(LaunchedClient, RunsInTheExecutablesDirectory) {
+    launchBy("GET|en");
+    EXPECT_EQ(link("cwd"), driver.directory());
+}
+
+TEST_F(LaunchedClient, InheritsNoDescriptorOfTheDaemonsButTheStandardOnesOnNull) {
+    launchBy("GET|en");
+    EXPECT_EQ(link("fd/0"), "/dev/null");
+    EXPECT_EQ(link("fd/1"), "/dev/null");
+    EXPECT_EQ(link("fd/2"), "/dev/null");
+    std::vector<std::string> unixSockets;
+    const std::string table = readFile(client + "/net/unix");
+    for (const std::string& name : namesIn(client + "/fd")) {
+        const std::string target = link("fd/" + name);
+        if (target.starts_with("socket:[") &&
+            table.find(" " + target.substr(8, target.size() - 9)) != std::string::npos) {
+            unixSockets.push_back(target);
+        }
+    }
+    EXPECT_THAT(unixSockets, IsEmpty()); // neither the listening socket nor the requester's connection
+}
+
+TEST_F(LaunchedClient, GetsAnEmptyMaskAndTheDaemonsDispositionsAndUmask) {
+    // In the client's place a program that changes nothing of what it was given.
+    ASSERT_TRUE(driver.startServing());
+    driver.installAsClient("znorb-waiter");
+    ASSERT_EQ(askDaemon("GET|en"), "0");
+    ASSERT_TRUE(waitUntil([&]() { return driver.clients().size() == 1; }));
+    client = "/proc/" + std::to_string(driver.clients()[0]);
+    EXPECT_EQ(signalSet("SigBlk"), 0U);
+    EXPECT_EQ(signalSet("SigCgt"), 0U);
+    const auto bit = [](int number) { return 1ULL << (number - 1); };
+    EXPECT_EQ(signalSet("SigIgn") & (bit(SIGTTOU) | bit(SIGTTIN) | bit(SIGTSTP) | bit(SIGHUP) | bit(SIGCHLD)),
+              bit(SIGTTOU) | bit(SIGTTIN) | bit(SIGTSTP) | bit(SIGHUP) | bit(SIGCHLD));
+    EXPECT_EQ(signalSet("SigIgn") & (bit(SIGTERM) | bit(SIGINT)), 0U);
+    EXPECT_NE(readFile(client + "/status").find("Umask:\t0000"), std::string::npos);
+}
+
+TEST_F(LaunchedClient, ThatEndsNeverBecomesAZombie) {
+    launchBy("GET|en|1");
+    ASSERT_TRUE(waitUntil([&]() { return driver.clients().empty(); }));
+    EXPECT_TRUE(waitUntil([&]() { return childrenOf(driver.daemon()).empty(); }));
+    EXPECT_EQ(askDaemon("GET|en"), "0"); // it had freed its entry
+}
+
+class FailedLaunch : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(driver.startServing());
+        ASSERT_EQ(unlink(driver.client().c_str()), 0);
+        // The forked copy answers on the same connection as well, so one or two replies arrive.
+        const auto reply = askDaemon("GET|en");
+        ASSERT_TRUE(reply == "0" || reply == "00") << reply.value_or("none");
+        ASSERT_TRUE(waitUntil([&]() { return daemons().size() == 2; }));
+    }
+
+    std::vector<pid_t> daemons() const { return processesRunning(driver.program()); }
+
+    DaemonDriver driver;
+};
+
+TEST_F(FailedLaunch, KeepsASecondDaemonThatServesToo) {
+    for (int request = 0; request < 20; ++request) {
+        EXPECT_EQ(askDaemon("PRINT"), "0");
+    }
+    EXPECT_EQ(daemons().size(), 2U);
+    const auto table = readSharedTable();
+    ASSERT_TRUE(table.has_value());
+    EXPECT_EQ(table->count, 1U);
+    EXPECT_EQ(table->entries[0].in_use, 1);
+}
+
+TEST_F(FailedLaunch, LeavesOneDaemonThatOnlyASignalEndsOnceTheOtherHasQuit) {
+    ASSERT_EQ(askDaemon("QUIT"), "0");
+    ASSERT_TRUE(waitUntil([&]() { return daemons().size() == 1; }));
+    // The one that quit has shut the socket down that both shared.
+    EXPECT_FALSE(LocalConnection::toPath("/var/run/znorb.socket").isConnected());
+    const pid_t left = daemons()[0];
+    ASSERT_EQ(kill(left, SIGTERM), 0);
+    EXPECT_EQ(waitForEndOf(left), exitedWith(10));
+}
+
+TEST(FailedLaunchOfALaterEntry, IsAnsweredWithItsNumberOnceOrTwice) {
+    DaemonDriver driver;
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(askDaemon("GET|en"), "0");
+    ASSERT_EQ(unlink(driver.client().c_str()), 0);
+    const auto reply = askDaemon("GET|en");
+    EXPECT_TRUE(reply == "1" || reply == "11") << reply.value_or("none");
+}
+
+TEST(LongInstallationPath, BeyondEightyBytesLaunchesNothingFromTheRealDirectory) {
+    DaemonDriver driver("/opt/zn/" + std::string(90, 'x') + "/bin");
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_TRUE(askDaemon("GET|en").has_value());
+    EXPECT_THAT(driver.clients(), IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,87 @@
+/// What the real daemon publishes into an installed web console at its start.
+
+#include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+namespace {
+
+using namespace ZNORBTEST;
+
+constexpr const char* console = "/opt/zn/znwbx";
+constexpr const char* pages = "/opt/zn/znwbx/data/htdocs/ZNORB";
+
+class Publication : public testing::Test {
+protected:
+    void SetUp() override {
+        std::filesystem::create_directories(std::string(console) + "/webapp");
+        std::filesystem::create_directories(std::string(console) + "/data/htdocs");
+        const std::string sources = "/opt/zn/znorb/WBX/";
+        writeFile(sources + "znorb.xml", "<xml>\r\n\0</xml>", 0600);
+        writeFile(sources + "chp.htm", "<html/>\n", 0600);
+        writeFile(sources + "ipcelmclient.php",
+                  "a %ZNORB_BIN_PATH% b %ZNORB_HTML_PATH% c %ZNORB_BIN_PATH% d\n", 0600);
+    }
+    void TearDown() override {
+        std::filesystem::remove_all(console);
+        std::filesystem::remove_all("/opt/zn/znorb/WBX");
+    }
+
+    DaemonDriver driver;
+};
+
+TEST_F(Publication, HappensOnceAtTheStartWithTheRightContentAndModes) {
+    ASSERT_TRUE(driver.startServing()); // it listens only after it has published
+    const std::string base = pages;
+    EXPECT_EQ(readFile(std::string(console) + "/webapp/znorb.xml"), readFile("/opt/zn/znorb/WBX/znorb.xml"));
+    EXPECT_EQ(readFile(base + "/chp.htm"), "<html/>\n");
+    EXPECT_EQ(readFile(base + "/ipcelmclient.php"),
+              "a /opt/zn/znorb/bin b /opt/zn/znorb/HTML/ORB1 c %ZNORB_BIN_PATH% d\n");
+    EXPECT_EQ(readFile(base + "/bin/znorbrequestor"), readFile(driver.requestor()));
+    EXPECT_EQ(modeOf(std::string(console) + "/webapp/znorb.xml"), 0644U);
+    EXPECT_EQ(modeOf(base), 0755U);
+    EXPECT_EQ(modeOf(base + "/chp.htm"), 0644U);
+    EXPECT_EQ(modeOf(base + "/ipcelmclient.php"), 0644U);
+    EXPECT_EQ(modeOf(base + "/bin"), 0755U);
+    EXPECT_EQ(modeOf(base + "/bin/znorbrequestor"), 0755U);
+}
+
+TEST_F(Publication, ReplacesWhatAnEarlierStartPublished) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(askDaemon("QUIT"), "0");
+    ASSERT_EQ(driver.waitForDaemon(), exitedWith(255));
+    writeFile("/opt/zn/znorb/WBX/chp.htm", "new", 0644);
+    ASSERT_TRUE(driver.startServing());
+    EXPECT_EQ(readFile(std::string(pages) + "/chp.htm"), "new");
+}
+
+TEST_F(Publication, TakesTheHtmlDirectoryFromTheEnvironment) {
+    driver.setEnvironment("ZNORB_HTML_PATH=/srv/html\\x");
+    ASSERT_TRUE(driver.startServing());
+    EXPECT_EQ(readFile(std::string(pages) + "/ipcelmclient.php"),
+              "a /opt/zn/znorb/bin b /srv/html\\\\x c %ZNORB_BIN_PATH% d\n");
+}
+
+TEST_F(Publication, WritesNothingIntoAConsoleThatIsNotWhole) {
+    std::filesystem::remove_all(std::string(console) + "/data/htdocs");
+    ASSERT_TRUE(driver.startServing());
+    EXPECT_FALSE(exists(std::string(console) + "/webapp/znorb.xml"));
+    EXPECT_FALSE(exists(std::string(console) + "/data/htdocs"));
+}
+
+TEST_F(Publication, IsNotHeldUpByAFifoInAPagesPlace) {
+    ASSERT_EQ(unlink("/opt/zn/znorb/WBX/chp.htm"), 0);
+    ASSERT_EQ(mkfifo("/opt/zn/znorb/WBX/chp.htm", 0644), 0);
+    ASSERT_TRUE(driver.startServing());
+    EXPECT_FALSE(exists(std::string(pages) + "/chp.htm"));
+    EXPECT_TRUE(exists(std::string(pages) + "/ipcelmclient.php"));
+}
+
+} // namespace

@@ -1,0 +1,204 @@
+/// The socket's dialogue with the real daemon: every kind of request and requester.
+
+#include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/Processes.h"
+#include "tests/support/SharedTable.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr const char* socketPath = "/var/run/znorb.socket";
+
+class Request : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(driver.startServing()); }
+
+    static std::uint32_t tableCount() {
+        const auto table = readSharedTable();
+        return table.has_value() ? table->count : 0xffffffffU;
+    }
+
+    /// Writes into the shared table as any process of the machine may.
+    static void writeTable(off_t offset, const std::string& bytes) {
+        const int descriptor = shm_open("/znorb.shvars", O_RDWR, 0);
+        ASSERT_NE(descriptor, -1);
+        EXPECT_EQ(pwrite(descriptor, bytes.data(), bytes.size(), offset), static_cast<ssize_t>(bytes.size()));
+        (void)close(descriptor);
+    }
+
+    DaemonDriver driver;
+};
+
+TEST_F(Request, GetAnswersTheEntrysNumberAndTheClientFillsItIn) {
+    EXPECT_EQ(askDaemon("GET|en"), "0");
+    EXPECT_EQ(askDaemon("GET|en"), "1");
+    ASSERT_TRUE(DaemonDriver::waitForClient(0));
+    ASSERT_TRUE(DaemonDriver::waitForClient(1));
+    const auto table = readSharedTable();
+    ASSERT_TRUE(table.has_value());
+    EXPECT_EQ(table->count, 2U);
+    EXPECT_EQ(table->entries[0].in_use, 1);
+    EXPECT_EQ(driver.clients().size(), 2U);
+    EXPECT_NE(identifierOf(table->entries[0]), identifierOf(table->entries[1]));
+}
+
+TEST_F(Request, GetTakesTheLowestEntryThatAClientHasFreed) {
+    for (const char* number : {"0", "1", "2"}) {
+        ASSERT_EQ(askDaemon("GET|en"), number);
+    }
+    writeTable(4 + 128, std::string(1, '\0'));
+    EXPECT_EQ(askDaemon("GET|en"), "1");
+    EXPECT_EQ(tableCount(), 3U);
+}
+
+TEST_F(Request, GetWithoutALanguageIsAnsweredZeroAndLaunchesNothing) {
+    EXPECT_EQ(askDaemon("GET"), "0");
+    EXPECT_EQ(tableCount(), 0U);
+    EXPECT_THAT(driver.clients(), IsEmpty());
+}
+
+TEST_F(Request, GetWithAnEmptyLanguageLaunches) {
+    EXPECT_EQ(askDaemon("GET|"), "0");
+    EXPECT_EQ(tableCount(), 1U);
+    EXPECT_TRUE(DaemonDriver::waitForClient(0));
+}
+
+TEST_F(Request, GetOfAFullTableIsAnsweredZeroAndLaunchesNothing) {
+    writeTable(0, std::string("\x40\0\0\0", 4));
+    for (off_t entry = 0; entry < 64; ++entry) {
+        writeTable(4 + 128 * entry, std::string(1, '\1'));
+    }
+    EXPECT_EQ(askDaemon("GET|en"), "0");
+    EXPECT_EQ(tableCount(), 64U);
+    EXPECT_THAT(driver.clients(), IsEmpty());
+}
+
+TEST_F(Request, HostileCountsAndEntriesHarmNothing) {
+    writeTable(0, std::string("\xff\xff\xff\xff", 4));
+    writeTable(4, std::string(64 * 128, '\xff'));
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+    EXPECT_EQ(askDaemon("GET|en"), "0");
+    EXPECT_THAT(driver.clients(), IsEmpty());
+    EXPECT_EQ(askDaemon("QUIT"), "0"); // all 64 ports are tried
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+}
+
+TEST_F(Request, PrintIsAnsweredZeroAndIgnoresFurtherTokens) {
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+    EXPECT_EQ(askDaemon("PRINT|x"), "0");
+}
+
+TEST_F(Request, UnknownOnesAreAnsweredZeroAndDoNothing) {
+    for (const char* request : {"print", "get|en", "QUIT\n", "QUIT ", " QUIT", "|QUIT", "x", "|", "GET en"}) {
+        EXPECT_EQ(askDaemon(request), "0") << request;
+    }
+    EXPECT_EQ(tableCount(), 0U);
+    EXPECT_EQ(driver.waitForDaemon(Milliseconds(0)), stillRunning());
+}
+
+TEST_F(Request, BeyondOneReceiveIsCutAndTheRestDropped) {
+    EXPECT_EQ(askDaemon("PRINT|" + std::string(1018, 'x')), "0");
+    EXPECT_TRUE(LocalConnection::toPath(socketPath).send(std::string(4096, 'x')));
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+}
+
+TEST_F(Request, ThatNeverComesGetsNoReplyAndHoldsNobodyUpAfterItsEnd) {
+    {
+        const LocalConnection silent = LocalConnection::toPath(socketPath);
+        ASSERT_TRUE(silent.isConnected());
+    }
+    LocalConnection finished = LocalConnection::toPath(socketPath);
+    finished.finishSending();
+    EXPECT_EQ(finished.receiveUntilClosed(), "");
+    EXPECT_TRUE(finished.wasClosed());
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+}
+
+TEST_F(Request, MayComeLateAndWithItsSendingSideClosed) {
+    LocalConnection connection = LocalConnection::toPath(socketPath);
+    ASSERT_TRUE(connection.send("PRINT"));
+    connection.finishSending();
+    EXPECT_EQ(connection.receiveUntilClosed(), "0");
+}
+
+TEST_F(Request, FromAnUnprivilegedUserIsServed) {
+    Launch launch;
+    launch.program = driver.requestor();
+    launch.arguments = {"PRINT"};
+    launch.asOrdinaryUser = true;
+    const ProgramResult result = runProgram(launch);
+    EXPECT_EQ(result.end, exitedWith(0));
+    EXPECT_EQ(result.output, "0\n");
+}
+
+TEST_F(Request, QuitIsAnsweredAndThenNobodyListens) {
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_FALSE(LocalConnection::toPath(socketPath).isConnected());
+    EXPECT_THAT(driver.newNames(), ElementsAre("/run/znorb.socket"));
+}
+
+TEST_F(Request, QuitWithFurtherTokensIsQuit) {
+    EXPECT_EQ(askDaemon("QUIT|now"), "0");
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+}
+
+TEST_F(Request, QuitAsksEveryClientToExit) {
+    for (const char* number : {"0", "1", "2"}) {
+        ASSERT_EQ(askDaemon("GET|en"), number);
+    }
+    for (unsigned entry = 0; entry < 3; ++entry) {
+        ASSERT_TRUE(DaemonDriver::waitForClient(entry));
+    }
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_TRUE(waitUntil([&]() { return driver.clients().empty(); }));
+}
+
+TEST_F(Request, QuitCannotReachAClientWithoutAPort) {
+    driver.installAsClient("znorb-waiter"); // it never fills anything in
+    ASSERT_EQ(askDaemon("GET|en"), "0");
+    ASSERT_TRUE(waitUntil([&]() { return driver.clients().size() == 1; }));
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(driver.clients().size(), 1U);
+}
+
+TEST_F(Request, LeavesNoDescriptorBehind) {
+    const std::string descriptors = "/proc/" + std::to_string(driver.daemon()) + "/fd";
+    const std::vector<std::string> before = namesIn(descriptors);
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_EQ(askDaemon("PRINT"), "0");
+        ASSERT_EQ(askDaemon("unknown"), "0");
+        (void)LocalConnection::toPath(socketPath);
+    }
+    ASSERT_EQ(askDaemon("GET|en"), "0");
+    ASSERT_EQ(askDaemon("PRINT"), "0");
+    EXPECT_TRUE(waitUntil([&]() { return namesIn(descriptors) == before; }));
+}
+
+TEST_F(Request, QuitPassesOverClientsThatAreGone) {
+    ASSERT_EQ(askDaemon("GET|en|1"), "0");
+    ASSERT_TRUE(DaemonDriver::waitForClient(0));
+    ASSERT_TRUE(waitUntil([&]() { return driver.clients().empty(); })); // its second is over
+    writeTable(4, std::string(1, '\1'));                                // as if it had been killed
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+}
+
+} // namespace

@@ -1,0 +1,270 @@
+/// `-d` on the real executable: the messages and statuses of a start, what the daemon is afterwards, and
+/// what a second start finds.
+
+#include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/Processes.h"
+#include "tests/support/Sandbox.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <semaphore.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <string>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::IsEmpty;
+
+constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
+constexpr const char* tableFile = "/dev/shm/znorb.shvars";
+constexpr const char* startedMessage = "The ZN Orbisan daemon has started.\n";
+constexpr const char* secondInstanceMessage =
+    "Error: Only one instance of the ZN Orbisan daemon can be active at one time.\n";
+
+class Start : public testing::Test {
+protected:
+    /// The value of a field of the daemon's /proc status, such as "SigIgn".
+    std::string statusField(const std::string& field) const {
+        const std::string text = readFile("/proc/" + std::to_string(driver.daemon()) + "/status");
+        const auto begin = text.find("\n" + field + ":\t");
+        EXPECT_NE(begin, std::string::npos) << field;
+        const auto value = begin + field.size() + 3;
+        return text.substr(value, text.find('\n', value) - value);
+    }
+
+    unsigned long long signalSet(const std::string& field) const {
+        return std::stoull(statusField(field), nullptr, 16);
+    }
+
+    static unsigned long long bit(int signalNumber) { return 1ULL << (signalNumber - 1); }
+
+    std::string daemonLink(const std::string& name) const {
+        std::error_code error;
+        return std::filesystem::read_symlink("/proc/" + std::to_string(driver.daemon()) + "/" + name, error);
+    }
+
+    DaemonDriver driver;
+};
+
+TEST_F(Start, PrintsTheStartMessageAndReturnsZero) {
+    ASSERT_TRUE(driver.start());
+    EXPECT_EQ(driver.startResult().end, exitedWith(0));
+    EXPECT_EQ(driver.startResult().output, startedMessage);
+    EXPECT_EQ(driver.startResult().errors, "");
+}
+
+TEST_F(Start, LeavesALockAndATableAndASocketThatAnswers) {
+    ASSERT_TRUE(driver.startServing());
+    EXPECT_TRUE(exists(lockFile));
+    EXPECT_EQ(modeOf(lockFile), 0644U);
+    EXPECT_EQ(modeOf(tableFile), 0666U);
+    EXPECT_EQ(std::filesystem::file_size(tableFile), 8196U);
+    EXPECT_EQ(modeOf("/var/run/znorb.socket"), 0666U);
+}
+
+TEST_F(Start, HoldsTheLockSoThatItsCountIsZero) {
+    ASSERT_TRUE(driver.start());
+    sem_t* lock = sem_open("/znorb.appLock", 0);
+    ASSERT_NE(lock, SEM_FAILED);
+    int count = -1;
+    EXPECT_EQ(sem_getvalue(lock, &count), 0);
+    EXPECT_EQ(count, 0);
+    (void)sem_close(lock);
+}
+
+TEST_F(Start, OfASecondInstanceIsRefusedAndChangesNothing) {
+    ASSERT_TRUE(driver.startServing());
+    const ProgramResult second = driver.run({"-d"});
+    EXPECT_EQ(second.end, exitedWith(2));
+    EXPECT_EQ(second.output, "");
+    EXPECT_EQ(second.errors, secondInstanceMessage);
+    EXPECT_EQ(processesRunning(driver.program()), std::vector<pid_t>{driver.daemon()});
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+}
+
+TEST_F(Start, WithSilentStartsAsWithoutIt) {
+    ASSERT_TRUE(driver.startServing({"-silent"}));
+    EXPECT_EQ(driver.startResult().output, startedMessage);
+}
+
+TEST_F(Start, AcceptsEveryFlagInAnyPlace) {
+    const ProgramResult result = driver.run({"-silent", "-enable", "-d", "-disable"});
+    EXPECT_EQ(result.end, exitedWith(0));
+    EXPECT_EQ(result.output, startedMessage);
+    EXPECT_TRUE(waitUntil([]() { return askDaemon("QUIT") == "0"; }));
+}
+
+TEST_F(Start, IsRefusedByAStaleLockOfAKilledDaemon) {
+    ASSERT_TRUE(driver.start());
+    ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
+    EXPECT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
+    EXPECT_TRUE(exists(lockFile));
+    const ProgramResult next = driver.run({"-d"});
+    EXPECT_EQ(next.end, exitedWith(2));
+    EXPECT_EQ(next.errors, secondInstanceMessage);
+}
+
+TEST_F(Start, OnAStaleTableSaysStartedEndsAndRemovesItSoThatTheNextSucceeds) {
+    writeFile(tableFile, "somebody else's");
+    ASSERT_TRUE(driver.start());
+    EXPECT_EQ(driver.startResult().output, startedMessage);
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_THAT(driver.newNames(), IsEmpty());
+
+    ASSERT_TRUE(driver.startServing());
+}
+
+TEST_F(Start, ThatRacedPastTheProbeEndsAndTakesTheNamesWithIt) {
+    ASSERT_TRUE(driver.startServing());
+    const pid_t first = driver.daemon();
+    ASSERT_EQ(unlink(lockFile), 0); // as it was for a probe before the first had made it
+    ASSERT_TRUE(driver.start());
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255)); // the table was there
+    EXPECT_FALSE(exists(lockFile));
+    EXPECT_FALSE(exists(tableFile));
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+    EXPECT_EQ(processesRunning(driver.program()), std::vector<pid_t>{first});
+}
+
+TEST_F(Start, WithoutStandardDescriptorsWorksAsWithThem) {
+    Launch launch = driver.launch({});
+    launch.arguments = {"-c", "exec '" + driver.program() + "' -d <&- >&- 2>&-"};
+    launch.program = "/bin/sh";
+    ASSERT_EQ(runProgram(launch).end, exitedWith(0));
+    EXPECT_TRUE(waitUntil([]() { return askDaemon("GET|en") == "0"; }));
+    launch.arguments = {"-c", "exec '" + driver.program() + "' -stop <&- >&- 2>&-"};
+    EXPECT_EQ(runProgram(launch).end, exitedWith(255));
+    EXPECT_FALSE(exists(lockFile));
+}
+
+TEST_F(Start, ReplacesAStaleSocketFile) {
+    writeFile("/var/run/znorb.socket", "not even a socket");
+    ASSERT_TRUE(driver.startServing());
+}
+
+TEST_F(Start, PutsTheStandardDescriptorsOnNullAndKeepsNoOther) {
+    // One that this process passes on, the last that the daemon closes.
+    const int source = open("/dev/null", O_RDONLY);
+    ASSERT_NE(source, -1);
+    ASSERT_EQ(dup2(source, 255), 255);
+    const bool isServing = driver.startServing();
+    (void)close(255);
+    (void)close(source);
+    ASSERT_TRUE(isServing);
+    EXPECT_EQ(daemonLink("fd/0"), "/dev/null");
+    EXPECT_EQ(daemonLink("fd/1"), "/dev/null");
+    EXPECT_EQ(daemonLink("fd/2"), "/dev/null");
+    EXPECT_EQ(daemonLink("fd/255"), "");
+    // The listening socket is all it has; a sanitizer may have files of its own.
+    unsigned sockets = 0;
+    for (const std::string& name : namesIn("/proc/" + std::to_string(driver.daemon()) + "/fd")) {
+        sockets += daemonLink("fd/" + name).starts_with("socket:") ? 1U : 0U;
+    }
+    EXPECT_EQ(sockets, 1U);
+}
+
+TEST_F(Start, IgnoresTerminalSignalsAndCatchesOnlyTermination) {
+    ASSERT_TRUE(driver.startServing());
+    const unsigned long long ignored = signalSet("SigIgn");
+    for (const int number : {SIGTTOU, SIGTTIN, SIGTSTP, SIGHUP, SIGCHLD}) {
+        EXPECT_TRUE((ignored & bit(number)) != 0) << strsignal(number);
+    }
+    const unsigned long long caught = signalSet("SigCgt");
+    EXPECT_TRUE((caught & bit(SIGTERM)) != 0);
+    EXPECT_TRUE((ignored & bit(SIGINT)) == 0 && (caught & bit(SIGINT)) == 0);
+}
+
+TEST_F(Start, BlocksNoSignalWhateverItsStarterBlocked) {
+    sigset_t termination;
+    sigset_t before;
+    (void)sigemptyset(&termination);
+    (void)sigaddset(&termination, SIGTERM);
+    (void)sigaddset(&termination, SIGUSR1);
+    ASSERT_EQ(sigprocmask(SIG_BLOCK, &termination, &before), 0);
+    const bool started = driver.start();
+    ASSERT_EQ(sigprocmask(SIG_SETMASK, &before, nullptr), 0);
+    ASSERT_TRUE(started);
+    EXPECT_EQ(signalSet("SigBlk"), 0U);
+}
+
+TEST_F(Start, SetsTheMaskOfNewFilesToZeroAndKeepsTheWorkingDirectory) {
+    Launch launch = driver.launch({"-d"});
+    launch.workingDirectory = "/dev/shm";
+    ASSERT_EQ(runProgram(launch).end, exitedWith(0));
+    ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    const std::vector<pid_t> daemons = processesRunning(driver.program());
+    ASSERT_EQ(daemons.size(), 1U);
+    const std::string proc = "/proc/" + std::to_string(daemons[0]);
+    EXPECT_EQ(std::filesystem::read_symlink(proc + "/cwd"), "/dev/shm");
+    EXPECT_NE(readFile(proc + "/status").find("Umask:\t0000"), std::string::npos);
+}
+
+TEST_F(Start, LeadsAProcessGroupOfTheIntermediateProcess) {
+    ASSERT_TRUE(driver.start());
+    EXPECT_NE(getpgid(driver.daemon()), getpgrp());
+    EXPECT_NE(getpgid(driver.daemon()), driver.daemon());
+}
+
+TEST_F(Start, ByProcessOneDoesNotForkAndPrintsNothing) {
+    if (currentSandboxMode() != SandboxMode::Isolated) {
+        GTEST_SKIP() << "only in namespaces of its own can a test be started by process 1";
+    }
+    Launch launch = driver.launch({"-d"});
+    launch.asChildOfInit = true;
+    ChildProcess daemon(launch);
+    ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    EXPECT_EQ(processesRunning(driver.program()), std::vector<pid_t>{daemon.pid()});
+    for (const char* descriptor : {"0", "1", "2"}) {
+        const std::string link = "/proc/" + std::to_string(daemon.pid()) + "/fd/" + descriptor;
+        EXPECT_EQ(std::filesystem::read_symlink(link), "/dev/null");
+    }
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_EQ(daemon.waitForEnd(), exitedWith(255));
+    EXPECT_EQ(daemon.output(), "");
+    EXPECT_EQ(daemon.errors(), "");
+}
+
+TEST_F(Start, IsRefusedToAnOrdinaryUserWhateverTheArguments) {
+    for (const std::vector<std::string>& arguments :
+         {std::vector<std::string>{"-d"}, {}, {"nonsense"}, {"-stop", "-d"}}) {
+        Launch launch = driver.launch(arguments);
+        launch.asOrdinaryUser = true;
+        const ProgramResult result = runProgram(launch);
+        EXPECT_EQ(result.end, exitedWith(1));
+        EXPECT_EQ(result.output, "");
+        EXPECT_EQ(result.errors, "ERROR: You must be root to use this application\n");
+    }
+}
+
+class RejectedLine : public testing::TestWithParam<std::vector<std::string>> {};
+
+TEST_P(RejectedLine, EndsWith255AndPrintsAndStartsNothing) {
+    DaemonDriver driver;
+    const ProgramResult result = driver.run(GetParam());
+    EXPECT_EQ(result.end, exitedWith(255));
+    EXPECT_EQ(result.output, "");
+    EXPECT_EQ(result.errors, "");
+    EXPECT_THAT(driver.newNames(), IsEmpty());
+    EXPECT_THAT(processesRunning(driver.program()), IsEmpty());
+}
+
+INSTANTIATE_TEST_SUITE_P(CommandLine, RejectedLine,
+                         testing::Values(std::vector<std::string>{},              // no arguments at all
+                                         std::vector<std::string>{"stop"},        // no dash
+                                         std::vector<std::string>{""},            // an empty word
+                                         std::vector<std::string>{"-"},           // the row without a name
+                                         std::vector<std::string>{"-enable"},     // a flag alone
+                                         std::vector<std::string>{"-stop", "-d"}, // two commands
+                                         std::vector<std::string>{"-d", "-d"},    // the same twice
+                                         std::vector<std::string>{"-D"},          // upper case
+                                         std::vector<std::string>{"--d"},         //
+                                         std::vector<std::string>{"-d", "-unknown"},
+                                         std::vector<std::string>{"-d", "trailing"}));
+
+} // namespace

@@ -1,0 +1,168 @@
+/// SIGTERM to the real daemon: status 10 and the lock's name gone, at whatever it was doing.
+
+#include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
+#include "tests/support/ListeningPeer.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/Processes.h"
+#include "tests/support/Sandbox.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <semaphore.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::Contains;
+using testing::IsEmpty;
+
+constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
+constexpr const char* tableFile = "/dev/shm/znorb.shvars";
+
+class Termination : public testing::Test {
+protected:
+    /// Terminates the daemon and looks at what every such end has in common.
+    void terminate() {
+        ASSERT_EQ(kill(driver.daemon(), SIGTERM), 0);
+        EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
+        EXPECT_FALSE(exists(lockFile));
+    }
+
+    DaemonDriver driver;
+};
+
+TEST_F(Termination, OfAnIdleDaemonEndsItWithTenAndRemovesTheLock) {
+    ASSERT_TRUE(driver.startServing());
+    terminate();
+}
+
+TEST_F(Termination, RightAfterTheStartDoesTheSame) {
+    for (int round = 0; round < 10; ++round) {
+        ASSERT_TRUE(driver.start()) << round;
+        terminate();
+        (void)unlink(tableFile);
+    }
+}
+
+TEST_F(Termination, PostsTheLockBackForThoseWhoHaveItOpen) {
+    ASSERT_TRUE(driver.start());
+    sem_t* lock = sem_open("/znorb.appLock", 0);
+    ASSERT_NE(lock, SEM_FAILED);
+    terminate();
+    int count = -1;
+    EXPECT_EQ(sem_getvalue(lock, &count), 0);
+    EXPECT_EQ(count, 1);
+    (void)sem_close(lock);
+}
+
+TEST_F(Termination, BySeveralSignalsAtOncePostsTheLockOnce) {
+    for (int round = 0; round < 50; ++round) {
+        ASSERT_TRUE(driver.start()) << round;
+        sem_t* lock = sem_open("/znorb.appLock", 0);
+        ASSERT_NE(lock, SEM_FAILED);
+        for (int number = 0; number < 3; ++number) {
+            (void)kill(driver.daemon(), SIGTERM);
+        }
+        EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
+        int count = -1;
+        EXPECT_EQ(sem_getvalue(lock, &count), 0);
+        EXPECT_EQ(count, 1) << round;
+        (void)sem_close(lock);
+        (void)unlink(tableFile);
+    }
+}
+
+TEST_F(Termination, OfADaemonThatProcessOneStartedDoesTheSame) {
+    if (currentSandboxMode() != SandboxMode::Isolated) {
+        GTEST_SKIP() << "only in namespaces of its own can a test be started by process 1";
+    }
+    Launch launch = driver.launch({"-d"});
+    launch.asChildOfInit = true;
+    ChildProcess daemon(launch);
+    ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
+    EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
+    EXPECT_FALSE(exists(lockFile));
+}
+
+TEST_F(Termination, LeavesTheTableSoThatOneStartFailsAndTheNextSucceeds) {
+    ASSERT_TRUE(driver.startServing());
+    terminate();
+    EXPECT_TRUE(exists(tableFile));
+
+    ASSERT_TRUE(driver.start());
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_FALSE(exists(tableFile));
+
+    ASSERT_TRUE(driver.startServing());
+}
+
+TEST_F(Termination, LeavesTheClientsRunning) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(askDaemon("GET|en"), "0");
+    ASSERT_TRUE(DaemonDriver::waitForClient(0));
+    terminate();
+    EXPECT_EQ(driver.clients().size(), 1U);
+}
+
+TEST_F(Termination, DuringASweepThatWaitsForASilentClientDoesNotWaitForIt) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(askDaemon("GET|en"), "0");
+    ASSERT_TRUE(DaemonDriver::waitForClient(0));
+
+    // A client that takes the exit request and never answers.
+    const ListeningPeer silent({58, {}, true});
+    const int descriptor = shm_open("/znorb.shvars", O_RDWR, 0);
+    ASSERT_NE(descriptor, -1);
+    const std::uint16_t port = silent.port();
+    ASSERT_EQ(pwrite(descriptor, &port, sizeof port, 4 + 124), static_cast<ssize_t>(sizeof port));
+    (void)close(descriptor);
+
+    LocalConnection quit = LocalConnection::toPath("/var/run/znorb.socket");
+    ASSERT_TRUE(quit.send("QUIT"));
+    ASSERT_TRUE(silent.waitForServed(1));
+    terminate();
+}
+
+TEST_F(Termination, WhileARequesterHoldsTheSocketDoesNotWaitForIt) {
+    ASSERT_TRUE(driver.startServing());
+    const LocalConnection silent = LocalConnection::toPath("/var/run/znorb.socket");
+    ASSERT_TRUE(silent.isConnected());
+    terminate();
+}
+
+TEST_F(Termination, IsAnsweredByTheSecondDaemonOfAFailedLaunchAsWell) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(unlink(driver.client().c_str()), 0);
+    ASSERT_TRUE(askDaemon("GET|en").has_value());
+    std::vector<pid_t> daemons;
+    ASSERT_TRUE(waitUntil([&]() { return (daemons = processesRunning(driver.program())).size() == 2; }));
+    const pid_t second = daemons[0] == driver.daemon() ? daemons[1] : daemons[0];
+    terminate();
+    ASSERT_EQ(kill(second, SIGTERM), 0);
+    EXPECT_EQ(waitForEndOf(second), exitedWith(10));
+}
+
+TEST_F(Termination, OfTheInvokingProcessEndsItAsUsual) {
+    // It waits for the daemon without a limit, but is no daemon and takes SIGTERM like any other program.
+    ChildProcess invoking(driver.launch({"-d"}));
+    (void)kill(invoking.pid(), SIGTERM);
+    const ProcessEnd end = invoking.waitForEnd();
+    EXPECT_TRUE(end == endedBy(SIGTERM) || end == exitedWith(0)) << end;
+}
+
+TEST_F(Termination, ByInterruptIsNotCaught) {
+    ASSERT_TRUE(driver.start());
+    ASSERT_EQ(kill(driver.daemon(), SIGINT), 0);
+    EXPECT_EQ(driver.waitForDaemon(), endedBy(SIGINT));
+    EXPECT_TRUE(exists(lockFile));
+}
+
+} // namespace
