@@ -18,6 +18,7 @@ namespace {
 
 constexpr const char* programName = "/znorbclient";
 constexpr const char* gateName = "/gate";
+constexpr unsigned gateSeconds = 60;
 constexpr const char* recordName = "/start-"; ///< followed by the process' id and what it holds
 
 std::string recordPath(const std::string& directory, pid_t process, const std::string& part) {
@@ -70,6 +71,7 @@ std::string openDescriptors() {
     store(recordPath(directory, getpid(), ".directory"),
           getcwd(current, sizeof current) != nullptr ? current : "");
     store(recordPath(directory, getpid(), ".complete"), "");
+    (void)alarm(gateSeconds); // nobody may ever open it
     const int gate = open((directory + gateName).c_str(), O_RDONLY | O_CLOEXEC);
     char pass = 0;
     _exit(gate == -1 || read(gate, &pass, 1) == 1 ? EXIT_SUCCESS : EXIT_FAILURE);

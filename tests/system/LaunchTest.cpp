@@ -4,6 +4,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 
 #include <gmock/gmock.h>
@@ -148,6 +149,8 @@ TEST_F(FailedLaunch, KeepsASecondDaemonThatServesToo) {
     EXPECT_EQ(table->entries[0].in_use, 1);
 }
 
+// Not in the ThreadSanitizer build: after the fork of a process with threads it handles no signal any more.
+#if !ZNORB_THREAD_SANITIZER
 TEST_F(FailedLaunch, LeavesOneDaemonThatOnlyASignalEndsOnceTheOtherHasQuit) {
     ASSERT_EQ(askDaemon("QUIT"), "0");
     ASSERT_TRUE(waitUntil([&]() { return daemons().size() == 1; }));
@@ -157,6 +160,7 @@ TEST_F(FailedLaunch, LeavesOneDaemonThatOnlyASignalEndsOnceTheOtherHasQuit) {
     ASSERT_EQ(kill(left, SIGTERM), 0);
     EXPECT_EQ(waitForEndOf(left), exitedWith(10));
 }
+#endif
 
 TEST(FailedLaunchOfALaterEntry, IsAnsweredWithItsNumberOnceOrTwice) {
     DaemonDriver driver;

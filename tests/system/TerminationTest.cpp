@@ -6,6 +6,7 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/Sanitizers.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -138,6 +139,8 @@ TEST_F(Termination, WhileARequesterHoldsTheSocketDoesNotWaitForIt) {
     terminate();
 }
 
+// Not in the ThreadSanitizer build: after the fork of a process with threads it handles no signal any more.
+#if !ZNORB_THREAD_SANITIZER
 TEST_F(Termination, IsAnsweredByTheSecondDaemonOfAFailedLaunchAsWell) {
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(unlink(driver.client().c_str()), 0);
@@ -149,6 +152,7 @@ TEST_F(Termination, IsAnsweredByTheSecondDaemonOfAFailedLaunchAsWell) {
     ASSERT_EQ(kill(second, SIGTERM), 0);
     EXPECT_EQ(waitForEndOf(second), exitedWith(10));
 }
+#endif
 
 TEST_F(Termination, OfTheInvokingProcessEndsItAsUsual) {
     // It waits for the daemon without a limit, but is no daemon and takes SIGTERM like any other program.
