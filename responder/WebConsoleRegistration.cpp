@@ -61,6 +61,14 @@ Common::InputStreamFromFile openSource(const std::string& path) {
     return Common::InputStreamFromFile(isRegularFile(path) ? path.c_str() : "");
 }
 
+/// The stream of a file made or emptied; one that is not open when that fails or something else than a
+/// regular file is in its place.
+Common::OutputStreamToFile openDestination(const std::string& path) {
+    struct stat status = {};
+    const bool isTaken = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
+    return {isTaken ? std::string() : path, false};
+}
+
 /// Writes the whole text at once. One that is longer than a write can be is no page, and is left out.
 void writeWhole(Common::OutputStreamToFile& destination, const std::string& text) {
     if (text.size() <= std::numeric_limits<unsigned>::max()) {
@@ -126,7 +134,7 @@ void fillTemplate(const std::string& sourceFile, const std::string& destinationF
     // One replacement per placeholder on purpose: later occurrences stay as they are.
     replaceFirst(text, "%ZNORB_BIN_PATH%", escapeBackslashes(getBinaryPath(productWord, "")));
     replaceFirst(text, "%ZNORB_HTML_PATH%", escapeBackslashes(getHtmlPath(productWord, "")));
-    Common::OutputStreamToFile destination(destinationFile, false);
+    Common::OutputStreamToFile destination = openDestination(destinationFile);
     if (destination.isOpen()) {
         writeWhole(destination, text);
     }
@@ -139,8 +147,8 @@ bool copyFileTo(const std::string& sourceDirectory, const std::string& destinati
     if (!source.isOpen()) {
         return false;
     }
-    Common::OutputStreamToFile destination(removeTrailingSeparators(destinationDirectory) + "/" + fileName,
-                                           false);
+    Common::OutputStreamToFile destination =
+        openDestination(removeTrailingSeparators(destinationDirectory) + "/" + fileName);
     if (destination.isOpen()) {
         std::string content;
         Common::InputStream::readBuffer(source, content);

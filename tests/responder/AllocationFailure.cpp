@@ -22,13 +22,27 @@ constinit std::atomic<int> s_failuresLeft = 0;
 
 #if !HAS_THREAD_SANITIZER
 
-void* operator new(std::size_t size) {
+// All forms of which the code makes use, so that no sanitizer's own form meets memory of these.
+
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     const bool fails = s_failuresLeft > 0 && size >= s_smallest && s_failuresLeft.fetch_sub(1) > 0;
-    void* const memory = fails ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return fails ? nullptr : std::malloc(size == 0 ? 1 : size);
+}
+
+void* operator new(std::size_t size) {
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
     return memory;
+}
+
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return operator new(size, std::nothrow);
+}
+
+void* operator new[](std::size_t size) {
+    return operator new(size);
 }
 
 void operator delete(void* memory) noexcept {
@@ -36,6 +50,14 @@ void operator delete(void* memory) noexcept {
 }
 
 void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
+
+void operator delete[](void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete[](void* memory, std::size_t) noexcept {
     std::free(memory);
 }
 

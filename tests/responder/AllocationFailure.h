@@ -4,7 +4,7 @@
 
 namespace ZNORBTEST {
 
-/// Lets operator new throw std::bad_alloc while it lives: for the next `times` allocations of at least `size`
+/// Lets operator new fail while it lives: for the next `times` allocations of at least `size`
 /// bytes, on whatever thread. One at a time.
 class AllocationFailure {
 public:

@@ -2,6 +2,7 @@
 
 #include "tests/responder/AllocationFailure.h"
 #include "tests/responder/DescriptorLimit.h"
+#include "tests/responder/SendRecorder.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
@@ -85,9 +86,28 @@ TEST_F(CommandClient, AnswerMayBeLongerThanOneRead) {
 }
 
 TEST_F(CommandClient, FailsAtOnceWithoutASocketFile) {
+    const ZNORBTEST::SendRecorder sends;
     EXPECT_FALSE(sendQuit());
     EXPECT_FALSE(sendPrint());
     EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+    EXPECT_TRUE(sends.calls().empty());
+}
+
+TEST_F(CommandClient, RequestIsSentWithoutASignal) {
+    serve({4, {"0"}, false});
+    const ZNORBTEST::SendRecorder sends;
+    EXPECT_TRUE(sendQuit());
+    ASSERT_EQ(sends.calls().size(), 1U);
+    EXPECT_EQ(sends.calls()[0].flags, MSG_NOSIGNAL);
+}
+
+TEST_F(CommandClient, SendThatFailsShowsInTheAnswerThatDoesNotCome) {
+    SelectRecorder::divideWaitsBy(600);
+    serve({4, {"0"}, true});
+    ZNORBTEST::SendRecorder sends;
+    sends.failCall(0, EPIPE);
+    EXPECT_FALSE(sendQuit());
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
 }
 
 TEST_F(CommandClient, FailsAtOnceWithAStaleSocketFile) {

@@ -256,7 +256,7 @@ TEST_F(ExitSweep, AnyOtherMarkThanZeroIsInUse) {
 TEST_F(ExitSweep, ClientWithoutAPortIsPassedOverQuietly) {
     enter(0, std::uint16_t{0});
     enter(1, first.port(), 0);
-    exitAllClients(holder);
+    sweepWithoutWaiting();
     EXPECT_FALSE(first.isAsked());
     EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());

@@ -1,4 +1,5 @@
 #include "responder/HttpClient.h"
+#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/NamedText.h"
 #include "tests/responder/SocketPair.h"
 #include "tests/support/LogRecorder.h"
@@ -24,6 +25,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
+using ZNORBTEST::AllocationFailure;
 using ZNORBTEST::LogRecorder;
 using ZNORBTEST::NamedText;
 using ZNORBTEST::SelectRecorder;
@@ -278,6 +280,19 @@ INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength,
                                          NamedText{"BeyondCounts", "99999999999999"},
                                          NamedText{"BeyondNumbers", std::string(38, '9')}),
                          ZNORBTEST::nameOf);
+
+TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    SocketPair peer;
+    peer.write(head("5000") + pattern(5000));
+    const AllocationFailure failure(5000);
+    EXPECT_FALSE(read(peer));
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_FALSE(hasData());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
 
 // ---- bodies that do not come ---------------------------------------------------------------------------
 

@@ -84,4 +84,13 @@ TEST_F(Publication, IsNotHeldUpByAFifoInAPagesPlace) {
     EXPECT_TRUE(exists(std::string(pages) + "/ipcelmclient.php"));
 }
 
+TEST_F(Publication, IsNotHeldUpByAFifoWhereAPageGoes) {
+    ASSERT_TRUE(std::filesystem::create_directories(std::string(pages) + "/bin"));
+    ASSERT_EQ(mkfifo((std::string(pages) + "/chp.htm").c_str(), 0644), 0);
+    ASSERT_EQ(mkfifo((std::string(pages) + "/ipcelmclient.php").c_str(), 0644), 0);
+    ASSERT_TRUE(driver.start());
+    EXPECT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    EXPECT_TRUE(exists(std::string(pages) + "/bin/znorbrequestor"));
+}
+
 } // namespace
