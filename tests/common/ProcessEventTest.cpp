@@ -1,5 +1,7 @@
 #include "common/ProcessEvent.h"
 
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
@@ -29,19 +31,14 @@
 
 namespace {
 
+using ZNORBTEST::underSanitizer;
+using ZNORBTEST::useUpMemory;
+
 using ORBCOMMON::ProcessEvent;
 using ZNORBTEST::waitUntil;
 
 static_assert(!std::is_polymorphic_v<ProcessEvent>);
 static_assert(!std::is_copy_constructible_v<ProcessEvent> && !std::is_copy_assignable_v<ProcessEvent>);
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool isSanitized = true;
-#elif defined(__has_feature)
-constexpr bool isSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool isSanitized = false;
-#endif
 
 // What an event and its block look like in memory. The tests use it to look at the flags and to act as
 // another user of the mutex and the condition.
@@ -131,17 +128,6 @@ int statusOf(pid_t process) {
         return -1;
     }
     return WEXITSTATUS(status);
-}
-
-// Uses up what memory the process can get, of every small size too, because the allocator keeps each in a
-// store of its own; for a process that ends right after.
-void useUpMemory() {
-    const rlimit none{0, 0};
-    (void)setrlimit(RLIMIT_AS, &none);
-    for (std::size_t size = std::size_t{1} << 20; size > 0; size = size > 2048 ? size / 2 : size - 8) {
-        while (operator new(size, std::nothrow) != nullptr) {
-        }
-    }
 }
 
 // Each of these holds for events on the heap and in a shared mapping alike.
@@ -352,7 +338,7 @@ TEST_P(ProcessEventOfEachKind, TimedWaitSleepsAgainWhenItWasWokenWithoutASignal)
 }
 
 TEST(ProcessEvent, FailsWithoutMemoryForItsBlock) {
-    if (isSanitized) {
+    if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
     const int status = statusOf(startProcess([] {

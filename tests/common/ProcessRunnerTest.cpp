@@ -1,5 +1,6 @@
 #include "common/ProcessRunner.h"
 
+#include "tests/support/Scarcity.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -21,6 +22,8 @@
 #include <vector>
 
 namespace {
+
+using ZNORBTEST::statusInOwnProcess;
 
 using ORBCOMMON::runProcess;
 
@@ -67,21 +70,6 @@ std::string contentOf(const std::string& path) {
         (void)std::fclose(file);
     }
     return content;
-}
-
-// Runs `body` in a process of its own and returns its exit status, or -1 when it was killed. A test that
-// needs limits, another user or no other children does it there.
-int statusInOwnProcess(const std::function<int()>& body) {
-    const pid_t process = fork();
-    if (process == 0) {
-        (void)alarm(60);
-        _exit(body());
-    }
-    int status = 0;
-    if (waitpid(process, &status, 0) != process || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
 }
 
 bool hasNoChildren() {

@@ -1,6 +1,8 @@
 #include "common/ThreadHandle.h"
 
 #include "common/Threadable.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
@@ -22,6 +24,11 @@
 
 namespace {
 
+using ZNORBTEST::NoThreads;
+using ZNORBTEST::statusInOwnProcess;
+using ZNORBTEST::underSanitizer;
+using ZNORBTEST::useUpMemory;
+
 using ORBCOMMON::detach;
 using ORBCOMMON::holdSameThread;
 using ORBCOMMON::join;
@@ -33,62 +40,6 @@ using ZNORBTEST::waitUntil;
 
 static_assert(sizeof(ThreadHandle) == sizeof(void*), "one pointer");
 static_assert(!std::is_copy_constructible_v<ThreadHandle> && !std::is_copy_assignable_v<ThreadHandle>);
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool isSanitized = true;
-#elif defined(__has_feature)
-constexpr bool isSanitized = __has_feature(address_sanitizer) || __has_feature(thread_sanitizer);
-#else
-constexpr bool isSanitized = false;
-#endif
-
-// Runs `body` in a process of its own, which lives for a minute at most, and returns its exit status or
-// -1 when it was killed.
-int statusInOwnProcess(const std::function<int()>& body) {
-    const pid_t process = fork();
-    if (process == 0) {
-        (void)alarm(60);
-        _exit(body());
-    }
-    int status = 0;
-    if (waitpid(process, &status, 0) != process || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
-}
-
-// Uses up what memory the process can get, of every small size too, because the allocator keeps each in a
-// store of its own; for a process that ends right after.
-void useUpMemory() {
-    const rlimit none{0, 0};
-    (void)setrlimit(RLIMIT_AS, &none);
-    for (std::size_t size = std::size_t{1} << 20; size > 0; size = size > 2048 ? size / 2 : size - 8) {
-        while (operator new(size, std::nothrow) != nullptr) {
-        }
-    }
-}
-
-// Makes every creation of a thread fail while it lives: no stack of the default size can be had.
-class NoThreads {
-public:
-    NoThreads() {
-        (void)pthread_getattr_default_np(&m_before);
-        pthread_attr_t attributes;
-        (void)pthread_attr_init(&attributes);
-        (void)pthread_attr_setstacksize(&attributes, std::size_t{1} << 60);
-        (void)pthread_setattr_default_np(&attributes);
-        (void)pthread_attr_destroy(&attributes);
-    }
-    ~NoThreads() {
-        (void)pthread_setattr_default_np(&m_before);
-        (void)pthread_attr_destroy(&m_before);
-    }
-    NoThreads(const NoThreads&) = delete;
-    NoThreads& operator=(const NoThreads&) = delete;
-
-private:
-    pthread_attr_t m_before{};
-};
 
 // Runs until it is let go.
 class Gated : public Threadable {
@@ -258,7 +209,7 @@ TEST(ThreadHandle, AStartThatFailsLateLeavesNoThreadsValueBehind) {
 }
 
 TEST(ThreadHandle, StartWithoutMemoryReturnsEnomemAndANullHandle) {
-    if (isSanitized) {
+    if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
     const int status = statusInOwnProcess([] {

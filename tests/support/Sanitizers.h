@@ -24,5 +24,6 @@ namespace ZNORBTEST {
 
 inline constexpr bool underThreadSanitizer = ZNORB_THREAD_SANITIZER != 0;
 inline constexpr bool underAddressSanitizer = ZNORB_ADDRESS_SANITIZER != 0;
+inline constexpr bool underSanitizer = underThreadSanitizer || underAddressSanitizer;
 
 } // namespace ZNORBTEST

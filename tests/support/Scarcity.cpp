@@ -1,0 +1,48 @@
+#include "tests/support/Scarcity.h"
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <new>
+
+namespace ZNORBTEST {
+
+int statusInOwnProcess(const std::function<int()>& body) {
+    const pid_t process = fork();
+    if (process == 0) {
+        (void)alarm(60);
+        _exit(body());
+    }
+    int status = 0;
+    if (waitpid(process, &status, 0) != process || !WIFEXITED(status)) {
+        return -1;
+    }
+    return WEXITSTATUS(status);
+}
+
+void useUpMemory() {
+    const rlimit none{0, 0};
+    (void)setrlimit(RLIMIT_AS, &none);
+    for (std::size_t size = std::size_t{1} << 20; size > 0; size = size > 2048 ? size / 2 : size - 8) {
+        while (operator new(size, std::nothrow) != nullptr) {
+        }
+    }
+}
+
+NoThreads::NoThreads() {
+    (void)pthread_getattr_default_np(&m_before);
+    pthread_attr_t attributes;
+    (void)pthread_attr_init(&attributes);
+    (void)pthread_attr_setstacksize(&attributes, std::size_t{1} << 60);
+    (void)pthread_setattr_default_np(&attributes);
+    (void)pthread_attr_destroy(&attributes);
+}
+
+NoThreads::~NoThreads() {
+    (void)pthread_setattr_default_np(&m_before);
+    (void)pthread_attr_destroy(&m_before);
+}
+
+} // namespace ZNORBTEST

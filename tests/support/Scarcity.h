@@ -1,0 +1,30 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <functional>
+
+/// For tests of what happens when the system has nothing left to give.
+namespace ZNORBTEST {
+
+/// Runs `body` in a process of its own, which lives for a minute at most, and returns its exit status or -1
+/// when it was killed. For tests that need limits, another user, or no children.
+int statusInOwnProcess(const std::function<int()>& body);
+
+/// Uses up what memory the process can get, of every small size too, because the allocator keeps each in a
+/// store of its own; for a process that ends right after. Not under a sanitizer, which would end it.
+void useUpMemory();
+
+/// Makes every creation of a thread fail while it lives: no stack of the default size can be had.
+class NoThreads {
+public:
+    NoThreads();
+    ~NoThreads();
+    NoThreads(const NoThreads&) = delete;
+    NoThreads& operator=(const NoThreads&) = delete;
+
+private:
+    pthread_attr_t m_before{};
+};
+
+} // namespace ZNORBTEST
