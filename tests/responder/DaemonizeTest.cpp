@@ -1,5 +1,6 @@
 #include "responder/Daemonize.h"
 
+#include "responder/Globals.h"
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Waiting.h"
@@ -108,6 +109,8 @@ protected:
             (void)std::signal(signalNumber, SIG_DFL);
         }
         (void)umask(022);
+        // The intermediate process ends by exit: it must not destroy the event that the tests share with it.
+        ZNORBRESPONDER::ORBFrontProcessBarrier.setOwner(false);
     }
 
     [[noreturn]] void invoke(bool ignoreChildren, const std::function<void()>& prepare) {
