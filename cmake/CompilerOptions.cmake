@@ -20,11 +20,39 @@ if(ZNORB_SANITIZE)
     target_link_options(znorb_options INTERFACE -fsanitize=${ZNORB_SANITIZE})
 endif()
 
+# What the compiler and the linker can do against a defect that we have not found: checked library calls,
+# guarded stacks, tables that are read-only after the start.
+add_library(znorb_hardening INTERFACE)
+target_compile_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
+    -D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection -fcf-protection
+    -ffunction-sections -fdata-sections>)
+target_link_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
+    LINKER:-z,relro,-z,now,-z,noexecstack LINKER:--gc-sections LINKER:--as-needed>)
+
+# The counters live in mapped files, so that they survive fork, _exit and SIGKILL.
+if(ZNORB_COVERAGE)
+    target_compile_options(znorb_options INTERFACE
+        -fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation)
+    target_link_options(znorb_options INTERFACE -fprofile-instr-generate)
+endif()
+
+# libFuzzer's instrumentation of everything; only the targets of fuzz/ link its main.
+if(ZNORB_FUZZ)
+    target_compile_options(znorb_options INTERFACE -fsanitize=fuzzer-no-link)
+    target_link_options(znorb_options INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+
+# znorb_position_independent(<executable>): loaded at an address that nobody can foretell; with ZNORB_STATIC
+# without shared libraries as well, whose page tables every fork would copy.
+function(znorb_position_independent name)
+    target_link_options(${name} PRIVATE $<IF:$<BOOL:${ZNORB_STATIC}>,-static-pie,-pie>)
+endfunction()
+
 # znorb_layer(<name> <lower layer>...): the library of the folder that calls it. The sources are
 # globbed, so that a file in the tree is always a file in the build.
 function(znorb_layer name)
     file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
     list(REMOVE_ITEM sources ${CMAKE_CURRENT_SOURCE_DIR}/main.cpp)
     add_library(${name} STATIC ${sources})
-    target_link_libraries(${name} PUBLIC znorb_options ${ARGN})
+    target_link_libraries(${name} PUBLIC znorb_options ${ARGN} PRIVATE znorb_hardening)
 endfunction()
