@@ -1,6 +1,7 @@
 #include "responder/ClientTable.h"
 
 #include "common/Logger.h"
+#include "responder/TruncationGuard.h"
 
 #include <algorithm>
 #include <cstring>
@@ -28,7 +29,8 @@ unsigned lowestFree(const SharedVariables& table, unsigned count) {
 } // namespace
 
 unsigned boundedCount(const SharedVariables& table) {
-    return std::min<std::uint32_t>(readOnce(table.count), clientCapacity);
+    const std::uint32_t count = readOnce(table.count);
+    return isTruncated() ? 0 : std::min<std::uint32_t>(count, clientCapacity);
 }
 
 bool isInUse(const ClientEntry& entry) {
@@ -59,6 +61,9 @@ bool claimEntry(SharedVariables& table, std::uint16_t& index) {
     entry.port = 0;
     entry.reserved = 0;
     std::memset(entry.identifier, 0, sizeof entry.identifier);
+    if (isTruncated()) {
+        return false;
+    }
     index = static_cast<std::uint16_t>(chosen);
     return true;
 }

@@ -10,7 +10,8 @@
 /// is read or written.
 namespace ZNORBRESPONDER {
 
-/// The number of entries to look at: the table's count as it stands now, at most the capacity.
+/// The number of entries to look at: the table's count as it stands now, at most the capacity; 0 when the
+/// table has been lost (TruncationGuard.h).
 unsigned boundedCount(const SharedVariables& table);
 
 bool isInUse(const ClientEntry& entry);
@@ -22,8 +23,8 @@ std::uint16_t portOf(const ClientEntry& entry);
 std::string identifierOf(const ClientEntry& entry);
 
 /// Claims the lowest free entry, extending the count when all counted entries are in use: the entry
-/// becomes in use with its other fields zero, and `index` its number. False when the table is full: then
-/// neither the table nor `index` is touched.
+/// becomes in use with its other fields zero, and `index` its number. False, with `index` untouched, when the
+/// table is full, which is then untouched too, or has been lost.
 bool claimEntry(SharedVariables& table, std::uint16_t& index);
 
 /// Logs one line per counted entry: its number, whether it is in use, and its identifier.

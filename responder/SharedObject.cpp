@@ -1,6 +1,7 @@
 #include "responder/SharedObject.h"
 
 #include "responder/RuntimeNames.h"
+#include "responder/TruncationGuard.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -12,6 +13,9 @@
 namespace ZNORBRESPONDER {
 
 SharedObject::~SharedObject() {
+    if (m_table != nullptr) {
+        endTruncationGuard();
+    }
     if (m_address != nullptr) {
         (void)munmap(m_address, sizeof(SharedVariables));
     }
@@ -32,6 +36,7 @@ void SharedObject::create() {
     // Only null counts as a failed mapping, on purpose: any other failure ends the process below.
     if (m_address != nullptr) {
         m_table = new (m_address) SharedVariables;
+        guardAgainstTruncation(m_address, sizeof(SharedVariables));
     }
 }
 

@@ -9,6 +9,9 @@ namespace ZNORBRESPONDER {
 /// The name is unlinked at the end of the owner's life whatever happened, even when `create` failed
 /// because the name was taken: a stale object makes one start fail and is removed by it, so that the next
 /// start succeeds.
+///
+/// While there is a table, it is guarded: whoever shortens the object takes the table away from the daemon,
+/// but does not end it (TruncationGuard.h).
 class SharedObject {
 public:
     SharedObject() = default;

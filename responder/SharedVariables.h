@@ -15,8 +15,8 @@
 /// lowest number first. The daemon never clears inUse.
 ///
 /// The object is writable by everybody and guarded by no lock: the daemon accepts torn reads, and reads
-/// and writes it only through ClientTable.h, which bounds whatever it finds. What cannot be bounded is the
-/// object itself: the next access after somebody has shortened it ends the daemon by SIGBUS.
+/// and writes it only through ClientTable.h, which bounds whatever it finds, even an object that somebody has
+/// shortened: to the daemon that table is empty and admits no claim.
 namespace ZNORBRESPONDER {
 
 inline constexpr unsigned clientCapacity = 64;

@@ -39,7 +39,7 @@
 
 enum {
     /* The object's size in bytes. Check it with fstat() before the first access: to read a mapping
-     * beyond the end of its object ends the process (SIGBUS). */
+     * beyond the end of its object ends a process without a handler of SIGBUS. */
     ZNORB_TABLE_SIZE = 8196,
     /* The number of entries; they are numbered from 0. */
     ZNORB_TABLE_CAPACITY = 64,
