@@ -81,6 +81,7 @@ constinit int Logger::s_logLevel = 0;
 constinit bool Logger::s_logPaused = false;
 constinit bool Logger::s_showTimestamp = false;
 constinit Common::list<Common::shared_ptr<Common::OutputStream>> Logger::s_outputStreamList;
+constinit std::atomic<bool> Logger::s_hasStreams = false;
 
 namespace {
 
@@ -106,6 +107,9 @@ bool Logger::isWritten(int level) noexcept {
 }
 
 void Logger::log(const char* format, ...) {
+    if (isSilent()) {
+        return;
+    }
     const Guard guard(operationLock);
     va_list arguments;
     va_start(arguments, format);
@@ -114,6 +118,9 @@ void Logger::log(const char* format, ...) {
 }
 
 void Logger::logAt(int level, const char* format, ...) {
+    if (isSilent()) {
+        return;
+    }
     const Guard guard(operationLock);
     va_list arguments;
     va_start(arguments, format);
@@ -122,10 +129,17 @@ void Logger::logAt(int level, const char* format, ...) {
 }
 
 void Logger::vlog(int level, const char* format, va_list arguments) {
-    const Guard guard(operationLock);
-    if (!isWritten(level)) {
+    if (isSilent()) {
         return;
     }
+    const Guard guard(operationLock);
+    if (isWritten(level)) {
+        writeFormatted(level, format, arguments);
+    }
+}
+
+// On its own, so that a record that nobody gets does not touch the stack's pages for it.
+void Logger::writeFormatted(int level, const char* format, va_list arguments) {
     // All zeros, so that a format that the C library rejects halfway still leaves a terminated text.
     char message[messageSize] = {};
     (void)std::vsnprintf(message, sizeof(message), format, arguments);
@@ -183,6 +197,7 @@ void Logger::addOutputStream(Common::shared_ptr<Common::OutputStream> stream) {
     }
     try {
         s_outputStreamList.append(stream);
+        s_hasStreams = true;
     } catch (const std::bad_alloc&) {
         // Not added: the log is no reason to end the process.
     }
@@ -192,6 +207,7 @@ void Logger::removeAllOutputStreams() {
     const Guard guard(operationLock);
     if (currentPhase != Phase::Silent) {
         s_outputStreamList.clear();
+        s_hasStreams = false; // afterwards: a stream that goes may still log to those behind it
     }
 }
 

@@ -29,6 +29,8 @@ unsigned lowestFree(const SharedVariables& table, unsigned count) {
 } // namespace
 
 unsigned boundedCount(const SharedVariables& table) {
+    // A shortened object keeps its first pages: wherever it was cut, the loss shows at its last byte.
+    (void)readOnce(table.entries[clientCapacity - 1].unused2[1]);
     const std::uint32_t count = readOnce(table.count);
     return isTruncated() ? 0 : std::min<std::uint32_t>(count, clientCapacity);
 }
@@ -69,6 +71,9 @@ bool claimEntry(SharedVariables& table, std::uint16_t& index) {
 }
 
 void listEntries(const SharedVariables& table) {
+    if (ORBCOMMON::Logger::isSilent()) {
+        return;
+    }
     const unsigned count = boundedCount(table);
     for (unsigned index = 0; index < count; ++index) {
         const ClientEntry& entry = table.entries[index];

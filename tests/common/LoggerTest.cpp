@@ -337,6 +337,17 @@ TEST_F(LoggerTest, WithoutStreamsEveryOperationReturnsNormally) {
 }
 
 // Formatting the argument, or dumping it, would touch a page that must not be read.
+TEST_F(LoggerTest, IsSilentAsLongAsItHasNoStream) {
+    EXPECT_TRUE(Logger::isSilent());
+    Logger::addOutputStream(StreamPointer(new Common::OutputStreamToConsole));
+    EXPECT_FALSE(Logger::isSilent());
+    Logger::pause();
+    EXPECT_FALSE(Logger::isSilent()) << "what is logged may be heard at any moment";
+    Logger::resume();
+    Logger::removeAllOutputStreams();
+    EXPECT_TRUE(Logger::isSilent());
+}
+
 TEST_F(LoggerTest, WithoutStreamsNothingIsFormatted) {
     const std::size_t size = 4096;
     void* const page = mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
