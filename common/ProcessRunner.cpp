@@ -13,6 +13,9 @@ namespace ORBCOMMON {
 
 namespace {
 
+/// How runProcess() copies the process.
+constinit auto copyProcess = fork;
+
 /// The parts as one new NUL-terminated text, to be released with delete[]; null when memory ran out.
 char* newText(std::initializer_list<std::string_view> parts) noexcept {
     std::size_t length = 0;
@@ -93,13 +96,17 @@ void waitForEnd(pid_t process) noexcept {
 
 } // namespace
 
+void promiseLoneAllocator() {
+    copyProcess = _Fork;
+}
+
 pid_t runProcess(const std::string& program, const std::string& workingDirectory,
                  const std::vector<std::string>& arguments, bool wait) {
     const ArgumentArray argumentArray(program, workingDirectory, arguments);
     if (!argumentArray.isComplete()) {
         return -1;
     }
-    const pid_t process = fork();
+    const pid_t process = copyProcess();
     if (process == 0) {
         // Falls through on purpose when it fails: the child then carries on as a second copy of the caller.
         becomeProgram(workingDirectory.c_str(), argumentArray.texts());

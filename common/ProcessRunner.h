@@ -8,6 +8,12 @@
 /// Starting an external program.
 namespace ORBCOMMON {
 
+/// Says that from now on only one thread, the one that calls runProcess(), allocates memory or uses streams
+/// of the C library. A fork then need not take the locks of these, and touches half as many pages. In a
+/// process that breaks this promise, the second copy that a failed execution leaves could meet a lock that
+/// nobody is left to release. There is no way back.
+void promiseLoneAllocator();
+
 /// Starts `program` with `arguments` in a process of its own, with `wait` blocking until it has ended; its
 /// exit status is discarded.
 ///

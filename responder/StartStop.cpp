@@ -1,5 +1,6 @@
 #include "responder/StartStop.h"
 
+#include "common/ProcessRunner.h"
 #include "responder/CommandClient.h"
 #include "responder/Daemonize.h"
 #include "responder/ExitStatus.h"
@@ -9,6 +10,7 @@
 #include "responder/TerminationSignal.h"
 #include "responder/UserMessage.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -22,6 +24,14 @@ constexpr unsigned stopLimitMicroseconds = 5'000'000;
 
 constexpr unsigned namePollMicroseconds = 1'000;
 constexpr unsigned namePollLimitMicroseconds = 200'000;
+
+/// Makes the copy of the process small that starting a client takes. From its thread's start to that thread's
+/// end the daemon's main thread only waits: it neither allocates nor writes. That allows one arena for all
+/// and a fork without their locks.
+void prepareForLaunches() {
+    (void)mallopt(M_ARENA_MAX, 1);
+    ORBCOMMON::promiseLoneAllocator();
+}
 
 bool isAnotherInstanceActive() {
     if (!appLock.openExisting()) {
@@ -55,18 +65,24 @@ void awaitNameRemoval() {
     }
 }
 
-} // namespace
-
-bool startInBackground(const sigset_t& callersMask) {
-    ORBFrontProcessBarrier.setOwner(false);
-    if (!daemonize(false)) {
-        return true;
+/// In the invoking process: waits until the daemon is ready, tells the user and ends. Returns in the daemon.
+void endInvoker(bool isInvoker, const sigset_t& callersMask) {
+    if (!isInvoker) {
+        return;
     }
     restoreSignalMask(callersMask);
     ORBFrontProcessBarrier.setOwner(true);
     (void)ORBFrontProcessBarrier.wait();
     tellUser(stdout, "The ZN Orbisan daemon has started.");
     std::exit(startedStatus);
+}
+
+} // namespace
+
+bool startInBackground(const sigset_t& callersMask) {
+    ORBFrontProcessBarrier.setOwner(false);
+    endInvoker(daemonize(false), callersMask);
+    return true;
 }
 
 int startDaemon() {
@@ -81,6 +97,7 @@ int startDaemon() {
     (void)appLock.create(true); // ignored: a daemon that raced past the probe runs without the name
     clearSignalMask();
 
+    prepareForLaunches();
     ResponderThread responder;
     responder.start();
     (void)ORBFrontProcessBarrier.set();

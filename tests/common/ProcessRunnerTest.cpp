@@ -5,6 +5,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -25,6 +26,7 @@ namespace {
 
 using ZNORBTEST::statusInOwnProcess;
 
+using ORBCOMMON::promiseLoneAllocator;
 using ORBCOMMON::runProcess;
 
 constexpr uid_t unprivilegedUser = 65534;
@@ -339,6 +341,45 @@ TEST_F(ProcessRunnerTest, WaitAfterAFailedForkTakesAnyChild) {
         return hasNoChildren() ? 0 : 3;
     });
     EXPECT_EQ(status, 0);
+}
+
+int preparedForks = 0;
+
+/// What a fork that takes the C library's locks does on its way.
+void countForks() {
+    (void)pthread_atfork([] { ++preparedForks; }, nullptr, nullptr);
+}
+
+TEST_F(ProcessRunnerTest, ForkTakesTheLocksOfTheCLibrary) {
+    const int status = statusInOwnProcess([] {
+        countForks();
+        return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
+    });
+    EXPECT_EQ(status, 1);
+}
+
+TEST_F(ProcessRunnerTest, LoneAllocatorsForkDoesNot) {
+    const int status = statusInOwnProcess([] {
+        countForks();
+        promiseLoneAllocator();
+        return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(ProcessRunnerTest, LoneAllocatorsCopyAllocatesAfterAFailedExecution) {
+    const int status = statusInOwnProcess([] {
+        promiseLoneAllocator();
+        const std::string earlier(100'000, 'x');
+        const pid_t process = runProcess("znorb-no-such-program", "", {}, false);
+        if (process == 0) {
+            const std::string later = earlier + std::to_string(process);
+            _exit(static_cast<int>(later.size() % 256));
+        }
+        int end = 0;
+        return waitpid(process, &end, 0) == process ? WEXITSTATUS(end) : -1;
+    });
+    EXPECT_EQ(status, 100'001 % 256);
 }
 
 TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor) {
