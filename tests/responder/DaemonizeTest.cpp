@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -47,6 +48,7 @@ struct Facts {
     int access[3];        ///< how they are open
     int lowestOpen;       ///< of the descriptors from 3 on; -1 when none is open up to 1023
     int highestOpen;
+    int highestPassedOn; ///< to programs that the process executes
 };
 
 unsigned long long ignoredSignals() {
@@ -74,10 +76,13 @@ void find(Facts& facts) {
     }
     facts.lowestOpen = -1;
     facts.highestOpen = -1;
+    facts.highestPassedOn = -1;
     for (int descriptor = 3; descriptor < 1024; ++descriptor) {
-        if (fcntl(descriptor, F_GETFD) != -1) {
+        const int flags = fcntl(descriptor, F_GETFD);
+        if (flags != -1) {
             facts.lowestOpen = facts.lowestOpen == -1 ? descriptor : facts.lowestOpen;
             facts.highestOpen = descriptor;
+            facts.highestPassedOn = (flags & FD_CLOEXEC) == 0 ? descriptor : facts.highestPassedOn;
         }
     }
     facts.ignoredSignals = ignoredSignals();
@@ -98,6 +103,22 @@ struct Report {
     bool daemonResult;
     std::atomic<bool> isDaemonDone;
 };
+
+/// For the process that a test prepares and those that it forks.
+bool kernelHasRanges = true;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" int close_range(unsigned first, unsigned last, int flags) noexcept {
+    if (!kernelHasRanges) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_close_range, first, last, flags));
+}
+
+namespace {
 
 /// The call in a process whose parent is not process 1: the invoking process and the daemon each report and
 /// end with a status of their own.
@@ -267,6 +288,31 @@ TEST_F(Daemonize, DescriptorsUpTo255AreClosedAndThoseAboveAreKept) {
     });
     EXPECT_EQ(report->daemon.lowestOpen, 256);
     EXPECT_EQ(report->daemon.highestOpen, 300);
+}
+
+TEST_F(Daemonize, DescriptorsAreClosedOneByOneOnAKernelThatClosesNoRange) {
+    run(false, []() {
+        for (const int descriptor : {3, 4, 100, 255, 256, 300}) {
+            (void)dup2(STDERR_FILENO, descriptor);
+        }
+        kernelHasRanges = false;
+    });
+    EXPECT_EQ(report->daemon.lowestOpen, 256);
+    EXPECT_EQ(report->daemon.highestOpen, 300);
+    EXPECT_EQ(report->daemon.highestPassedOn, 300);
+    EXPECT_EQ(report->errorNumber, 0);
+}
+
+TEST_F(Daemonize, DescriptorsThatAreKeptAreNotPassedOnToPrograms) {
+    run(false, []() {
+        for (const int descriptor : {256, 300, 1023}) {
+            (void)dup2(STDERR_FILENO, descriptor);
+        }
+    });
+    EXPECT_EQ(report->before.highestPassedOn, 1023);
+    EXPECT_EQ(report->daemon.highestOpen, 1023);
+    EXPECT_EQ(report->daemon.highestPassedOn, -1);
+    EXPECT_EQ(report->invoker.highestPassedOn, 1023);
 }
 
 TEST_F(Daemonize, DaemonsMaskIsZero) {
