@@ -47,9 +47,7 @@ int CommandSocket::accept(long seconds) {
     }
     int connection = -1;
     if (readiness == ORBCOMMON::Readiness::Readable) {
-        sockaddr peer = {};
-        socklen_t length = sizeof peer;
-        connection = accept4(m_descriptor, &peer, &length, SOCK_CLOEXEC);
+        connection = accept4(m_descriptor, nullptr, nullptr, SOCK_CLOEXEC);
     }
     if (connection == -1) {
         ORBCOMMON::sleepMilliseconds(failurePause);

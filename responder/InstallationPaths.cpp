@@ -6,7 +6,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace ZNORBRESPONDER {
@@ -30,8 +29,7 @@ std::string htmlVariant(const std::string& product) {
 } // namespace
 
 std::string getBinaryPath(const std::string& product, const std::string& subdirectory) {
-    char link[32];
-    (void)std::snprintf(link, sizeof link, "/proc/%d/exe", getpid());
+    constexpr const char* link = "/proc/self/exe";
     struct stat status = {};
     std::string directory =
         stat(link, &status) != 0 ? "/opt/zn/" + product + "/bin" : executableDirectory(link);

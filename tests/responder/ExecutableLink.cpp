@@ -27,7 +27,8 @@ State s_state;
 bool isSteered(const char* path) {
     char link[32];
     (void)std::snprintf(link, sizeof link, "/proc/%d/exe", static_cast<int>(s_state.process));
-    return s_state.process != 0 && s_state.process == getpid() && std::strcmp(path, link) == 0;
+    return s_state.process != 0 && s_state.process == getpid() &&
+           (std::strcmp(path, link) == 0 || std::strcmp(path, "/proc/self/exe") == 0);
 }
 
 ssize_t readSteered(char* buffer, std::size_t size) {

@@ -6,8 +6,8 @@
 namespace ZNORBTEST {
 
 /// Makes this process look as if it had been started from another executable: while one of these lives, the
-/// link /proc/<pid>/exe of this process reads as told. Linked into a program, it puts a `readlink` of its own
-/// before the C library's, which passes on every other path.
+/// link /proc/<pid>/exe of this process, or /proc/self/exe, reads as told. Linked into a program, it puts a
+/// `readlink` of its own before the C library's, which passes on every other path.
 ///
 /// One at a time, made and steered on one thread; any thread may read the link meanwhile. A child of a fork
 /// has a link of its own, the real one.

@@ -260,9 +260,10 @@ TEST_F(InstallationPathsTest, WithoutProcHtmlPathIsThatOfTheUsualInstallation) {
 
 TEST_F(InstallationPathsTest, LinkThatIsNoLinkGivesAnEmptyDirectory) {
     const auto makeFile = []() {
-        const std::string directory = "/proc/" + std::to_string(getpid());
-        (void)mkdir(directory.c_str(), 0755);
-        (void)close(open((directory + "/exe").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+        for (const std::string& directory : {"/proc/" + std::to_string(getpid()), std::string("/proc/self")}) {
+            (void)mkdir(directory.c_str(), 0755);
+            (void)close(open((directory + "/exe").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+        }
     };
     const std::optional<std::string> answer = answerWithoutProc(
         []() { return getBinaryPath("znorb", "") + "," + getBinaryPath("znorb", "sub"); }, makeFile);
