@@ -45,6 +45,7 @@ endif()
 # znorb_position_independent(<executable>): loaded at an address that nobody can foretell; with ZNORB_STATIC
 # without shared libraries as well, whose page tables every fork would copy.
 function(znorb_position_independent name)
+    target_compile_options(${name} PRIVATE -fPIE)
     target_link_options(${name} PRIVATE $<IF:$<BOOL:${ZNORB_STATIC}>,-static-pie,-pie>)
 endfunction()
 
@@ -54,5 +55,6 @@ function(znorb_layer name)
     file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
     list(REMOVE_ITEM sources ${CMAKE_CURRENT_SOURCE_DIR}/main.cpp)
     add_library(${name} STATIC ${sources})
+    target_compile_options(${name} PRIVATE -fPIE)
     target_link_libraries(${name} PUBLIC znorb_options ${ARGN} PRIVATE znorb_hardening)
 endfunction()
