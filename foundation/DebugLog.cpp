@@ -57,10 +57,11 @@ void formatNow(char (&stamp)[stampCapacity]) {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
     tzset(); // as localtime does, so that a change of the time zone is seen
-    if (localtime_r(&now, &local) == nullptr ||
-        std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &local) == 0) {
+    if (localtime_r(&now, &local) == nullptr) {
         stamp[0] = '\0';
+        return;
     }
+    (void)std::strftime(stamp, sizeof(stamp), "%Y-%m-%d %H:%M:%S", &local); // there is room for any year
 }
 
 /// The pieces of a record are separate writes.

@@ -10,8 +10,11 @@ namespace {
 /// file was cut short behind us. False when the file has no such length.
 bool countRemaining(std::FILE* file, std::size_t& count) {
     std::fpos_t position;
-    const long current = std::ftell(file);
-    if (current < 0 || std::fgetpos(file, &position) != 0 || std::fseek(file, 0, SEEK_END) != 0) {
+    if (std::fgetpos(file, &position) != 0) {
+        return false;
+    }
+    const long current = std::ftell(file); // there is one: the position was had
+    if (std::fseek(file, 0, SEEK_END) != 0) {
         return false;
     }
     const long end = std::ftell(file);

@@ -91,9 +91,9 @@ private:
         return true;
     }
 
+    /// REQUIRES: acceptFlag() has not accepted the name: a flag's, unless it is a command's as well.
     bool acceptValueOption(const std::string& name) {
-        const bool isTaken = findCommand(m_commands, name) != noRow || findFlag(m_flags, name) != noRow;
-        const int row = isTaken ? noRow : findValueOption(m_options, name);
+        const int row = findCommand(m_commands, name) == noRow ? findValueOption(m_options, name) : noRow;
         if (row == noRow) {
             return false;
         }

@@ -2,9 +2,24 @@
 
 #include "responder/RuntimeNames.h"
 
+#include <new>
+
 namespace ZNORBRESPONDER {
 
-const std::string pipeName(R"(\\.\pipe\ZNORBWBXResponder)");
+namespace {
+
+/// Empty without memory for it: before main there is nobody to catch an exception.
+std::string newPipeName() noexcept {
+    try {
+        return R"(\\.\pipe\ZNORBWBXResponder)";
+    } catch (const std::bad_alloc&) {
+        return {};
+    }
+}
+
+} // namespace
+
+const std::string pipeName = newPipeName();
 
 std::vector<std::string> parsedCommandList;
 Common::map<std::string, unsigned> parsedCommandMap;

@@ -8,6 +8,8 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <limits>
 
@@ -23,6 +25,7 @@ constexpr const char* requestorProgram = "znorbrequestor";
 constexpr mode_t fileMode = 0644;
 constexpr mode_t directoryMode = 0755;
 constexpr mode_t programMode = 0755;
+constexpr mode_t writableByOthers = 022;
 
 /// The console's directories; those of the product lie below the last of them.
 struct ConsoleDirectories {
@@ -61,18 +64,46 @@ Common::InputStreamFromFile openSource(const std::string& path) {
     return Common::InputStreamFromFile(isRegularFile(path) ? path.c_str() : "");
 }
 
+/// Takes the right to write from all but the owner of a file or directory that was there before, so that
+/// nobody changes what is put there before its mode is set.
+void closeToOthers(const std::string& path, const struct stat& status) {
+    if ((status.st_mode & writableByOthers) != 0) {
+        setMode(path, status.st_mode & (ALLPERMS & ~writableByOthers));
+    }
+}
+
 /// The stream of a file made or emptied; one that is not open when that fails or something else than a
 /// regular file is in its place.
 Common::OutputStreamToFile openDestination(const std::string& path) {
     struct stat status = {};
-    const bool isTaken = stat(path.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
-    return {isTaken ? std::string() : path, false};
+    const bool isThere = stat(path.c_str(), &status) == 0;
+    if (isThere && !S_ISREG(status.st_mode)) {
+        return {std::string(), false};
+    }
+    if (isThere) {
+        closeToOthers(path, status);
+    }
+    return {path, false};
 }
 
-/// Writes the whole text at once. One that is longer than a write can be is no page, and is left out.
+/// As createDirectory(), and the directory is nobody's but the owner's to change then.
+bool createOwnDirectory(const std::string& path) {
+    if (!createDirectory(path)) {
+        return false;
+    }
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0) {
+        closeToOthers(path, status);
+    }
+    return true;
+}
+
+/// Writes the whole text: at once, unless it is longer than a write can be.
 void writeWhole(Common::OutputStreamToFile& destination, const std::string& text) {
-    if (text.size() <= std::numeric_limits<unsigned>::max()) {
-        destination.write(text.data(), static_cast<unsigned>(text.size()));
+    constexpr std::size_t longest = std::numeric_limits<unsigned>::max();
+    for (std::size_t start = 0; start < text.size(); start += longest) {
+        const std::size_t length = std::min(text.size() - start, longest);
+        destination.write(text.data() + start, static_cast<unsigned>(length));
     }
     destination.close();
 }
@@ -99,11 +130,11 @@ void publish(const ConsoleDirectories& console) {
 
     (void)copyFileTo(sources, console.descriptors, descriptorFile);
     setMode(console.descriptors + descriptorFile, fileMode);
-    if (!createDirectory(console.pages)) {
+    if (!createOwnDirectory(console.pages)) {
         return;
     }
     publishPages(console, sources);
-    if (createDirectory(console.programs)) {
+    if (createOwnDirectory(console.programs)) {
         publishPrograms(console, executables);
     }
 }

@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <exception>
 #include <string>
 #include <vector>
@@ -25,7 +26,7 @@ bool isRoot() {
 }
 
 bool parse(int argc, char** argv) {
-    const std::vector<std::string> words(argv + (argc > 0 ? 1 : 0), argv + argc);
+    const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc); // argc may be 0
     return parseCommandLine(words, {commandTable.data(), commandTable.size()},
                             {flagTable.data(), flagTable.size()}, {});
 }
@@ -34,16 +35,17 @@ int dispatch() {
     std::vector<std::string> commands;
     Common::set<std::string> options;
     getParsedCommandLine(commands, options);
-    if (commands.empty() || commands.front().empty()) {
-        return otherEndStatus;
-    }
-    if (commands.front() == "test") {
+    const std::string command = commands.empty() ? std::string() : commands.front();
+    if (command == "test") {
         return runTestConsole();
     }
-    if (commands.front() == "d") {
+    if (command == "d") {
         return startDaemon();
     }
-    return commands.front() == "stop" ? stopDaemon() : otherEndStatus;
+    if (command == "stop") {
+        return stopDaemon();
+    }
+    return otherEndStatus;
 }
 
 } // namespace
