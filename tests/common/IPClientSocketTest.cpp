@@ -60,9 +60,29 @@ private:
     std::uint16_t m_port = 0;
 };
 
+// In the place of the name service's answer; null where that one is wanted.
+hostent* preparedAnswer = nullptr;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" hostent* gethostbyname(const char* name) {
+    static hostent answer;
+    static char texts[8192];
+    hostent* found = preparedAnswer;
+    int error = 0;
+    if (found == nullptr) {
+        (void)gethostbyname_r(name, &answer, texts, sizeof(texts), &found, &error);
+    }
+    return found;
+}
+
+namespace {
+
 class IPClientSocketTest : public testing::Test {
 protected:
     void SetUp() override { port.startListening(); }
+    void TearDown() override { preparedAnswer = nullptr; }
 
     LocalPort port;
 };
@@ -112,6 +132,19 @@ TEST_F(IPClientSocketTest, NameThatDoesNotResolveStaysUnconnected) {
     IPClientSocket socket(std::string(300, 'a'), port.number());
     socket.connect();
     EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(port.acceptOne(), -1);
+}
+
+TEST_F(IPClientSocketTest, NameThatResolvesToNoAddressStaysUnconnected) {
+    char* none[1] = {nullptr};
+    hostent answer{};
+    answer.h_addrtype = AF_INET;
+    answer.h_length = 4;
+    answer.h_addr_list = none;
+    preparedAnswer = &answer;
+    IPClientSocket client("localhost", port.number());
+    client.connect();
+    EXPECT_FALSE(client.isConnected());
     EXPECT_EQ(port.acceptOne(), -1);
 }
 

@@ -2,6 +2,8 @@
 
 #include "foundation/OutputStream.h"
 #include "foundation/OutputStreamToConsole.h"
+#include "tests/common/WithoutLoggerMutex.h"
+#include "tests/support/FailingStart.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -997,6 +999,26 @@ TEST(LoggerLife, StreamThatFindsNoMemoryIsLeftOutOfTheList) {
         _exit(writes.empty() ? 0 : 1);
     };
     EXPECT_EXIT(addWithoutMemory(), testing::ExitedWithCode(0), "");
+}
+
+TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
+    if (!canRunOutOfMemory) {
+        GTEST_SKIP() << "a sanitizer has an operator new of its own";
+    }
+    if (!ZNORBTEST::isCopyWith(ZNORBTEST::withoutLoggerMutex)) {
+        ZNORBTEST::expectToPassInCopyWith(ZNORBTEST::withoutLoggerMutex);
+        return;
+    }
+    ASSERT_FALSE(logger_mutex);
+    Writes writes;
+    const StreamPointer stream(new RecordingStream(writes));
+    Logger::addOutputStream(stream);
+    EXPECT_TRUE(Logger::isSilent());
+    Logger::log("nobody");
+    Logger::logAt(0, "nobody");
+    Logger::hexDump(0, "data", 4);
+    Logger::removeAllOutputStreams();
+    EXPECT_THAT(writes, testing::IsEmpty());
 }
 
 } // namespace

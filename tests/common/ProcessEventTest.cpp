@@ -130,6 +130,22 @@ int statusOf(pid_t process) {
     return WEXITSTATUS(status);
 }
 
+// In the place of the block's mutex: one that notices when a holder ends without unlocking it.
+void makeRobust(pthread_mutex_t* mutex) {
+    pthread_mutexattr_t attributes;
+    ASSERT_EQ(pthread_mutexattr_init(&attributes), 0);
+    ASSERT_EQ(pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED), 0);
+    ASSERT_EQ(pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST), 0);
+    ASSERT_EQ(pthread_mutex_destroy(mutex), 0);
+    ASSERT_EQ(pthread_mutex_init(mutex, &attributes), 0);
+    ASSERT_EQ(pthread_mutexattr_destroy(&attributes), 0);
+}
+
+// A thread that locks the mutex and ends.
+void endHolding(pthread_mutex_t* mutex) {
+    std::thread([mutex] { EXPECT_EQ(pthread_mutex_lock(mutex), 0); }).join();
+}
+
 // Each of these holds for events on the heap and in a shared mapping alike.
 class ProcessEventOfEachKind : public testing::TestWithParam<bool> {
 protected:
@@ -258,6 +274,35 @@ TEST_P(ProcessEventOfEachKind, FailsWithoutAChangeWhenTheLockFails) {
     EXPECT_TRUE(event.wait());
 }
 
+TEST_P(ProcessEventOfEachKind, WaitsEndWithFalseWhenTheirLockIsLostMeanwhile) {
+    for (const bool isTimed : {false, true}) {
+        ProcessEvent event(false, isShared());
+        BlockView* block = viewOf(event).block;
+        makeRobust(&block->mutex);
+        Waiter waiter([&] { return isTimed ? event.timedWait(inSeconds(60)) : event.wait(); });
+        ASSERT_TRUE(waiter.isWaiting());
+        endHolding(&block->mutex);
+        EXPECT_EQ(pthread_cond_broadcast(&block->condition), 0);
+        EXPECT_FALSE(waiter.result());
+    }
+}
+
+TEST_P(ProcessEventOfEachKind, WaitsEndWithFalseWhenTheirLockBecomesUnusableMeanwhile) {
+    for (const bool isTimed : {false, true}) {
+        ProcessEvent event(false, isShared());
+        BlockView* block = viewOf(event).block;
+        makeRobust(&block->mutex);
+        Waiter waiter([&] { return isTimed ? event.timedWait(inSeconds(60)) : event.wait(); });
+        ASSERT_TRUE(waiter.isWaiting());
+        endHolding(&block->mutex);
+        EXPECT_EQ(pthread_mutex_lock(&block->mutex), EOWNERDEAD);
+        EXPECT_EQ(pthread_mutex_unlock(&block->mutex), 0); // nobody has put it right
+        EXPECT_EQ(pthread_cond_broadcast(&block->condition), 0);
+        EXPECT_FALSE(waiter.result());
+        EXPECT_EQ(event.set(), ENOTRECOVERABLE);
+    }
+}
+
 TEST_P(ProcessEventOfEachKind, TimedWaitTakesAPointInTimeAndNoDuration) {
     ProcessEvent event(false, isShared());
     const auto before = std::chrono::steady_clock::now();
@@ -349,6 +394,23 @@ TEST(ProcessEvent, FailsWithoutMemoryForItsBlock) {
         return errors && !event.wait() && !event.timedWait(inSeconds(60)) ? 0 : 1;
     }));
     EXPECT_EQ(status, 0);
+}
+
+TEST(ProcessEvent, FailedMappingOfASharedEventEndsTheProcess) {
+    if (underSanitizer) {
+        GTEST_SKIP() << "a sanitizer ends such a process in its own way";
+    }
+    const pid_t process = startProcess([] {
+        const rlimit none = {0, 0};
+        (void)setrlimit(RLIMIT_CORE, &none);
+        (void)setrlimit(RLIMIT_AS, &none);
+        const ProcessEvent event(false, true);
+        return 0;
+    });
+    int status = 0;
+    ASSERT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGSEGV);
 }
 
 TEST(ProcessEvent, DestroyingASharedEventUnmapsItsBlock) {

@@ -16,7 +16,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <cstdint>
+#include <ctime>
 #include <functional>
+#include <limits>
 #include <memory>
 #include <new>
 #include <thread>
@@ -40,6 +43,24 @@ using ZNORBTEST::waitUntil;
 
 static_assert(sizeof(ThreadHandle) == sizeof(void*), "one pointer");
 static_assert(!std::is_copy_constructible_v<ThreadHandle> && !std::is_copy_assignable_v<ThreadHandle>);
+
+// While a test counts the time that is asked for, no sleep takes any.
+std::atomic<bool> sleepsAreCounted = false;
+std::atomic<std::uint64_t> countedMicroseconds = 0;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" int usleep(useconds_t microseconds) {
+    if (sleepsAreCounted) {
+        countedMicroseconds += microseconds;
+        return 0;
+    }
+    const timespec length = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
+    return nanosleep(&length, nullptr);
+}
+
+namespace {
 
 // Runs until it is let go.
 class Gated : public Threadable {
@@ -275,6 +296,14 @@ TEST(SleepMilliseconds, ReturnsFromASleepOfNothing) {
     const auto before = std::chrono::steady_clock::now();
     sleepMilliseconds(0);
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(30));
+}
+
+TEST(SleepMilliseconds, LongSleepIsMadeOfStepsThatAddUp) {
+    const std::uint64_t milliseconds = std::numeric_limits<unsigned>::max();
+    sleepsAreCounted = true;
+    sleepMilliseconds(static_cast<unsigned>(milliseconds));
+    sleepsAreCounted = false;
+    EXPECT_EQ(countedMicroseconds, milliseconds * 1000);
 }
 
 TEST(SleepMilliseconds, DoesNotCutShortASleepWhoseMicrosecondsOverflow) {

@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <limits>
 #include <regex>
 #include <string>
 #include <thread>
@@ -80,6 +81,17 @@ std::vector<std::string> messagesOf(const std::string& text) {
     return messages;
 }
 
+/// What a test has set the clock to; 0 lets it run.
+std::atomic<std::time_t> clockSetTo = 0;
+
+class SetClock {
+public:
+    explicit SetClock(std::time_t now) { clockSetTo = now; }
+    ~SetClock() { clockSetTo = 0; }
+    SetClock(const SetClock&) = delete;
+    SetClock& operator=(const SetClock&) = delete;
+};
+
 std::string localNow() {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
@@ -103,6 +115,17 @@ protected:
 
     Pieces m_pieces;
 };
+
+/// Stands in for the C library's in this executable.
+extern "C" time_t time(time_t* result) noexcept {
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    const time_t value = clockSetTo == 0 ? now.tv_sec : clockSetTo.load();
+    if (result != nullptr) {
+        *result = value;
+    }
+    return value;
+}
 
 TEST(DebugLogLife, TakesNoStreamBeforeItsStaticInitialisationAndIsSilentAfterItsEnd) {
     EXPECT_FALSE(earlyAndLate.wasActive);
@@ -158,6 +181,22 @@ TEST_F(DebugLogTest, TheStampIsTheLocalTime) {
     EXPECT_EQ(m_pieces[1].size(), 19U);
     EXPECT_LE(before, m_pieces[1]);
     EXPECT_LE(m_pieces[1], after);
+}
+
+TEST_F(DebugLogTest, TheStampHasRoomForLongYears) {
+    const SetClock clock(400000000000); // in the year 14645
+    addRecorder(0x01);
+    DebugLog().write(1, "", true, false);
+    ASSERT_EQ(m_pieces.size(), 4U);
+    EXPECT_EQ(m_pieces[1], localNow());
+    EXPECT_EQ(m_pieces[1].substr(0, 6), "14645-");
+}
+
+TEST_F(DebugLogTest, TheStampIsEmptyWhenTheClockYieldsNoDate) {
+    const SetClock clock(std::numeric_limits<std::time_t>::max());
+    addRecorder(0x01);
+    DebugLog().write(1, "text", true, true);
+    EXPECT_EQ(m_pieces, Pieces({"[", "", "] ", "text", "\n"}));
 }
 
 TEST_F(DebugLogTest, StampAndLineFeedAreWrittenOnlyOnRequest) {

@@ -1,5 +1,6 @@
 #include "foundation/InputStreamFromConsole.h"
 
+#include "tests/foundation/Allocations.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -117,6 +118,24 @@ TEST_F(InputStreamFromConsoleTest, TheReadThatMeetsTheEndBehindTheLastLineEmptie
     EXPECT_EQ(nextLine(), "");
     EXPECT_TRUE(m_stream.isEof());
     EXPECT_EQ(nextLine(), "unchanged");
+}
+
+TEST_F(InputStreamFromConsoleTest, ALineBeyondTheMemoryEndsEarlyAndTheNextReadGoesOn) {
+    if (!ZNORBTEST::allocationsAreObserved()) {
+        GTEST_SKIP() << "allocations cannot be made to fail";
+    }
+    inputIs("x" + std::string(100000, 'l') + "\nnext");
+    EXPECT_EQ(nextCharacter(), "x"); // stdio has its own buffer from here on
+    std::string out;
+    {
+        const ZNORBTEST::FailingAllocation fault(3);
+        m_stream.getLine(out);
+    }
+    EXPECT_LT(out.size(), 100000U);
+    EXPECT_EQ(out, std::string(out.size(), 'l'));
+    EXPECT_GT(out.size(), 0U);
+    EXPECT_EQ(nextLine(), std::string(99999 - out.size(), 'l')) << "without the one that found no room";
+    EXPECT_EQ(nextLine(), "next\xFF");
 }
 
 TEST_F(InputStreamFromConsoleTest, A0xFFInALineDoesNotEndIt) {

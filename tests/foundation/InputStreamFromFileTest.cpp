@@ -293,6 +293,20 @@ TEST_F(InputStreamFromFileTest, ADirectoryOpensButEveryReadEndsWithNothing) {
     EXPECT_FALSE(stream.isEof());
 }
 
+TEST_F(InputStreamFromFileTest, ADirectoryWhoseEndCannotBeSoughtIsTheSame) {
+    InputStreamFromFile stream("/dev/shm"); // of a file system in memory
+    EXPECT_TRUE(stream.isOpen());
+    EXPECT_EQ(allOf(stream), "");
+    EXPECT_FALSE(stream.isEof());
+}
+
+TEST_F(InputStreamFromFileTest, GetAllOfAFileThatClaimsToBeEmptyIsEmpty) {
+    InputStreamFromFile stream("/proc/self/status"); // its size is 0, its content is made when it is read
+    EXPECT_EQ(characterOf(stream), "N");
+    EXPECT_EQ(allOf(stream), "");
+    EXPECT_EQ(characterOf(stream), "a") << "the position stays";
+}
+
 TEST_F(InputStreamFromFileTest, ReadTakesEverythingUntilTheLineReaderIsSet) {
     std::string out;
     InputStreamFromFile& stream = streamOf("a\nb\nc");

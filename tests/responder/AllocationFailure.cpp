@@ -1,5 +1,7 @@
 #include "tests/responder/AllocationFailure.h"
 
+#include "tests/support/FailingStart.h"
+
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -18,6 +20,14 @@ namespace {
 constinit std::atomic<std::size_t> s_smallest = 0;
 constinit std::atomic<int> s_failuresLeft = 0;
 
+/// Of a static initialisation, which runs on one thread.
+constinit std::size_t s_sizeAtStart = 0;
+constinit int s_succeedingAtStart = -1;
+
+[[maybe_unused]] bool failsAtStart(std::size_t size) {
+    return size == s_sizeAtStart && s_succeedingAtStart >= 0 && s_succeedingAtStart-- == 0;
+}
+
 } // namespace
 
 #if !HAS_THREAD_SANITIZER
@@ -26,7 +36,7 @@ constinit std::atomic<int> s_failuresLeft = 0;
 
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     const bool fails = s_failuresLeft > 0 && size >= s_smallest && s_failuresLeft.fetch_sub(1) > 0;
-    return fails ? nullptr : std::malloc(size == 0 ? 1 : size);
+    return fails || failsAtStart(size) ? nullptr : std::malloc(size == 0 ? 1 : size);
 }
 
 void* operator new(std::size_t size) {
@@ -68,6 +78,12 @@ namespace ZNORBTEST {
 AllocationFailure::AllocationFailure(std::size_t size, int times) {
     s_smallest = size;
     s_failuresLeft = times;
+}
+
+bool AllocationFailure::failAtStart(std::size_t size, const char* variable) {
+    s_succeedingAtStart = allocationsBeforeFailure(variable);
+    s_sizeAtStart = s_succeedingAtStart >= 0 ? size : 0;
+    return s_succeedingAtStart >= 0;
 }
 
 AllocationFailure::~AllocationFailure() {

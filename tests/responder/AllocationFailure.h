@@ -13,6 +13,10 @@ public:
     AllocationFailure(const AllocationFailure&) = delete;
     AllocationFailure& operator=(const AllocationFailure&) = delete;
 
+    /// For the static initialisation of a test file: in a copy of this program that is started with
+    /// `variable` (see FailingStart.h), one allocation of exactly `size` bytes fails from here on.
+    static bool failAtStart(std::size_t size, const char* variable);
+
     /// Whether all of them have failed.
     static bool hasHappened();
 

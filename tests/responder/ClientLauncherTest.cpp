@@ -2,6 +2,7 @@
 
 #include "responder/Globals.h"
 #include "responder/SharedObject.h"
+#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/ForkedChild.h"
 #include "tests/responder/StagedInstallation.h"
 #include "tests/responder/StandInClient.h"
@@ -340,6 +341,19 @@ TEST_F(ClientLauncherTest, EntryIsClaimedBeforeItsClientStarts) {
     EXPECT_EQ(table.entries[1].port, 0);
     EXPECT_EQ(table.entries[1].reserved, 0U);
     EXPECT_EQ(std::string(table.entries[1].identifier, identifierSize), std::string(identifierSize, '\0'));
+}
+
+TEST_F(ClientLauncherTest, LaunchWithoutMemoryForTheArgumentsIsLoggedAsAFailedOne) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    {
+        const AllocationFailure failure(1);
+        EXPECT_EQ(launch(7, "en", ""), noProcess);
+        EXPECT_TRUE(AllocationFailure::hasHappened());
+    }
+    EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(noProcess)));
+    EXPECT_TRUE(hasNoChildren());
 }
 
 TEST_F(ClientLauncherTest, StartOnAFullTableLaunchesAndChangesNothing) {

@@ -1,6 +1,8 @@
 #include "responder/Globals.h"
 
+#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/ForkedChild.h"
+#include "tests/support/FailingStart.h"
 #include "tests/support/Files.h"
 #include "tests/support/Waiting.h"
 
@@ -65,6 +67,21 @@ const InitialState s_initial = {{enableFlag, disableFlag, silentFlag, gIsTestMod
 
 TEST(Globals, PipeNameIsTheConsolesOnOtherPlatforms) {
     EXPECT_EQ(pipeName, "\\\\.\\pipe\\ZNORBWBXResponder");
+}
+
+constexpr const char* withoutPipeName = "ZNORB_TEST_WITHOUT_PIPE_NAME";
+[[maybe_unused]] const bool s_hasNoPipeName =
+    AllocationFailure::failAtStart(sizeof "\\\\.\\pipe\\ZNORBWBXResponder", withoutPipeName);
+
+TEST(Globals, PipeNameIsEmptyWithoutMemoryForIt) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    if (isCopyWith(withoutPipeName)) {
+        EXPECT_EQ(pipeName, "");
+    } else {
+        expectToPassInCopyWith(withoutPipeName);
+    }
 }
 
 TEST(Globals, ParsedCommandLineIsEmptyAtFirst) {

@@ -1,4 +1,5 @@
 #include "responder/HttpClient.h"
+#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/SendRecorder.h"
 #include "tests/responder/SocketPair.h"
 #include "tests/support/LogRecorder.h"
@@ -22,6 +23,7 @@ using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
 using testing::StartsWith;
+using ZNORBTEST::AllocationFailure;
 using ZNORBTEST::LogRecorder;
 using ZNORBTEST::SelectRecorder;
 using ZNORBTEST::SendRecorder;
@@ -358,6 +360,20 @@ TEST_F(SendRequest, PeerThatResetsInsteadOfAnsweringLeavesNoTrace) {
     reader.join();
     EXPECT_EQ(statusLine, "");
     EXPECT_THAT(log.lines(), IsEmpty()) << "only a body that breaks off is logged";
+}
+
+TEST_F(SendRequest, WithoutMemoryForItsTextNothingIsSentAndTheSocketIsClosed) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    {
+        const AllocationFailure failure(1);
+        EXPECT_FALSE(post("body"));
+        EXPECT_TRUE(AllocationFailure::hasHappened());
+    }
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(peer.received(), "");
+    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(SendRequest, SecondRequestOnTheSameSocketForgetsTheFirst) {

@@ -260,7 +260,8 @@ TEST_F(InstallationPathsTest, WithoutProcHtmlPathIsThatOfTheUsualInstallation) {
 
 TEST_F(InstallationPathsTest, LinkThatIsNoLinkGivesAnEmptyDirectory) {
     const auto makeFile = []() {
-        for (const std::string& directory : {"/proc/" + std::to_string(getpid()), std::string("/proc/self")}) {
+        for (const std::string& directory :
+             {"/proc/" + std::to_string(getpid()), std::string("/proc/self")}) {
             (void)mkdir(directory.c_str(), 0755);
             (void)close(open((directory + "/exe").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
         }

@@ -1,6 +1,8 @@
 #include "responder/SharedObject.h"
 
+#include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 
 #include <fcntl.h>
@@ -8,11 +10,15 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -51,6 +57,26 @@ int lowestFreeDescriptor() {
     return descriptor;
 }
 
+constexpr bool canSteerMappings = !underSanitizer;
+bool nextMappingIsNull = false;
+
+} // namespace
+
+#if !ZNORB_THREAD_SANITIZER && !ZNORB_ADDRESS_SANITIZER
+/// Stands in for the C library's in this executable.
+extern "C" void* mmap(void* address, std::size_t length, int protection, int flags, int descriptor,
+                      off_t offset) noexcept {
+    if (nextMappingIsNull) {
+        nextMappingIsNull = false;
+        return nullptr;
+    }
+    const long mapped = syscall(SYS_mmap, address, length, protection, flags, descriptor, offset);
+    return reinterpret_cast<void*>(mapped);
+}
+#endif
+
+namespace {
+
 class SharedObjectTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -60,6 +86,22 @@ protected:
     void TearDown() override {
         (void)umask(m_mask);
         (void)shm_unlink(objectName);
+    }
+
+    /// The creation, prepared for like this, ends its process by the signal.
+    static void expectEnd(int signalNumber, const std::function<void()>& prepare) {
+        if (underSanitizer) {
+            GTEST_SKIP() << "a sanitizer ends such a process in its own way";
+        }
+        const ProcessEnd end = endOfForked([&prepare]() {
+            const rlimit none = {0, 0};
+            (void)setrlimit(RLIMIT_CORE, &none);
+            SharedObject object;
+            prepare();
+            object.create();
+            return 0;
+        });
+        EXPECT_EQ(end, endedBy(signalNumber));
     }
 
 private:
@@ -210,6 +252,35 @@ TEST_F(SharedObjectTest, WithoutAFreeDescriptorThereIsNoTable) {
         makeStaleObject("meanwhile");
     }
     EXPECT_FALSE(exists(objectFile)) << "the name is removed after a failure, too";
+}
+
+TEST_F(SharedObjectTest, MappingAtNullCountsAsFailed) {
+    if (!canSteerMappings) {
+        GTEST_SKIP() << "the sanitizers map by themselves";
+    }
+    {
+        SharedObject object;
+        nextMappingIsNull = true;
+        object.create();
+        EXPECT_FALSE(nextMappingIsNull);
+        EXPECT_EQ(object.table(), nullptr);
+    }
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(SharedObjectTest, AnyOtherFailureOfTheMappingEndsTheProcess) {
+    expectEnd(SIGSEGV, []() {
+        const rlimit none = {0, 0};
+        (void)setrlimit(RLIMIT_AS, &none);
+    });
+}
+
+TEST_F(SharedObjectTest, ObjectThatCannotGetItsSizeEndsTheProcess) {
+    expectEnd(SIGBUS, []() {
+        (void)std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit none = {0, 0};
+        (void)setrlimit(RLIMIT_FSIZE, &none);
+    });
 }
 
 } // namespace

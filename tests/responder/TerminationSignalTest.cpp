@@ -6,13 +6,16 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <semaphore.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
 #include <functional>
+#include <thread>
 
 namespace {
 
@@ -38,6 +41,32 @@ sigset_t currentMask() {
     (void)sigprocmask(SIG_BLOCK, nullptr, &mask);
     return mask;
 }
+
+/// In a child: makes the first removal of a file wait for a thread that pauses.
+std::atomic<bool> firstUnlinkAwaitsPause = false;
+std::atomic<bool> isUnlinking = false;
+std::atomic<bool> isPausing = false;
+
+} // namespace
+
+// Stand in for the C library's in this executable.
+
+extern "C" int unlink(const char* path) noexcept {
+    if (firstUnlinkAwaitsPause.exchange(false)) {
+        isUnlinking = true;
+        while (!isPausing) {
+            (void)usleep(1000);
+        }
+    }
+    return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+
+extern "C" int pause() {
+    isPausing = true;
+    return poll(nullptr, 0, -1);
+}
+
+namespace {
 
 /// Somebody else's handle on the lock, as a stopping process has it. Removes the name in the end.
 class OtherHandle {
@@ -128,6 +157,24 @@ TEST_F(TerminationSignal, HandlerDoesTheSameWhenItIsCalled) {
                   return survived;
               }),
               exitedWith(10));
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+}
+
+TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProcess) {
+    EXPECT_EQ(endOfForked([this]() {
+                  (void)appLock.create(true);
+                  firstUnlinkAwaitsPause = true;
+                  const auto handle = []() { ExitSignalHandler(SIGTERM); };
+                  std::thread(handle).detach();
+                  while (!isUnlinking) {
+                      (void)usleep(1000);
+                  }
+                  reach(1);
+                  handle();
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_EQ(steps->reached, 1);
     EXPECT_FALSE(ZNORBTEST::exists(lockPath));
 }
 

@@ -4,6 +4,8 @@
 #include "common/Threadable.h"
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/ProcessEnd.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
@@ -141,31 +143,23 @@ TEST(ThreadEnd, AnnouncingTwiceOnAThreadIsAnnouncingOnce) {
     ORBCOMMON::join(handle);
 }
 
-/// Looks at its thread's mask when the thread goes. Made before the announcement it goes after it.
-class MaskProbe {
-public:
-    MaskProbe() = default;
-    ~MaskProbe() { s_wasHeld = isTerminationHeld(); }
-    MaskProbe(const MaskProbe&) = delete;
-    MaskProbe& operator=(const MaskProbe&) = delete;
-
-    static std::atomic<bool> s_wasHeld;
-};
-
-std::atomic<bool> MaskProbe::s_wasHeld = false;
+std::atomic<bool> s_wasHeldAtTheEnd = false;
 
 TEST(ThreadEnd, ThreadTakesTerminationWhileItWorksAndNotAfterItsEnd) {
+    announceThreadEnd(); // of this thread, which goes on; but the product's key is older than the next
+    pthread_key_t key = 0;
+    ASSERT_EQ(pthread_key_create(&key, [](void*) { s_wasHeldAtTheEnd = isTerminationHeld(); }), 0);
     std::atomic<bool> isHeldAtWork = true;
-    std::thread thread([&isHeldAtWork]() {
-        static thread_local MaskProbe probe;
-        (void)&probe;
+    std::thread thread([&isHeldAtWork, &key]() {
+        EXPECT_EQ(pthread_setspecific(key, &key), 0); // what it ends with goes in the order of the keys
         announceThreadEnd();
         isHeldAtWork = isTerminationHeld();
     });
     awaitThreadEnd();
     thread.join();
     EXPECT_FALSE(isHeldAtWork);
-    EXPECT_TRUE(MaskProbe::s_wasHeld);
+    EXPECT_TRUE(s_wasHeldAtTheEnd);
+    (void)pthread_key_delete(key);
 }
 
 TEST(ThreadEnd, EndOfAForkedCopyOfTheThreadIsTheEndOfItsProcess) {
@@ -205,6 +199,75 @@ TEST(ThreadEnd, ForkedCopyOfTheThreadRunsToItsEnd) {
     ORBCOMMON::join(handle);
     EXPECT_EQ(ZNORBTEST::waitForEndOf(copy), exitedWith(0));
     EXPECT_EQ(*finished, 2) << "the thread and its copy";
+}
+
+/// Makes this process' next key, and every one after it, one for whose values memory is needed; or makes all
+/// keys that there are.
+void makeKeys(bool areAll) {
+    constexpr int keysWithoutMemory = 32;
+    pthread_key_t key = 0;
+    for (int made = 0; areAll || made < keysWithoutMemory; ++made) {
+        if (pthread_key_create(&key, nullptr) != 0) {
+            return;
+        }
+    }
+}
+
+/// Announces on a thread and waits for its end, then ends the process. The product makes its key once for the
+/// life of a process: these tests need one in which nobody has announced before.
+[[noreturn]] void announceAndAwait() {
+    (void)alarm(60);
+    expectThread();
+    announceThreadEnd();
+    awaitThreadEnd();
+    _exit(EXIT_SUCCESS);
+}
+
+TEST(ThreadEndDeathTest, NobodyWaitsForAThreadForWhichThereIsNoKey) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            makeKeys(true);
+            announceAndAwait();
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST(ThreadEndDeathTest, NobodyWaitsForAThreadWhoseKeyTakesNoValue) {
+    if (ZNORBTEST::underSanitizer) {
+        GTEST_SKIP() << "a sanitizer ends a process whose memory is used up";
+    }
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            makeKeys(false);
+            ZNORBTEST::useUpMemory();
+            announceAndAwait();
+        },
+        testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST(ThreadEnd, ThreadAnnouncesItsEndWithoutMemory) {
+    if (ZNORBTEST::underSanitizer) {
+        GTEST_SKIP() << "a sanitizer ends a process whose memory is used up";
+    }
+    std::atomic<bool> isStarted = false;
+    // A process of its own: what is used up is used up for good, and the C library ends one that it has no
+    // memory for.
+    const int status = ZNORBTEST::statusInOwnProcess([&isStarted]() {
+        std::thread thread([&isStarted]() {
+            isStarted.wait(false);
+            announceThreadEnd();
+        });
+        ZNORBTEST::useUpMemory();
+        expectThread();
+        isStarted = true;
+        isStarted.notify_all();
+        awaitThreadEnd();
+        thread.join();
+        return 0;
+    });
+    EXPECT_EQ(status, 0);
 }
 
 } // namespace

@@ -216,4 +216,16 @@ TEST_F(LostTableTest, IsNotThatOfTheNextRun) {
     EXPECT_EQ(boundedCount(table()), 1U);
 }
 
+TEST_F(LostTableTest, IsEmptyAlsoWhenWhatWasClaimedLiesInThePartThatStays) {
+    std::uint16_t index = untouched;
+    ASSERT_TRUE(claimEntry(table(), index));
+    shorten(8192); // the last four bytes are missing
+    EXPECT_EQ(boundedCount(table()), 0U);
+    index = untouched;
+    EXPECT_FALSE(claimEntry(table(), index));
+    EXPECT_EQ(index, untouched);
+    listEntries(table());
+    EXPECT_THAT(m_log.text(), IsEmpty());
+}
+
 } // namespace

@@ -1,5 +1,6 @@
 #include "responder/WebConsoleRegistration.h"
 
+#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/StagedInstallation.h"
 #include "tests/support/Files.h"
 #include "tests/support/Sandbox.h"
@@ -713,6 +714,29 @@ TEST_F(WebConsoleRegistrationTest, FifosAsSourcesDoNotBlock) {
     EXPECT_THAT(namesIn(pages), ElementsAre("bin"));
     EXPECT_THAT(namesIn(productPrograms), IsEmpty());
     EXPECT_FALSE(exists(descriptor));
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutMemoryForThePathsNothingIsPublished) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    const AllocationFailure failure(1);
+    EXPECT_FALSE(registerWebConsole());
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_FALSE(exists(pages));
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutMemoryForOneOfItsFilesTheRestStaysUnpublished) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    const std::string text = "%ZNORB_BIN_PATH%" + std::string(1U << 20, 'x');
+    writeFile(entryScriptSource, text);
+    const AllocationFailure failure(text.size() + 2); // it fits as it is, but not as it is filled in
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    expectPagePublished();
+    EXPECT_FALSE(exists(requestor));
 }
 
 TEST_F(WebConsoleRegistrationTest, SourcesThatNoMemoryHoldsNeitherThrowNorStopTheRest) {

@@ -145,11 +145,11 @@ pid_t executeUnderInit(const Preparation& preparation) {
     return pid;
 }
 
-std::string contentOf(int file) {
+std::string contentOf(int file, std::size_t start = 0) {
     std::string content;
     char buffer[65536];
     for (;;) {
-        const ssize_t length = pread(file, buffer, sizeof buffer, static_cast<off_t>(content.size()));
+        const ssize_t length = pread(file, buffer, sizeof buffer, static_cast<off_t>(start + content.size()));
         if (length <= 0) {
             return content;
         }
@@ -208,6 +208,10 @@ std::string ChildProcess::output() const {
 
 std::string ChildProcess::errors() const {
     return contentOf(m_errors);
+}
+
+std::string ChildProcess::outputFrom(std::size_t start) const {
+    return contentOf(m_output, start);
 }
 
 bool ChildProcess::waitForOutput(const std::string& text, Milliseconds bound) const {

@@ -42,6 +42,9 @@ public:
     std::string output() const;
     std::string errors() const;
 
+    /// The output from this byte on, for those who have seen what is before it.
+    std::string outputFrom(std::size_t start) const;
+
     /// Waits until the output holds the text; false when it does not within the bound.
     bool waitForOutput(const std::string& text, Milliseconds bound = usualBound) const;
 

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <optional>
 
@@ -34,6 +35,32 @@ std::vector<std::string> allNames() {
     }
     std::sort(paths.begin(), paths.end());
     return paths;
+}
+
+/// The words of a setting of the environment; none when it is not set.
+std::vector<std::string> wordsOf(const char* variable) {
+    std::vector<std::string> words;
+    const char* value = std::getenv(variable);
+    const std::string text = value != nullptr ? value : "";
+    for (std::size_t start = text.find_first_not_of(' '); start != std::string::npos;) {
+        const std::size_t end = text.find(' ', start);
+        words.push_back(text.substr(start, end - start));
+        start = text.find_first_not_of(' ', end);
+    }
+    return words;
+}
+
+/// "NAME=value" by which a wrapper can name its files after the running test.
+std::string runningTestSetting() {
+    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+    std::string name = test == nullptr ? "" : std::string(test->test_suite_name()) + "." + test->name();
+    std::replace(name.begin(), name.end(), '/', '.');
+    return "ZNORB_RUNNING_TEST=" + name;
+}
+
+/// Valgrind's tools run a program under names of their own.
+bool isDaemonsName(const std::string& name) {
+    return name == "znorbresponder" || name.starts_with("memcheck-") || name.starts_with("helgrind-");
 }
 
 bool contains(const std::vector<pid_t>& processes, pid_t pid) {
@@ -105,10 +132,14 @@ void DaemonDriver::installAsClient(const std::string& builtProgram) const {
 }
 
 Launch DaemonDriver::launch(const std::vector<std::string>& arguments) const {
+    std::vector<std::string> words = wordsOf("ZNORB_WRAPPER");
+    words.push_back(program());
+    words.insert(words.end(), arguments.begin(), arguments.end());
     Launch result;
-    result.program = program();
-    result.arguments = arguments;
+    result.program = words.front();
+    result.arguments.assign(words.begin() + 1, words.end());
     result.environment = m_reports.environment();
+    result.environment.push_back(runningTestSetting());
     result.environment.insert(result.environment.end(), m_environment.begin(), m_environment.end());
     return result;
 }
@@ -135,7 +166,7 @@ bool DaemonDriver::startServing(const std::vector<std::string>& more) {
 
 pid_t DaemonDriver::findDaemon(const std::vector<pid_t>& others) {
     for (const pid_t pid : childrenOf(getpid())) {
-        if (contains(others, pid) || nameOf(pid) != "znorbresponder") {
+        if (contains(others, pid) || !isDaemonsName(nameOf(pid))) {
             continue;
         }
         if (getpgid(pid) != pid) {

@@ -17,6 +17,9 @@ namespace ZNORBTEST {
 /// At its end it stops, by their ids, the processes that run its programs, removes its installation and
 /// the names that have come up since its construction, and fails the test if a sanitizer wrote a report
 /// about any of its processes.
+///
+/// ZNORB_WRAPPER in the environment, such as "/usr/bin/valgrind --log-file=%q{ZNORB_RUNNING_TEST}.%p", is the
+/// command that runs the executable; its words are separated by spaces.
 class DaemonDriver {
 public:
     /// Short: the daemon cuts the path of its executable at 80 bytes.

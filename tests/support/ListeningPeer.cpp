@@ -128,15 +128,33 @@ void ListeningPeer::serve(int connection) {
         goesOn = receive(connection);
     }
     for (const std::string& piece : m_script.pieces) {
-        goesOn = goesOn && sendPiece(connection, piece);
+        goesOn = goesOn && sendPiece(connection, piece) && rest();
     }
-    {
-        const std::lock_guard<std::mutex> guard(m_mutex);
-        ++m_served;
+    noteServed();
+    while (goesOn && m_script.repeatLast) {
+        goesOn = sendPiece(connection, m_script.pieces.back()) && rest();
+    }
+    if (m_script.finishSending) {
+        (void)shutdown(connection, SHUT_WR);
     }
     while (goesOn && m_script.holdOpen) {
         goesOn = receive(connection);
     }
+    if (m_script.reset) {
+        const linger atOnce = {1, 0};
+        (void)setsockopt(connection, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+    }
+}
+
+void ListeningPeer::noteServed() {
+    const std::lock_guard<std::mutex> guard(m_mutex);
+    ++m_served;
+}
+
+/// Waits for the script's pause; false when the thread has to end.
+bool ListeningPeer::rest() const {
+    pollfd wanted = {m_stop[0], POLLIN, 0};
+    return poll(&wanted, 1, static_cast<int>(m_script.pause.count())) == 0;
 }
 
 /// Adds what arrives to the latest record; false when nothing more will.

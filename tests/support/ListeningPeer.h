@@ -15,6 +15,10 @@ struct PeerScript {
     std::size_t receiveFirst = 0;    ///< bytes to receive before the first piece is sent
     std::vector<std::string> pieces; ///< each sent on its own, when the one before has arrived
     bool holdOpen = false;           ///< close only with the peer's end, else after the last piece
+    Milliseconds pause{0};           ///< behind each piece
+    bool repeatLast = false;         ///< send the last piece again and again, as long as it is taken
+    bool finishSending = false;      ///< say that nothing more comes, before holding open
+    bool reset = false;              ///< close with a reset, should the other side not have closed before
 };
 
 /// A server on this machine, on a thread of its own, that follows a script and records what it receives.
@@ -39,8 +43,8 @@ public:
     /// What came over each connection so far, in the order of their acceptance.
     std::vector<std::string> received() const;
 
-    /// Waits until `count` connections have been served to the end of the script, or held open; false when
-    /// there were fewer within the bound.
+    /// Waits until each piece of the script has been sent on `count` connections; false when it has on fewer
+    /// within the bound.
     bool waitForServed(std::size_t count, Milliseconds bound = usualBound) const;
 
 private:
@@ -48,6 +52,8 @@ private:
     void serveAll();
     void serve(int connection);
     bool receive(int connection);
+    void noteServed();
+    bool rest() const;
     bool sendPiece(int connection, const std::string& piece) const;
     bool isReadable(int descriptor) const;
     bool isStopped() const;

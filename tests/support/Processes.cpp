@@ -42,6 +42,25 @@ std::string statLine(pid_t pid) {
     return length > 0 ? std::string(buffer, static_cast<std::size_t>(length)) : "";
 }
 
+/// The program that valgrind runs in the process; empty when there is none. Valgrind's command line stays as
+/// it was given: its own name and options, then the program.
+std::string programUnderValgrind(pid_t pid) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/cmdline";
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (file == -1) {
+        return "";
+    }
+    char buffer[4096];
+    const ssize_t length = read(file, buffer, sizeof buffer - 1);
+    (void)close(file);
+    const std::string words(buffer, length > 0 ? static_cast<std::size_t>(length) : 0);
+    std::size_t start = words.find('\0') + 1; // 0 when there is none
+    while (start != 0 && start < words.size() && words[start] == '-') {
+        start = words.find('\0', start) + 1;
+    }
+    return start == 0 || start >= words.size() ? "" : words.c_str() + start;
+}
+
 /// -1 when there is no such process.
 pid_t parentOf(pid_t pid) {
     const std::string line = statLine(pid);
@@ -68,7 +87,8 @@ std::string programOf(pid_t pid) {
     char target[PATH_MAX];
     const std::string link = "/proc/" + std::to_string(pid) + "/exe";
     const ssize_t length = readlink(link.c_str(), target, sizeof target);
-    return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : "";
+    const std::string program(target, length > 0 ? static_cast<std::size_t>(length) : 0);
+    return program.find("/valgrind/") != std::string::npos ? programUnderValgrind(pid) : program;
 }
 
 std::string nameOf(pid_t pid) {

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-/// The sandbox in which the daemon's tests, the demonstration and the cycle scripts run: the daemon's
+/// The sandbox in which the daemon's tests, the demonstration and the soak run: the daemon's
 /// names are fixed ("/run/znorb.socket", "/dev/shm/znorb.shvars" and so on), so that a daemon of the
 /// machine's own, or a test that runs at the same time, would meet them.
 ///

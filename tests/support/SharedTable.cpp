@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <new>
@@ -30,6 +31,37 @@ std::optional<znorb_shared_table> readSharedTable() {
     std::memcpy(&copy, memory, sizeof copy);
     (void)munmap(memory, ZNORB_TABLE_SIZE);
     return copy;
+}
+
+bool writeSharedTable(std::int64_t offset, const std::string& bytes) {
+    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR, 0);
+    const bool isWritten = pwrite(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(offset)) ==
+                           static_cast<ssize_t>(bytes.size());
+    if (descriptor != -1) {
+        (void)close(descriptor);
+    }
+    return isWritten;
+}
+
+bool resizeSharedTable(std::int64_t size) {
+    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR, 0);
+    const bool isResized = ftruncate(descriptor, static_cast<off_t>(size)) == 0;
+    if (descriptor != -1) {
+        (void)close(descriptor);
+    }
+    return isResized;
+}
+
+bool enterClient(unsigned index, std::uint16_t port) {
+    std::optional<znorb_shared_table> table = readSharedTable();
+    if (!table.has_value()) {
+        return false;
+    }
+    table->count = std::max(table->count, index + 1);
+    table->entries[index] = {};
+    table->entries[index].in_use = 1;
+    table->entries[index].port = port;
+    return writeSharedTable(0, std::string(reinterpret_cast<const char*>(&*table), sizeof *table));
 }
 
 std::string identifierOf(const znorb_client_entry& entry) {

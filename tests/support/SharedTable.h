@@ -12,6 +12,16 @@ namespace ZNORBTEST {
 /// such object, or one too small.
 std::optional<znorb_shared_table> readSharedTable();
 
+/// Writes into the shared table as any process of the machine may; false when there is none to write to.
+/// Behind the object's end it makes it longer.
+bool writeSharedTable(std::int64_t offset, const std::string& bytes);
+
+/// Gives the shared table another size, as any process of the machine may; false when there is none.
+bool resizeSharedTable(std::int64_t size);
+
+/// Makes the daemon believe that entry `index` belongs to a client with this port, and counts it.
+bool enterClient(unsigned index, std::uint16_t port);
+
 /// The entry's identifier, up to its zero byte or the end of the field.
 std::string identifierOf(const znorb_client_entry& entry);
 

@@ -1,0 +1,63 @@
+#include "tests/support/FailingStart.h"
+
+#include "tests/support/ChildProcess.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <exception>
+#include <string>
+
+/// Of the coverage build alone, where what a process counts before this call is lost.
+extern "C" __attribute__((weak)) void __llvm_profile_initialize();
+
+namespace ZNORBTEST {
+namespace {
+
+constexpr int mostAllocations = 100000;
+
+bool hasPassedIn(pid_t child) {
+    int status = 0;
+    return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
+}
+
+} // namespace
+
+int allocationsBeforeFailure(const char* variable) {
+    if (!isCopyWith(variable)) {
+        return -1;
+    }
+    if (__llvm_profile_initialize != nullptr) {
+        __llvm_profile_initialize();
+    }
+    std::set_terminate([]() { _exit(EXIT_FAILURE); }); // of most children: without a message or a core file
+    for (int succeeding = 0; succeeding < mostAllocations; ++succeeding) {
+        const pid_t child = fork();
+        if (child == 0) {
+            return succeeding;
+        }
+        if (child > 0 && hasPassedIn(child)) {
+            _exit(EXIT_SUCCESS);
+        }
+    }
+    _exit(EXIT_FAILURE);
+}
+
+void expectToPassInCopyWith(const char* variable) {
+    const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
+    Launch launch;
+    launch.program = "/proc/self/exe";
+    launch.arguments = {std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name()};
+    launch.environment = {std::string(variable) + "=1"};
+    const ProgramResult copy = runProgram(launch);
+    EXPECT_EQ(copy.end, exitedWith(EXIT_SUCCESS)) << copy.output << copy.errors;
+    EXPECT_NE(copy.output.find("[  PASSED  ] 1 test."), std::string::npos) << copy.output;
+}
+
+bool isCopyWith(const char* variable) {
+    return std::getenv(variable) != nullptr;
+}
+
+} // namespace ZNORBTEST
