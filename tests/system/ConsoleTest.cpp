@@ -29,6 +29,8 @@ protected:
     void SetUp() override {
         console = driver.startTestConsole();
         ASSERT_TRUE(console->waitForOutput(waiting));
+        // It says so right before it listens.
+        ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
     }
 
     DaemonDriver driver;
@@ -104,7 +106,7 @@ TEST(ConsoleWithoutInput, GoesOnReadingAndEndsOnlyByASignal) {
     const DaemonDriver driver;
     ChildProcess console(driver.launch({"-test"})); // its input is at its end at once
     ASSERT_TRUE(console.waitForOutput(waiting));
-    EXPECT_EQ(askDaemon("PRINT"), "0");
+    EXPECT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; })); // it says so right before it listens
     EXPECT_EQ(console.waitForEnd(Milliseconds(0)), stillRunning());
     ASSERT_EQ(kill(console.pid(), SIGTERM), 0);
     EXPECT_EQ(console.waitForEnd(), endedBy(SIGTERM));

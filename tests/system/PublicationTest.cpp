@@ -9,7 +9,9 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <ostream>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -92,5 +94,59 @@ TEST_F(Publication, IsNotHeldUpByAFifoWhereAPageGoes) {
     EXPECT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
     EXPECT_TRUE(exists(std::string(pages) + "/bin/znorbrequestor"));
 }
+
+/// What may stand where a file is expected.
+struct Obstacle {
+    const char* name;
+    int (*put)(const char* path); ///< 0 when it has been put there
+};
+
+void PrintTo(const Obstacle& obstacle, std::ostream* stream) {
+    *stream << obstacle.name;
+}
+
+constexpr Obstacle obstacles[] = {
+    {"nothing", [](const char*) { return 0; }},
+    {"a directory", [](const char* path) { return mkdir(path, 0755); }},
+    {"a fifo", [](const char* path) { return mkfifo(path, 0600); }},
+    {"a link to itself", [](const char* path) { return symlink(path, path); }},
+    {"a link to nothing", [](const char* path) { return symlink("/opt/zn/absent/file", path); }},
+    {"a file that nobody may read", [](const char* path) { return mknod(path, S_IFREG, 0); }},
+};
+
+class PublicationPast : public Publication, public testing::WithParamInterface<Obstacle> {
+protected:
+    void putInPlaceOf(const std::vector<std::string>& paths) const {
+        for (const std::string& path : paths) {
+            (void)std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+            (void)unlink(path.c_str());
+            ASSERT_EQ(GetParam().put(path.c_str()), 0) << path;
+        }
+    }
+
+    /// The daemon gets past its publication, serves, and ends in good order.
+    void expectOrderlyLife() {
+        ASSERT_TRUE(driver.startServing());
+        EXPECT_EQ(modeOf(std::string(pages) + "/bin"), 0755U);
+        EXPECT_EQ(askDaemon("QUIT"), "0");
+        EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    }
+};
+
+TEST_P(PublicationPast, ItInThePlaceOfEverySourceIsNotHeldUp) {
+    const std::string sources = "/opt/zn/znorb/WBX/";
+    putInPlaceOf(
+        {sources + "znorb.xml", sources + "chp.htm", sources + "ipcelmclient.php", driver.requestor()});
+    expectOrderlyLife();
+}
+
+TEST_P(PublicationPast, ItInThePlaceOfEveryDestinationIsNotHeldUp) {
+    const std::string base = pages;
+    putInPlaceOf({std::string(console) + "/webapp/znorb.xml", base + "/chp.htm", base + "/ipcelmclient.php",
+                  base + "/bin/znorbrequestor"});
+    expectOrderlyLife();
+}
+
+INSTANTIATE_TEST_SUITE_P(Obstacles, PublicationPast, testing::ValuesIn(obstacles));
 
 } // namespace
