@@ -1,0 +1,20 @@
+#include "fuzz/support/LogCapture.h"
+
+#include "common/Logger.h"
+#include "foundation/SharedPtr.h"
+
+#include <utility>
+
+namespace ZNORBFUZZ {
+
+std::string takeLog() {
+    static std::string& text = []() -> std::string& {
+        static std::string captured;
+        ORBCOMMON::Logger::addOutputStream(
+            Common::shared_ptr<Common::OutputStream>(new CapturingStream(captured)));
+        return captured;
+    }();
+    return std::exchange(text, std::string());
+}
+
+} // namespace ZNORBFUZZ
