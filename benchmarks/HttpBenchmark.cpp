@@ -1,0 +1,99 @@
+#include "common/ClientSocket.h"
+#include "foundation/OutputStreamToBuffer.h"
+#include "responder/HttpClient.h"
+
+#include <benchmark/benchmark.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+
+/// An HTTP exchange with a body of range(0) bytes, into a buffer stream, against receiving the same bytes raw
+/// into memory that is there already. The other side is a thread that answers each request with the same
+/// response.
+namespace {
+
+constexpr std::size_t requestSize = 8192;
+
+std::string responseWith(std::size_t bodySize) {
+    return "HTTP/1.0 200 OK\r\nContent-Length: " + std::to_string(bodySize) + "\r\n\r\n" +
+           std::string(bodySize, 'x');
+}
+
+class Server {
+public:
+    explicit Server(std::string response) : m_response(std::move(response)) {
+        (void)socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, m_ends);
+        m_thread = std::thread([this] { serve(); });
+    }
+    ~Server() {
+        (void)shutdown(m_ends[0], SHUT_RDWR);
+        m_thread.join();
+        (void)close(m_ends[1]);
+    }
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    /// Closed by whoever takes it.
+    [[nodiscard]] int nearEnd() const { return m_ends[0]; }
+
+private:
+    void serve() const {
+        char request[requestSize];
+        while (recv(m_ends[1], request, sizeof request, 0) > 0) {
+            for (std::size_t sent = 0; sent < m_response.size();) {
+                const ssize_t result =
+                    send(m_ends[1], m_response.data() + sent, m_response.size() - sent, MSG_NOSIGNAL);
+                if (result <= 0) {
+                    return;
+                }
+                sent += static_cast<std::size_t>(result);
+            }
+        }
+    }
+
+    std::string m_response;
+    int m_ends[2] = {-1, -1};
+    std::thread m_thread;
+};
+
+/// The reference.
+void receiveRaw(benchmark::State& state) {
+    const std::string response = responseWith(static_cast<std::size_t>(state.range(0)));
+    const std::unique_ptr<char[]> memory(new char[response.size()]());
+    const std::string request = "GET / HTTP/1.0\r\n\r\n";
+    const Server server(response);
+    for ([[maybe_unused]] const auto step : state) {
+        (void)send(server.nearEnd(), request.data(), request.size(), MSG_NOSIGNAL);
+        for (std::size_t held = 0; held < response.size();) {
+            held += static_cast<std::size_t>(
+                recv(server.nearEnd(), memory.get() + held, response.size() - held, 0));
+        }
+    }
+    (void)close(server.nearEnd());
+}
+
+void exchange(benchmark::State& state) {
+    const Server server(responseWith(static_cast<std::size_t>(state.range(0))));
+    ORBCOMMON::ClientSocket socket(server.nearEnd());
+    for ([[maybe_unused]] const auto step : state) {
+        std::string statusLine;
+        ZNORBRESPONDER::HttpHeaders headers;
+        Common::OutputStreamToBuffer body;
+        (void)ZNORBRESPONDER::sendRequest(socket, "GET", "/", "", statusLine, headers, body);
+        if (body.size() != static_cast<std::size_t>(state.range(0))) {
+            state.SkipWithError("the body did not arrive");
+        }
+    }
+}
+
+constexpr std::int64_t small = 12;
+constexpr std::int64_t middle = std::int64_t{64} << 10;
+constexpr std::int64_t large = std::int64_t{32} << 20;
+
+BENCHMARK(receiveRaw)->Arg(small)->Arg(middle)->Arg(large)->UseRealTime();
+BENCHMARK(exchange)->Arg(small)->Arg(middle)->Arg(large)->UseRealTime();
+
+} // namespace
