@@ -1,0 +1,236 @@
+#include "packaging/tools/ResponderProcesses.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+
+namespace ZNORBTOOLS {
+namespace {
+
+constexpr const char* sharedMemoryFolder = "/dev/shm";
+constexpr const char* deletedSuffix = " (deleted)"; ///< the kernel's, behind the path of an unlinked file
+
+std::string inProc(pid_t process, const std::string& name) {
+    return "/proc/" + std::to_string(process) + "/" + name;
+}
+
+/// Empty when the link cannot be read; errno tells why.
+std::string linkTarget(const std::string& link) {
+    char target[PATH_MAX];
+    const ssize_t length = readlink(link.c_str(), target, sizeof target);
+    return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : std::string();
+}
+
+std::string parentOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+std::string nameOf(const std::string& path) {
+    return path.substr(path.rfind('/') + 1);
+}
+
+/// The path as /proc shows it: without symbolic links in its directories.
+std::string resolved(const std::string& path) {
+    char folder[PATH_MAX];
+    return realpath((parentOf(path) + "/").c_str(), folder) != nullptr
+               ? (std::string(folder) == "/" ? "" : std::string(folder)) + "/" + nameOf(path)
+               : path;
+}
+
+/// Calls the function with each name in the directory, until it returns false.
+void forEachName(const std::string& path, const std::function<bool(const char*)>& function) {
+    DIR* directory = opendir(path.c_str());
+    if (directory == nullptr) {
+        return;
+    }
+    for (const dirent* entry = readdir(directory); entry != nullptr; entry = readdir(directory)) {
+        if (!function(entry->d_name)) {
+            break;
+        }
+    }
+    (void)closedir(directory);
+}
+
+/// Calls the function with each line of the file, its end cut off, until it returns false.
+void forEachLine(const std::string& path, const std::function<bool(const char*)>& function) {
+    std::FILE* file = std::fopen(path.c_str(), "re");
+    if (file == nullptr) {
+        return;
+    }
+    char* line = nullptr;
+    std::size_t capacity = 0;
+    for (ssize_t length = getline(&line, &capacity, file); length > 0;
+         length = getline(&line, &capacity, file)) {
+        if (line[length - 1] == '\n') {
+            line[length - 1] = '\0';
+        }
+        if (!function(line)) {
+            break;
+        }
+    }
+    std::free(line); // getline() allocates it
+    (void)std::fclose(file);
+}
+
+/// Every process but this one for which the predicate holds.
+std::vector<pid_t> findProcesses(const std::function<bool(pid_t)>& predicate) {
+    std::vector<pid_t> result;
+    forEachName("/proc", [&](const char* name) {
+        const long number = std::strtol(name, nullptr, 10);
+        const auto process = static_cast<pid_t>(number);
+        if (number > 0 && process != getpid() && predicate(process)) {
+            result.push_back(process);
+        }
+        return true;
+    });
+    return result;
+}
+
+/// False only when both are known and differ.
+bool sharesMemoryFolder(pid_t process) {
+    struct stat ours = {};
+    struct stat theirs = {};
+    return stat(sharedMemoryFolder, &ours) != 0 ||
+           stat(inProc(process, std::string("root") + sharedMemoryFolder).c_str(), &theirs) != 0 ||
+           (ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino);
+}
+
+/// For a process whose executable may not be looked at.
+bool hasNameOf(pid_t process, const std::string& executable) {
+    constexpr std::size_t longestName = 15; // the kernel cuts it there
+    bool result = false;
+    forEachLine(inProc(process, "comm"), [&](const char* line) {
+        result = nameOf(executable).substr(0, longestName) == line;
+        return false;
+    });
+    return result;
+}
+
+/// True for a command line with the word "-stop". The responder takes no second command beside it, and a
+/// daemon keeps the line that it was started with.
+bool isStopCommand(pid_t process) {
+    std::FILE* file = std::fopen(inProc(process, "cmdline").c_str(), "re");
+    if (file == nullptr) {
+        return false;
+    }
+    char words[4096];
+    const std::size_t length = std::fread(words, 1, sizeof words, file);
+    (void)std::fclose(file);
+    return std::string(words, length).find(std::string("\0-stop\0", 7)) != std::string::npos;
+}
+
+/// The first fields of a line, and behind them the rest of it as one more. Fewer when the line ends before.
+std::vector<std::string> splitLine(const std::string& line, std::size_t fields) {
+    std::vector<std::string> result;
+    std::size_t position = line.find_first_not_of(' ');
+    while (position != std::string::npos && result.size() < fields) {
+        const std::size_t end = line.find(' ', position);
+        result.push_back(line.substr(position, end - position));
+        position = line.find_first_not_of(' ', end);
+    }
+    if (position != std::string::npos) {
+        result.push_back(line.substr(position));
+    }
+    return result;
+}
+
+/// The inode of the socket that a line of /proc/net/unix tells of; empty unless it listens at the path.
+std::string listeningInode(const std::string& line, const std::string& path) {
+    constexpr unsigned long acceptsConnections = 0x10000; // __SO_ACCEPTCON, the kernel's own
+    // Num RefCount Protocol Flags Type St Inode, and for sockets that have one their path
+    const std::vector<std::string> fields = splitLine(line, 7);
+    const bool listens = fields.size() == 8 && fields[7] == path &&
+                         (std::strtoul(fields[3].c_str(), nullptr, 16) & acceptsConnections) != 0;
+    return listens ? fields[6] : "";
+}
+
+std::vector<std::string> listeningSockets(const std::string& table, const std::string& path) {
+    std::vector<std::string> result;
+    forEachLine(table, [&](const char* line) {
+        const std::string inode = listeningInode(line, path);
+        if (!inode.empty()) {
+            result.push_back("socket:[" + inode + "]");
+        }
+        return true;
+    });
+    return result;
+}
+
+/// True when one of the process's descriptors is one of the sockets, given as their links in /proc read.
+bool holdsAny(pid_t process, const std::vector<std::string>& sockets) {
+    bool result = false;
+    const std::string descriptors = inProc(process, "fd");
+    if (sockets.empty()) {
+        return false;
+    }
+    forEachName(descriptors, [&](const char* name) {
+        const std::string target = linkTarget(descriptors + "/" + name);
+        result = std::find(sockets.begin(), sockets.end(), target) != sockets.end();
+        return !result;
+    });
+    return result;
+}
+
+/// Compares no paths: a named semaphore is mapped before it gets its name.
+bool maps(pid_t process, const struct stat& status) {
+    char device[24];
+    (void)std::snprintf(device, sizeof device, "%02x:%02x", major(status.st_dev), minor(status.st_dev));
+    const std::string inode = std::to_string(status.st_ino);
+    bool result = false;
+    forEachLine(inProc(process, "maps"), [&](const char* line) {
+        const std::vector<std::string> fields = splitLine(line, 5); // range, rights, offset, device, inode
+        result = fields.size() >= 5 && fields[3] == device && fields[4] == inode;
+        return !result;
+    });
+    return result;
+}
+
+} // namespace
+
+std::string installedResponder() {
+    const std::string prefix = parentOf(parentOf(parentOf(linkTarget("/proc/self/exe"))));
+    return prefix + "/opt/zn/znorb/bin/znorbresponder";
+}
+
+bool runsResponder(pid_t process, const std::string& executable) {
+    const std::string program = linkTarget(inProc(process, "exe"));
+    if (program.empty()) {
+        return (errno == EACCES || errno == EPERM) && hasNameOf(process, executable);
+    }
+    const std::string wanted = resolved(executable);
+    return (program == wanted || program == wanted + deletedSuffix) && sharesMemoryFolder(process) &&
+           !isStopCommand(process);
+}
+
+std::vector<pid_t> findResponders(const std::string& executable) {
+    return findProcesses([&](pid_t process) { return runsResponder(process, executable); });
+}
+
+std::vector<pid_t> findUsers(const std::string& path) {
+    struct stat status = {};
+    if (lstat(path.c_str(), &status) != 0) {
+        return {};
+    }
+    return findProcesses([&](pid_t process) { return maps(process, status) && !isStopCommand(process); });
+}
+
+bool listensAt(pid_t process, const std::string& path) {
+    return holdsAny(process, listeningSockets(inProc(process, "net/unix"), path));
+}
+
+std::vector<pid_t> findListeners(const std::string& path) {
+    const std::vector<std::string> sockets = listeningSockets("/proc/self/net/unix", path);
+    return findProcesses(
+        [&](pid_t process) { return holdsAny(process, sockets) && sharesMemoryFolder(process); });
+}
+
+} // namespace ZNORBTOOLS
