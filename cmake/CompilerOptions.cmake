@@ -29,10 +29,11 @@ target_compile_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
 target_link_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
     LINKER:-z,relro,-z,now,-z,noexecstack LINKER:--gc-sections LINKER:--as-needed>)
 
-# The counters live in mapped files, so that they survive fork, _exit and SIGKILL.
+# The counters live in mapped files, so that they survive fork, _exit and SIGKILL; many
+# processes and threads share them.
 if(ZNORB_COVERAGE)
     target_compile_options(znorb_options INTERFACE
-        -fprofile-instr-generate -fcoverage-mapping -mllvm -runtime-counter-relocation)
+        -fprofile-instr-generate -fprofile-update=atomic -fcoverage-mapping -mllvm -runtime-counter-relocation)
     target_link_options(znorb_options INTERFACE -fprofile-instr-generate)
 endif()
 

@@ -1,0 +1,218 @@
+/// znorb-clean.8 and znorb-wait.8 against the tools.
+
+#include "tests/docs/ManualPage.h"
+#include "tests/docs/SourceTree.h"
+#include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
+#include "tests/support/ListeningPeer.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/ShellScript.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <semaphore.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+#include <regex>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+const std::string toolDirectory = ZNORB_PROGRAM_DIRECTORY;
+
+/// The page's messages as expressions; "%s" stands for text.
+std::regex expressionOf(const std::string& message) {
+    static const std::regex special(R"([.()\[\]*+?{}|^$\\])");
+    std::string text = std::regex_replace(message, special, "\\$&");
+    for (auto at = text.find("%s"); at != std::string::npos; at = text.find("%s")) {
+        text.replace(at, 2, ".+");
+    }
+    return std::regex(text);
+}
+
+class ToolPage : public testing::Test {
+protected:
+    ToolPage(std::string tool, const std::string& page) : m_tool(std::move(tool)), m_page(page) {}
+
+    /// Runs the tool and notes what it says and returns.
+    ProcessEnd run(const std::vector<std::string>& arguments, bool asOrdinaryUser = false) {
+        Launch launch;
+        launch.program = toolDirectory + "/" + m_tool;
+        launch.arguments = arguments;
+        launch.asOrdinaryUser = asOrdinaryUser;
+        if (asOrdinaryUser) { // who may not look into the build folder
+            launch.program = m_driver.directory() + "/" + m_tool;
+            copyProgram(toolDirectory + "/" + m_tool, launch.program);
+        }
+        const ProgramResult result = runProgram(launch);
+        EXPECT_EQ(result.end.kind, ProcessEnd::Kind::Exited);
+        (void)m_statuses.insert(result.end.number);
+        for (const std::string& line : linesOf(result.output + result.errors)) {
+            if (!line.starts_with("usage: ")) {
+                note(line);
+            }
+        }
+        return result.end;
+    }
+
+    ProcessEnd runOnOurs(std::vector<std::string> arguments = {}) {
+        arguments.insert(arguments.begin(), {"-e", m_driver.program()});
+        return run(arguments);
+    }
+
+    void note(const std::string& line) {
+        ASSERT_TRUE(line.starts_with(m_tool + ": ")) << line;
+        bool isKnown = false;
+        for (const std::string& message : m_page.items("DIAGNOSTICS")) {
+            if (std::regex_match(line.substr(m_tool.size() + 2), expressionOf(message))) {
+                (void)m_seen.insert(message);
+                isKnown = true;
+            }
+        }
+        EXPECT_TRUE(isKnown) << "not on the page: " << line;
+    }
+
+    /// The options as they stand on the page and as the usage text has them.
+    void expectTheOptionsOfTheUsage() {
+        Launch launch;
+        launch.program = toolDirectory + "/" + m_tool;
+        launch.arguments = {"-?"};
+        std::string synopsis = "usage: " + m_tool;
+        for (const std::string& line : m_page.section("SYNOPSIS")) {
+            std::smatch option;
+            if (std::regex_match(line, option, std::regex(R"(\.Op Fl (\w)(?: Ar (\w+))?)"))) {
+                synopsis +=
+                    " [-" + option[1].str() + (option[2].length() > 0 ? " " + option[2].str() : "") + "]";
+            } else if (std::regex_match(line, option, std::regex(R"(\.Op Ar (\w+))"))) {
+                synopsis += " [" + option[1].str() + "]";
+            }
+        }
+        EXPECT_THAT(linesOf(runProgram(launch).errors), testing::Contains(synopsis));
+    }
+
+    [[nodiscard]] std::set<int> listedStatuses() const {
+        std::set<int> statuses;
+        for (const std::string& item : m_page.items("EXIT STATUS")) {
+            (void)statuses.insert(std::stoi(item));
+        }
+        return statuses;
+    }
+
+    [[nodiscard]] std::set<std::string> listedMessages() const {
+        const std::vector<std::string> items = m_page.items("DIAGNOSTICS");
+        return {items.begin(), items.end()};
+    }
+
+    void endBy(int number) {
+        ASSERT_TRUE(m_driver.startServing());
+        ASSERT_EQ(kill(m_driver.daemon(), number), 0);
+        ASSERT_NE(m_driver.waitForDaemon(), stillRunning());
+    }
+
+    const std::string m_tool;
+    const ManualPage m_page;
+    std::set<int> m_statuses;
+    std::set<std::string> m_seen;
+    DaemonDriver m_driver;
+};
+
+class CleanPage : public ToolPage {
+protected:
+    CleanPage() : ToolPage("znorb-clean", "znorb-clean.8") {}
+};
+
+TEST_F(CleanPage, HasTheOptionsOfTheUsage) {
+    expectTheOptionsOfTheUsage();
+}
+
+TEST_F(CleanPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
+    endBy(SIGKILL);
+    EXPECT_EQ(runOnOurs({"-n"}), exitedWith(0));
+    EXPECT_EQ(runOnOurs(), exitedWith(0));
+    EXPECT_EQ(runOnOurs(), exitedWith(0)); // nothing to do and nothing to say
+
+    ASSERT_TRUE(m_driver.startServing());
+    EXPECT_EQ(runOnOurs(), exitedWith(2)); // a responder runs
+    sem_t* lock = sem_open("/znorb.appLock", 0);
+    EXPECT_EQ(run({"-e", "/no/such/program"}), exitedWith(2)); // we use the lock
+    (void)sem_close(lock);
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_EQ(m_driver.waitForDaemon(), exitedWith(255));
+    {
+        (void)unlink("/var/run/znorb.socket");
+        const ListeningPeer somebody({}, "/var/run/znorb.socket");
+        EXPECT_EQ(runOnOurs(), exitedWith(2));
+    }
+    // A folder cannot be unlinked.
+    EXPECT_EQ(runProgram(shellScript("", "mkdir /dev/shm/znorb.shvars")).end, exitedWith(0));
+    EXPECT_EQ(runOnOurs(), exitedWith(1));
+    EXPECT_EQ(rmdir("/dev/shm/znorb.shvars"), 0);
+
+    const int turn = open("/run/znorb-clean.lock", O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(flock(turn, LOCK_EX), 0);
+    EXPECT_EQ(runOnOurs(), exitedWith(1));
+    (void)close(turn);
+    EXPECT_EQ(run({}, true), exitedWith(1));
+    EXPECT_EQ(run({"too", "many"}), exitedWith(1));
+
+    EXPECT_EQ(m_seen, listedMessages());
+    EXPECT_EQ(m_statuses, listedStatuses());
+}
+
+class WaitPage : public ToolPage {
+protected:
+    WaitPage() : ToolPage("znorb-wait", "znorb-wait.8") {}
+};
+
+TEST_F(WaitPage, HasTheOptionsOfTheUsage) {
+    expectTheOptionsOfTheUsage();
+}
+
+TEST_F(WaitPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
+    EXPECT_EQ(runOnOurs(), exitedWith(2));
+    ASSERT_TRUE(m_driver.startServing());
+    EXPECT_EQ(runOnOurs(), exitedWith(0));
+    EXPECT_EQ(runOnOurs({std::to_string(m_driver.daemon())}), exitedWith(0));
+    EXPECT_EQ(runOnOurs({""}), exitedWith(2));
+    EXPECT_EQ(runOnOurs({"nobody"}), exitedWith(1));
+    EXPECT_EQ(run({}, true), exitedWith(1));
+    EXPECT_EQ(run({"too", "many"}), exitedWith(1));
+
+    // Test mode that cannot listen, and waits for its keys all the same.
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_EQ(m_driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(runProgram(shellScript("", "cd /var/run; rm znorb.socket; mkdir znorb.socket")).end,
+              exitedWith(0));
+    const std::unique_ptr<ChildProcess> tester = m_driver.startTestConsole();
+    ASSERT_TRUE(tester->waitForOutput("Unified responder stopped\r\n"));
+    EXPECT_EQ(runOnOurs({"-t", "0", std::to_string(tester->pid())}), exitedWith(3));
+    EXPECT_EQ(rmdir("/var/run/znorb.socket"), 0);
+
+    EXPECT_EQ(m_seen, listedMessages());
+    EXPECT_EQ(m_statuses, listedStatuses());
+}
+
+TEST_F(WaitPage, GivesAStartThatWorksOverAnOldTable) {
+    const std::vector<std::string> displays = m_page.displays("EXAMPLES");
+    ASSERT_EQ(displays.size(), 1U);
+    endBy(SIGTERM);
+    // An installed tool knows its executable; this one is told.
+    const std::string path = m_driver.directory() + ":" + toolDirectory;
+    const std::string told = "wait_told() { znorb-wait -e " + m_driver.program() + "; }\n" +
+                             std::regex_replace(displays[0], std::regex("znorb-wait"), "wait_told");
+    const ProgramResult result = runProgram(shellScript(path, told));
+    EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+    EXPECT_EQ(m_driver.run({"-stop"}).output, "The ZN Orbisan daemon has stopped.\n");
+}
+
+} // namespace

@@ -1,0 +1,187 @@
+/// What the documents say about the tree itself: files, scripts, links, the version.
+
+#include "responder/ExitStatus.h"
+#include "tests/docs/SourceTree.h"
+#include "tests/support/Files.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::Contains;
+using testing::HasSubstr;
+
+const std::vector<std::string> documents = {
+    "README.md",           "CONTRIBUTING.md",   "CHANGELOG.md",     "SECURITY.md",   "docs/ARCHITECTURE.md",
+    "docs/PERFORMANCE.md", "docs/OPERATING.md", "docs/PROTOCOL.md", "docs/FAULTS.md"};
+
+std::string withoutExtension(const std::string& name) {
+    return name.substr(0, name.find('.'));
+}
+
+/// The names of a layer's part of the file map, without extensions; "*" stands for any end.
+std::set<std::string> mappedNames(const std::string& layer) {
+    std::set<std::string> names;
+    bool isInside = false;
+    const std::string map = readSource("docs/ARCHITECTURE.md");
+    for (const std::string& line : linesOf(map.substr(map.find("## File map")))) {
+        if (line.starts_with("    ") && !line.starts_with("      ")) {
+            isInside = line == "    " + layer + "/";
+        } else if (isInside && line.starts_with("      ")) {
+            const std::string list = line.substr(6, line.find("  ", 6) - 6);
+            for (const std::string& name : matches(list, "([A-Za-z]+\\*?)(?:\\.[a-z]+)?(?:, |$)")) {
+                (void)names.insert(name);
+            }
+        }
+    }
+    return names;
+}
+
+bool isMatched(const std::string& file, const std::string& name) {
+    return name.back() == '*' ? file.starts_with(name.substr(0, name.size() - 1)) : file == name;
+}
+
+TEST(FileMap, HasEveryFileOfTheLayersAndNoOther) {
+    for (const std::string layer : {"responder", "common", "foundation"}) {
+        const std::set<std::string> names = mappedNames(layer);
+        std::set<std::string> files;
+        for (const std::string& path : filesBelow(layer)) {
+            const std::string file = withoutExtension(path.substr(path.rfind('/') + 1));
+            if (file != "CMakeLists") {
+                (void)files.insert(file);
+            }
+        }
+        for (const std::string& file : files) {
+            EXPECT_TRUE(std::any_of(names.begin(), names.end(),
+                                    [&file](const std::string& name) { return isMatched(file, name); }))
+                << layer << "/" << file << " is not in the map";
+        }
+        for (const std::string& name : names) {
+            EXPECT_TRUE(std::any_of(files.begin(), files.end(),
+                                    [&name](const std::string& file) { return isMatched(file, name); }))
+                << name << " is not in " << layer;
+        }
+    }
+}
+
+TEST(FileMap, NamesFoldersThatExist) {
+    const std::string map = readSource("docs/ARCHITECTURE.md");
+    std::string above;
+    unsigned count = 0;
+    for (const std::string& line : linesOf(map.substr(map.find("## File map")))) {
+        const bool isBelow = line.starts_with("      ");
+        const std::string start =
+            isBelow ? line.substr(6) : line.substr(std::min<std::size_t>(line.size(), 4));
+        for (const std::string& folder : matches(start.substr(0, start.find("  ")), "([a-z]+)/(?:,|$)")) {
+            EXPECT_TRUE(exists(sourcePath((isBelow ? above : "") + folder))) << above << folder;
+            above = isBelow ? above : folder + "/";
+            ++count;
+        }
+    }
+    EXPECT_GE(count, 20U);
+}
+
+TEST(ScriptMap, HasEveryScriptAndNoOther) {
+    const std::string page = readSource("CONTRIBUTING.md");
+    std::set<std::string> named;
+    for (const std::string& name : matches(page, "`script/([a-z-]+)")) {
+        (void)named.insert(name);
+    }
+    std::set<std::string> scripts;
+    for (const std::string& path : filesBelow("script")) {
+        (void)scripts.insert(path.substr(path.find('/') + 1));
+        EXPECT_TRUE((modeOf(sourcePath(path)) & 0111U) == 0111U) << path << " cannot be run";
+    }
+    EXPECT_EQ(named, scripts);
+}
+
+/// As the common forges make it of a heading's text.
+std::string anchorOf(const std::string& heading) {
+    std::string anchor;
+    for (const char character : heading) {
+        if (std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '-') {
+            anchor += static_cast<char>(std::tolower(static_cast<unsigned char>(character)));
+        } else if (character == ' ') {
+            anchor += '-';
+        }
+    }
+    return anchor;
+}
+
+std::vector<std::string> anchorsOf(const std::string& document) {
+    std::vector<std::string> anchors;
+    for (const std::string& heading : matches(readSource(document), "\n#+ ([^\n]+)")) {
+        anchors.push_back(anchorOf(heading));
+    }
+    return anchors;
+}
+
+TEST(Links, LeadToFilesAndHeadingsThatExist) {
+    unsigned count = 0;
+    for (const std::string& document : documents) {
+        const std::string folder = document.substr(0, document.rfind('/') + 1);
+        for (const std::string& link : matches(readSource(document), R"(\]\(([^)]+)\))")) {
+            if (link.starts_with("http")) {
+                continue;
+            }
+            const std::string path = link.substr(0, link.find('#'));
+            const std::string target = path.empty() ? document : folder + path;
+            EXPECT_TRUE(exists(sourcePath(target))) << document << ": " << link;
+            if (link.find('#') != std::string::npos && exists(sourcePath(target))) {
+                EXPECT_THAT(anchorsOf(target), Contains(link.substr(link.find('#') + 1))) << document;
+            }
+            ++count;
+        }
+    }
+    EXPECT_GE(count, 10U);
+}
+
+TEST(Documents, NameFilesThatExist) {
+    // A path of the tree in backquotes: at least one folder, and a file's extension.
+    const std::string path = "`((?:responder|common|foundation|include|examples|packaging|tests|docs|cmake)/"
+                             "[A-Za-z0-9_./-]+\\.[a-z0-9]+)`";
+    for (const std::string& document : documents) {
+        for (const std::string& name : matches(readSource(document), path)) {
+            EXPECT_TRUE(exists(sourcePath(name))) << document << ": " << name;
+        }
+    }
+}
+
+TEST(Changelog, BeginsWithTheVersionThatIsBuilt) {
+    const std::vector<std::string> versions =
+        matches(readSource("CHANGELOG.md"), R"(\n## \[([0-9.]+)\] - [0-9]{4}-[0-9]{2}-[0-9]{2}\n)");
+    ASSERT_FALSE(versions.empty());
+    EXPECT_EQ(versions[0], ZNORB_VERSION);
+}
+
+TEST(Readme, ShowsTheCommandsThatExist) {
+    const std::string readme = readSource("README.md");
+    for (const std::string& command : matches(readme, "\n    (script/[a-z-]+)")) {
+        EXPECT_TRUE(exists(sourcePath(command))) << command;
+    }
+    const std::string presets = readSource("CMakePresets.json");
+    for (const std::string& preset : matches(readme, "--preset ([a-z]+)")) {
+        EXPECT_THAT(presets, HasSubstr("\"name\": \"" + preset + "\""));
+    }
+}
+
+TEST(Readme, ListsEveryExitStatus) {
+    const std::string readme = readSource("README.md");
+    std::set<int> listed;
+    for (const std::string& number : matches(readme, "\n\\| ([0-9]+) \\|")) {
+        (void)listed.insert(std::stoi(number));
+    }
+    const std::set<int> constants = {ZNORBRESPONDER::startedStatus,    ZNORBRESPONDER::notRootStatus,
+                                     ZNORBRESPONDER::refusedStatus,    ZNORBRESPONDER::stopTimedOutStatus,
+                                     ZNORBRESPONDER::terminatedStatus, ZNORBRESPONDER::otherEndStatus & 0xff};
+    EXPECT_EQ(listed, constants);
+}
+
+} // namespace

@@ -1,0 +1,203 @@
+/// What an author of clients and requesters gets: the header and znorb.pc as they are installed, the examples
+/// built with them and run by the installed daemon.
+
+#include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/SharedTable.h"
+#include "tests/support/ShellScript.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::AnyOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr Milliseconds compilerBound{60000};
+
+const std::string sourceDirectory = ZNORB_SOURCE_DIRECTORY;
+
+std::string withoutNewline(std::string text) {
+    if (!text.empty() && text.back() == '\n') {
+        text.pop_back();
+    }
+    return text;
+}
+
+/// An installation below a temporary folder, and the examples on their own in another folder.
+class InstalledKit : public testing::Test {
+protected:
+    InstalledKit() {
+        for (const char* name : {"znorbclient.c", "znorbrequestor.c", "znorbrequestor.sh"}) {
+            writeFile(m_work / name, readFile(sourceDirectory + "/examples/" + name), 0755);
+        }
+    }
+
+    void SetUp() override { install("--prefix " + m_root.path()); }
+
+    /// One at a time: an installation writes into the build folder as well.
+    void install(const std::string& where, const std::string& setting = "") const {
+        const std::string build = ZNORB_BUILD_DIRECTORY;
+        const std::string command = setting + " flock " + build + "/install.lock cmake --install " + build;
+        const ProgramResult result = runProgram(shellScript("", command + " " + where), compilerBound);
+        ASSERT_EQ(result.end, exitedWith(0)) << result.output << result.errors;
+    }
+
+    /// Runs a script among the examples, with the installed znorb.pc alone.
+    [[nodiscard]] ProgramResult runInWork(const std::string& script) const {
+        Launch launch = shellScript("", script);
+        launch.workingDirectory = m_work.path();
+        launch.environment = {"PKG_CONFIG_LIBDIR=" + m_root.path() + "/usr/share/pkgconfig",
+                              "PKG_CONFIG_PATH="};
+        return runProgram(launch, compilerBound);
+    }
+
+    [[nodiscard]] std::string ask(const std::string& question) const {
+        const ProgramResult result = runInWork("pkg-config " + question + " znorb");
+        EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
+        return withoutNewline(result.output);
+    }
+
+    /// With as many complaints as a compiler has.
+    void buildExamples(const std::string& compiler) const {
+        for (const char* name : {"znorbclient", "znorbrequestor"}) {
+            const ProgramResult result =
+                runInWork(compiler + " -std=c11 -pedantic-errors -Wall -Wextra -Werror -o " + name + " " +
+                          name + ".c $(pkg-config --cflags znorb)");
+            EXPECT_EQ(result.end, exitedWith(0)) << compiler << ": " << result.errors;
+        }
+    }
+
+    /// A living daemon of the installation serves the examples that were built.
+    void expectTheExamplesServed() {
+        for (const char* name : {"znorbclient", "znorbrequestor"}) {
+            (void)unlink((m_driver.directory() + "/" + name).c_str());
+            copyProgram(m_work / name, m_driver.directory() + "/" + name);
+        }
+        ASSERT_TRUE(m_driver.startServing());
+        const ProgramResult reply = runInWork("./znorbrequestor 'GET|en'");
+        EXPECT_EQ(reply.output, "0\n");
+        ASSERT_TRUE(DaemonDriver::waitForClient(0));
+        const auto table = readSharedTable();
+        ASSERT_TRUE(table.has_value());
+        EXPECT_EQ(identifierOf(table->entries[0]),
+                  "znorbclient-" + std::to_string(m_driver.clients().at(0)) + " en");
+        EXPECT_EQ(m_driver.run({"-stop"}).output, "The ZN Orbisan daemon has stopped.\n");
+        EXPECT_TRUE(waitUntil([this]() { return m_driver.clients().empty(); }));
+    }
+
+    const TemporaryFolder m_root;
+    const TemporaryFolder m_work;
+    DaemonDriver m_driver{m_root / "opt/zn/znorb/bin"}; ///< the installation replaces its executable
+};
+
+TEST_F(InstalledKit, IsFoundThroughPkgConfigWithItsVersionAndItsProgramDirectory) {
+    EXPECT_EQ(ask("--modversion"), ZNORB_VERSION);
+    const std::string flags = ask("--cflags");
+    ASSERT_THAT(flags, testing::StartsWith("-I"));
+    EXPECT_EQ(readFile(flags.substr(2, flags.find(' ') - 2) + "/znorb/shared_table.h"),
+              readFile(sourceDirectory + "/include/znorb/shared_table.h"));
+    EXPECT_TRUE(exists(ask("--variable=programdir") + "/znorbresponder"));
+    EXPECT_EQ(ask("--libs"), "");
+}
+
+TEST_F(InstalledKit, IsFoundInAStagingFolderAsWell) {
+    const TemporaryFolder stage;
+    install("--prefix /", "DESTDIR=" + stage.path());
+    const std::string packages = stage.path() + "/usr/share/pkgconfig";
+    const ProgramResult result = runInWork("PKG_CONFIG_LIBDIR=" + packages + " pkg-config --cflags znorb");
+    ASSERT_THAT(result.output, HasSubstr(stage.path())) << result.errors;
+    const std::string directory = withoutNewline(result.output).substr(2);
+    EXPECT_TRUE(exists(directory.substr(0, directory.find(' ')) + "/znorb/shared_table.h"));
+}
+
+TEST_F(InstalledKit, IsWhatTheExamplesNeedToBeBuilt) {
+    if (exists("/usr/include/znorb/shared_table.h")) {
+        GTEST_SKIP() << "this machine has a header of its own";
+    }
+    EXPECT_THAT(runInWork("cc -fsyntax-only znorbclient.c").errors, HasSubstr("znorb/shared_table.h"));
+}
+
+TEST_F(InstalledKit, BuildsExamplesWithGccThatTheInstalledDaemonServes) {
+    buildExamples("gcc");
+    expectTheExamplesServed();
+}
+
+TEST_F(InstalledKit, BuildsExamplesWithClangThatTheInstalledDaemonServes) {
+    buildExamples("clang");
+    expectTheExamplesServed();
+}
+
+TEST_F(InstalledKit, IsUsedAsTheProtocolSays) {
+    const std::string document = readFile(sourceDirectory + "/docs/PROTOCOL.md");
+    const auto begin = document.find("    cc -std=c11");
+    ASSERT_NE(begin, std::string::npos);
+    const ProgramResult result = runInWork(document.substr(begin, document.find('\n', begin) - begin));
+    EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
+    EXPECT_TRUE(exists(m_work / "znorbclient"));
+}
+
+class ShellRequester : public InstalledKit {
+protected:
+    void SetUp() override {
+        if (runProgram(shellScript("", "nc -h 2>&1 | grep -q OpenBSD")).end != exitedWith(0)) {
+            GTEST_SKIP() << "OpenBSD's nc is not installed";
+        }
+    }
+};
+
+TEST_F(ShellRequester, PrintsTheReplyWithANewlineAndReturnsZero) {
+    ASSERT_TRUE(m_driver.startServing());
+    for (const std::string number : {"0", "1"}) {
+        const ProgramResult result = runInWork("./znorbrequestor.sh 'GET|en'");
+        EXPECT_EQ(result.end, exitedWith(0));
+        EXPECT_EQ(result.output, number + "\n");
+        EXPECT_EQ(result.errors, "");
+    }
+}
+
+TEST_F(ShellRequester, EndsTheDaemonWithQuit) {
+    ASSERT_TRUE(m_driver.startServing());
+    EXPECT_EQ(runInWork("./znorbrequestor.sh QUIT").output, "0\n");
+    EXPECT_EQ(m_driver.waitForDaemon(), exitedWith(255));
+}
+
+TEST_F(ShellRequester, SendsEveryByteAsItIs) {
+    ASSERT_TRUE(m_driver.startServing());
+    const std::string language = R"(%s\n \\ -e "x" é)";
+    EXPECT_EQ(runInWork("./znorbrequestor.sh 'GET|" + language + "'").output, "0\n");
+    ASSERT_TRUE(DaemonDriver::waitForClient(0));
+    EXPECT_THAT(identifierOf(readSharedTable()->entries[0]), EndsWith(" " + language));
+}
+
+TEST_F(ShellRequester, ReturnsOneWithoutADaemon) {
+    const ProgramResult result = runInWork("./znorbrequestor.sh PRINT");
+    EXPECT_EQ(result.end, exitedWith(1));
+    EXPECT_EQ(result.output, "");
+    EXPECT_THAT(result.errors, HasSubstr("no reply"));
+}
+
+TEST_F(ShellRequester, ReturnsOneWhenTheReplyDoesNotComeInTime) {
+    ASSERT_TRUE(m_driver.startServing());
+    const LocalConnection silent = LocalConnection::toPath("/var/run/znorb.socket"); // holds the others up
+    ASSERT_TRUE(silent.isConnected());
+    EXPECT_EQ(runInWork("./znorbrequestor.sh PRINT 1").end, exitedWith(1));
+}
+
+TEST_F(ShellRequester, ReturnsTwoForAWrongCommandLine) {
+    for (const std::string arguments : {"", "''", "a 1 2", "$(printf %01025d 0)"}) {
+        EXPECT_EQ(runInWork("./znorbrequestor.sh " + arguments).end, exitedWith(2)) << arguments;
+    }
+}
+
+} // namespace
