@@ -1,6 +1,7 @@
 #include "common/GlobalLock.h"
 
 #include "foundation/NonCopyable.h"
+#include "tests/support/Scarcity.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -20,6 +21,7 @@
 namespace {
 
 using ORBCOMMON::GlobalLock;
+using ZNORBTEST::statusInOwnProcess;
 
 static_assert(std::has_virtual_destructor_v<GlobalLock>);
 static_assert(!std::is_copy_constructible_v<GlobalLock> && !std::is_copy_assignable_v<GlobalLock>);
@@ -65,20 +67,6 @@ public:
 private:
     sem_t* m_semaphore;
 };
-
-// A child process that lives for a minute at most; its exit status, -1 when it was killed.
-int statusInOwnProcess(const std::function<int()>& body) {
-    const pid_t process = fork();
-    if (process == 0) {
-        (void)alarm(60);
-        _exit(body());
-    }
-    int status = 0;
-    if (waitpid(process, &status, 0) != process || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
-}
 
 // A name of this test's own, gone before and after it.
 class GlobalLockTest : public testing::Test {
