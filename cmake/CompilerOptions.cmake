@@ -29,6 +29,13 @@ target_compile_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
 target_link_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
     LINKER:-z,relro,-z,now,-z,noexecstack LINKER:--gc-sections LINKER:--as-needed>)
 
+# The daemon's release build is optimised as a whole when it is linked, which drops a tenth of it. The libraries keep
+# their usual code as well: the tests link that, and need not wait for it.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:-flto -ffat-lto-objects>)
+    set(ZNORB_WHOLE_PROGRAM $<$<CONFIG:Release>:-flto=auto>)
+endif()
+
 # The counters live in mapped files, so that they survive fork, _exit and SIGKILL; many
 # processes and threads share them.
 if(ZNORB_COVERAGE)
