@@ -4,6 +4,7 @@
 #include "common/SocketWait.h"
 #include "responder/ClientLauncher.h"
 #include "responder/ClientTable.h"
+#include "responder/CodePages.h"
 #include "responder/CommandSocket.h"
 #include "responder/ExitSweep.h"
 #include "responder/RuntimeNames.h"
@@ -103,10 +104,17 @@ void UnifiedResponderMonitor::acceptUntilQuit(CommandSocket& listener, SharedVar
         Logger::log("Unable to put socket in listen mode");
         return;
     }
+    bool isResting = false;
     bool isQuit = false;
     while (!isQuit) {
         const int connection = listener.accept(acceptWaitSeconds);
-        isQuit = connection != -1 && serveConnection(connection, table);
+        if (connection != -1) {
+            isResting = false;
+            isQuit = serveConnection(connection, table);
+        } else if (!isResting) {
+            releaseCode();
+            isResting = true;
+        }
     }
 }
 

@@ -4,6 +4,7 @@
 #include "tests/soak/Lives.h"
 #include "tests/soak/Neighbours.h"
 #include "tests/soak/Soak.h"
+#include "tests/support/CodeMemory.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
@@ -35,10 +36,13 @@ struct Possessions {
     unsigned long resident = 0; ///< KiB, counted page by page
 };
 
-unsigned long residentOf(const std::string& process) {
-    const std::string text = readFile(process + "/smaps_rollup");
+/// Without the executable's code, which comes and goes with the pauses.
+unsigned long residentOf(pid_t process) {
+    const std::string text = readFile("/proc/" + std::to_string(process) + "/smaps_rollup");
     const std::size_t place = text.find("Rss:");
-    return place == std::string::npos ? 0 : std::strtoul(text.c_str() + place + 4, nullptr, 10);
+    const unsigned long all =
+        place == std::string::npos ? 0 : std::strtoul(text.c_str() + place + 4, nullptr, 10);
+    return all - std::min(all, residentCode(process));
 }
 
 std::size_t socketsAmong(const std::string& folder, const std::vector<std::string>& descriptors) {
@@ -54,7 +58,7 @@ Possessions possessionsOf(pid_t daemon) {
     const std::string folder = process + "/fd";
     const std::vector<std::string> descriptors = namesIn(folder);
     return {descriptors, socketsAmong(folder, descriptors), namesIn(process + "/task").size(),
-            childrenOf(daemon).size(), residentOf(process)};
+            childrenOf(daemon).size(), residentOf(daemon)};
 }
 
 /// What the daemon has when everything asked of it is over. The requester sees the end of a connection before
