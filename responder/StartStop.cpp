@@ -13,6 +13,7 @@
 #include <malloc.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace ZNORBRESPONDER {
@@ -73,6 +74,8 @@ void endInvoker(bool isInvoker, const sigset_t& callersMask) {
     restoreSignalMask(callersMask);
     ORBFrontProcessBarrier.setOwner(true);
     (void)ORBFrontProcessBarrier.wait();
+    static char line[80]; // spares the start the C library's own buffer: two page faults, two system calls
+    (void)std::setvbuf(stdout, line, _IOFBF, sizeof line);
     tellUser(stdout, "The ZN Orbisan daemon has started.");
     std::exit(startedStatus);
 }
