@@ -113,7 +113,7 @@ void Logger::log(const char* format, ...) {
     const Guard guard(operationLock);
     va_list arguments;
     va_start(arguments, format);
-    vlog(s_logLevel, format, arguments);
+    writeFormatted(s_logLevel, format, arguments);
     va_end(arguments);
 }
 
@@ -124,7 +124,7 @@ void Logger::logAt(int level, const char* format, ...) {
     const Guard guard(operationLock);
     va_list arguments;
     va_start(arguments, format);
-    vlog(level, format, arguments);
+    writeFormatted(level, format, arguments);
     va_end(arguments);
 }
 
@@ -133,24 +133,34 @@ void Logger::vlog(int level, const char* format, va_list arguments) {
         return;
     }
     const Guard guard(operationLock);
-    if (isWritten(level)) {
-        writeFormatted(level, format, arguments);
-    }
+    writeFormatted(level, format, arguments);
 }
 
 // On its own, so that a record that nobody gets does not touch the stack's pages for it.
 void Logger::writeFormatted(int level, const char* format, va_list arguments) {
-    // All zeros, so that a format that the C library rejects halfway still leaves a terminated text.
-    char message[messageSize] = {};
-    (void)std::vsnprintf(message, sizeof(message), format, arguments);
-    writeLine(level, message);
+    if (!isWritten(level)) {
+        return;
+    }
+    char message[messageSize]; // 8 KiB, so filled only where it must be
+    va_list again;
+    va_copy(again, arguments);
+    if (std::vsnprintf(message, sizeof message, format, arguments) < 0) {
+        // The C library has rejected the format halfway. Over zeros the text before that has an end.
+        std::memset(message, 0, sizeof message);
+        (void)std::vsnprintf(message, sizeof message, format, again);
+    }
+    va_end(again);
+    writeRecord(message);
 }
 
 void Logger::writeLine(int level, const char* text) {
     const Guard guard(operationLock);
-    if (!isWritten(level)) {
-        return;
+    if (isWritten(level)) {
+        writeRecord(text);
     }
+}
+
+void Logger::writeRecord(const char* text) {
     // Settled once for all streams: a stream that logs may change the switch.
     const bool stamped = s_showTimestamp;
     char time[logTimeSize] = {};

@@ -81,9 +81,12 @@ private:
     /// Whether a record of the level would reach a stream. REQUIRES: logger_mutex is held.
     static bool isWritten(int level) noexcept;
 
-    /// Formats a record and writes it. REQUIRES: isWritten(level).
+    /// Formats a record and writes it, if it would reach a stream. REQUIRES: logger_mutex is held.
     static void writeFormatted(int level, const char* format, va_list arguments)
         __attribute__((format(printf, 2, 0), noinline));
+
+    /// Writes a record to every stream. REQUIRES: isWritten() for its level.
+    static void writeRecord(const char* text);
 
     static int s_logLevel;
     static bool s_logPaused;
