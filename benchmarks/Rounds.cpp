@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <limits>
 #include <thread>
 
 /// znorb-rounds FOLDER ROUNDS RESULTS [FIGURE]: measures what crosses processes, the daemon against the
@@ -24,6 +25,11 @@ using namespace ZNORBBENCH;
 constexpr unsigned capacity = 64;
 constexpr int requestCount = 2000;
 constexpr int launchCount = 64;
+constexpr int startCount = 21;
+
+/// Longer than the five seconds that the daemon waits for a request at a time.
+constexpr unsigned pauseMicroseconds = 5'500'000;
+constexpr int mostMemoryRounds = 5; // they hardly differ, and each has its pauses
 constexpr int countedRequests = 20;
 constexpr double microseconds = 1e6;
 
@@ -110,7 +116,7 @@ double burst(int arm) {
 double start(int arm, Seconds (Responder::*time)() const) {
     const int processor = std::thread::hardware_concurrency() > 1 ? 1 : 0;
     std::vector<double> times;
-    for (int number = 0; number < 7; ++number) {
+    for (int number = 0; number < startCount; ++number) {
         const Responder responder(programOf(arm), "", processor);
         times.push_back((responder.*time)().count() * microseconds);
     }
@@ -129,9 +135,12 @@ double sweep(int arm) {
     return responder.quit().count() * microseconds;
 }
 
+/// After a pause in which nobody asked for anything.
 double memory(int arm, const char* name) {
     const Responder responder(programOf(arm));
     (void)ask("?");
+    (void)ask("PRINT");
+    (void)usleep(pauseMicroseconds);
     return static_cast<double>(responder.memory(name));
 }
 
@@ -139,6 +148,7 @@ struct Figure {
     const char* name;
     const char* unit;
     std::function<double(int arm)> measure;
+    int mostRounds = std::numeric_limits<int>::max();
 };
 
 const std::array<Figure, 12> figures = {{
@@ -152,15 +162,16 @@ const std::array<Figure, 12> figures = {{
     {"-d to its exit", "us", [](int arm) { return start(arm, &Responder::untilExit); }},
     {"-d to the first reply", "us", [](int arm) { return start(arm, &Responder::untilReply); }},
     {"QUIT with 64 clients until all are gone", "us", sweep},
-    {"idle memory, PSS", "KiB", [](int arm) { return memory(arm, "Pss:"); }},
-    {"idle memory, private dirty", "KiB", [](int arm) { return memory(arm, "Private_Dirty:"); }},
+    {"idle memory, PSS", "KiB", [](int arm) { return memory(arm, "Pss:"); }, mostMemoryRounds},
+    {"idle memory, private dirty", "KiB", [](int arm) { return memory(arm, "Private_Dirty:"); },
+     mostMemoryRounds},
 }};
 
 void measure(const Figure& figure, int rounds, std::ofstream& results) {
     std::vector<double> values[armCount];
     std::vector<double> ratios;
     std::vector<double> noise;
-    for (int round = 0; round < rounds; ++round) {
+    for (int round = 0; round < std::min(rounds, figure.mostRounds); ++round) {
         double value[armCount];
         for (int turn = 0; turn < armCount; ++turn) {
             const int arm = (round + turn) % armCount;

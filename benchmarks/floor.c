@@ -108,6 +108,7 @@ static void makeTable(void) {
     require(object != -1 && fchmod(object, 0666) == 0 && ftruncate(object, ZNORB_TABLE_SIZE) == 0);
     table = mmap(NULL, ZNORB_TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, object, 0);
     require(table != MAP_FAILED && close(object) == 0);
+    (void)memset(table, 0, sizeof *table);
 }
 
 static int makeListener(void) {
