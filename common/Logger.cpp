@@ -136,7 +136,7 @@ void Logger::vlog(int level, const char* format, va_list arguments) {
     writeFormatted(level, format, arguments);
 }
 
-// On its own, so that a record that nobody gets does not touch the stack's pages for it.
+// Apart from its callers, so that without a stream they do not touch the stack's pages for a message.
 void Logger::writeFormatted(int level, const char* format, va_list arguments) {
     if (!isWritten(level)) {
         return;

@@ -21,8 +21,9 @@
 /// when L is not above the threshold (0 unless setLogLevel() raised it).
 ///
 /// Any thread may call any operation. Each holds logger_mutex from start to end, formatting and stream writes
-/// included, so records are whole and come in the same order on all streams. A stream's write may itself log
-/// or add a stream, but must not remove the streams.
+/// included (except isSilent(), and a record while there is no stream), so records are whole and come in the
+/// same order on all streams. A stream's write may itself log or add a stream, but must not remove the
+/// streams.
 ///
 /// Life: the list and the switches are usable before any constructor has run. Until the static initialisation
 /// of Logger.cpp has made logger_mutex, operations do their work without a lock, as only one thread runs

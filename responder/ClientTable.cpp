@@ -29,7 +29,8 @@ unsigned lowestFree(const SharedVariables& table, unsigned count) {
 } // namespace
 
 unsigned boundedCount(const SharedVariables& table) {
-    // A shortened object keeps its first pages: wherever it was cut, the loss shows at its last byte.
+    // A shortened object keeps its first pages: wherever pages of it were cut off, the loss shows at its last
+    // byte.
     (void)readOnce(table.entries[clientCapacity - 1].unused2[1]);
     const std::uint32_t count = readOnce(table.count);
     return isTruncated() ? 0 : std::min<std::uint32_t>(count, clientCapacity);

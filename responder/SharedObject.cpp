@@ -28,15 +28,15 @@ void SharedObject::create() {
         return;
     }
     // Neither result is checked, on purpose. Without the mode only root's clients get at the table; without
-    // the size the first access below ends the process.
+    // the size, or memory for it, the table is lost as if it had been shortened.
     (void)fchmod(descriptor, 0666);
     [[maybe_unused]] const int sized = ftruncate(descriptor, sizeof(SharedVariables));
     m_address = mmap(nullptr, sizeof(SharedVariables), PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
     (void)close(descriptor);
     // Only null counts as a failed mapping, on purpose: any other failure ends the process below.
     if (m_address != nullptr) {
+        guardAgainstTruncation(m_address, sizeof(SharedVariables)); // others may shorten it already
         m_table = new (m_address) SharedVariables;
-        guardAgainstTruncation(m_address, sizeof(SharedVariables));
     }
 }
 

@@ -66,11 +66,8 @@ void awaitNameRemoval() {
     }
 }
 
-/// In the invoking process: waits until the daemon is ready, tells the user and ends. Returns in the daemon.
-void endInvoker(bool isInvoker, const sigset_t& callersMask) {
-    if (!isInvoker) {
-        return;
-    }
+/// What the invoking process does: waits until the daemon is ready, tells the user and ends.
+[[noreturn]] void endInvoker(const sigset_t& callersMask) {
     restoreSignalMask(callersMask);
     ORBFrontProcessBarrier.setOwner(true);
     (void)ORBFrontProcessBarrier.wait();
@@ -84,7 +81,9 @@ void endInvoker(bool isInvoker, const sigset_t& callersMask) {
 
 bool startInBackground(const sigset_t& callersMask) {
     ORBFrontProcessBarrier.setOwner(false);
-    endInvoker(daemonize(false), callersMask);
+    if (daemonize(false)) {
+        endInvoker(callersMask);
+    }
     return true;
 }
 

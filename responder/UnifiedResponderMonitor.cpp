@@ -104,7 +104,7 @@ void UnifiedResponderMonitor::acceptUntilQuit(CommandSocket& listener, SharedVar
         Logger::log("Unable to put socket in listen mode");
         return;
     }
-    bool isResting = false;
+    bool isResting = false; // the code has been let go: once in a pause, as each waking brings a little back
     bool isQuit = false;
     while (!isQuit) {
         const int connection = listener.accept(acceptWaitSeconds);

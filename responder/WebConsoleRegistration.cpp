@@ -46,7 +46,7 @@ void setMode(const std::string& path, mode_t mode) {
 }
 
 /// Keeps what is published from ever being writable by others: the daemon's own umask is 0, and the modes
-/// are set only when the files are whole.
+/// are set only when the files are whole. It is the whole process's: no other thread makes files meanwhile.
 class RestrictedUmask {
 public:
     RestrictedUmask() : m_previous(umask(022)) {}

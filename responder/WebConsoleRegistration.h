@@ -19,6 +19,9 @@ void fillTemplate(const std::string& sourceFile, const std::string& destinationF
 
 /// Copies the named file from one directory to the other, replacing what is there. True when the source
 /// could be opened, even if the destination could not.
+///
+/// Here and above, what is no regular file counts as one that cannot be opened, and an existing destination
+/// keeps the right to be written to for its owner only.
 bool copyFileTo(const std::string& sourceDirectory, const std::string& destinationDirectory,
                 const std::string& fileName);
 

@@ -15,7 +15,8 @@
 #include <vector>
 
 /// What std::terminate calls. The C++ library's own handler would name the exception, and brings 50 KiB for
-/// it into the executable. This is the library's variable, which stands before anything runs.
+/// it into the executable. This is the library's variable, which stands before anything runs. A shared C++
+/// library keeps its own.
 namespace __cxxabiv1 { // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 extern std::terminate_handler __terminate_handler;
 std::terminate_handler __terminate_handler = std::abort;

@@ -1,5 +1,7 @@
 #include "responder/SharedObject.h"
 
+#include "responder/ClientTable.h"
+#include "responder/TruncationGuard.h"
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
 #include "tests/support/Sanitizers.h"
@@ -25,6 +27,9 @@
 
 namespace {
 
+using ZNORBRESPONDER::boundedCount;
+using ZNORBRESPONDER::claimEntry;
+using ZNORBRESPONDER::isTruncated;
 using ZNORBRESPONDER::SharedObject;
 using ZNORBRESPONDER::SharedVariables;
 using namespace ZNORBTEST;
@@ -59,6 +64,7 @@ int lowestFreeDescriptor() {
 
 constexpr bool canSteerMappings = !underSanitizer;
 bool nextMappingIsNull = false;
+bool isShortenedOnceMapped = false;
 
 } // namespace
 
@@ -71,6 +77,10 @@ extern "C" void* mmap(void* address, std::size_t length, int protection, int fla
         return nullptr;
     }
     const long mapped = syscall(SYS_mmap, address, length, protection, flags, descriptor, offset);
+    if (isShortenedOnceMapped) {
+        isShortenedOnceMapped = false;
+        (void)!ftruncate(descriptor, 0);
+    }
     return reinterpret_cast<void*>(mapped);
 }
 #endif
@@ -275,12 +285,35 @@ TEST_F(SharedObjectTest, AnyOtherFailureOfTheMappingEndsTheProcess) {
     });
 }
 
-TEST_F(SharedObjectTest, ObjectThatCannotGetItsSizeEndsTheProcess) {
-    expectEnd(SIGBUS, []() {
-        (void)std::signal(SIGXFSZ, SIG_IGN);
-        const rlimit none = {0, 0};
-        (void)setrlimit(RLIMIT_FSIZE, &none);
+/// Creates an object, prepared for like this, in a process of its own that ends with status 0 if its table is
+/// lost, but there.
+ProcessEnd endWithLostTable(const std::function<void()>& prepare) {
+    return endOfForked([&prepare]() {
+        SharedObject object;
+        prepare();
+        object.create();
+        if (object.table() == nullptr || !isTruncated()) {
+            return 1;
+        }
+        std::uint16_t index = 0;
+        return boundedCount(*object.table()) == 0 && !claimEntry(*object.table(), index) ? 0 : 2;
     });
+}
+
+TEST_F(SharedObjectTest, TableIsLostWhenTheObjectCannotGetItsSize) {
+    EXPECT_EQ(endWithLostTable([]() {
+                  (void)std::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit none = {0, 0};
+                  (void)setrlimit(RLIMIT_FSIZE, &none);
+              }),
+              exitedWith(0));
+}
+
+TEST_F(SharedObjectTest, TableIsLostWhenSomebodyShortensTheObjectBeforeItIsMade) {
+    if (!canSteerMappings) {
+        GTEST_SKIP() << "the sanitizers map by themselves";
+    }
+    EXPECT_EQ(endWithLostTable([]() { isShortenedOnceMapped = true; }), exitedWith(0));
 }
 
 } // namespace

@@ -118,8 +118,8 @@ TEST_F(Stop, IsSilentWhenTheDaemonClosesWithoutAReply) {
 
 TEST_F(Stop, WaitsForADaemonThatTakesNearlyFiveSeconds) {
     Impostor daemon("0");
-    // Fifty sleeps of 0.1 s are allowed; a sleep is never shorter, so this is well within them.
-    daemon.releaseAfterAnswer(Milliseconds(4500));
+    // Fifty sleeps of 0.1 s are allowed; a sleep is never shorter, so this is within them.
+    daemon.releaseAfterAnswer(Milliseconds(4900));
     const ProgramResult stop = driver.run({"-stop"});
     EXPECT_EQ(stop.end, exitedWith(255));
     EXPECT_EQ(stop.output, stoppedMessage);
