@@ -2,10 +2,10 @@
 string(REGEX REPLACE "/+$" "" ZNORB_PREFIX "${CMAKE_INSTALL_PREFIX}")
 set(home ${ZNORB_PREFIX}/opt/zn/znorb/bin)
 
-string(LENGTH "${home}/znorbresponder" length)
+string(LENGTH "${home}" length)
 if(length GREATER 79)
-    message(WARNING "The daemon finds its clients only from a path of fewer than 80 bytes; this one has ${length}: "
-        "${home}/znorbresponder")
+    message(WARNING "The daemon finds its clients only in a directory with a path of fewer than 80 bytes; this one has "
+        "${length}: ${home}")
 endif()
 if(ZNORB_PREFIX MATCHES "[^A-Za-z0-9_./+@-]")
     message(WARNING "The prefix has characters that a unit file would have to quote: ${ZNORB_PREFIX}")

@@ -10,6 +10,7 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 
 namespace ZNORBTOOLS {
@@ -81,13 +82,29 @@ void forEachLine(const std::string& path, const std::function<bool(const char*)>
     (void)std::fclose(file);
 }
 
-/// Every process but this one for which the predicate holds.
+/// Whether it acts for root, as every responder does. Anybody else may run the executable and map the lock,
+/// and must not be able to hold up the recovery by that.
+bool isRoots(pid_t process) {
+    bool result = false;
+    forEachLine(inProc(process, "status"), [&](const char* line) {
+        if (std::strncmp(line, "Uid:", 4) != 0) {
+            return true;
+        }
+        char* effective = nullptr;
+        (void)std::strtoul(line + 4, &effective, 10); // the real one comes first
+        result = std::strtoul(effective, nullptr, 10) == 0;
+        return false;
+    });
+    return result;
+}
+
+/// Every process of root's but this one for which the predicate holds.
 std::vector<pid_t> findProcesses(const std::function<bool(pid_t)>& predicate) {
     std::vector<pid_t> result;
     forEachName("/proc", [&](const char* name) {
         const long number = std::strtol(name, nullptr, 10);
         const auto process = static_cast<pid_t>(number);
-        if (number > 0 && process != getpid() && predicate(process)) {
+        if (number > 0 && process != getpid() && isRoots(process) && predicate(process)) {
             result.push_back(process);
         }
         return true;

@@ -8,7 +8,8 @@
 /// What /proc tells about running responders. Names and files that the daemon leaves in the file system prove
 /// nothing about it: its socket file is never removed, and its lock outlives a SIGKILL.
 ///
-/// Needs root: what may not be looked at counts as running as long as its name is the responder's.
+/// Needs root: what may not be looked at counts as running as long as its name is the responder's. What is
+/// found belongs to root, as every responder does: other users cannot stand in the way.
 namespace ZNORBTOOLS {
 
 /// Where the responder is installed, seen from this program: <prefix>/usr/sbin/<this program> belongs to

@@ -19,8 +19,8 @@ using testing::Contains;
 using testing::HasSubstr;
 
 const std::vector<std::string> documents = {
-    "README.md",           "CONTRIBUTING.md",   "CHANGELOG.md",     "SECURITY.md",   "docs/ARCHITECTURE.md",
-    "docs/PERFORMANCE.md", "docs/OPERATING.md", "docs/PROTOCOL.md", "docs/FAULTS.md"};
+    "README.md",           "CONTRIBUTING.md",   "CHANGELOG.md",     "SECURITY.md",    "docs/ARCHITECTURE.md",
+    "docs/PERFORMANCE.md", "docs/OPERATING.md", "docs/PROTOCOL.md", "docs/FAULTS.md", "docs/PACKAGING.md"};
 
 std::string withoutExtension(const std::string& name) {
     return name.substr(0, name.find('.'));
