@@ -61,14 +61,25 @@ std::string programUnderValgrind(pid_t pid) {
     return start == 0 || start >= words.size() ? "" : words.c_str() + start;
 }
 
-/// -1 when there is no such process.
-pid_t parentOf(pid_t pid) {
+/// The number in the field of "/proc/<pid>/stat" behind name and state, counted from 0; -1 when there is no
+/// such process.
+long statField(pid_t pid, unsigned field) {
     const std::string line = statLine(pid);
     const std::size_t end = line.rfind(')');
     if (end == std::string::npos || line.size() < end + 5) {
         return -1;
     }
-    return static_cast<pid_t>(std::strtol(line.c_str() + end + 4, nullptr, 10)); // behind ") S "
+    const char* text = line.c_str() + end + 4; // behind ") S "
+    char* rest = nullptr;
+    long number = std::strtol(text, &rest, 10);
+    for (; field > 0; --field) {
+        number = std::strtol(rest, &rest, 10);
+    }
+    return number;
+}
+
+pid_t parentOf(pid_t pid) {
+    return static_cast<pid_t>(statField(pid, 0));
 }
 
 } // namespace
@@ -97,6 +108,11 @@ std::string nameOf(pid_t pid) {
     const std::size_t end = line.rfind(')');
     return begin == std::string::npos || end == std::string::npos ? ""
                                                                   : line.substr(begin + 1, end - begin - 1);
+}
+
+unsigned long pageFaultsOf(pid_t pid) {
+    const long count = statField(pid, 6);
+    return count > 0 ? static_cast<unsigned long>(count) : 0;
 }
 
 std::vector<pid_t> processesRunning(const std::string& program) {
