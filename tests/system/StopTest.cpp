@@ -118,8 +118,8 @@ TEST_F(Stop, IsSilentWhenTheDaemonClosesWithoutAReply) {
 
 TEST_F(Stop, WaitsForADaemonThatTakesNearlyFiveSeconds) {
     Impostor daemon("0");
-    // Fifty sleeps of 0.1 s are allowed; a sleep is never shorter, so this is within them.
-    daemon.releaseAfterAnswer(Milliseconds(4900));
+    // The last look comes after forty-nine sleeps of 0.1 s, which are never shorter.
+    daemon.releaseAfterAnswer(Milliseconds(4800));
     const ProgramResult stop = driver.run({"-stop"});
     EXPECT_EQ(stop.end, exitedWith(255));
     EXPECT_EQ(stop.output, stoppedMessage);
