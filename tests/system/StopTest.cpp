@@ -1,6 +1,7 @@
 /// `-stop` on the real executable, against a real daemon and against impostors that hold its names.
 
 #include "tests/support/DaemonDriver.h"
+#include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
 
@@ -121,6 +122,15 @@ TEST_F(Stop, WaitsForADaemonThatTakesNearlyFiveSeconds) {
     // The last look comes after forty-nine sleeps of 0.1 s, which are never shorter.
     daemon.releaseAfterAnswer(Milliseconds(4800));
     const ProgramResult stop = driver.run({"-stop"});
+    EXPECT_EQ(stop.end, exitedWith(255));
+    EXPECT_EQ(stop.output, stoppedMessage);
+}
+
+TEST_F(Stop, IsNotHeldUpByANameThatStays) {
+    Impostor daemon("0");
+    daemon.releaseAfterAnswer(Milliseconds(0));
+    const ProgramResult stop = driver.run({"-stop"});
+    EXPECT_TRUE(exists("/dev/shm/sem.znorb.appLock"));
     EXPECT_EQ(stop.end, exitedWith(255));
     EXPECT_EQ(stop.output, stoppedMessage);
 }
