@@ -3,7 +3,7 @@
 ///     znorb-soak [full] [--seed N] [STORY...]
 ///
 /// Prints one line per story with its counts, then a verdict; ends with 0 when nothing was left and nothing
-/// went wrong. A story played twice at once has a sandbox for each. The seed repeats the choices, not the
+/// went wrong. A story played twice at once has a sandbox for each. The same N repeats the choices, not the
 /// moments at which the processes happen to be where they are. For builds without sanitizers: memory is
 /// measured, and a leak check takes a SIGTERM amiss.
 
