@@ -14,7 +14,8 @@ struct ListLink {
 
 template <typename T>
 struct ListNode : ListLink {
-    ListNode(const T& copied, const ListLink& links) : ListLink(links), value(copied) {}
+    ListNode() = default;
+    explicit ListNode(const T& copied) : value(copied) {}
 
     T value;
 };
@@ -130,27 +131,30 @@ public:
     /// Puts a copy of `value` at the end. `value` may be one of the list's own.
     void append(const T& value) { (void)insertBefore(end(), value); }
 
+    /// Puts a value at the end as `new T` makes it: plain bytes are not initialised.
+    void appendDefault() {
+        createSentinel();
+        (void)linkBefore(m_sentinel, new ListNode<T>);
+    }
+
     /// Puts a copy of `value` before `place`, which is a place of this list or its end, and returns the
     /// place of the copy.
     iterator insertBefore(iterator place, const T& value) {
         createSentinel();
-        ListLink* const next = place == iterator() ? m_sentinel : place.node();
-        auto* const node = new ListNode<T>(value, ListLink{next, next->previous});
-        next->previous->next = node;
-        next->previous = node;
-        return iterator(node);
+        return linkBefore(place == iterator() ? m_sentinel : place.node(), new ListNode<T>(value));
     }
 
-    /// Removes the first value, if there is one. It is unlinked before it is destroyed, so its destructor
-    /// finds a list that is whole.
+    /// Removes the first or the last value, if there is one. It is unlinked before it is destroyed, so its
+    /// destructor finds a list that is whole.
     void removeFirst() noexcept {
-        if (empty()) {
-            return;
+        if (!empty()) {
+            remove(m_sentinel->next);
         }
-        auto* const node = static_cast<ListNode<T>*>(m_sentinel->next);
-        m_sentinel->next = node->next;
-        node->next->previous = m_sentinel;
-        delete node;
+    }
+    void removeLast() noexcept {
+        if (!empty()) {
+            remove(m_sentinel->previous);
+        }
     }
 
     /// Removes every value, first to last.
@@ -161,6 +165,20 @@ public:
     }
 
 private:
+    static iterator linkBefore(ListLink* next, ListNode<T>* node) noexcept {
+        node->next = next;
+        node->previous = next->previous;
+        next->previous->next = node;
+        next->previous = node;
+        return iterator(node);
+    }
+
+    static void remove(ListLink* link) noexcept {
+        link->previous->next = link->next;
+        link->next->previous = link->previous;
+        delete static_cast<ListNode<T>*>(link);
+    }
+
     [[nodiscard]] ListLink* firstLink() const noexcept {
         return m_sentinel == nullptr ? nullptr : m_sentinel->next;
     }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstring>
 #include <exception>
-#include <memory>
 #include <new>
 
 namespace Common {
@@ -43,20 +42,30 @@ void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
     if (m_chunks.empty() && !appendChunk()) {
         return;
     }
-    std::uint32_t remaining = length;
-    while (remaining > 0) {
-        char* const target = m_chunks.last()->bytes + m_fill;
-        const std::uint32_t count = std::min(chunkSize - m_fill, remaining);
-        const bool fillsChunk = count == chunkSize - m_fill;
+    const std::uint32_t count = length;
+    if (count >= chunkSize - m_fill) {
+        writeAcrossChunks(data, count);
+        return;
+    }
+    char* const target = m_chunks.last().bytes + m_fill;
+    m_fill += count;
+    std::memcpy(target, data, count);
+}
+
+void OutputStreamToBuffer::writeAcrossChunks(const char* data, std::uint32_t length) {
+    for (std::uint32_t room = chunkSize - m_fill; length >= room; room = chunkSize) {
+        char* const target = m_chunks.last().bytes + m_fill;
         // The next chunk comes first: a last chunk without room would never take another byte.
-        if (fillsChunk && !appendChunk()) {
+        if (!appendChunk()) {
             return;
         }
-        std::memcpy(target, data, count);
-        data += count;
-        remaining -= count;
-        m_fill = fillsChunk ? 0 : m_fill + count;
+        std::memcpy(target, data, room);
+        data += room;
+        length -= room;
+        m_fill = 0;
     }
+    std::memcpy(m_chunks.last().bytes, data, length);
+    m_fill = length;
 }
 
 void OutputStreamToBuffer::flush() {
@@ -69,9 +78,9 @@ void OutputStreamToBuffer::flush() {
     } catch (const std::exception&) {
         return;
     }
-    for (const Chunk* chunk : m_chunks) {
+    for (const Chunk& chunk : m_chunks) {
         const std::size_t count = std::min<std::size_t>(pending, chunkSize);
-        m_bytes.append(chunk->bytes, count);
+        m_bytes.append(chunk.bytes, count);
         pending -= count;
     }
     freeChunks();
@@ -99,9 +108,9 @@ std::size_t OutputStreamToBuffer::copyOut(std::size_t offset, char* destination,
     RangeCopier copier(offset, destination, count);
     copier.take(m_bytes.data(), m_bytes.size());
     std::size_t pending = chunkBytes();
-    for (const Chunk* chunk : m_chunks) {
+    for (const Chunk& chunk : m_chunks) {
         const std::size_t held = std::min<std::size_t>(pending, chunkSize);
-        copier.take(chunk->bytes, held);
+        copier.take(chunk.bytes, held);
         pending -= held;
     }
     return copier.copied();
@@ -118,9 +127,7 @@ std::size_t OutputStreamToBuffer::chunkCount() const {
 
 bool OutputStreamToBuffer::appendChunk() {
     try {
-        std::unique_ptr<Chunk> chunk(new Chunk); // not initialised: every byte is written first
-        m_chunks.append(chunk.get());
-        (void)chunk.release(); // the list has it
+        m_chunks.appendDefault(); // not initialised: every byte is written first
         return true;
     } catch (const std::bad_alloc&) {
         return false;
@@ -129,8 +136,7 @@ bool OutputStreamToBuffer::appendChunk() {
 
 void OutputStreamToBuffer::freeChunks() {
     while (!m_chunks.empty()) {
-        delete m_chunks.front();
-        m_chunks.removeFirst();
+        m_chunks.removeLast();
     }
     m_fill = 0;
 }

@@ -68,16 +68,19 @@ private:
         char bytes[chunkSize];
     };
 
+    /// Appends `length` bytes, which are at least as many as the last chunk has room for.
+    void writeAcrossChunks(const char* data, std::uint32_t length);
+
     /// Gives the list one more last chunk, not initialised; false, and no change, without memory for it.
     bool appendChunk();
 
-    /// Frees the chunks; their bytes are gone.
+    /// Frees the chunks; their bytes are gone. The last one first, which the allocator has least work with.
     void freeChunks();
 
     /// The number of bytes in the chunks.
     [[nodiscard]] std::size_t chunkBytes() const;
 
-    list<Chunk*> m_chunks; // owned, oldest first
+    list<Chunk> m_chunks; // oldest first
     std::uint32_t m_fill = 0;
 };
 

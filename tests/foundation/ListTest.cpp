@@ -177,12 +177,37 @@ TEST(List, RemovesTheFirstValue) {
     EXPECT_TRUE(linksAreWhole(numbers));
 }
 
+TEST(List, RemovesTheLastValue) {
+    list<int> unused;
+    unused.removeLast();
+    EXPECT_TRUE(linksAreWhole(unused));
+    list<int> numbers = listOf({1, 2});
+    numbers.removeLast();
+    EXPECT_EQ(valuesOf(numbers), (std::vector<int>{1}));
+    EXPECT_TRUE(linksAreWhole(numbers));
+    numbers.removeLast();
+    EXPECT_TRUE(numbers.empty());
+    numbers.removeLast();
+    EXPECT_TRUE(linksAreWhole(numbers));
+}
+
+TEST(List, AppendsAValueInPlace) {
+    list<std::string> texts;
+    texts.appendDefault();
+    texts.last() = "b";
+    EXPECT_EQ(valuesOf(texts), (std::vector<std::string>{"b"}));
+    texts.appendDefault();
+    EXPECT_EQ(valuesOf(texts), (std::vector<std::string>{"b", ""}));
+    EXPECT_TRUE(linksAreWhole(texts));
+}
+
 TEST(List, UnlinksAValueBeforeItDestroysIt) {
     std::vector<std::size_t> sizes;
     list<Witness> witnesses;
     for (int i = 0; i < 3; ++i) {
         witnesses.append(Witness(witnesses, sizes));
     }
+    witnesses.removeLast();
     witnesses.clear();
     EXPECT_EQ(sizes, (std::vector<std::size_t>{2, 1, 0}));
 }
