@@ -71,7 +71,9 @@ void awaitNameRemoval() {
     restoreSignalMask(callersMask);
     ORBFrontProcessBarrier.setOwner(true);
     (void)ORBFrontProcessBarrier.wait();
-    static char line[80]; // spares the start the C library's own buffer: two page faults, two system calls
+    // Spares the start the C library's own buffer: two page faults, two system calls. Into one of less than
+    // 128 bytes it would write the text and the line end apart.
+    static char line[128];
     (void)std::setvbuf(stdout, line, _IOFBF, sizeof line);
     tellUser(stdout, "The ZN Orbisan daemon has started.");
     std::exit(startedStatus);
