@@ -51,11 +51,10 @@ if(ZNORB_FUZZ)
 endif()
 
 # znorb_position_independent(<executable>): loaded at an address that nobody can foretell; with ZNORB_STATIC
-# without shared libraries as well, whose page tables every fork would copy. What is read only shares one
-# mapping with the code: two mappings less in each process of a start.
+# without shared libraries as well, whose page tables every fork would copy.
 function(znorb_position_independent name)
     target_compile_options(${name} PRIVATE -fPIE)
-    target_link_options(${name} PRIVATE $<IF:$<BOOL:${ZNORB_STATIC}>,-static-pie,-pie> LINKER:-z,noseparate-code)
+    target_link_options(${name} PRIVATE $<IF:$<BOOL:${ZNORB_STATIC}>,-static-pie,-pie>)
 endfunction()
 
 # znorb_layer(<name> <lower layer>...): the library of the folder that calls it. The sources are

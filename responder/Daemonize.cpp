@@ -16,17 +16,11 @@ namespace {
 constexpr pid_t initProcess = 1;
 constexpr int lastClosedDescriptor = 255;
 
-/// A fork that does not take the locks of the C library, which writes to pages that then have to be copied:
-/// nobody else can hold one in a process of one thread.
-pid_t forkSingleThread() {
-    return _Fork();
-}
-
 /// The second fork. Returns in the process that is to be the daemon only.
 void forkAgain() {
     (void)setpgrp();
     (void)std::signal(SIGHUP, SIG_IGN);
-    if (forkSingleThread() > 0) {
+    if (fork() > 0) {
         std::exit(0);
     }
 }
@@ -36,7 +30,7 @@ bool forkTwice() {
     (void)std::signal(SIGTTOU, SIG_IGN);
     (void)std::signal(SIGTTIN, SIG_IGN);
     (void)std::signal(SIGTSTP, SIG_IGN);
-    if (forkSingleThread() > 0) {
+    if (fork() > 0) {
         return true;
     }
     forkAgain();

@@ -12,8 +12,6 @@ namespace ZNORBRESPONDER {
 ///
 /// A process whose parent is already process 1 does not fork: it goes on as the daemon itself. So does one
 /// whose forks fail; failures are not reported.
-///
-/// REQUIRES: no other thread runs yet, and nothing waits for a fork with `pthread_atfork`.
 bool daemonize(bool ignoreChildren);
 
 } // namespace ZNORBRESPONDER
