@@ -1,7 +1,6 @@
 #include "foundation/OutputStreamToBuffer.h"
 
 #include <algorithm>
-#include <cstring>
 #include <exception>
 #include <new>
 
@@ -49,7 +48,7 @@ void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
     }
     char* const target = m_chunks.last().bytes + m_fill;
     m_fill += count;
-    std::memcpy(target, data, count);
+    std::copy_n(data, count, target);
 }
 
 void OutputStreamToBuffer::writeAcrossChunks(const char* data, std::uint32_t length) {
@@ -59,12 +58,12 @@ void OutputStreamToBuffer::writeAcrossChunks(const char* data, std::uint32_t len
         if (!appendChunk()) {
             return;
         }
-        std::memcpy(target, data, room);
+        std::copy_n(data, room, target);
         data += room;
         length -= room;
         m_fill = 0;
     }
-    std::memcpy(m_chunks.last().bytes, data, length);
+    std::copy_n(data, length, m_chunks.last().bytes);
     m_fill = length;
 }
 

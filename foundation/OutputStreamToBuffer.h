@@ -31,7 +31,8 @@ public:
     OutputStreamToBuffer& operator=(OutputStreamToBuffer&&) = delete;
     ~OutputStreamToBuffer() override;
 
-    /// Appends `length` bytes of `data`. A length of 0 holds nothing but still allocates the first chunk.
+    /// Appends `length` bytes of `data`. A length of 0 holds nothing, whatever `data` is, but still allocates
+    /// the first chunk.
     void write(const char* data, const unsigned int& length) override;
 
     /// Moves the bytes of all chunks to the end of the DataBuffer's string and frees the chunks. Without

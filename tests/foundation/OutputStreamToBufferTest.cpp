@@ -111,6 +111,15 @@ TEST(OutputStreamToBuffer, ALengthOfZeroAllocatesTheFirstChunkAndHoldsNothing) {
     EXPECT_EQ(stream.chunkCount(), 0U);
 }
 
+TEST(OutputStreamToBuffer, ALengthOfZeroNeedsNoData) {
+    VisibleStream stream;
+    stream.write(nullptr, 0);
+    stream.write("x", 1);
+    stream.write(nullptr, 0);
+    EXPECT_EQ(stream.chunkCount(), 1U);
+    EXPECT_EQ(stream.getString(), "x");
+}
+
 TEST(OutputStreamToBuffer, HoldsBytesOfAnyValue) {
     std::string bytes;
     for (int value = 0; value < 256; ++value) {
