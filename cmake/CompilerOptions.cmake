@@ -21,13 +21,14 @@ if(ZNORB_SANITIZE)
 endif()
 
 # What the compiler and the linker can do against a defect that we have not found: checked library calls,
-# guarded stacks, tables that are read-only after the start.
+# guarded stacks, tables that are read-only after the start, constants that cannot be executed.
 add_library(znorb_hardening INTERFACE)
 target_compile_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
     -D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection -fcf-protection
     -ffunction-sections -fdata-sections>)
 target_link_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
-    LINKER:-z,relro,-z,now,-z,noexecstack LINKER:--gc-sections LINKER:--as-needed>)
+    LINKER:-z,relro,-z,now,-z,noexecstack LINKER:-z,separate-code
+    LINKER:--gc-sections LINKER:--as-needed>)
 
 # The daemon's release build is optimised as a whole when it is linked, which drops a tenth of it. The libraries keep
 # their usual code as well: the tests link that, and need not wait for it.

@@ -231,6 +231,18 @@ protected:
     }
 };
 
+TEST_F(ReleaseHardening, ConstantsAreNotExecutable) {
+    const std::vector<Elf64_Phdr> frames =
+        executable.segments(PT_GNU_EH_FRAME); // which lie among the constants
+    ASSERT_EQ(frames.size(), 1U);
+    for (const Elf64_Phdr& segment : executable.segments(PT_LOAD)) {
+        const std::uint64_t end = segment.p_vaddr + segment.p_memsz;
+        if (frames[0].p_vaddr >= segment.p_vaddr && frames[0].p_vaddr < end) {
+            EXPECT_EQ(segment.p_flags, static_cast<unsigned>(PF_R));
+        }
+    }
+}
+
 TEST_F(ReleaseHardening, TablesOfAddressesAreAllFilledInAtTheStartAndReadOnlyFromThenOn) {
     ASSERT_EQ(executable.segments(PT_GNU_RELRO).size(), 1U);
     EXPECT_TRUE((executable.dynamic(DT_FLAGS) & DF_BIND_NOW) != 0 ||
