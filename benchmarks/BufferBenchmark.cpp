@@ -44,6 +44,27 @@ void copyToReadyMemory(benchmark::State& state) {
     }
 }
 
+/// The reference when each 8 KiB are allocated, and given back at the end.
+void copyToNewChunks(benchmark::State& state) {
+    keepWhatBecomesFree();
+    constexpr std::size_t chunkSize = Common::OutputStreamToBuffer::chunkSize;
+    const std::string piece = pieceOf(state);
+    const std::size_t total = totalOf(state);
+    std::vector<char*> chunks(total / chunkSize);
+    for ([[maybe_unused]] const auto step : state) {
+        for (char*& chunk : chunks) {
+            chunk = static_cast<char*>(operator new(chunkSize));
+            for (std::size_t offset = 0; offset < chunkSize; offset += piece.size()) {
+                std::memcpy(chunk + offset, piece.data(), piece.size());
+                benchmark::ClobberMemory();
+            }
+        }
+        for (std::size_t index = chunks.size(); index > 0; --index) {
+            operator delete(chunks[index - 1]);
+        }
+    }
+}
+
 void writeBuffer(benchmark::State& state, bool isWhole) {
     keepWhatBecomesFree();
     const std::string piece = pieceOf(state);
@@ -96,6 +117,7 @@ void bufferStreamWhole(benchmark::State& state) {
 const std::vector<std::vector<std::int64_t>> sizes = {{16, 1024}, {8192, 65536, 1048576}};
 
 BENCHMARK(copyToReadyMemory)->ArgsProduct(sizes);
+BENCHMARK(copyToNewChunks)->ArgsProduct(sizes);
 BENCHMARK(bufferStream)->ArgsProduct(sizes);
 BENCHMARK(bufferStreamWhole)->ArgsProduct(sizes);
 BENCHMARK(appendString)->ArgsProduct(sizes);

@@ -1,6 +1,8 @@
 #include "common/ClientSocket.h"
+#include "common/SocketWait.h"
 #include "foundation/OutputStreamToBuffer.h"
 #include "responder/HttpClient.h"
+#include "responder/RuntimeNames.h"
 
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
@@ -86,8 +88,8 @@ private:
     std::thread m_thread;
 };
 
-/// The reference.
-void receiveRaw(benchmark::State& state) {
+/// The reference. With `isWaitingFirst` it also does what a limit for the waiting takes.
+void receive(benchmark::State& state, bool isWaitingFirst) {
     const std::string response = responseWith(static_cast<std::size_t>(state.range(0)));
     const std::unique_ptr<char[]> memory(new char[response.size()]());
     const std::string request = "GET / HTTP/1.0\r\n\r\n";
@@ -95,11 +97,22 @@ void receiveRaw(benchmark::State& state) {
     for ([[maybe_unused]] const auto step : state) {
         (void)send(server.nearEnd(), request.data(), request.size(), MSG_NOSIGNAL);
         for (std::size_t held = 0; held < response.size();) {
+            if (isWaitingFirst) {
+                (void)ORBCOMMON::waitUntilReadable(server.nearEnd(), ZNORBRESPONDER::httpWaitSeconds);
+            }
             held += static_cast<std::size_t>(
                 recv(server.nearEnd(), memory.get() + held, response.size() - held, 0));
         }
     }
     (void)close(server.nearEnd());
+}
+
+void receiveRaw(benchmark::State& state) {
+    receive(state, false);
+}
+
+void receiveAfterSelect(benchmark::State& state) {
+    receive(state, true);
 }
 
 void exchange(benchmark::State& state) {
@@ -121,6 +134,7 @@ constexpr std::int64_t middle = std::int64_t{64} << 10;
 constexpr std::int64_t large = std::int64_t{32} << 20;
 
 BENCHMARK(receiveRaw)->Arg(small)->Arg(middle)->Arg(large)->UseRealTime();
+BENCHMARK(receiveAfterSelect)->Arg(small)->Arg(middle)->Arg(large)->UseRealTime();
 BENCHMARK(exchange)->Arg(small)->Arg(middle)->Arg(large)->UseRealTime();
 
 } // namespace

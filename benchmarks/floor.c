@@ -1,7 +1,7 @@
 /*
  * The floor under the daemon's figures: the least program that does what a requester and a client can see,
- * with just the system calls that this takes. One thread, no log, no checks; every error ends it. Not for
- * use.
+ * with just the system calls that this takes. One thread, no log, no checks; every error ends it. The two
+ * processes of its start that end do so by exit, as the daemon's must. Not for use.
  *
  *     znorb-floor -d [<MiB of ballast>]
  *
@@ -75,12 +75,12 @@ static void daemonize(int* ready) {
         char byte;
         require(close(ends[1]) == 0 && read(ends[0], &byte, 1) == 1);
         (void)!write(STDOUT_FILENO, started, sizeof started - 1);
-        _exit(0);
+        exit(0);
     }
     (void)setpgid(0, 0);
     (void)signal(SIGHUP, SIG_IGN);
     if (fork() > 0) {
-        _exit(0);
+        exit(0);
     }
     for (int descriptor = 0; descriptor < 3; ++descriptor) {
         const int null = open("/dev/null", descriptor == 0 ? O_RDONLY : O_WRONLY);
