@@ -239,6 +239,13 @@ UsualLives recordUsualLives(std::string& problem) {
             return {};
         }
         lives[kind] = parseRecord(record);
+        for (const RecordedCall& call : lives[kind].calls) {
+            if (call.site.call.starts_with(unlistedCall)) {
+                problem = "a life that ends by " + describe(kind) +
+                          " makes a system call that is in no list: " + call.site.call;
+                return {};
+            }
+        }
     }
     (void)munmap(record, recordSize);
     return lives;

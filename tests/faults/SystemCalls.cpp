@@ -5,30 +5,36 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 
 namespace ZNORBFAULTS {
 namespace {
 
 // Grouped by what the manual pages have in common.
-const std::vector<int> pathErrors = {EACCES, EIO, ELOOP, ENOENT, ENOMEM, ENOTDIR};
-const std::vector<int> openErrors = {EACCES, EEXIST, EINTR,  EIO,     ELOOP, EMFILE, ENFILE,
-                                     ENOENT, ENOMEM, ENOSPC, ENOTDIR, EPERM, EROFS};
-const std::vector<int> entryErrors = {EACCES, EBUSY,  EDQUOT, EEXIST,  EIO,   ELOOP,
-                                      ENOENT, ENOMEM, ENOSPC, ENOTDIR, EPERM, EROFS};
-const std::vector<int> removalErrors = {EACCES, EBUSY, EIO, ELOOP, ENOENT, ENOMEM, ENOTDIR, EPERM, EROFS};
-const std::vector<int> modeErrors = {EACCES, EIO, ELOOP, ENOENT, ENOMEM, ENOTDIR, EPERM, EROFS};
+const std::vector<int> pathErrors = {EACCES, EINVAL, EIO, ELOOP, ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR};
+const std::vector<int> openErrors = {EACCES, EBUSY,   EDQUOT, EEXIST,       EFBIG,  EINTR,  EINVAL, EIO,
+                                     EISDIR, ELOOP,   EMFILE, ENAMETOOLONG, ENFILE, ENODEV, ENOENT, ENOMEM,
+                                     ENOSPC, ENOTDIR, ENXIO,  EOVERFLOW,    EPERM,  EROFS,  ETXTBSY};
+const std::vector<int> entryErrors = {EACCES,       EBUSY,  EDQUOT, EEXIST, EINVAL,  EIO,   ELOOP, EMLINK,
+                                      ENAMETOOLONG, ENOENT, ENOMEM, ENOSPC, ENOTDIR, EPERM, EROFS, EXDEV};
+const std::vector<int> removalErrors = {EACCES,       EBUSY,  EINVAL, EIO,     EISDIR, ELOOP,
+                                        ENAMETOOLONG, ENOENT, ENOMEM, ENOTDIR, EPERM,  EROFS};
+const std::vector<int> modeErrors = {EACCES, EINVAL, EIO,     ELOOP, ENAMETOOLONG,
+                                     ENOENT, ENOMEM, ENOTDIR, EPERM, EROFS};
 const std::vector<int> executionErrors = {E2BIG,  EACCES, EIO,     EISDIR, ELOOP, EMFILE,
                                           ENFILE, ENOENT, ENOEXEC, ENOMEM, EPERM, ETXTBSY};
 const std::vector<int> readErrors = {EAGAIN, EBADF, EINTR, EIO, EISDIR};
 const std::vector<int> writeErrors = {EAGAIN, EBADF, EDQUOT, EFBIG, EINTR, EIO, ENOSPC, EPERM};
-const std::vector<int> mappingErrors = {EACCES, EAGAIN, EINVAL, ENFILE, ENODEV, ENOMEM, EPERM};
+const std::vector<int> mappingErrors = {EACCES, EAGAIN, EBADF,     EINVAL, ENFILE,
+                                        ENODEV, ENOMEM, EOVERFLOW, EPERM};
 const std::vector<int> socketErrors = {EACCES, EAFNOSUPPORT, EINVAL, EMFILE, ENFILE, ENOBUFS, ENOMEM};
-const std::vector<int> bindErrors = {EACCES, EADDRINUSE, EBADF,   EINVAL, ELOOP,
-                                     ENOENT, ENOMEM,     ENOTDIR, EROFS};
+const std::vector<int> bindErrors = {EACCES,       EADDRINUSE, EADDRNOTAVAIL, EBADF,  EINVAL,  ELOOP,
+                                     ENAMETOOLONG, ENOENT,     ENOMEM,        ENOSPC, ENOTDIR, EROFS};
 const std::vector<int> acceptErrors = {EAGAIN, EBADF,   ECONNABORTED, EINTR, EINVAL, EMFILE,
                                        ENFILE, ENOBUFS, ENOMEM,       EPERM, EPROTO};
-const std::vector<int> connectErrors = {EACCES, EADDRNOTAVAIL, EAGAIN,   ECONNREFUSED,
-                                        EINTR,  ENETUNREACH,   ETIMEDOUT};
+const std::vector<int> connectErrors = {EACCES,      EADDRINUSE,   EADDRNOTAVAIL, EAFNOSUPPORT, EAGAIN,
+                                        EBADF,       ECONNREFUSED, EHOSTUNREACH,  EINTR,        EISCONN,
+                                        ENETUNREACH, ENOENT,       EPERM,         EPROTOTYPE,   ETIMEDOUT};
 const std::vector<int> sendErrors = {EAGAIN, EBADF, ECONNRESET, EINTR, ENOBUFS, ENOMEM, EPIPE};
 const std::vector<int> receiveErrors = {EAGAIN, EBADF, ECONNREFUSED, ECONNRESET, EINTR, ENOMEM, ENOTCONN};
 
@@ -60,6 +66,7 @@ const std::vector<SystemCall>& allCalls() {
         {SYS_close, "close", Object::Descriptor, false, {EBADF, EINTR, EIO}},
         {SYS_close_range, "close_range", Object::Range, false, {EINVAL, EMFILE, ENOMEM, ENOSYS}},
         {SYS_read, "read", Object::Descriptor, true, readErrors},
+        {SYS_pread64, "pread64", Object::Descriptor, true, readErrors},
         {SYS_write, "write", Object::Descriptor, true, writeErrors},
         {SYS_lseek, "lseek", Object::Descriptor, false, {EBADF, EINVAL, ESPIPE}},
         {SYS_fstat, "fstat", Object::Descriptor, false, {EBADF, EIO, ENOMEM}},
@@ -114,6 +121,17 @@ const SystemCall* findSystemCall(long number) {
 
 const SystemCall* findSystemCall(const std::string& name) {
     return findWhere([&name](const SystemCall& call) { return name == call.name; });
+}
+
+bool isLeftOut(long number) {
+    static constexpr long leftOut[] = {
+        SYS_getpid,     SYS_gettid, SYS_getppid,   SYS_geteuid,         SYS_umask,        SYS_exit,
+        SYS_exit_group, SYS_futex,  SYS_getrandom, SYS_set_tid_address, SYS_rt_sigreturn, SYS_restart_syscall,
+#ifdef SYS_arch_prctl
+        SYS_arch_prctl,
+#endif
+    };
+    return std::find(std::begin(leftOut), std::end(leftOut), number) != std::end(leftOut);
 }
 
 std::string errorName(int error) {

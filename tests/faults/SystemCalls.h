@@ -38,6 +38,12 @@ struct SystemCall {
 const SystemCall* findSystemCall(long number);
 const SystemCall* findSystemCall(const std::string& name);
 
+/// One of those that findSystemCall leaves out on purpose.
+bool isLeftOut(long number);
+
+/// What begins the name, in a record, of a call that is neither listed nor left out.
+inline constexpr char unlistedCall[] = "number ";
+
 /// "ENOMEM" and the like.
 std::string errorName(int error);
 

@@ -188,6 +188,10 @@ void Tracer::startCall(pid_t id, Thread& thread, const StoppedCall& start) {
     }
     thread.call = findSystemCall(start.number);
     if (thread.call == nullptr) {
+        if (m_recordsCalls && !isLeftOut(start.number)) {
+            report(joined(
+                {"call", thread.role, unlistedCall + std::to_string(start.number), "-", "1", "0", "0"}));
+        }
         return;
     }
     thread.start = start;

@@ -15,6 +15,7 @@
 
 #include <csignal>
 #include <cstddef>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -69,6 +70,20 @@ protected:
 };
 
 // ---- the socket and the table ----------------------------------------------------------------------------
+
+TEST_F(Security, DaemonHasOneSocketAndThatIsOfThisMachine) {
+    ASSERT_TRUE(driver.startServing());
+    std::vector<std::string> sockets; // "socket:[4711]"
+    for (const auto& entry :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(driver.daemon()) + "/fd")) {
+        const std::string target = std::filesystem::read_symlink(entry.path()).string();
+        if (target.starts_with("socket:")) {
+            sockets.push_back(target.substr(8, target.size() - 9));
+        }
+    }
+    ASSERT_EQ(sockets.size(), 1U);
+    EXPECT_THAT(readFile("/proc/net/unix"), HasSubstr(" " + sockets[0] + " "));
+}
 
 TEST_F(Security, AnybodyMayStartClientsAndEndTheDaemon) {
     ASSERT_TRUE(driver.startServing());
