@@ -48,7 +48,7 @@ constexpr const char* noService =
 
 const std::vector<Expectation> ofTheStart = {
     {"*", "mmap", "shared event", "*", "*ended by SIGSEGV*", "ends before anything is started", noMapping},
-    {"*", "*", "standard *", "*", "* says: ", "its message is lost", messageLost},
+    {"*", "*", "standard *", "*", "+([!;]) says: ", "its message is lost", messageLost},
     {"invoking", "clone", "process", "* for ever",
      "intermediate: (none); invoking: status 255; invoking says: ; main: (none); process group: another",
      "becomes the daemon itself",
@@ -61,11 +61,13 @@ const std::vector<Expectation> ofTheStart = {
      "becomes the daemon itself", "A process whose fork fails goes on in the child's place."},
     {"intermediate", "setpgid", "", "*", "process group: another", "stays in the caller's process group",
      ignored},
-    {"*", "rt_sigaction", "*", "*", "Sig???: *", "the signal is handled as before", ignored},
-    {"main", "rt_sigprocmask", "", "*", "SigBlk: *", "the mask stays", ignored},
-    {"main", "*", "/dev/null", "*", "descriptors: *", "a descriptor stays as it was", ignored},
-    {"main", "dup2", "*", "*", "descriptors: *", "a descriptor stays as it was", ignored},
-    {"main", "close_range", "*", "*", "descriptors: *", "descriptors stay open", ignored},
+    {"*", "rt_sigaction", "*", "*", "Sig???: +([!;])*(; Sig???: +([!;]))", "the signal is handled as before",
+     ignored},
+    {"main", "rt_sigprocmask", "", "*", "SigBlk: +([!;])?(; main: after SIGTERM status 10)", "the mask stays",
+     ignored},
+    {"main", "*", "/dev/null", "*", "descriptors: +([!;])", "a descriptor stays as it was", ignored},
+    {"main", "dup2", "*", "*", "descriptors: +([!;])", "a descriptor stays as it was", ignored},
+    {"main", "close_range", "*", "*", "descriptors: +([!;])", "descriptors stay open", ignored},
     {"main", "*", "*sem.*", "*", "lock's name: absent", "runs without the lock's name", noName},
     {"main", "allocation", "", "*", "lock's name: absent", "runs without the lock's name", noName},
     {"main", "unlink", "/dev/shm/sem.XXXXXX", "*", "names left: /dev/shm/sem.XXXXXX, /run/znorb.socket",
@@ -100,14 +102,12 @@ const std::vector<Expectation> ofTheSetUp = {
     {"responder", "socket", "command socket", "*", noService, "ends at once, in order", endsAtOnce},
     {"responder", "bind", "command socket", "*", noService, "ends at once, in order", endsAtOnce},
     {"responder", "listen", "command socket", "*", "serves: no", "ends at once, in order", endsAtOnce},
-    {"*", "close", "*", "*", "descriptors: *", "one descriptor more stays open", ignored},
-    {"*", "*", "/opt/zn/*", "*", "pages: *", "pages are left out", pageLeftOut},
-    {"responder", "readlink", "/proc/self/exe", "*", "pages: *", "pages are left out or name no directory",
+    {"*", "close", "*", "*", "descriptors: +([!;])", "one descriptor more stays open", ignored},
+    {"*", "*", "/opt/zn/*", "*", "pages: +([!;])", "pages are left out", pageLeftOut},
+    {"responder", "readlink", "/proc/self/exe", "*", "pages: +([!;])",
+     "pages are left out or name no directory",
      "A failed read of the executable's link yields an empty directory without a message."},
-    {"responder", "newfstatat", "/proc/self/exe", "*", "pages: *",
-     "pages are left out or name another directory",
-     "Without /proc the usual installation directory is taken."},
-    {"responder", "allocation", "", "once", "pages: *", "pages are left out", pageLeftOut},
+    {"responder", "allocation", "", "once", "pages: +([!;])", "pages are left out", pageLeftOut},
 };
 
 const std::vector<Expectation> ofTheRequests = {
@@ -125,7 +125,7 @@ const std::vector<Expectation> ofTheRequests = {
     {"responder", "sendto", "connection", "*", "GET for the ??? client: no reply, then [12]*",
      "the client runs and its requester is not told",
      "A reply that cannot be sent is not noticed; the request has been served."},
-    {"responder", "sendto", "connection", "*", "QUIT: no reply*", "ends without the reply",
+    {"responder", "sendto", "connection", "*", "QUIT: no reply", "ends without the reply",
      "A reply that cannot be sent is not noticed; the request has been served."},
     {"responder", "recvfrom", "connection", "one byte", "*GET for the 2nd client: 0*",
      "the rest of the request is lost",
@@ -133,8 +133,6 @@ const std::vector<Expectation> ofTheRequests = {
     {"responder", "recvfrom", "connection", "one byte",
      "clients left: 2; main: after SIGTERM status 10; names left: /dev/shm/znorb.shvars, /run/znorb.socket",
      "the rest of the request is lost",
-     "A request is what one receive yields; a part of one is an unknown command."},
-    {"responder", "recvfrom", "connection", "half", "*", "the rest of the request is lost",
      "A request is what one receive yields; a part of one is an unknown command."},
     {"responder", "*", "command socket", "* for ever", "1st PRINT: silence;*main: after SIGTERM status 10;*",
      "serves nobody, rests between attempts, ends by SIGTERM",
@@ -156,8 +154,8 @@ const std::vector<Expectation> ofTheClients = {
     {"responder", "allocation", "", "once", "*client: does not run; launch 2: (none)",
      "no client, the entry's number all the same",
      "Without memory for its arguments a client is launched as little as with a failed fork."},
-    {"launch ?", "chdir", "*", "*", "??? client: runs in *", "the client runs in the daemon's directory",
-     ignored},
+    {"launch ?", "chdir", "*", "*", "??? client: runs in +([!;])",
+     "the client runs in the daemon's directory", ignored},
     {"launch ?", "execve", "*", "ENOEXEC*", "??? client: does not run; launch ?: becomes *sh",
      "the shell is given the client",
      "A file that is no program is handed to the shell, as the search of programs does; the shell rejects "
@@ -168,8 +166,6 @@ const std::vector<Expectation> ofTheClients = {
      secondDaemon},
     {"responder", "readlink", "/proc/self/exe", "*", "*launch ?: *status *", "goes on as a second daemon",
      secondDaemon},
-    {"responder", "newfstatat", "/proc/self/exe", "*", "*client: *", "goes on as a second daemon",
-     secondDaemon},
     {"responder", "*", "client's port", "*", "clients left: [12]", "the client is not asked to exit",
      notAsked},
     {"responder", "allocation", "", "*", "clients left: [12]", "the client is not asked to exit", notAsked},
@@ -178,7 +174,8 @@ const std::vector<Expectation> ofTheClients = {
 const std::vector<Expectation> ofTheEnd = {
     {"responder", "unlink", "/dev/shm/znorb.shvars", "*",
      "names left: /dev/shm/znorb.shvars, /run/znorb.socket", "the table's name stays", staysBehind},
-    {"main", "unlink", "/dev/shm/sem.znorb.appLock", "*", "names left: /dev/shm/sem.znorb.appLock, *",
+    {"main", "unlink", "/dev/shm/sem.znorb.appLock", "*",
+     "names left: /dev/shm/sem.znorb.appLock, ?(/dev/shm/znorb.shvars, )/run/znorb.socket",
      "the lock's name stays", staysBehind},
     {"stop", "*", "/dev/shm/sem.znorb.appLock", "*",
      "QUIT after it: 0; stop: status 2; stop says: The ZN Orbisan daemon is not running.", "finds no daemon",
@@ -216,8 +213,6 @@ const std::vector<Expectation> ofMemory = {
     {"invoking", "allocation", "", "*",
      "invoking: status 255; invoking says: ; names left: nothing;*serves: no",
      "ends with status 255 and no message", "Without memory for the command line nothing is started."},
-    {"invoking", "allocation", "", "for ever", "*", "as if its children had no memory",
-     "They inherit the lack."},
     {"second", "allocation", "", "*", "*second: status 255; second says: ",
      "ends with status 255 and no message", "Without memory for the command line nothing is started."},
     {"intermediate", "allocation", "", "for ever", noService, "ends at once, in order", endsAtOnce},
@@ -230,7 +225,7 @@ const std::vector<Expectation> asEver = {
 constexpr std::array<const char*, 4> neverByChance = {"ended by SIG", "HANGS", "SPINS", "NO END"};
 
 bool matches(const char* pattern, const std::string& text) {
-    return fnmatch(pattern, text.c_str(), 0) == 0;
+    return fnmatch(pattern, text.c_str(), FNM_EXTMATCH) == 0;
 }
 
 bool isMet(const Expectation& expectation, const Incident& incident) {

@@ -15,7 +15,7 @@ struct Incident {
 
 /// An outcome by which a life may differ from one without a fault, and why that is right.
 struct Expectation {
-    const char* role; ///< this and the next four as for fnmatch()
+    const char* role; ///< this and the next four as for fnmatch(FNM_EXTMATCH)
     const char* call;
     const char* object;
     const char* fault;

@@ -3,6 +3,7 @@
 
 #include "tests/soak/Lives.h"
 #include "tests/soak/Neighbours.h"
+#include "tests/soak/Possessions.h"
 #include "tests/soak/Soak.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/ProcessorTime.h"
@@ -71,13 +72,19 @@ void serveHostileRequesters(Part& part) {
     if (!part.expect(driver.startServing(), "the daemon did not serve")) {
         return;
     }
+    Possessions before;
     for (unsigned long played = 0; played < part.rounds();) {
         const unsigned long now = std::min(batch, part.rounds() - played);
         misbehaveTogether(part, now);
         part.countRounds(now);
+        const bool isFirst = played == 0;
         played += now;
         part.expect(askDaemon("PRINT") == "0", "the daemon does not answer any more");
+        if (isFirst) {
+            before = possessionsAtRest(part, driver.daemon());
+        }
     }
+    expectNothingMore(part, before, possessionsAtRest(part, driver.daemon()));
     watchASilentOne(part, driver);
     part.expect(askDaemon("QUIT") == "0", "QUIT was not answered");
     part.expect(driver.waitForDaemon() == exitedWith(255), "the daemon's status was not 255");
