@@ -45,10 +45,8 @@ void IPClientSocket::connect() {
     }
     address.sin_port = htons(m_port);
     adopt(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!isConnected()) {
-        return;
-    }
-    if (::connect(descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
+    if (!isConnected() ||
+        ::connect(descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1) {
         close();
     }
 }

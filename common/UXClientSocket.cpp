@@ -30,6 +30,7 @@ void UXClientSocket::connect() {
     close();
     adopt(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     if (!isConnected()) {
+        close();
         return;
     }
     sockaddr_un address{};

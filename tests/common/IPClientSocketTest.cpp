@@ -187,9 +187,19 @@ TEST(IPClientSocket, PortZeroStaysUnconnected) {
 
 // The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.
 TEST_F(IPClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
-    IPClientSocket socket("127.0.0.1", port.number());
+    class Counting : public IPClientSocket {
+    public:
+        using IPClientSocket::IPClientSocket;
+        void close() override {
+            ++closes;
+            IPClientSocket::close();
+        }
+        int closes = 0;
+    };
+    Counting socket("127.0.0.1", port.number());
     socket.connect();
     const ClientSocket accepted(port.acceptOne());
+    socket.closes = 0;
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};
@@ -197,6 +207,7 @@ TEST_F(IPClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
     socket.connect();
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(socket.closes, 2) << "the connection before, and the failed attempt";
     char byte = 0;
     EXPECT_EQ(recv(accepted.descriptor(), &byte, 1, 0), 0);
     EXPECT_EQ(port.acceptOne(), -1);

@@ -131,9 +131,19 @@ TEST_F(UXClientSocketTest, FailedConnectLeavesNoDescriptorOpen) {
 // The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.
 TEST_F(UXClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
     const Descriptor listener(listenOn(path));
-    UXClientSocket socket(path);
+    class Counting : public UXClientSocket {
+    public:
+        using UXClientSocket::UXClientSocket;
+        void close() override {
+            ++closes;
+            UXClientSocket::close();
+        }
+        int closes = 0;
+    };
+    Counting socket(path);
     socket.connect();
     const Descriptor accepted(acceptFrom(listener));
+    socket.closes = 0;
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit none{0, limit.rlim_max};
@@ -141,6 +151,7 @@ TEST_F(UXClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
     socket.connect();
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(socket.closes, 2) << "the connection before, and the failed attempt";
     EXPECT_TRUE(isAtEnd(accepted));
     EXPECT_EQ(acceptFrom(listener), -1);
 }
