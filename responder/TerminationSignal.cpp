@@ -12,8 +12,9 @@ namespace ZNORBRESPONDER {
 
 namespace {
 
-/// Set by the handler that came first.
-constinit std::atomic_flag isEnding = ATOMIC_FLAG_INIT;
+/// The process whose handler came first; 0 before. A copy that a fork makes meanwhile is another process.
+constinit std::atomic<pid_t> endingProcess = 0;
+static_assert(std::atomic<pid_t>::is_always_lock_free);
 
 void endProcess(int /*signalNumber*/) {
     _exit(terminatedStatus);
@@ -24,7 +25,8 @@ void endProcess(int /*signalNumber*/) {
 // Allowed in here: async-signal-safe calls, lock-free atomics and reading appLock. No allocation, no lock, no
 // log.
 void ExitSignalHandler(int /*signalNumber*/) {
-    while (isEnding.test_and_set()) {
+    const pid_t self = getpid();
+    while (endingProcess.exchange(self) == self) {
         (void)pause(); // another SIGTERM met the other thread first, which is ending the process
     }
     appLock.abandon();

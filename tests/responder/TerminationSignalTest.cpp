@@ -16,6 +16,7 @@
 #include <cstdlib>
 #include <functional>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -47,6 +48,9 @@ std::atomic<bool> firstUnlinkAwaitsPause = false;
 std::atomic<bool> isUnlinking = false;
 std::atomic<bool> isPausing = false;
 
+/// In a child: what the first removal of a file does before, once.
+std::function<void()> beforeUnlink;
+
 } // namespace
 
 // Stand in for the C library's in this executable.
@@ -57,6 +61,9 @@ extern "C" int unlink(const char* path) noexcept {
         while (!isPausing) {
             (void)usleep(1000);
         }
+    }
+    if (beforeUnlink) {
+        std::exchange(beforeUnlink, nullptr)();
     }
     return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
 }
@@ -176,6 +183,23 @@ TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProce
               exitedWith(10));
     EXPECT_EQ(steps->reached, 1);
     EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+}
+
+TEST_F(TerminationSignal, CopyThatWasMadeWhileTheProcessEndedEndsByItsOwnSignal) {
+    const SharedReport<ZNORBTEST::ProcessEnd> copy;
+    EXPECT_EQ(endOfForked([&copy]() {
+                  (void)appLock.create(true);
+                  beforeUnlink = [&copy]() {
+                      *copy = endOfForked([]() {
+                          ExitSignalHandler(SIGTERM);
+                          return survived;
+                      });
+                  };
+                  ExitSignalHandler(SIGTERM);
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_EQ(*copy, exitedWith(10));
 }
 
 TEST_F(TerminationSignal, LockThatIsNotHeldIsNotPostedButItsNameGoes) {
