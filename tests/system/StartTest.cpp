@@ -6,6 +6,7 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
 #include "tests/support/Sandbox.h"
+#include "tests/support/Sanitizers.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -175,14 +176,19 @@ TEST_F(Start, PutsTheStandardDescriptorsOnNullAndKeepsNoOther) {
     EXPECT_EQ(sockets, 1U);
 }
 
-TEST_F(Start, IgnoresTerminalSignalsAndCatchesOnlyTermination) {
+TEST_F(Start, IgnoresTerminalSignalsAndCatchesOnlyTerminationAndBusErrors) {
     ASSERT_TRUE(driver.startServing());
     const unsigned long long ignored = signalSet("SigIgn");
     for (const int number : {SIGTTOU, SIGTTIN, SIGTSTP, SIGHUP, SIGCHLD}) {
         EXPECT_TRUE((ignored & bit(number)) != 0) << strsignal(number);
     }
+    // SIGBUS still ends the daemon, but for a shared table that somebody shortened. The C library catches two
+    // signals for itself, below its SIGRTMIN; sanitizers catch more.
     const unsigned long long caught = signalSet("SigCgt");
-    EXPECT_TRUE((caught & bit(SIGTERM)) != 0);
+    const unsigned long long ofTheLibrary = bit(SIGRTMIN) - bit(SIGSYS + 1);
+    EXPECT_EQ(caught & (bit(SIGTERM) | bit(SIGBUS)), bit(SIGTERM) | bit(SIGBUS));
+    EXPECT_TRUE(underSanitizer || (caught & ~ofTheLibrary) == (bit(SIGTERM) | bit(SIGBUS)))
+        << std::hex << caught;
     EXPECT_TRUE((ignored & bit(SIGINT)) == 0 && (caught & bit(SIGINT)) == 0);
 }
 
