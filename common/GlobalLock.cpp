@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -35,6 +36,24 @@ bool semaphoreFile(const char* name, char (&path)[prefixLength + longestName + 1
     memcpy(path + prefixLength, name, length);
     path[prefixLength + length] = '\0';
     return true;
+}
+
+/// Whether the semaphore's memory can be read. Somebody else may have put a file into the name's place that
+/// is too short for a semaphore: the C library opens it all the same, and the first access would end the
+/// process. A system that does not tell counts as yes.
+bool isBacked(sem_t* semaphore) {
+    sem_t copy;
+    const iovec destination{&copy, sizeof(copy)};
+    const iovec source{semaphore, sizeof(copy)};
+    return process_vm_readv(getpid(), &destination, 1, &source, 1, 0) != -1 || errno != EFAULT;
+}
+
+/// sem_trywait() for a semaphore that somebody else may have made. Returns 0 or the error.
+int takeAtOnce(sem_t* semaphore) {
+    if (!isBacked(semaphore)) {
+        return EINVAL;
+    }
+    return sem_trywait(semaphore) == 0 ? 0 : errno;
 }
 
 } // namespace
@@ -79,7 +98,7 @@ bool GlobalLock::openExisting() {
 }
 
 bool GlobalLock::tryLock(bool takeOwnership) {
-    if (!m_open || m_locked || sem_trywait(m_handle) != 0) {
+    if (!m_open || m_locked || takeAtOnce(m_handle) != 0) {
         return m_locked;
     }
     m_locked = true;
@@ -93,8 +112,8 @@ bool GlobalLock::isHeld() {
     if (!m_open || m_locked) {
         return m_locked;
     }
-    if (sem_trywait(m_handle) != 0) {
-        return errno == EAGAIN;
+    if (const int error = takeAtOnce(m_handle); error != 0) {
+        return error == EAGAIN;
     }
     m_locked = true;
     unlock(false);

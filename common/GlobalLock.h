@@ -41,8 +41,9 @@ public:
     /// owner of the name. True when this object holds the lock, from now or from before.
     bool tryLock(bool takeOwnership);
 
-    /// True when this object or somebody else holds the lock. False when it is free, cannot be probed
-    /// or is not open. A free lock is held for a moment by the probing.
+    /// True when this object or somebody else holds the lock. False when it is free, is not open or cannot be
+    /// probed, as when the name's file is too short for a semaphore. A free lock is held for a moment by the
+    /// probing.
     bool isHeld();
 
     /// Gives the lock back when this object holds it. `disown` also gives up owning the name.

@@ -1,6 +1,7 @@
 #include "common/GlobalLock.h"
 
 #include "foundation/NonCopyable.h"
+#include "tests/support/Files.h"
 #include "tests/support/Scarcity.h"
 
 #include <fcntl.h>
@@ -431,6 +432,19 @@ TEST_F(GlobalLockTest, ANameLeftBehindByAKilledProcessStaysHeld) {
     EXPECT_TRUE(lock.isHeld());
     lock.remove(true);
     EXPECT_TRUE(lock.create(true));
+}
+
+TEST_F(GlobalLockTest, ANameWhoseFileIsTooShortForASemaphoreIsNeitherHeldNorTaken) {
+    const std::string file = "/dev/shm/sem." + m_name.substr(1);
+    ZNORBTEST::writeFile(file, "");
+    GlobalLock lock(m_name);
+    ASSERT_TRUE(lock.openExisting());
+    EXPECT_FALSE(lock.isHeld());
+    EXPECT_FALSE(lock.tryLock(true));
+    ASSERT_EQ(truncate(file.c_str(), sizeof(sem_t)), 0);
+    EXPECT_TRUE(lock.isHeld()) << "a count of 0";
+    ASSERT_EQ(truncate(file.c_str(), 0), 0);
+    EXPECT_FALSE(lock.isHeld());
 }
 
 TEST_F(GlobalLockTest, AnotherProcessFindsTheLockHeldAndThenFree) {

@@ -82,6 +82,7 @@ const std::vector<SystemCall>& allCalls() {
         {SYS_munmap, "munmap", Object::Memory, false, {EINVAL, ENOMEM}},
         {SYS_mprotect, "mprotect", Object::Memory, false, {EACCES, EINVAL, ENOMEM}},
         {SYS_madvise, "madvise", Object::Memory, false, {EAGAIN, EINVAL, ENOMEM}},
+        {SYS_process_vm_readv, "process_vm_readv", Object::None, true, {EFAULT, ENOMEM, ENOSYS, EPERM}},
         {SYS_brk, "brk", Object::Break, false, {ENOMEM}},
         {SYS_clone, "clone", Object::Process, false, {EAGAIN, ENOMEM, EPERM}},
         {SYS_clone3, "clone3", Object::ProcessByRecord, false, {EAGAIN, ENOMEM, ENOSYS, EPERM}},

@@ -103,6 +103,19 @@ TEST_F(Security, WhoeverFreesEntriesGetsMoreClientsThanThereAreEntries) {
     }
 }
 
+TEST_F(Security, IdentifiersAndCommandLinesAreForEverybodyToRead) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(askDaemon("GET|somebodys-language"), "0");
+    ASSERT_TRUE(DaemonDriver::waitForClient(0));
+    writeTable(offsetof(znorb_shared_table, entries) + offsetof(znorb_client_entry, identifier),
+               std::string("somebodys-identifier", 21));
+    const std::vector<pid_t> clients = driver.clients();
+    ASSERT_EQ(clients.size(), 1U);
+    const std::string commandLine = "/proc/" + std::to_string(clients[0]) + "/cmdline";
+    EXPECT_THAT(asOrdinaryUser(std::string("cat ") + tableFile).output, HasSubstr("somebodys-identifier"));
+    EXPECT_THAT(asOrdinaryUser("cat " + commandLine).output, HasSubstr("somebodys-language"));
+}
+
 TEST_F(Security, EveryFailedLaunchLeavesOneMoreDaemon) {
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(unlink(driver.client().c_str()), 0);
@@ -170,6 +183,18 @@ TEST_F(Security, LockThatIsTakenRefusesEveryStartWhateverIsInIt) {
         ASSERT_EQ(unlink(lockFile), 0);
     }
     EXPECT_TRUE(driver.startServing());
+}
+
+// As a second daemon leaves it that raced past the probe: the first one serves, and its lock's name is free.
+TEST_F(Security, FileThatIsTooShortInTheLocksPlaceDoesNotEndAStopWithoutAWord) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(unlink(lockFile), 0);
+    writeFile(lockFile, "", 0666);
+    const ProgramResult stop = driver.run({"-stop"});
+    EXPECT_EQ(stop.end, exitedWith(255));
+    EXPECT_EQ(stop.output, "The ZN Orbisan daemon has stopped.\n");
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_FALSE(exists(lockFile)) << "the daemon's end removes the name, whosever it is";
 }
 
 struct Squatter {
