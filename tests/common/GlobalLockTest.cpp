@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 #include <semaphore.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +32,23 @@ static_assert(std::is_base_of_v<Common::NonCopyable, GlobalLock>);
 static_assert(!std::is_convertible_v<GlobalLock*, Common::NonCopyable*>, "private base");
 
 constexpr std::size_t longestName = NAME_MAX - 4;
+
+// The error of the calls that read the memory of a process; 0 lets them do so.
+int readingError = 0;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" ssize_t process_vm_readv(pid_t process, const iovec* to, unsigned long toCount, const iovec* from,
+                                    unsigned long fromCount, unsigned long flags) {
+    if (readingError != 0) {
+        errno = readingError;
+        return -1;
+    }
+    return syscall(SYS_process_vm_readv, process, to, toCount, from, fromCount, flags);
+}
+
+namespace {
 
 bool nameExists(const std::string& name) {
     sem_t* semaphore = sem_open(name.c_str(), 0);
@@ -445,6 +464,20 @@ TEST_F(GlobalLockTest, ANameWhoseFileIsTooShortForASemaphoreIsNeitherHeldNorTake
     EXPECT_TRUE(lock.isHeld()) << "a count of 0";
     ASSERT_EQ(truncate(file.c_str(), 0), 0);
     EXPECT_FALSE(lock.isHeld());
+}
+
+TEST_F(GlobalLockTest, ASystemThatDoesNotTellWhetherMemoryIsThereHindersNobody) {
+    Onlooker other(m_name, 1);
+    GlobalLock lock(m_name);
+    ASSERT_TRUE(lock.openExisting());
+    for (const int error : {ENOSYS, EPERM}) {
+        readingError = error;
+        EXPECT_FALSE(lock.isHeld());
+        EXPECT_TRUE(lock.tryLock(false));
+        readingError = 0;
+        EXPECT_EQ(other.count(), 0);
+        lock.unlock(false);
+    }
 }
 
 TEST_F(GlobalLockTest, AnotherProcessFindsTheLockHeldAndThenFree) {
