@@ -1,6 +1,7 @@
 #include "common/GlobalLock.h"
 
 #include "foundation/NonCopyable.h"
+#include "tests/common/GlobalLockFixture.h"
 #include "tests/support/Files.h"
 #include "tests/support/Scarcity.h"
 
@@ -24,14 +25,16 @@
 namespace {
 
 using ORBCOMMON::GlobalLock;
+using ZNORBTEST::GlobalLockTest;
+using ZNORBTEST::longestName;
+using ZNORBTEST::nameExists;
+using ZNORBTEST::Onlooker;
 using ZNORBTEST::statusInOwnProcess;
 
 static_assert(std::has_virtual_destructor_v<GlobalLock>);
 static_assert(!std::is_copy_constructible_v<GlobalLock> && !std::is_copy_assignable_v<GlobalLock>);
 static_assert(std::is_base_of_v<Common::NonCopyable, GlobalLock>);
 static_assert(!std::is_convertible_v<GlobalLock*, Common::NonCopyable*>, "private base");
-
-constexpr std::size_t longestName = NAME_MAX - 4;
 
 // The error of the calls that read the memory of a process; 0 lets them do so.
 int readingError = 0;
@@ -49,55 +52,6 @@ extern "C" ssize_t process_vm_readv(pid_t process, const iovec* to, unsigned lon
 }
 
 namespace {
-
-bool nameExists(const std::string& name) {
-    sem_t* semaphore = sem_open(name.c_str(), 0);
-    if (semaphore == SEM_FAILED) {
-        return false;
-    }
-    (void)sem_close(semaphore);
-    return true;
-}
-
-// A handle on the semaphore besides the lock under test: another process's view of it.
-class Onlooker {
-public:
-    explicit Onlooker(const std::string& name) : m_semaphore(sem_open(name.c_str(), 0)) {}
-    // Makes the name.
-    Onlooker(const std::string& name, unsigned count)
-        : m_semaphore(sem_open(name.c_str(), O_CREAT | O_EXCL, 0600, count)) {}
-    ~Onlooker() {
-        if (m_semaphore != SEM_FAILED) {
-            (void)sem_close(m_semaphore);
-        }
-    }
-    Onlooker(const Onlooker&) = delete;
-    Onlooker& operator=(const Onlooker&) = delete;
-
-    // -1 when the semaphore could not be opened.
-    int count() const {
-        int value = -1;
-        if (m_semaphore == SEM_FAILED || sem_getvalue(m_semaphore, &value) != 0) {
-            return -1;
-        }
-        return value;
-    }
-    void post() const { (void)sem_post(m_semaphore); }
-
-private:
-    sem_t* m_semaphore;
-};
-
-// A name of this test's own, gone before and after it.
-class GlobalLockTest : public testing::Test {
-protected:
-    void SetUp() override { (void)sem_unlink(m_name.c_str()); }
-    void TearDown() override { (void)sem_unlink(m_name.c_str()); }
-
-    const std::string m_name = "/znorb.globalLockTest." + std::to_string(getpid());
-};
-
-class GlobalLockAbandonTest : public GlobalLockTest {};
 
 TEST_F(GlobalLockTest, IsClosedAndTouchesNothingUntilItIsUsed) {
     {
@@ -495,143 +449,6 @@ TEST_F(GlobalLockTest, AnotherProcessFindsTheLockHeldAndThenFree) {
     EXPECT_EQ(statusInOwnProcess(probe), 0);
     daemon.remove(true);
     EXPECT_EQ(statusInOwnProcess(probe), 2);
-}
-
-TEST_F(GlobalLockAbandonTest, GivesTheLockBackAndRemovesTheName) {
-    GlobalLock daemon(m_name);
-    ASSERT_TRUE(daemon.create(true));
-    GlobalLock stopper(m_name);
-    ASSERT_TRUE(stopper.openExisting());
-    EXPECT_TRUE(stopper.isHeld());
-    daemon.abandon();
-    EXPECT_FALSE(nameExists(m_name));
-    EXPECT_FALSE(stopper.isHeld());
-}
-
-TEST_F(GlobalLockAbandonTest, LeavesTheObjectAsItWas) {
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.create(true));
-    const Onlooker onlooker(m_name);
-    lock.abandon();
-    EXPECT_EQ(onlooker.count(), 1);
-    EXPECT_TRUE(lock.isHeld());
-    EXPECT_TRUE(lock.create(true)) << "open still";
-    EXPECT_FALSE(nameExists(m_name));
-    lock.close();
-    EXPECT_EQ(onlooker.count(), 2) << "close gives back what the object still believes to hold";
-}
-
-TEST_F(GlobalLockAbandonTest, GivesNothingBackThatIsNotHeld) {
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.create(false));
-    const Onlooker onlooker(m_name);
-    lock.abandon();
-    EXPECT_EQ(onlooker.count(), 1);
-    EXPECT_FALSE(nameExists(m_name));
-}
-
-TEST_F(GlobalLockAbandonTest, RemovesANameThatItDoesNotOwn) {
-    const Onlooker onlooker(m_name, 1);
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.openExisting());
-    lock.abandon();
-    EXPECT_FALSE(nameExists(m_name));
-    EXPECT_EQ(onlooker.count(), 1);
-}
-
-TEST_F(GlobalLockAbandonTest, RemovesTheNameEvenWhenNotOpen) {
-    const Onlooker onlooker(m_name, 0);
-    const GlobalLock lock(m_name);
-    lock.abandon();
-    EXPECT_FALSE(nameExists(m_name));
-    EXPECT_EQ(onlooker.count(), 0);
-}
-
-TEST_F(GlobalLockAbandonTest, DoesNothingWhenThereIsNoSuchName) {
-    const GlobalLock lock(m_name);
-    lock.abandon();
-    EXPECT_FALSE(nameExists(m_name));
-}
-
-TEST_F(GlobalLockAbandonTest, TakesNamesWithoutAndWithSeveralLeadingSlashes) {
-    for (const std::string& name : {m_name.substr(1), "//" + m_name}) {
-        GlobalLock lock(name);
-        ASSERT_TRUE(lock.create(true)) << name;
-        const Onlooker onlooker(m_name);
-        lock.abandon();
-        EXPECT_FALSE(nameExists(m_name)) << name;
-        EXPECT_EQ(onlooker.count(), 1) << name;
-        lock.remove(false);
-    }
-}
-
-TEST_F(GlobalLockAbandonTest, TakesTheLongestName) {
-    const std::string name = m_name + "." + std::string(longestName - m_name.size(), 'x');
-    ASSERT_EQ(name.size(), longestName + 1) << "with its slash";
-    GlobalLock lock(name);
-    ASSERT_TRUE(lock.create(true));
-    lock.abandon();
-    EXPECT_FALSE(nameExists(name));
-    (void)sem_unlink(name.c_str());
-}
-
-TEST_F(GlobalLockAbandonTest, LeavesAloneTheNameThatAnOverlongOneBeginsWith) {
-    const std::string longest = m_name + "." + std::string(longestName - m_name.size(), 'x');
-    const Onlooker onlooker(longest, 1);
-    for (const std::size_t excess : {1U, 2U, 5000U}) {
-        const GlobalLock lock(longest + std::string(excess, 'x'));
-        lock.abandon();
-        EXPECT_TRUE(nameExists(longest)) << "not cut to a name that fits";
-    }
-    EXPECT_EQ(sem_unlink(longest.c_str()), 0);
-}
-
-TEST_F(GlobalLockAbandonTest, NeverLeavesTheFolderOfTheSemaphores) {
-    const std::string folder = "/dev/shm/sem." + m_name.substr(1);
-    const std::string file = folder + "/victim";
-    ASSERT_EQ(mkdir(folder.c_str(), 0700), 0);
-    const int descriptor = open(file.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-    EXPECT_GE(descriptor, 0);
-    (void)close(descriptor);
-    for (const std::string& name : {m_name + "/victim", m_name + "/../" + folder.substr(9) + "/victim"}) {
-        const GlobalLock lock(name);
-        lock.abandon();
-        EXPECT_EQ(access(file.c_str(), F_OK), 0) << name;
-    }
-    EXPECT_EQ(unlink(file.c_str()), 0);
-    EXPECT_EQ(rmdir(folder.c_str()), 0);
-}
-
-TEST_F(GlobalLockAbandonTest, IgnoresEmptyNames) {
-    for (const char* name : {"", "/", "///"}) {
-        const GlobalLock lock(name);
-        errno = 0;
-        lock.abandon();
-        EXPECT_EQ(errno, 0) << "nothing is unlinked";
-    }
-}
-
-// The lock that the signal handler of a child process abandons.
-const GlobalLock* lockOfTheHandler = nullptr;
-
-TEST_F(GlobalLockAbandonTest, WorksInASignalHandlerThatEndsTheProcess) {
-    const Onlooker onlooker(m_name, 1);
-    const int status = statusInOwnProcess([this] {
-        GlobalLock lock(m_name);
-        if (!lock.openExisting() || !lock.tryLock(true)) {
-            return 1;
-        }
-        lockOfTheHandler = &lock;
-        (void)std::signal(SIGTERM, [](int) {
-            lockOfTheHandler->abandon();
-            _exit(10);
-        });
-        (void)std::raise(SIGTERM);
-        return 2;
-    });
-    EXPECT_EQ(status, 10);
-    EXPECT_FALSE(nameExists(m_name));
-    EXPECT_EQ(onlooker.count(), 1);
 }
 
 } // namespace
