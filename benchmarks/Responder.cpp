@@ -299,13 +299,11 @@ void MappedTable::fill(unsigned count, bool inUse) const {
     }
 }
 
-bool MappedTable::isRegistered(unsigned count) const {
+void MappedTable::awaitRegistered(unsigned count) const {
     for (unsigned index = 0; index < count; ++index) {
-        if (static_cast<volatile std::uint16_t&>(m_table->entries[index].port) == 0) {
-            return false;
-        }
+        const volatile std::uint16_t& port = m_table->entries[index].port;
+        await("the clients' ports", [&port] { return port != 0; });
     }
-    return true;
 }
 
 } // namespace ZNORBBENCH

@@ -78,8 +78,8 @@ public:
     /// Makes `count` entries look as if they had been claimed, and these in use or free.
     void fill(unsigned count, bool inUse) const;
 
-    /// Whether the first `count` clients have registered their ports.
-    [[nodiscard]] bool isRegistered(unsigned count) const;
+    /// Waits until the first `count` clients have registered their ports.
+    void awaitRegistered(unsigned count) const;
 
 private:
     znorb_shared_table* m_table;

@@ -132,9 +132,7 @@ double sweep(int arm) {
         for (unsigned client = 0; client < capacity; ++client) {
             (void)ask("GET|stay");
         }
-        while (!table.isRegistered(capacity)) {
-            (void)usleep(1000);
-        }
+        table.awaitRegistered(capacity);
         times.push_back(responder.quit().count() * microseconds);
     }
     return middle(times);

@@ -24,7 +24,10 @@ static void answerOneRequest(struct znorb_client_entry* entry) {
     socklen_t length = sizeof address;
     char request[requestSize];
     const int listener = socket(AF_INET, SOCK_STREAM, 0);
-    if (bind(listener, (struct sockaddr*)&address, sizeof address) != 0 || listen(listener, 1) != 0 ||
+    /* Ports that clients of the last minute had must not run out. */
+    const int isReused = 1;
+    if (setsockopt(listener, SOL_SOCKET, SO_REUSEADDR, &isReused, sizeof isReused) != 0 ||
+        bind(listener, (struct sockaddr*)&address, sizeof address) != 0 || listen(listener, 1) != 0 ||
         getsockname(listener, (struct sockaddr*)&address, &length) != 0) {
         return;
     }
