@@ -38,11 +38,8 @@ OutputStreamToBuffer::~OutputStreamToBuffer() {
 }
 
 void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
-    if (m_chunks.empty() && !appendChunk()) {
-        return;
-    }
     const std::uint32_t count = length;
-    if (count >= chunkSize - m_fill) {
+    if (m_chunks.empty() || count >= chunkSize - m_fill) {
         writeAcrossChunks(data, count);
         return;
     }
@@ -52,6 +49,9 @@ void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
 }
 
 void OutputStreamToBuffer::writeAcrossChunks(const char* data, std::uint32_t length) {
+    if (m_chunks.empty() && !appendChunk()) {
+        return;
+    }
     for (std::uint32_t room = chunkSize - m_fill; length >= room; room = chunkSize) {
         char* const target = m_chunks.last().bytes + m_fill;
         // The next chunk comes first: a last chunk without room would never take another byte.
@@ -63,8 +63,8 @@ void OutputStreamToBuffer::writeAcrossChunks(const char* data, std::uint32_t len
         length -= room;
         m_fill = 0;
     }
-    std::copy_n(data, length, m_chunks.last().bytes);
-    m_fill = length;
+    std::copy_n(data, length, m_chunks.last().bytes + m_fill);
+    m_fill += length;
 }
 
 void OutputStreamToBuffer::flush() {

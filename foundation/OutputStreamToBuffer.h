@@ -69,7 +69,7 @@ private:
         char bytes[chunkSize];
     };
 
-    /// Appends `length` bytes, which are at least as many as the last chunk has room for.
+    /// Appends `length` bytes when there is no chunk yet, or when they leave no room in the last one.
     void writeAcrossChunks(const char* data, std::uint32_t length);
 
     /// Gives the list one more last chunk, not initialised; false, and no change, without memory for it.
