@@ -65,7 +65,7 @@ unsigned workerCount() {
     const bool isSerial = mode != nullptr && std::strcmp(mode, "direct") == 0;
     const long processors = sysconf(_SC_NPROCESSORS_ONLN);
     return isSerial || processors < 1 ? 1U
-                                      : 2U * static_cast<unsigned>(processors); // much of a life is waiting
+                                      : 4U * static_cast<unsigned>(processors); // most of a life is waiting
 }
 
 using Place = std::tuple<std::string, std::string, std::string>; // role, call, object
