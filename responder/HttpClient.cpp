@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <new>
 #include <string_view>
@@ -34,7 +35,9 @@ struct ResponseHead {
 std::string requestText(const std::string& method, const std::string& url, std::size_t bodyLength) {
     std::string text = method + " " + url + " HTTP/1.0\r\n";
     if (method == "POST") {
-        text += "Content-Length: " + std::to_string(static_cast<unsigned>(bodyLength)) + "\r\n";
+        char number[21] = {};
+        (void)std::snprintf(number, sizeof number, "%u", static_cast<unsigned>(bodyLength));
+        text += std::string("Content-Length: ") + number + "\r\n";
     }
     return text + "\r\n";
 }
