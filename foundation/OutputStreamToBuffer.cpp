@@ -40,15 +40,15 @@ OutputStreamToBuffer::~OutputStreamToBuffer() {
 void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
     const std::uint32_t count = length;
     if (m_chunks.empty() || count >= chunkSize - m_fill) {
-        writeAcrossChunks(data, count);
+        writeBeyondChunk(data, count);
         return;
     }
     char* const target = m_chunks.last().bytes + m_fill;
     m_fill += count;
-    std::copy_n(data, count, target);
+    std::copy_n(data, count, target); // last, so that it is a jump
 }
 
-void OutputStreamToBuffer::writeAcrossChunks(const char* data, std::uint32_t length) {
+void OutputStreamToBuffer::writeBeyondChunk(const char* data, std::uint32_t length) {
     if (m_chunks.empty() && !appendChunk()) {
         return;
     }

@@ -69,8 +69,9 @@ private:
         char bytes[chunkSize];
     };
 
-    /// Appends `length` bytes when there is no chunk yet, or when they leave no room in the last one.
-    void writeAcrossChunks(const char* data, std::uint32_t length);
+    /// Appends `length` bytes when there is no chunk yet, or when they leave no room in the last one: what
+    /// write() does not often do, apart, so that the rest of it saves no register.
+    void writeBeyondChunk(const char* data, std::uint32_t length);
 
     /// Gives the list one more last chunk, not initialised; false, and no change, without memory for it.
     bool appendChunk();

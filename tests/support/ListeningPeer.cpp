@@ -94,7 +94,8 @@ bool ListeningPeer::waitForServed(std::size_t count, Milliseconds bound) const {
 /// Waits for the descriptor; false when the thread has to end.
 bool ListeningPeer::isReadable(int descriptor) const {
     pollfd wanted[] = {{descriptor, POLLIN, 0}, {m_stop[0], POLLIN, 0}};
-    while (poll(wanted, 2, -1) < 0) { // interrupted, or a test has just taken all descriptors away
+    // EINVAL: a test has just taken all descriptors away.
+    while (poll(wanted, 2, -1) < 0 && (errno == EINTR || errno == EINVAL)) {
         std::this_thread::yield();
     }
     return wanted[1].revents == 0;
