@@ -1,7 +1,6 @@
 #include "foundation/OutputStreamToBuffer.h"
 
 #include <benchmark/benchmark.h>
-#include <malloc.h>
 
 #include <cstring>
 #include <memory>
@@ -13,8 +12,8 @@
 /// Collecting range(1) bytes in writes of range(0) bytes: the buffer stream, the standard library's means,
 /// and copying into memory that is there already. "Whole" also asks for the result as one string.
 ///
-/// The C library would give more than 128 KiB that become free back to the system, and who takes them anew
-/// would pay for the page faults, whatever he collects with. Here it keeps them.
+/// The C library gives more than 128 KiB that become free back to the system, and who takes them anew pays
+/// for the page faults, whatever he collects with. script/bench runs this with and without that.
 ///
 /// How source and destination lie to each other makes up to a third of the copying. Each repetition therefore
 /// has them somewhere else, the reference as well, and the median is one over places, too.
@@ -22,12 +21,6 @@ namespace {
 
 std::size_t totalOf(const benchmark::State& state) {
     return static_cast<std::size_t>(state.range(1));
-}
-
-void keepWhatBecomesFree() {
-    constexpr int limit = 1 << 26;
-    (void)mallopt(M_TRIM_THRESHOLD, limit);
-    (void)mallopt(M_MMAP_THRESHOLD, limit);
 }
 
 /// Touched memory at a place that nobody can foretell: on a multiple of 16, as allocated memory is.
@@ -50,7 +43,7 @@ private:
     char* m_data;
 };
 
-std::minstd_rand Somewhere::s_random; // NOLINT: the same places in every run
+std::minstd_rand Somewhere::s_random; // NOLINT: places without a pattern are all that it has to give
 
 /// What is written, again and again.
 class Piece {
@@ -75,9 +68,10 @@ void copyToReadyMemory(benchmark::State& state) {
     const Somewhere memory(total);
     char* const target = memory.data();
     const char* const source = piece.data();
+    const std::size_t size = piece.size();
     for ([[maybe_unused]] const auto step : state) {
-        for (std::size_t offset = 0; offset < total; offset += piece.size()) {
-            std::memcpy(target + offset, source, piece.size());
+        for (std::size_t offset = 0; offset < total; offset += size) {
+            std::memcpy(target + offset, source, size);
             benchmark::ClobberMemory();
         }
     }
@@ -85,7 +79,6 @@ void copyToReadyMemory(benchmark::State& state) {
 
 /// The reference when each 8 KiB are allocated, and given back at the end.
 void copyToNewChunks(benchmark::State& state) {
-    keepWhatBecomesFree();
     constexpr std::size_t chunkSize = Common::OutputStreamToBuffer::chunkSize;
     const Piece piece(state);
     const std::size_t total = totalOf(state);
@@ -105,7 +98,6 @@ void copyToNewChunks(benchmark::State& state) {
 }
 
 void writeBuffer(benchmark::State& state, bool isWhole) {
-    keepWhatBecomesFree();
     const Piece piece(state);
     const std::size_t total = totalOf(state);
     const auto length = static_cast<unsigned int>(piece.size());
@@ -119,7 +111,6 @@ void writeBuffer(benchmark::State& state, bool isWhole) {
 }
 
 void appendString(benchmark::State& state) {
-    keepWhatBecomesFree();
     const Piece piece(state);
     const std::size_t total = totalOf(state);
     for ([[maybe_unused]] const auto step : state) {
@@ -132,7 +123,6 @@ void appendString(benchmark::State& state) {
 }
 
 void writeStringStream(benchmark::State& state) {
-    keepWhatBecomesFree();
     const Piece piece(state);
     const std::size_t total = totalOf(state);
     for ([[maybe_unused]] const auto step : state) {

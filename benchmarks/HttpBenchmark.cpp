@@ -6,7 +6,6 @@
 
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>
-#include <sched.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,8 +15,8 @@
 
 /// An HTTP exchange with a body of range(0) bytes, into a buffer stream, against receiving the same bytes raw
 /// into memory that is there already. The other side is a thread that answers each request with the same
-/// response, over TCP as the daemon's clients do, on the same processor, so that no wake-up of another one is
-/// measured.
+/// response, over TCP as the daemon's clients do. Run it on one processor, so that no wake-up of another one
+/// is measured.
 namespace {
 
 constexpr std::size_t requestSize = 8192;
@@ -30,7 +29,6 @@ std::string responseWith(std::size_t bodySize) {
 class Server {
 public:
     explicit Server(std::string response) : m_response(std::move(response)) {
-        keepToOneProcessor();
         connectEnds();
         m_thread = std::thread([this] { serve(); });
     }
@@ -46,14 +44,6 @@ public:
     [[nodiscard]] int nearEnd() const { return m_ends[0]; }
 
 private:
-    /// The calling thread, and those that it starts.
-    static void keepToOneProcessor() {
-        cpu_set_t processors;
-        CPU_ZERO(&processors);
-        CPU_SET(0, &processors);
-        (void)sched_setaffinity(0, sizeof processors, &processors);
-    }
-
     void connectEnds() {
         const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
         sockaddr_in address = {};
@@ -88,6 +78,21 @@ private:
     std::thread m_thread;
 };
 
+/// Receives a response of `size` bytes. False when it does not come.
+bool receiveAll(int descriptor, char* memory, std::size_t size, bool isWaitingFirst) {
+    for (std::size_t held = 0; held < size;) {
+        if (isWaitingFirst) {
+            (void)ORBCOMMON::waitUntilReadable(descriptor, ZNORBRESPONDER::httpWaitSeconds);
+        }
+        const ssize_t received = recv(descriptor, memory + held, size - held, 0);
+        if (received <= 0) {
+            return false;
+        }
+        held += static_cast<std::size_t>(received);
+    }
+    return true;
+}
+
 /// The reference. With `isWaitingFirst` it also does what a limit for the waiting takes.
 void receive(benchmark::State& state, bool isWaitingFirst) {
     const std::string response = responseWith(static_cast<std::size_t>(state.range(0)));
@@ -96,12 +101,9 @@ void receive(benchmark::State& state, bool isWaitingFirst) {
     const Server server(response);
     for ([[maybe_unused]] const auto step : state) {
         (void)send(server.nearEnd(), request.data(), request.size(), MSG_NOSIGNAL);
-        for (std::size_t held = 0; held < response.size();) {
-            if (isWaitingFirst) {
-                (void)ORBCOMMON::waitUntilReadable(server.nearEnd(), ZNORBRESPONDER::httpWaitSeconds);
-            }
-            held += static_cast<std::size_t>(
-                recv(server.nearEnd(), memory.get() + held, response.size() - held, 0));
+        if (!receiveAll(server.nearEnd(), memory.get(), response.size(), isWaitingFirst)) {
+            state.SkipWithError("the response did not arrive");
+            break;
         }
     }
     (void)close(server.nearEnd());
@@ -125,6 +127,7 @@ void exchange(benchmark::State& state) {
         (void)ZNORBRESPONDER::sendRequest(socket, "GET", "/", "", statusLine, headers, body);
         if (body.size() != static_cast<std::size_t>(state.range(0))) {
             state.SkipWithError("the body did not arrive");
+            break;
         }
     }
 }

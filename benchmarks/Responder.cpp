@@ -54,7 +54,10 @@ private:
     int m_number;
 };
 
+/// False when nobody listens. Nothing that is received afterwards is waited for longer than the limit.
 bool connectTo(const Descriptor& connection) {
+    const timeval limit = {waitLimit.count(), 0};
+    (void)setsockopt(connection.number(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     (void)std::strcpy(address.sun_path, socketPath);
@@ -80,7 +83,31 @@ pid_t findServer() {
     return credentials.pid;
 }
 
-pid_t spawn(std::vector<std::string> words, int processor) {
+/// A moment that another process notes.
+class SharedMoment {
+public:
+    SharedMoment()
+        : m_moment(
+              static_cast<Clock::time_point*>(mmap(nullptr, sizeof(Clock::time_point), PROT_READ | PROT_WRITE,
+                                                   MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+        if (m_moment == MAP_FAILED) {
+            fail("no memory");
+        }
+        note();
+    }
+    ~SharedMoment() { (void)munmap(m_moment, sizeof *m_moment); }
+    SharedMoment(const SharedMoment&) = delete;
+    SharedMoment& operator=(const SharedMoment&) = delete;
+
+    void note() const { *m_moment = Clock::now(); }
+    [[nodiscard]] Seconds past() const { return Clock::now() - *m_moment; }
+
+private:
+    Clock::time_point* m_moment;
+};
+
+/// `execution` is when the program took the place of this one.
+pid_t spawn(std::vector<std::string> words, int processor, const SharedMoment& execution) {
     std::vector<char*> arguments;
     for (std::string& word : words) {
         arguments.push_back(word.data());
@@ -92,6 +119,7 @@ pid_t spawn(std::vector<std::string> words, int processor) {
             pinTo(processor);
         }
         (void)dup2(open("/dev/null", O_WRONLY | O_CLOEXEC), STDOUT_FILENO);
+        execution.note();
         (void)execvp(arguments[0], arguments.data());
         _exit(127);
     }
@@ -149,27 +177,28 @@ std::string ask(const std::string& request) {
     return {reply, static_cast<std::size_t>(length)};
 }
 
-Responder::Responder(const std::string& program, const std::string& argument, int processor) {
+Responder::Responder(const std::string& program, const std::string& argument, int processor, Started end) {
     std::vector<std::string> words = {program, "-d"};
     if (!argument.empty()) {
         words.push_back(argument);
     }
     (void)unlink(socketPath);
-    const auto start = Clock::now();
-    const pid_t invoked = spawn(words, processor);
-    bool isExited = false;
-    bool isReplying = false;
-    await("the start", [&] {
-        if (!isExited && waitpid(invoked, nullptr, WNOHANG) == invoked) {
-            isExited = true;
-            m_untilExit = Clock::now() - start;
-        }
-        if (!isReplying && isServed()) {
-            isReplying = true;
-            m_untilReply = Clock::now() - start;
-        }
-        return isExited && isReplying;
-    });
+    const SharedMoment execution;
+    const pid_t invoked = spawn(words, processor, execution);
+    int status = -1;
+    const std::function<bool()> isExited = [&] { return waitpid(invoked, &status, WNOHANG) == invoked; };
+    if (end == Started::Exited) {
+        await("the program's exit", isExited);
+        m_startTime = execution.past();
+        await("the first reply", isServed);
+    } else {
+        await("the first reply", isServed);
+        m_startTime = execution.past();
+        await("the program's exit", isExited);
+    }
+    if (status != 0) {
+        fail(program + " did not start");
+    }
     m_pid = findServer();
 }
 
@@ -250,7 +279,8 @@ long Responder::minorFaults() const {
 double Responder::systemCallsPer(const std::string& request, int count) const {
     const std::string log = "/tmp/znorb-bench-strace." + std::to_string(getpid());
     const pid_t thread = servingThread();
-    const pid_t tracer = spawn({"strace", "-qq", "-o", log, "-p", std::to_string(thread)}, -1);
+    const pid_t tracer =
+        spawn({"strace", "-qq", "-o", log, "-p", std::to_string(thread)}, -1, SharedMoment());
     bool isRefused = false;
     await("strace", [&] {
         isRefused = waitpid(tracer, nullptr, WNOHANG) == tracer;
@@ -269,7 +299,7 @@ double Responder::systemCallsPer(const std::string& request, int count) const {
             .starts_with(std::to_string(SYS_pselect6) + " ");
     });
     (void)kill(tracer, SIGINT);
-    (void)waitpid(tracer, nullptr, 0);
+    await("strace's end", [tracer] { return waitpid(tracer, nullptr, WNOHANG) == tracer; });
     const std::string calls = contentOf(log);
     (void)unlink(log.c_str());
     // From the first accept to the last close; the wait that each accept ends stands before the accept.

@@ -23,12 +23,19 @@ void pinTo(int processor);
 /// One request and its reply on a connection of its own.
 std::string ask(const std::string& request);
 
+/// What counts as the end of a start.
+enum class Started {
+    Exited, ///< the invoked program has exited with status 0; it is left alone until then
+    Replies ///< the socket has answered
+};
+
 /// One run of a program in the background. Used on one thread.
 class Responder {
 public:
-    /// Starts it with "-d" and waits until the socket answers. With a `processor` that is not -1 it runs
-    /// there.
-    explicit Responder(const std::string& program, const std::string& argument = "", int processor = -1);
+    /// Starts it with "-d" and waits until the invoked program has exited and the socket answers. With a
+    /// `processor` that is not -1 it runs there.
+    explicit Responder(const std::string& program, const std::string& argument = "", int processor = -1,
+                       Started end = Started::Exited);
 
     /// Ends it with "QUIT", should it still run, and waits until it and its names are gone.
     ~Responder();
@@ -37,9 +44,8 @@ public:
 
     [[nodiscard]] pid_t pid() const { return m_pid; }
 
-    /// From the start of the program to its exit, and to the first reply on the socket.
-    [[nodiscard]] Seconds untilExit() const { return m_untilExit; }
-    [[nodiscard]] Seconds untilReply() const { return m_untilReply; }
+    /// From the execution of the program to the end of its start.
+    [[nodiscard]] Seconds startTime() const { return m_startTime; }
 
     /// The thread that serves the requests.
     [[nodiscard]] pid_t servingThread() const;
@@ -63,8 +69,7 @@ public:
 
 private:
     pid_t m_pid = -1;
-    Seconds m_untilExit{};
-    Seconds m_untilReply{};
+    Seconds m_startTime{};
 };
 
 /// The shared table, mapped for the life of the object. REQUIRES: a responder that serves.

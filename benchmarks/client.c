@@ -15,7 +15,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-enum { languageWord = 2, indexWord = 5, requestSize = 1024 };
+enum { languageWord = 2, indexWord = 5, requestSize = 1024, longestLife = 60 };
 
 static void answerOneRequest(struct znorb_client_entry* entry) {
     static const char answer[] = "HTTP/1.0 200 OK\r\nContent-Length: 12\r\n\r\n{\"exit\": 1}\n";
@@ -41,6 +41,7 @@ int main(int argc, char** argv) {
     if (argc <= indexWord || strcmp(argv[languageWord], "stay") != 0) {
         return 0;
     }
+    (void)alarm(longestLife);
     const int object = shm_open(ZNORB_TABLE_NAME, O_RDWR, 0);
     struct znorb_shared_table* const table =
         mmap(NULL, ZNORB_TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, object, 0);

@@ -1,7 +1,8 @@
 /*
  * The floor under the daemon's figures: the least program that does what a requester and a client can see,
- * with just the system calls that this takes. One thread, no log, no checks; every error ends it. The two
- * processes of its start that end do so by exit, as the daemon's must. Not for use.
+ * with just the system calls that this takes. One thread, no log, no checks; every error ends it. The
+ * processes of its start that end do so by exit, as the daemon's must, or with ZNORB_LEAST at once. Not for
+ * use.
  *
  *     znorb-floor -d [<MiB of ballast>]
  *
@@ -56,6 +57,14 @@ static void endAtOnce(int signalNumber) {
     _exit(10);
 }
 
+static _Noreturn void end(void) {
+#ifdef ZNORB_LEAST
+    _exit(0);
+#else
+    exit(0);
+#endif
+}
+
 static int isReadable(int descriptor, long seconds) {
     fd_set set;
     FD_ZERO(&set);
@@ -75,12 +84,12 @@ static void daemonize(int* ready) {
         char byte;
         require(close(ends[1]) == 0 && read(ends[0], &byte, 1) == 1);
         (void)!write(STDOUT_FILENO, started, sizeof started - 1);
-        exit(0);
+        end();
     }
     (void)setpgid(0, 0);
     (void)signal(SIGHUP, SIG_IGN);
     if (fork() > 0) {
-        exit(0);
+        end();
     }
     for (int descriptor = 0; descriptor < 3; ++descriptor) {
         const int null = open("/dev/null", descriptor == 0 ? O_RDONLY : O_WRONLY);
@@ -234,5 +243,5 @@ int main(int argc, char** argv) {
     }
     (void)shm_unlink(ZNORB_TABLE_NAME);
     (void)sem_unlink(lockName);
-    return 0;
+    end();
 }
