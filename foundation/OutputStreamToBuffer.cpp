@@ -63,8 +63,8 @@ void OutputStreamToBuffer::writeBeyondChunk(const char* data, std::uint32_t leng
         length -= room;
         m_fill = 0;
     }
-    std::copy_n(data, length, m_chunks.last().bytes + m_fill);
-    m_fill += length;
+    std::copy_n(data, length, m_chunks.last().bytes);
+    m_fill = length;
 }
 
 void OutputStreamToBuffer::flush() {
