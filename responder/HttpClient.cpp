@@ -33,13 +33,17 @@ struct ResponseHead {
 };
 
 std::string requestText(const std::string& method, const std::string& url, std::size_t bodyLength) {
-    std::string text = method + " " + url + " HTTP/1.0\r\n";
+    constexpr std::size_t roomForTheRest = 64;
+    std::string text;
+    text.reserve(method.size() + url.size() + roomForTheRest); // one piece of memory, not one for each line
+    text.append(method).append(" ").append(url).append(" HTTP/1.0\r\n");
     if (method == "POST") {
         char number[21] = {};
         (void)std::snprintf(number, sizeof number, "%u", static_cast<unsigned>(bodyLength));
-        text += std::string("Content-Length: ") + number + "\r\n";
+        text.append("Content-Length: ").append(number).append("\r\n");
     }
-    return text + "\r\n";
+    text.append("\r\n");
+    return text;
 }
 
 bool sendBody(ORBCOMMON::ClientSocket& socket, const std::string& body) {
