@@ -76,14 +76,27 @@ public:
     /// What is in memory when it runs and is not code.
     [[nodiscard]] const std::vector<Elf64_Shdr>& dataSections() const { return m_dataSections; }
 
-    /// The addresses of the tables of virtual functions of the system's own classes.
-    [[nodiscard]] const std::vector<std::uint64_t>& ownVirtualTables() const { return m_ownVirtualTables; }
+    /// The addresses of what the system's own classes have by this prefix: "_ZTV" for their tables of virtual
+    /// functions, "_ZTS" for their names.
+    [[nodiscard]] std::vector<std::uint64_t> ownObjects(std::string_view prefix) const {
+        std::vector<std::uint64_t> addresses;
+        for (const auto& [address, name] : m_ownObjects) {
+            if (name.compare(0, prefix.size(), prefix) == 0) {
+                addresses.push_back(address);
+            }
+        }
+        return addresses;
+    }
 
     /// The system's own functions: those of its namespaces.
     [[nodiscard]] const std::vector<Function>& ownFunctions() const { return m_ownFunctions; }
 
     /// Functions that it has or wants from a shared library, by their addresses, 0 for the latter.
     [[nodiscard]] const std::multimap<std::uint64_t, std::string>& functions() const { return m_functions; }
+
+    [[nodiscard]] static bool isWithin(std::uint64_t address, const Elf64_Phdr& segment) {
+        return address >= segment.p_vaddr && address - segment.p_vaddr < segment.p_memsz;
+    }
 
     /// The addresses that code calls directly.
     [[nodiscard]] static std::set<std::uint64_t> callsOf(const Function& function) {
@@ -126,7 +139,8 @@ private:
     void readSections() {
         for (std::size_t i = 0; i < m_header.e_shnum; ++i) {
             const auto section = at<Elf64_Shdr>(m_header.e_shoff + i * sizeof(Elf64_Shdr));
-            if ((section.sh_flags & SHF_ALLOC) != 0 && (section.sh_flags & SHF_EXECINSTR) == 0) {
+            if ((section.sh_flags & SHF_ALLOC) != 0 && (section.sh_flags & SHF_EXECINSTR) == 0 &&
+                section.sh_size != 0) {
                 m_dataSections.push_back(section);
             }
             if (section.sh_type == SHT_SYMTAB) {
@@ -142,8 +156,8 @@ private:
         const int type = ELF64_ST_TYPE(symbol.st_info);
         const std::string name =
             m_bytes.c_str() + std::min<std::uint64_t>(names + symbol.st_name, m_bytes.size());
-        if (type == STT_OBJECT && name.rfind("_ZTV", 0) == 0 && isOwn(name)) {
-            m_ownVirtualTables.push_back(symbol.st_value);
+        if (type == STT_OBJECT && symbol.st_shndx != SHN_UNDEF && isOwn(name)) {
+            (void)m_ownObjects.emplace(symbol.st_value, name);
         }
         if (type != STT_FUNC && type != STT_GNU_IFUNC) {
             return;
@@ -179,12 +193,8 @@ private:
     std::multimap<std::uint64_t, std::string> m_functions;
     std::vector<Function> m_ownFunctions;
     std::vector<Elf64_Shdr> m_dataSections;
-    std::vector<std::uint64_t> m_ownVirtualTables;
+    std::multimap<std::uint64_t, std::string> m_ownObjects;
 };
-
-bool isWithin(std::uint64_t address, const Elf64_Phdr& segment) {
-    return address >= segment.p_vaddr && address - segment.p_vaddr < segment.p_memsz;
-}
 
 class Hardening : public testing::Test {
 protected:
@@ -249,11 +259,24 @@ protected:
     }
 };
 
-TEST_F(ReleaseHardening, OnlyCodeIsExecutable) {
+TEST_F(ReleaseHardening, ConstantsAreNeitherExecutableNorWritable) {
+    const std::vector<std::uint64_t> names = executable.ownObjects("_ZTS");
+    ASSERT_FALSE(names.empty()) << "the executable has no classes to find its constants by";
+    for (const Elf64_Phdr& segment : executable.segments(PT_LOAD)) {
+        for (const std::uint64_t address : names) {
+            EXPECT_TRUE(segment.p_flags == PF_R || !Executable::isWithin(address, segment))
+                << std::hex << address;
+        }
+    }
+}
+
+TEST_F(ReleaseHardening, OnlyCodeIsExecutableAndOnlyVariablesAreWritable) {
     ASSERT_FALSE(executable.dataSections().empty());
     for (const Elf64_Phdr& segment : executable.segments(PT_LOAD)) {
         for (const Elf64_Shdr& section : executable.dataSections()) {
-            EXPECT_FALSE((segment.p_flags & PF_X) != 0 && isWithin(section.sh_addr, segment))
+            const bool isAllowed = (segment.p_flags & PF_X) == 0 &&
+                                   ((segment.p_flags & PF_W) == 0 || (section.sh_flags & SHF_WRITE) != 0);
+            EXPECT_TRUE(isAllowed || !Executable::isWithin(section.sh_addr, segment))
                 << std::hex << section.sh_addr;
         }
     }
@@ -265,11 +288,12 @@ TEST_F(ReleaseHardening, TablesOfAddressesAreAllFilledInAtTheStartAndReadOnlyFro
                 (executable.dynamic(DT_FLAGS_1) & DF_1_NOW) != 0);
     // The table through which the code jumps lies in what becomes read-only.
     const Elf64_Phdr relro = executable.segments(PT_GNU_RELRO)[0];
-    EXPECT_TRUE(isWithin(executable.dynamic(DT_PLTGOT), relro));
-    // And those of the classes.
-    ASSERT_FALSE(executable.ownVirtualTables().empty()) << "the executable has no symbols";
-    for (const std::uint64_t address : executable.ownVirtualTables()) {
-        EXPECT_TRUE(isWithin(address, relro)) << std::hex << address;
+    EXPECT_TRUE(Executable::isWithin(executable.dynamic(DT_PLTGOT), relro));
+    // And those through which it calls its own virtual functions.
+    const std::vector<std::uint64_t> tables = executable.ownObjects("_ZTV");
+    ASSERT_FALSE(tables.empty()) << "the executable has no classes to find their tables by";
+    for (const std::uint64_t address : tables) {
+        EXPECT_TRUE(Executable::isWithin(address, relro)) << std::hex << address;
     }
 }
 
