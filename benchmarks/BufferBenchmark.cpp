@@ -1,4 +1,4 @@
-#include "foundation/OutputStreamToBuffer.h"
+#include "foundation/streams/OutputStreamToBuffer.h"
 
 #include <benchmark/benchmark.h>
 

@@ -1,8 +1,8 @@
-#include "common/ClientSocket.h"
-#include "common/SocketWait.h"
-#include "foundation/OutputStreamToBuffer.h"
-#include "responder/HttpClient.h"
+#include "common/sockets/ClientSocket.h"
+#include "common/sockets/SocketWait.h"
+#include "foundation/streams/OutputStreamToBuffer.h"
 #include "responder/RuntimeNames.h"
+#include "responder/clients/HttpClient.h"
 
 #include <benchmark/benchmark.h>
 #include <netinet/in.h>

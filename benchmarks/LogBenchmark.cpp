@@ -1,5 +1,5 @@
-#include "common/Logger.h"
-#include "foundation/OutputStreamToFile.h"
+#include "common/log/Logger.h"
+#include "foundation/streams/OutputStreamToFile.h"
 
 #include <benchmark/benchmark.h>
 

@@ -61,7 +61,7 @@ endfunction()
 # znorb_layer(<name> <lower layer>...): the library of the folder that calls it. The sources are
 # globbed, so that a file in the tree is always a file in the build.
 function(znorb_layer name)
-    file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
+    file(GLOB_RECURSE sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cpp)
     list(REMOVE_ITEM sources ${CMAKE_CURRENT_SOURCE_DIR}/main.cpp)
     add_library(${name} STATIC ${sources})
     target_compile_options(${name} PRIVATE -fPIE)

@@ -1,4 +1,4 @@
-#include "common/IPClientSocket.h"
+#include "common/sockets/IPClientSocket.h"
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Require.h"

@@ -1,5 +1,5 @@
-#include "foundation/InputStreamFromBuffer.h"
-#include "foundation/OutputStreamToBuffer.h"
+#include "foundation/streams/InputStreamFromBuffer.h"
+#include "foundation/streams/OutputStreamToBuffer.h"
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Require.h"

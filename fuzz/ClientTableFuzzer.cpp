@@ -3,7 +3,7 @@
 #include "fuzz/support/LogCapture.h"
 #include "fuzz/support/Require.h"
 #include "fuzz/support/TableImage.h"
-#include "responder/ClientTable.h"
+#include "responder/table/ClientTable.h"
 
 #include <memory>
 #include <string>

@@ -1,8 +1,8 @@
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Require.h"
-#include "responder/CommandLine.h"
 #include "responder/Globals.h"
+#include "responder/commands/CommandLine.h"
 
 #include <algorithm>
 #include <deque>

@@ -5,7 +5,7 @@
 #include "fuzz/support/ResponseModel.h"
 #include "fuzz/support/Sockets.h"
 #include "fuzz/support/TableImage.h"
-#include "responder/ExitSweep.h"
+#include "responder/clients/ExitSweep.h"
 
 #include <netinet/in.h>
 

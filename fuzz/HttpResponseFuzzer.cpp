@@ -4,7 +4,7 @@
 #include "fuzz/support/Require.h"
 #include "fuzz/support/ResponseModel.h"
 #include "fuzz/support/Sockets.h"
-#include "responder/HttpClient.h"
+#include "responder/clients/HttpClient.h"
 
 #include <memory>
 #include <string>

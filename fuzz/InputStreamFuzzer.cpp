@@ -1,5 +1,5 @@
-#include "foundation/InputStreamFromConsole.h"
-#include "foundation/InputStreamFromFile.h"
+#include "foundation/streams/InputStreamFromConsole.h"
+#include "foundation/streams/InputStreamFromFile.h"
 #include "fuzz/support/Files.h"
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"

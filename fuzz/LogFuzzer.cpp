@@ -1,5 +1,5 @@
-#include "common/Logger.h"
-#include "foundation/DebugLog.h"
+#include "common/log/Logger.h"
+#include "foundation/debuglog/DebugLog.h"
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/LogCapture.h"

@@ -1,7 +1,7 @@
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Require.h"
-#include "responder/PathHelpers.h"
+#include "responder/paths/PathHelpers.h"
 
 #include <string>
 

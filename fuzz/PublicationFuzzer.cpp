@@ -2,7 +2,7 @@
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Require.h"
-#include "responder/WebConsoleRegistration.h"
+#include "responder/webconsole/WebConsoleRegistration.h"
 
 #include <sys/stat.h>
 #include <sys/syscall.h>

@@ -2,7 +2,7 @@
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Require.h"
 #include "fuzz/support/Sockets.h"
-#include "responder/UnifiedResponderMonitor.h"
+#include "responder/service/UnifiedResponderMonitor.h"
 
 #include <string>
 #include <vector>

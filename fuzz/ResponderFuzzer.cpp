@@ -1,4 +1,4 @@
-#include "common/ProcessEvent.h"
+#include "common/processes/ProcessEvent.h"
 #include "fuzz/support/Files.h"
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
@@ -7,7 +7,7 @@
 #include "fuzz/support/Sockets.h"
 #include "fuzz/support/TableImage.h"
 #include "responder/Globals.h"
-#include "responder/UnifiedResponderMonitor.h"
+#include "responder/service/UnifiedResponderMonitor.h"
 
 #include <fcntl.h>
 #include <netinet/in.h>

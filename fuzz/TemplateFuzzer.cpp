@@ -2,8 +2,8 @@
 #include "fuzz/support/Fuzzer.h"
 #include "fuzz/support/Input.h"
 #include "fuzz/support/Require.h"
-#include "responder/InstallationPaths.h"
-#include "responder/WebConsoleRegistration.h"
+#include "responder/paths/InstallationPaths.h"
+#include "responder/webconsole/WebConsoleRegistration.h"
 
 #include <map>
 #include <string>

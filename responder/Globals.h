@@ -1,12 +1,12 @@
 #pragma once
 
-#include "common/GlobalLock.h"
-#include "common/ProcessEvent.h"
-#include "foundation/Map.h"
-#include "foundation/Set.h"
-#include "responder/CommandLine.h"
-#include "responder/ConfigurationMonitor.h"
-#include "responder/WBXResponderMonitor.h"
+#include "common/processes/GlobalLock.h"
+#include "common/processes/ProcessEvent.h"
+#include "foundation/containers/Map.h"
+#include "foundation/containers/Set.h"
+#include "responder/commands/CommandLine.h"
+#include "responder/idle/ConfigurationMonitor.h"
+#include "responder/idle/WBXResponderMonitor.h"
 
 #include <array>
 #include <string>

@@ -1,10 +1,10 @@
-#include "responder/CommandLine.h"
-#include "responder/ExitStatus.h"
 #include "responder/Globals.h"
-#include "responder/StandardDescriptors.h"
-#include "responder/StartStop.h"
-#include "responder/TestConsole.h"
-#include "responder/UserMessage.h"
+#include "responder/commands/CommandLine.h"
+#include "responder/commands/ExitStatus.h"
+#include "responder/commands/StandardDescriptors.h"
+#include "responder/commands/StartStop.h"
+#include "responder/commands/TestConsole.h"
+#include "responder/commands/UserMessage.h"
 
 #include <unistd.h>
 

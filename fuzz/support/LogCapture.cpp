@@ -1,7 +1,7 @@
 #include "fuzz/support/LogCapture.h"
 
-#include "common/Logger.h"
-#include "foundation/SharedPtr.h"
+#include "common/log/Logger.h"
+#include "foundation/containers/SharedPtr.h"
 
 #include <utility>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "foundation/OutputStream.h"
+#include "foundation/streams/OutputStream.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "fuzz/support/Peer.h"
-#include "responder/HttpClient.h"
+#include "responder/clients/HttpClient.h"
 
 #include <cstddef>
 #include <map>

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "fuzz/support/Input.h"
-#include "responder/SharedVariables.h"
+#include "responder/table/SharedVariables.h"
 
 #include <string>
 

@@ -1,9 +1,9 @@
 /// znorbresponder.8 against the executable and against the constants that it is made of: neither can change
 /// without the other.
 
-#include "responder/ExitStatus.h"
 #include "responder/Globals.h"
 #include "responder/RuntimeNames.h"
+#include "responder/commands/ExitStatus.h"
 #include "tests/docs/ManualPage.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/support/DaemonDriver.h"

@@ -1,4 +1,4 @@
-#include "common/IPClientSocket.h"
+#include "common/sockets/IPClientSocket.h"
 
 #include <netinet/in.h>
 #include <sys/socket.h>

@@ -1,8 +1,8 @@
 #include "tests/support/LogRecorder.h"
 
-#include "common/Logger.h"
-#include "foundation/OutputStream.h"
-#include "foundation/SharedPtr.h"
+#include "common/log/Logger.h"
+#include "foundation/containers/SharedPtr.h"
+#include "foundation/streams/OutputStream.h"
 
 #include <algorithm>
 #include <mutex>

@@ -1,9 +1,0 @@
-#include "common/Threadable.h"
-
-namespace ORBCOMMON {
-
-Threadable::~Threadable() = default;
-
-void Threadable::finish() {}
-
-} // namespace ORBCOMMON

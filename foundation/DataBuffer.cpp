@@ -1,9 +1,0 @@
-#include "foundation/DataBuffer.h"
-
-namespace Common {
-
-DataBuffer::~DataBuffer() = default;
-
-void DataBuffer::flush() {}
-
-} // namespace Common

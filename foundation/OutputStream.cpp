@@ -1,7 +1,0 @@
-#include "foundation/OutputStream.h"
-
-namespace Common {
-
-OutputStream::~OutputStream() = default;
-
-} // namespace Common

@@ -1,0 +1,9 @@
+#include "foundation/streams/DataBuffer.h"
+
+namespace Common {
+
+DataBuffer::~DataBuffer() = default;
+
+void DataBuffer::flush() {}
+
+} // namespace Common

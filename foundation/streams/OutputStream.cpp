@@ -1,0 +1,7 @@
+#include "foundation/streams/OutputStream.h"
+
+namespace Common {
+
+OutputStream::~OutputStream() = default;
+
+} // namespace Common

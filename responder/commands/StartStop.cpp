@@ -1,0 +1,131 @@
+#include "responder/commands/StartStop.h"
+
+#include "common/processes/ProcessRunner.h"
+#include "responder/Globals.h"
+#include "responder/RuntimeNames.h"
+#include "responder/commands/CommandClient.h"
+#include "responder/commands/Daemonize.h"
+#include "responder/commands/ExitStatus.h"
+#include "responder/commands/TerminationSignal.h"
+#include "responder/commands/UserMessage.h"
+#include "responder/service/ResponderThread.h"
+
+#include <malloc.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace ZNORBRESPONDER {
+
+namespace {
+
+constexpr unsigned stopPollMicroseconds = 100'000;
+constexpr unsigned stopLimitMicroseconds = 5'000'000;
+
+constexpr unsigned namePollMicroseconds = 1'000;
+constexpr unsigned namePollLimitMicroseconds = 200'000;
+
+/// Makes the copy of the process small that starting a client takes. From its thread's start to that thread's
+/// end the daemon's main thread only waits: it neither allocates nor writes. That allows one arena for all
+/// and a fork without their locks.
+void prepareForLaunches() {
+    (void)mallopt(M_ARENA_MAX, 1);
+    ORBCOMMON::promiseLoneAllocator();
+}
+
+bool isAnotherInstanceActive() {
+    if (!appLock.openExisting()) {
+        return false;
+    }
+    appLock.close();
+    return true;
+}
+
+/// Waits until nobody holds the lock. False when the daemon still does after fifty sleeps.
+bool awaitLockRelease() {
+    for (unsigned waited = 0; appLock.isHeld();) {
+        (void)usleep(stopPollMicroseconds);
+        waited += stopPollMicroseconds;
+        if (waited == stopLimitMicroseconds) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// The daemon lets go of the lock a moment before it removes its name. Waits for the name as well, within a
+/// bound, so that a start right after this stop is not refused.
+void awaitNameRemoval() {
+    for (unsigned waited = 0; waited < namePollLimitMicroseconds; waited += namePollMicroseconds) {
+        ORBCOMMON::GlobalLock probe(applicationLockName);
+        if (!probe.openExisting()) {
+            return;
+        }
+        (void)usleep(namePollMicroseconds);
+    }
+}
+
+/// What the invoking process does: waits until the daemon is ready, tells the user and ends.
+[[noreturn]] void endInvoker(const sigset_t& callersMask) {
+    restoreSignalMask(callersMask);
+    ORBFrontProcessBarrier.setOwner(true);
+    (void)ORBFrontProcessBarrier.wait();
+    // Spares the start the C library's own buffer: two page faults, two system calls. Into one of less than
+    // 128 bytes it would write the text and the line end apart.
+    static char line[128];
+    (void)std::setvbuf(stdout, line, _IOFBF, sizeof line);
+    tellUser(stdout, "The ZN Orbisan daemon has started.");
+    std::exit(startedStatus);
+}
+
+} // namespace
+
+bool startInBackground(const sigset_t& callersMask) {
+    ORBFrontProcessBarrier.setOwner(false);
+    if (daemonize(false)) {
+        endInvoker(callersMask);
+    }
+    return true;
+}
+
+int startDaemon() {
+    if (isAnotherInstanceActive()) {
+        tellUser(stderr, "Error: Only one instance of the ZN Orbisan daemon can be active at one time.");
+        return refusedStatus;
+    }
+    // From its first moment the daemon holds SIGTERM back until its handler stands and the lock is whole.
+    const sigset_t callersMask = holdTermination();
+    (void)startInBackground(callersMask);
+    installTerminationHandler();
+    (void)appLock.create(true); // ignored: a daemon that raced past the probe runs without the name
+    clearSignalMask();
+
+    prepareForLaunches();
+    ResponderThread responder;
+    responder.start();
+    (void)ORBFrontProcessBarrier.set();
+    responder.awaitEnd();
+    releaseApplicationLock();
+    responder.detach();
+    return otherEndStatus;
+}
+
+int stopDaemon() {
+    if (!appLock.openExisting()) {
+        tellUser(stderr, "The ZN Orbisan daemon is not running.");
+        return refusedStatus;
+    }
+    if (!sendQuit()) {
+        return otherEndStatus;
+    }
+    if (!awaitLockRelease()) {
+        tellUser(stderr, "The ZN Orbisan daemon did not respond to the stop command in time.");
+        return stopTimedOutStatus;
+    }
+    awaitNameRemoval();
+    tellUser(stdout, "The ZN Orbisan daemon has stopped.");
+    return otherEndStatus;
+}
+
+} // namespace ZNORBRESPONDER

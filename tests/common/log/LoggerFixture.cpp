@@ -1,0 +1,83 @@
+#include "tests/common/log/LoggerFixture.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+namespace {
+
+/// Where the clock starts that a test has set; 0 where none has.
+std::atomic<std::time_t> clockStart = 0;
+
+} // namespace
+
+namespace ZNORBTEST {
+
+std::atomic<int> clockReads = 0;
+
+} // namespace ZNORBTEST
+
+/// Stands in for the C library's in this executable. A clock that a test has set moves on by a second with
+/// each reading.
+extern "C" time_t time(time_t* result) noexcept {
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    const int reads = ZNORBTEST::clockReads++;
+    const time_t value = clockStart == 0 ? now.tv_sec : clockStart + reads;
+    if (result != nullptr) {
+        *result = value;
+    }
+    return value;
+}
+
+namespace ZNORBTEST {
+
+std::string joined(const Writes& writes) {
+    std::string text;
+    for (const std::string& write : writes) {
+        text += write;
+    }
+    return text;
+}
+
+void logList(int level, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    ORBCOMMON::Logger::vlog(level, format, arguments);
+    va_end(arguments);
+}
+
+std::string expectedRow(const std::string& bytes, std::size_t offset) {
+    char field[32];
+    (void)std::snprintf(field, sizeof(field), " %03zX  ", offset);
+    std::string digits = field;
+    std::string characters;
+    for (std::size_t i = offset; i < offset + 16 && i < bytes.size(); ++i) {
+        const unsigned int byte = static_cast<unsigned char>(bytes[i]);
+        (void)std::snprintf(field, sizeof(field), "%02X ", byte);
+        digits += field;
+        characters += byte >= 0x20 && byte <= 0x7e ? bytes[i] : '.';
+    }
+    digits.resize(54, ' ');
+    return digits + characters;
+}
+
+void LoggerTest::reset() {
+    ORBCOMMON::Logger::removeAllOutputStreams();
+    ORBCOMMON::Logger::resume();
+    ORBCOMMON::Logger::setShowTimestamp(false);
+    ORBCOMMON::Logger::setLogLevel(0);
+    clockStart = 0;
+}
+
+void LoggerTest::setZone(const char* zone) {
+    ASSERT_EQ(setenv("TZ", zone, 1), 0);
+    tzset();
+}
+
+void LoggerTest::setClock(std::time_t start) {
+    clockReads = 0;
+    clockStart = start;
+}
+
+} // namespace ZNORBTEST

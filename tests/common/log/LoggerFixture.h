@@ -1,0 +1,109 @@
+#pragma once
+
+#include "common/log/Logger.h"
+#include "foundation/containers/SharedPtr.h"
+#include "foundation/streams/OutputStream.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstddef>
+#include <ctime>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+/// What the tests of the Logger have in common. Linked into a program, it puts a `time` of its own before the
+/// C library's.
+namespace ZNORBTEST {
+
+using Writes = std::vector<std::string>;
+using StreamPointer = Common::shared_ptr<Common::OutputStream>;
+
+/// How often this executable has read the clock.
+extern std::atomic<int> clockReads;
+
+/// 2001-09-09 01:46:40 UTC, with a day of the month of one digit.
+inline constexpr std::time_t billionthSecond = 1000000000;
+
+/// Notes every write, behind its own name, in a record that streams may share and that outlives them.
+class RecordingStream : public Common::OutputStream {
+public:
+    explicit RecordingStream(Writes& writes, std::string name = "")
+        : m_writes(writes), m_name(std::move(name)) {}
+
+    void write(const char* data, const unsigned int& length) override {
+        EXPECT_EQ(data[length], '\0') << "streams that print text need a terminated one";
+        m_writes.push_back(m_name + std::string(data, length));
+    }
+
+private:
+    Writes& m_writes;
+    std::string m_name;
+};
+
+/// Does something of its own after each write, and when it is destroyed.
+class ActingStream : public RecordingStream {
+public:
+    using Action = std::function<void(const std::string&)>;
+
+    ActingStream(Writes& writes, Action onWrite, std::function<void()> onEnd = {})
+        : RecordingStream(writes), m_onWrite(std::move(onWrite)), m_onEnd(std::move(onEnd)) {}
+
+    ~ActingStream() override {
+        if (m_onEnd) {
+            m_onEnd();
+        }
+    }
+
+    void write(const char* data, const unsigned int& length) override {
+        RecordingStream::write(data, length);
+        if (m_onWrite) {
+            m_onWrite(std::string(data, length));
+        }
+    }
+
+private:
+    Action m_onWrite;
+    std::function<void()> m_onEnd;
+};
+
+/// All writes in one text.
+std::string joined(const Writes& writes);
+
+/// Logger::vlog() with its arguments in a list.
+__attribute__((format(printf, 2, 3))) void logList(int level, const char* format, ...);
+
+/// The first two lines of every dump.
+inline const std::string dumpHeader =
+    "      00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 0123456789ABCDEF\n\r\n";
+inline const std::string dumpRule =
+    "      ----------------------------------------------------------------\n\r\n";
+
+/// The row of a dump of `bytes` that begins at the offset, put together with the C library's own formatting.
+std::string expectedRow(const std::string& bytes, std::size_t offset);
+
+/// The Logger as a program finds it, before and after each test: no stream, no stamps, threshold 0, not
+/// paused.
+class LoggerTest : public testing::Test {
+protected:
+    void SetUp() override { reset(); }
+
+    void TearDown() override { reset(); }
+
+    static void reset();
+
+    static void setZone(const char* zone);
+
+    /// From now on the clock shows `start`, and a second more with each reading.
+    static void setClock(std::time_t start);
+
+    void addRecorder(const std::string& name = "") {
+        ORBCOMMON::Logger::addOutputStream(StreamPointer(new RecordingStream(writes, name)));
+    }
+
+    Writes writes;
+};
+
+} // namespace ZNORBTEST

@@ -1,0 +1,185 @@
+#include "common/log/Logger.h"
+#include "tests/common/log/LoggerFixture.h"
+#include "tests/common/log/WithoutLoggerMutex.h"
+#include "tests/support/FailingStart.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <new>
+#include <string>
+#include <type_traits>
+
+namespace {
+
+using ORBCOMMON::Logger;
+using ORBCOMMON::logger_mutex;
+using testing::ElementsAre;
+using ZNORBTEST::ActingStream;
+using ZNORBTEST::dumpHeader;
+using ZNORBTEST::dumpRule;
+using ZNORBTEST::joined;
+using ZNORBTEST::RecordingStream;
+using ZNORBTEST::StreamPointer;
+using ZNORBTEST::Writes;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool canRunOutOfMemory = false;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool canRunOutOfMemory = false;
+#else
+constexpr bool canRunOutOfMemory = true;
+#endif
+#else
+constexpr bool canRunOutOfMemory = true;
+#endif
+
+static_assert(!std::is_default_constructible_v<Logger>);
+
+// Constructed before the Logger's own static initialisation and destroyed after its end. What it logs at the
+// end must neither reach a stream nor touch what is gone.
+class EarlyGlobal {
+public:
+    EarlyGlobal() : m_mutexExisted(static_cast<bool>(logger_mutex)) {
+        Logger::addOutputStream(StreamPointer(new RecordingStream(m_writes)));
+        Logger::log("early %d", 1);
+        Logger::hexDump(0, "A", 1);
+        Logger::removeAllOutputStreams();
+        Logger::setLogLevel(7);
+    }
+
+    ~EarlyGlobal() {
+        Writes late;
+        Logger::addOutputStream(StreamPointer(new RecordingStream(late)));
+        Logger::log("late");
+        Logger::hexDump(0, "A", 1);
+        Logger::writeLine(0, "late");
+        Logger::removeAllOutputStreams();
+        Logger::setLogLevel(0);
+        Logger::setShowTimestamp(false);
+        Logger::pause();
+        Logger::resume();
+        if (reportAtEnd) {
+            (void)std::fprintf(stderr, "late writes: %zu\n", late.size());
+        }
+    }
+
+    EarlyGlobal(const EarlyGlobal&) = delete;
+    EarlyGlobal& operator=(const EarlyGlobal&) = delete;
+
+    [[nodiscard]] bool mutexExisted() const { return m_mutexExisted; }
+    [[nodiscard]] const Writes& writes() const { return m_writes; }
+
+    bool reportAtEnd = false;
+
+private:
+    bool m_mutexExisted;
+    Writes m_writes;
+};
+
+__attribute__((init_priority(101))) EarlyGlobal earlyGlobal;
+
+// Before the first test: notes what is written under the threshold that the early global has set, and sets
+// the usual one for the tests.
+class EarlySettings : public testing::Environment {
+public:
+    void SetUp() override {
+        Logger::addOutputStream(StreamPointer(new RecordingStream(s_writes)));
+        Logger::logAt(7, "seven");
+        Logger::logAt(8, "eight");
+        Logger::removeAllOutputStreams();
+        Logger::setLogLevel(0);
+    }
+
+    static const Writes& writes() { return s_writes; }
+
+private:
+    inline static Writes s_writes;
+};
+
+[[maybe_unused]] const testing::Environment* const earlySettings =
+    testing::AddGlobalTestEnvironment(new EarlySettings);
+
+TEST(LoggerLife, StaticInitialisationMakesTheMutex) {
+    EXPECT_TRUE(static_cast<bool>(logger_mutex));
+}
+
+TEST(LoggerLife, ConstructorsOfGlobalsMayLogBeforeTheMutexExists) {
+    EXPECT_FALSE(earlyGlobal.mutexExisted());
+    EXPECT_EQ(joined(earlyGlobal.writes()),
+              "early 1\r\n" + dumpHeader + dumpRule + " 000  41 " + std::string(45, ' ') + "A\r\n");
+}
+
+TEST(LoggerLife, StaticInitialisationLeavesEarlierSettingsAlone) {
+    EXPECT_THAT(EarlySettings::writes(), ElementsAre("seven", "\r\n"));
+}
+
+// At the end of a process in which two streams are still in the list. The first one to go logs; the second
+// one would show it.
+TEST(LoggerLife, ProcessExitReleasesTheStreamsBeforeTheMutexAndThenLogsNothing) {
+    const auto endWithStreams = [] {
+        static Writes writes;
+        const auto report = [](const std::string& what) { (void)std::fprintf(stderr, "%s\n", what.c_str()); };
+        earlyGlobal.reportAtEnd = true;
+        Logger::addOutputStream(StreamPointer(new ActingStream(writes, {}, [report] {
+            Logger::log("too late");
+            report(logger_mutex ? "released with mutex" : "released without mutex");
+        })));
+        Logger::addOutputStream(StreamPointer(new ActingStream(writes, report)));
+        std::exit(0);
+    };
+    EXPECT_EXIT(endWithStreams(), testing::ExitedWithCode(0), "^released with mutex\nlate writes: 0");
+}
+
+// Uses up what memory the process may have, down to the smallest piece.
+void useUpMemory() {
+    const rlimit none{0, 0};
+    (void)setrlimit(RLIMIT_AS, &none);
+    for (std::size_t size = std::size_t{1} << 20U; size > 0; size = size > 2048 ? size / 2 : size - 8) {
+        while (operator new(size, std::nothrow) != nullptr) {
+        }
+    }
+}
+
+TEST(LoggerLife, StreamThatFindsNoMemoryIsLeftOutOfTheList) {
+    if (!canRunOutOfMemory) {
+        GTEST_SKIP() << "a sanitizer ends a process that runs out of memory";
+    }
+    const auto addWithoutMemory = [] {
+        static Writes writes;
+        StreamPointer stream(new RecordingStream(writes));
+        useUpMemory();
+        Logger::addOutputStream(stream);
+        Logger::log("message");
+        _exit(writes.empty() ? 0 : 1);
+    };
+    EXPECT_EXIT(addWithoutMemory(), testing::ExitedWithCode(0), "");
+}
+
+TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
+    if (!canRunOutOfMemory) {
+        GTEST_SKIP() << "a sanitizer has an operator new of its own";
+    }
+    if (!ZNORBTEST::isCopyWith(ZNORBTEST::withoutLoggerMutex)) {
+        ZNORBTEST::expectToPassInCopyWith(ZNORBTEST::withoutLoggerMutex);
+        return;
+    }
+    ASSERT_FALSE(logger_mutex);
+    Writes writes;
+    const StreamPointer stream(new RecordingStream(writes));
+    Logger::addOutputStream(stream);
+    EXPECT_TRUE(Logger::isSilent());
+    Logger::log("nobody");
+    Logger::logAt(0, "nobody");
+    Logger::hexDump(0, "data", 4);
+    Logger::removeAllOutputStreams();
+    EXPECT_THAT(writes, testing::IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,335 @@
+#include "common/log/Logger.h"
+#include "foundation/streams/OutputStreamToConsole.h"
+#include "tests/common/log/LoggerFixture.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstddef>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+namespace {
+
+using ORBCOMMON::formatLogTime;
+using ORBCOMMON::Logger;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using ZNORBTEST::billionthSecond;
+using ZNORBTEST::clockReads;
+using ZNORBTEST::dumpHeader;
+using ZNORBTEST::dumpRule;
+using ZNORBTEST::expectedRow;
+using ZNORBTEST::joined;
+using ZNORBTEST::LoggerTest;
+using ZNORBTEST::logList;
+using ZNORBTEST::StreamPointer;
+using ZNORBTEST::Writes;
+
+TEST_F(LoggerTest, RecordIsTheMessageAndThenTheLineEndInTwoWrites) {
+    addRecorder();
+    Logger::log("message");
+    EXPECT_THAT(writes, ElementsAre("message", "\r\n"));
+}
+
+TEST_F(LoggerTest, LogFormatsItsArguments) {
+    addRecorder();
+    Logger::log("Entry: %2d, Valid?: %s, ID: %s", 3, "Yes", "abc");
+    EXPECT_THAT(writes, ElementsAre("Entry:  3, Valid?: Yes, ID: abc", "\r\n"));
+}
+
+TEST_F(LoggerTest, LogAtFormatsItsArguments) {
+    addRecorder();
+    Logger::logAt(0, "Error Receiving from Server. Code: %d", 104);
+    EXPECT_THAT(writes, ElementsAre("Error Receiving from Server. Code: 104", "\r\n"));
+}
+
+TEST_F(LoggerTest, VlogFormatsAnArgumentList) {
+    addRecorder();
+    logList(0, "%s=%u", "length", 58U);
+    logList(1, "%s", "too verbose");
+    EXPECT_THAT(writes, ElementsAre("length=58", "\r\n"));
+}
+
+TEST_F(LoggerTest, MessageWithALineFeedGetsTheLineEndAllTheSame) {
+    addRecorder();
+    Logger::log("line\n");
+    EXPECT_THAT(writes, ElementsAre("line\n", "\r\n"));
+}
+
+TEST_F(LoggerTest, EmptyMessageIsARecordToo) {
+    addRecorder();
+    Logger::log("%s", "");
+    EXPECT_THAT(writes, ElementsAre("", "\r\n"));
+}
+
+TEST_F(LoggerTest, ConsoleStreamPrintsExactlyTheMessageAndTheLineEnd) {
+    Logger::addOutputStream(StreamPointer(new Common::OutputStreamToConsole));
+    testing::internal::CaptureStdout();
+    Logger::log("Press: q, then Enter to exit.");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Press: q, then Enter to exit.\r\n");
+}
+
+TEST_F(LoggerTest, WriteLineDoesNotReadItsTextAsAFormat) {
+    addRecorder();
+    Logger::writeLine(0, "100%s %n %d %%");
+    EXPECT_THAT(writes, ElementsAre("100%s %n %d %%", "\r\n"));
+}
+
+TEST_F(LoggerTest, ArgumentsAreNotReadAsAFormat) {
+    addRecorder();
+    Logger::log("%s", "%s %n");
+    EXPECT_THAT(writes, ElementsAre("%s %n", "\r\n"));
+}
+
+TEST_F(LoggerTest, MessageOf8191BytesIsWrittenWhole) {
+    addRecorder();
+    const std::string message(8191, 'm');
+    Logger::log("%s", message.c_str());
+    EXPECT_THAT(writes, ElementsAre(message, "\r\n"));
+}
+
+TEST_F(LoggerTest, LongerMessageIsCutAt8191Bytes) {
+    addRecorder();
+    for (const std::size_t length : {8192U, 8193U, 100000U}) {
+        writes.clear();
+        Logger::log("%s", std::string(length, 'm').c_str());
+        EXPECT_THAT(writes, ElementsAre(std::string(8191, 'm'), "\r\n"));
+    }
+}
+
+TEST_F(LoggerTest, WriteLineCutsNothing) {
+    addRecorder();
+    const std::string text(100000, 't');
+    Logger::writeLine(0, text.c_str());
+    EXPECT_THAT(writes, ElementsAre(text, "\r\n"));
+}
+
+// The C locale has no bytes for the wide character, so the formatter gives up halfway.
+TEST_F(LoggerTest, MessageThatCannotBeFormattedIsStillATerminatedRecord) {
+    addRecorder();
+    const wchar_t unknown[] = {L'\x20AC', L'\0'};
+    Logger::log("price: %ls", unknown);
+    ASSERT_EQ(writes.size(), 2U);
+    EXPECT_EQ(writes[0].substr(0, 7), "price: ");
+    EXPECT_EQ(writes[1], "\r\n");
+}
+
+// --- Time stamps
+
+TEST_F(LoggerTest, StampedRecordIsFiveWrites) {
+    setZone("UTC");
+    addRecorder();
+    Logger::setShowTimestamp(true);
+    setClock(billionthSecond);
+    Logger::log("message");
+    EXPECT_THAT(writes, ElementsAre("[", "Sun Sep  9 01:46:40 2001", "] ", "message", "\r\n"));
+}
+
+TEST_F(LoggerTest, StampIsTheLocalTime) {
+    setZone("XYZ-2");
+    addRecorder();
+    Logger::setShowTimestamp(true);
+    setClock(billionthSecond);
+    Logger::log("message");
+    EXPECT_EQ(joined(writes), "[Sun Sep  9 03:46:40 2001] message\r\n");
+}
+
+TEST_F(LoggerTest, StampIsThePresentTime) {
+    addRecorder();
+    Logger::setShowTimestamp(true);
+    const std::time_t before = std::time(nullptr);
+    Logger::log("message");
+    const std::time_t after = std::time(nullptr);
+    ASSERT_EQ(writes.size(), 5U);
+    std::tm parts{};
+    ASSERT_NE(strptime(writes[1].c_str(), "%a %b %d %H:%M:%S %Y", &parts), nullptr) << writes[1];
+    parts.tm_isdst = -1;
+    EXPECT_GE(std::mktime(&parts), before);
+    EXPECT_LE(std::mktime(&parts), after);
+}
+
+TEST_F(LoggerTest, ClockIsReadOncePerRecordAndNotPerStream) {
+    setZone("UTC");
+    addRecorder("A");
+    addRecorder("B");
+    Logger::setShowTimestamp(true);
+    setClock(billionthSecond);
+    Logger::log("x");
+    EXPECT_EQ(clockReads, 1);
+    EXPECT_THAT(writes, ElementsAre("A[", "ASun Sep  9 01:46:40 2001", "A] ", "Ax", "A\r\n", "B[",
+                                    "BSun Sep  9 01:46:40 2001", "B] ", "Bx", "B\r\n"));
+    Logger::log("y");
+    EXPECT_EQ(writes[11], "ASun Sep  9 01:46:41 2001") << "and read anew for the next record";
+}
+
+TEST_F(LoggerTest, ClockIsNotReadForARecordWithoutAStamp) {
+    addRecorder();
+    clockReads = 0;
+    Logger::log("message");
+    Logger::hexDump(0, "AB", 2);
+    EXPECT_EQ(clockReads, 0);
+}
+
+TEST_F(LoggerTest, StampsCanBeTurnedOffAgain) {
+    addRecorder();
+    Logger::setShowTimestamp(true);
+    Logger::setShowTimestamp(false);
+    Logger::log("message");
+    EXPECT_THAT(writes, ElementsAre("message", "\r\n"));
+}
+
+TEST_F(LoggerTest, EveryLineOfADumpIsStamped) {
+    setZone("UTC");
+    addRecorder();
+    Logger::setShowTimestamp(true);
+    setClock(billionthSecond);
+    Logger::hexDump(0, "A", 1);
+    ASSERT_EQ(writes.size(), 15U);
+    EXPECT_EQ(writes[1], "Sun Sep  9 01:46:40 2001");
+    EXPECT_EQ(writes[6], "Sun Sep  9 01:46:41 2001");
+    EXPECT_EQ(writes[11], "Sun Sep  9 01:46:42 2001");
+}
+
+TEST_F(LoggerTest, TimeWithoutATextGivesAnEmptyStamp) {
+    addRecorder();
+    Logger::setShowTimestamp(true);
+    setClock(std::time_t{1} << 55);
+    Logger::log("message");
+    EXPECT_THAT(writes, ElementsAre("[", "", "] ", "message", "\r\n"));
+}
+
+TEST_F(LoggerTest, TimeTextHas24CharactersAndNoNewline) {
+    setZone("UTC");
+    char text[ORBCOMMON::logTimeSize];
+    EXPECT_EQ(formatLogTime(0, text), 24U);
+    EXPECT_STREQ(text, "Thu Jan  1 00:00:00 1970");
+}
+
+TEST_F(LoggerTest, TimeTextFollowsAChangedZone) {
+    char text[ORBCOMMON::logTimeSize];
+    ASSERT_EQ(setenv("TZ", "UTC", 1), 0);
+    (void)formatLogTime(0, text);
+    EXPECT_STREQ(text, "Thu Jan  1 00:00:00 1970");
+    ASSERT_EQ(setenv("TZ", "XYZ-5", 1), 0);
+    (void)formatLogTime(0, text);
+    EXPECT_STREQ(text, "Thu Jan  1 05:00:00 1970");
+}
+
+TEST_F(LoggerTest, YearOfFiveDigitsHasNoTimeText) {
+    setZone("UTC");
+    char text[ORBCOMMON::logTimeSize];
+    EXPECT_EQ(formatLogTime(253402300799, text), 24U);
+    EXPECT_STREQ(text, "Fri Dec 31 23:59:59 9999");
+    EXPECT_EQ(formatLogTime(253402300800, text), 0U);
+    EXPECT_STREQ(text, "");
+    EXPECT_EQ(formatLogTime(std::time_t{LONG_MAX}, text), 0U);
+    EXPECT_STREQ(text, "");
+}
+
+// --- Dumps
+
+// The lines of a dump below the header and the rule, without their line ends.
+Writes rowsOf(const Writes& writes) {
+    Writes rows;
+    for (std::size_t i = 4; i < writes.size(); i += 2) {
+        rows.push_back(writes[i]);
+    }
+    return rows;
+}
+
+TEST_F(LoggerTest, DumpOfTwoBytesIsHeaderRuleAndOneRow) {
+    addRecorder();
+    Logger::hexDump(0, "AB", 2);
+    EXPECT_EQ(joined(writes), dumpHeader + dumpRule + " 000  41 42 " + std::string(42, ' ') + "AB\r\n");
+}
+
+TEST_F(LoggerTest, EveryLineOfADumpIsARecordOfItsOwn) {
+    addRecorder();
+    Logger::hexDump(0, "AB", 2);
+    EXPECT_THAT(writes, ElementsAre(dumpHeader.substr(0, 71), "\r\n", dumpRule.substr(0, 71), "\r\n",
+                                    " 000  41 42 " + std::string(42, ' ') + "AB", "\r\n"));
+}
+
+TEST_F(LoggerTest, DumpOfNoBytesIsHeaderAndRule) {
+    addRecorder();
+    Logger::hexDump(0, nullptr, 0);
+    EXPECT_EQ(joined(writes), dumpHeader + dumpRule);
+}
+
+TEST_F(LoggerTest, DumpOfSixteenBytesIsOneRow) {
+    addRecorder();
+    Logger::hexDump(0, "0123456789abcdef", 16);
+    EXPECT_EQ(joined(writes),
+              dumpHeader + dumpRule +
+                  " 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef\r\n");
+}
+
+TEST_F(LoggerTest, DumpOfSeventeenBytesIsAFullRowAndAPaddedOne) {
+    addRecorder();
+    Logger::hexDump(0, "0123456789abcdefg", 17);
+    EXPECT_THAT(rowsOf(writes),
+                ElementsAre(" 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef",
+                            " 010  67 " + std::string(45, ' ') + "g"));
+}
+
+TEST_F(LoggerTest, DumpShowsUnprintableBytesAsDots) {
+    addRecorder();
+    std::string bytes;
+    for (int byte = 0; byte < 256; ++byte) {
+        bytes += static_cast<char>(byte);
+    }
+    Logger::hexDump(0, bytes.data(), 256);
+    std::string characters;
+    for (const std::string& row : rowsOf(writes)) {
+        characters += row.substr(54);
+    }
+    EXPECT_EQ(characters, std::string(32, '.') + bytes.substr(0x20, 0x5f) + std::string(129, '.'));
+}
+
+TEST_F(LoggerTest, DumpShowsAPercentSignAsItIs) {
+    addRecorder();
+    Logger::hexDump(0, "%s%n%d%%", 8);
+    EXPECT_THAT(rowsOf(writes),
+                ElementsAre(" 000  25 73 25 6E 25 64 25 25 " + std::string(24, ' ') + "%s%n%d%%"));
+}
+
+TEST_F(LoggerTest, DumpRowFromOffset1000LosesItsLastSpace) {
+    addRecorder();
+    const std::string bytes(0x1010, 'Z');
+    Logger::hexDump(0, bytes.data(), 0x1010);
+    const Writes rows = rowsOf(writes);
+    ASSERT_EQ(rows.size(), 0x101U);
+    EXPECT_EQ(rows[0xff], " FF0  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A ZZZZZZZZZZZZZZZZ");
+    EXPECT_EQ(rows[0x100], " 1000  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5AZZZZZZZZZZZZZZZZ");
+}
+
+TEST_F(LoggerTest, DumpRowFromOffset10000LosesItsLastDigitToo) {
+    addRecorder();
+    const std::string bytes(0x10011, 'Z');
+    Logger::hexDump(0, bytes.data(), 0x10011);
+    const Writes rows = rowsOf(writes);
+    ASSERT_EQ(rows.size(), 0x1002U);
+    EXPECT_EQ(rows[0xfff], " FFF0  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5AZZZZZZZZZZZZZZZZ");
+    EXPECT_EQ(rows[0x1000], " 10000  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5ZZZZZZZZZZZZZZZZ");
+    EXPECT_EQ(rows[0x1001], " 10010  5A " + std::string(43, ' ') + "Z");
+}
+
+TEST_F(LoggerTest, DumpOfEveryLengthIsRightByteForByte) {
+    addRecorder();
+    std::string bytes;
+    for (unsigned int length = 0; length <= 100; ++length) {
+        writes.clear();
+        Logger::hexDump(0, bytes.data(), length);
+        Writes expected;
+        for (std::size_t offset = 0; offset < length; offset += 16) {
+            expected.push_back(expectedRow(bytes, offset));
+        }
+        EXPECT_THAT(rowsOf(writes), ElementsAreArray(expected)) << length;
+        bytes += static_cast<char>(length * 37 + 11);
+    }
+}
+
+} // namespace

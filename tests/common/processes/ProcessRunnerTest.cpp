@@ -1,0 +1,407 @@
+#include "common/processes/ProcessRunner.h"
+
+#include "tests/support/Scarcity.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <new>
+#include <string>
+#include <vector>
+
+namespace {
+
+using ZNORBTEST::statusInOwnProcess;
+
+using ORBCOMMON::promiseLoneAllocator;
+using ORBCOMMON::runProcess;
+
+constexpr uid_t unprivilegedUser = 65534;
+
+#if defined(__SANITIZE_THREAD__)
+#define ZNORB_OWN_ALLOCATION 0
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define ZNORB_OWN_ALLOCATION 0
+#endif
+#endif
+#ifndef ZNORB_OWN_ALLOCATION
+#define ZNORB_OWN_ALLOCATION 1
+#endif
+
+// When not 0: the allocation of an array, counted from 1, that a test wants to fail where failing is allowed.
+int allocationsUntilFailure = 0;
+
+} // namespace
+
+#if ZNORB_OWN_ALLOCATION
+// Stands in for the library's in this executable. The thread sanitizer has one that cannot be replaced.
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    if (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0) {
+        return nullptr;
+    }
+    try {
+        return ::operator new[](size);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+#endif
+
+namespace {
+
+std::string contentOf(const std::string& path) {
+    std::string content;
+    FILE* file = std::fopen(path.c_str(), "re");
+    if (file != nullptr) {
+        char buffer[4096];
+        content.assign(buffer, std::fread(buffer, 1, sizeof(buffer), file));
+        (void)std::fclose(file);
+    }
+    return content;
+}
+
+bool hasNoChildren() {
+    return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
+}
+
+// A folder with executables of the test's own, which is also the current directory.
+class ProcessRunnerTest : public testing::Test {
+protected:
+    void SetUp() override {
+        (void)alarm(100);
+        std::filesystem::current_path(folder);
+    }
+
+    void TearDown() override {
+        std::filesystem::current_path(before);
+        (void)alarm(0);
+    }
+
+    // Runs what can be executed, so that no copy of the test comes back.
+    static pid_t run(const std::string& program, const std::string& workingDirectory,
+                     const std::vector<std::string>& arguments, bool wait = true) {
+        const pid_t process = runProcess(program, workingDirectory, arguments, wait);
+        if (process == 0) {
+            _exit(99);
+        }
+        return process;
+    }
+
+    void makeScript(const std::string& path, const std::string& commands) const {
+        FILE* file = std::fopen(path.c_str(), "we");
+        ASSERT_NE(file, nullptr);
+        (void)std::fprintf(file, "#!/bin/sh\n%s\n", commands.c_str());
+        (void)std::fclose(file);
+        ASSERT_EQ(chmod(path.c_str(), 0700), 0);
+    }
+
+    const ZNORBTEST::TemporaryFolder temporary;
+    const std::string folder = std::filesystem::canonical(temporary.path()).string();
+    const std::string result = folder + "/result"; // where the programs leave what they saw
+    const std::filesystem::path before = std::filesystem::current_path();
+};
+
+TEST_F(ProcessRunnerTest, ReturnsTheProcessIdOfTheProgram) {
+    const pid_t process = run("sh", "", {"-c", "echo $$ > result"});
+    EXPECT_GT(process, 0);
+    EXPECT_EQ(contentOf(result), std::to_string(process) + "\n");
+}
+
+TEST_F(ProcessRunnerTest, PassesEveryArgumentInOrderAndUnchanged) {
+    makeScript("show", R"(for a in "$@"; do printf '[%s]' "$a"; done > result)");
+    (void)run("show", folder, {"-lang", "", "two words", "a\"b$c\n*", "-index", "3"});
+    EXPECT_EQ(contentOf(result), "[-lang][][two words][a\"b$c\n*][-index][3]");
+}
+
+TEST_F(ProcessRunnerTest, ProgramWithoutArgumentsGetsNone) {
+    makeScript("show", "echo $# > result");
+    (void)run("show", folder, {});
+    EXPECT_EQ(contentOf(result), "0\n");
+}
+
+TEST_F(ProcessRunnerTest, PassesManyAndLongArguments) {
+    makeScript("show", R"(shift 999; echo "$# ${#1}" > result)");
+    (void)run("show", folder, std::vector<std::string>(1000, std::string(100, 'x')));
+    EXPECT_EQ(contentOf(result), "1 100\n");
+}
+
+TEST_F(ProcessRunnerTest, FirstElementIsTheWorkingDirectoryASlashAndTheProgram) {
+    std::filesystem::create_symlink("/bin/sh", folder + "/tool");
+    (void)run("tool", folder, {"-c", "echo \"$0\" > result"});
+    EXPECT_EQ(contentOf(result), folder + "/tool\n");
+}
+
+TEST_F(ProcessRunnerTest, WithoutAWorkingDirectoryFirstElementIsTheProgram) {
+    (void)run("sh", "", {"-c", "echo \"$0\" > result"});
+    EXPECT_EQ(contentOf(result), "sh\n");
+}
+
+TEST_F(ProcessRunnerTest, ProgramRunsInTheWorkingDirectory) {
+    std::filesystem::create_directory("bin");
+    makeScript("bin/show", "pwd > ../result");
+    (void)run("show", folder + "/bin", {});
+    EXPECT_EQ(contentOf(result), folder + "/bin\n");
+    EXPECT_EQ(std::filesystem::current_path(), folder) << "the caller stays where it is";
+}
+
+TEST_F(ProcessRunnerTest, WithoutAWorkingDirectoryProgramRunsInTheCallers) {
+    (void)run("sh", "", {"-c", "pwd > result"});
+    EXPECT_EQ(contentOf(result), folder + "\n");
+}
+
+TEST_F(ProcessRunnerTest, ProgramIsSearchedAsTheShellWould) {
+    std::filesystem::create_directory("bin");
+    makeScript("bin/searched", "echo found > result");
+    const std::string path = std::string(std::getenv("PATH"));
+    ASSERT_EQ(setenv("PATH", (folder + "/bin:" + path).c_str(), 1), 0);
+    (void)run("searched", "", {});
+    (void)setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(contentOf(result), "found\n");
+}
+
+TEST_F(ProcessRunnerTest, WithAWorkingDirectoryProgramIsNotSearched) {
+    const int status = statusInOwnProcess([this] {
+        const pid_t process = runProcess("sh", folder, {"-c", "exit 3"}, false);
+        if (process == 0) {
+            _exit(7);
+        }
+        int copyStatus = 0;
+        (void)waitpid(process, &copyStatus, 0);
+        return WEXITSTATUS(copyStatus);
+    });
+    EXPECT_EQ(status, 7);
+}
+
+TEST_F(ProcessRunnerTest, RelativeWorkingDirectoryIsAppliedTwice) {
+    std::filesystem::create_directories("bin/bin");
+    makeScript("bin/show", "echo once > ../result");
+    makeScript("bin/bin/show", "echo twice > ../result");
+    (void)run("show", "bin", {});
+    EXPECT_EQ(contentOf(result), "twice\n");
+}
+
+// What the copy of the caller finds, sent by it through a pipe: the returned value and the process it runs
+// in.
+struct CopyReport {
+    pid_t returned;
+    pid_t self;
+};
+
+// Runs what cannot be executed. The copy reports and ends with status 7; the caller returns the report.
+CopyReport runInCopy(const std::string& program, const std::string& workingDirectory, bool wait,
+                     pid_t& process) {
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    process = runProcess(program, workingDirectory, {"argument"}, wait);
+    if (process == 0) {
+        const CopyReport report{process, getpid()};
+        _exit(write(ends[1], &report, sizeof(report)) == sizeof(report) ? 7 : 8);
+    }
+    (void)close(ends[1]);
+    CopyReport report{-2, -2};
+    EXPECT_EQ(read(ends[0], &report, sizeof(report)), static_cast<ssize_t>(sizeof(report)));
+    (void)close(ends[0]);
+    return report;
+}
+
+TEST_F(ProcessRunnerTest, ProgramThatCannotBeExecutedReturnsZeroInACopyOfTheCaller) {
+    pid_t process = 0;
+    const CopyReport report = runInCopy("no-such-program", folder, false, process);
+    EXPECT_EQ(report.returned, 0);
+    EXPECT_EQ(report.self, process);
+    EXPECT_NE(report.self, getpid());
+    int status = 0;
+    ASSERT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_EQ(WEXITSTATUS(status), 7);
+}
+
+TEST_F(ProcessRunnerTest, CopyOfTheCallerDoesNotHangWhenItIsToWait) {
+    pid_t process = 0;
+    const CopyReport report = runInCopy("no-such-program", "", true, process);
+    EXPECT_EQ(report.returned, 0);
+    EXPECT_EQ(report.self, process);
+    EXPECT_TRUE(hasNoChildren());
+}
+
+TEST_F(ProcessRunnerTest, DirectoryThatCannotBeEnteredEndsInACopyOfTheCaller) {
+    pid_t process = 0;
+    const CopyReport report = runInCopy("sh", folder + "/absent", true, process);
+    EXPECT_EQ(report.returned, 0);
+    EXPECT_EQ(report.self, process);
+}
+
+TEST_F(ProcessRunnerTest, EmptyProgramEndsInACopyOfTheCaller) {
+    pid_t process = 0;
+    const CopyReport report = runInCopy("", "", true, process);
+    EXPECT_EQ(report.returned, 0);
+}
+
+TEST_F(ProcessRunnerTest, WaitingBlocksUntilTheProgramHasEnded) {
+    (void)run("sh", "", {"-c", "sleep 0.3; echo done > result"});
+    EXPECT_EQ(contentOf(result), "done\n");
+}
+
+TEST_F(ProcessRunnerTest, WaitingDiscardsTheExitStatus) {
+    const pid_t process = run("sh", "", {"-c", "exit 3"});
+    EXPECT_GT(process, 0);
+    EXPECT_TRUE(hasNoChildren());
+}
+
+TEST_F(ProcessRunnerTest, WithoutWaitingProgramIsStillRunning) {
+    ASSERT_EQ(mkfifo("gate", 0600), 0);
+    const pid_t process = run("sh", "", {"-c", "read word < gate; exit 5"}, false);
+    ASSERT_GT(process, 0);
+    int status = 0;
+    EXPECT_EQ(waitpid(process, &status, WNOHANG), 0);
+    const int gate = open("gate", O_RDWR | O_CLOEXEC);
+    EXPECT_EQ(write(gate, "go\n", 3), 3);
+    ASSERT_EQ(waitpid(process, &status, 0), process) << "the caller can still collect it";
+    (void)close(gate);
+    EXPECT_EQ(WEXITSTATUS(status), 5);
+}
+
+TEST_F(ProcessRunnerTest, WaitingWithIgnoredChildSignalReturnsAfterTheProgram) {
+    const auto handler = std::signal(SIGCHLD, SIG_IGN);
+    const pid_t process = run("sh", "", {"-c", "echo done > result"});
+    (void)std::signal(SIGCHLD, handler);
+    EXPECT_GT(process, 0);
+    EXPECT_EQ(contentOf(result), "done\n");
+}
+
+volatile std::sig_atomic_t signalCount = 0;
+extern "C" void countSignal(int) {
+    signalCount = signalCount + 1;
+}
+
+TEST_F(ProcessRunnerTest, SignalDoesNotEndTheWait) {
+    struct sigaction action {};
+    struct sigaction previous {};
+    action.sa_handler = countSignal;
+    ASSERT_EQ(sigaction(SIGUSR1, &action, &previous), 0);
+    const std::string commands =
+        "for i in 1 2 3 4 5; do kill -USR1 $PPID; sleep 0.05; done; echo done > result";
+    (void)run("sh", "", {"-c", commands});
+    (void)sigaction(SIGUSR1, &previous, nullptr);
+    EXPECT_GT(signalCount, 0);
+    EXPECT_EQ(contentOf(result), "done\n");
+}
+
+// From here on the calling process can fork no more. Does nothing about a privileged user but give it up.
+bool forbidForks() {
+    const rlimit none{0, 0};
+    return (geteuid() != 0 || setresuid(unprivilegedUser, unprivilegedUser, unprivilegedUser) == 0) &&
+           setrlimit(RLIMIT_NPROC, &none) == 0;
+}
+
+TEST_F(ProcessRunnerTest, FailedForkReturnsMinusOne) {
+    const int status = statusInOwnProcess([] {
+        if (!forbidForks()) {
+            return 1;
+        }
+        return runProcess("true", "", {}, false) == -1 ? 0 : 2;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(ProcessRunnerTest, WaitAfterAFailedForkReturnsAtOnceWithoutChildren) {
+    const int status = statusInOwnProcess([] {
+        if (!forbidForks()) {
+            return 1;
+        }
+        return runProcess("true", "", {}, true) == -1 ? 0 : 2;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(ProcessRunnerTest, WaitAfterAFailedForkTakesAnyChild) {
+    const int status = statusInOwnProcess([] {
+        if (fork() == 0) {
+            _exit(0);
+        }
+        if (!forbidForks()) {
+            return 1;
+        }
+        if (runProcess("true", "", {}, true) != -1) {
+            return 2;
+        }
+        return hasNoChildren() ? 0 : 3;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+int preparedForks = 0;
+
+/// What a fork that takes the C library's locks does on its way.
+void countForks() {
+    (void)pthread_atfork([] { ++preparedForks; }, nullptr, nullptr);
+}
+
+TEST_F(ProcessRunnerTest, ForkTakesTheLocksOfTheCLibrary) {
+    const int status = statusInOwnProcess([] {
+        countForks();
+        return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
+    });
+    EXPECT_EQ(status, 1);
+}
+
+TEST_F(ProcessRunnerTest, LoneAllocatorsForkDoesNot) {
+    const int status = statusInOwnProcess([] {
+        countForks();
+        promiseLoneAllocator();
+        return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST_F(ProcessRunnerTest, LoneAllocatorsCopyAllocatesAfterAFailedExecution) {
+    const int status = statusInOwnProcess([] {
+        promiseLoneAllocator();
+        const std::string earlier(100'000, 'x');
+        const pid_t process = runProcess("znorb-no-such-program", "", {}, false);
+        if (process == 0) {
+            const std::string later = earlier + std::to_string(process);
+            _exit(static_cast<int>(later.size() % 256));
+        }
+        int end = 0;
+        return waitpid(process, &end, 0) == process ? WEXITSTATUS(end) : -1;
+    });
+    EXPECT_EQ(status, 100'001 % 256);
+}
+
+TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor) {
+    if (ZNORB_OWN_ALLOCATION == 0) {
+        GTEST_SKIP() << "no allocation can be made to fail under the thread sanitizer";
+    }
+    const std::vector<std::string> arguments{"-c", "exit 0", "name"};
+    constexpr int allocations = 5; // the array, the program's path and the three arguments
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(0);
+    }
+    for (int failing = 1; failing <= allocations; ++failing) {
+        allocationsUntilFailure = failing;
+        EXPECT_EQ(run("sh", "/bin", arguments), -1) << failing;
+        EXPECT_EQ(allocationsUntilFailure, 0) << "nothing is allocated after the failure";
+    }
+    EXPECT_EQ(waitpid(child, nullptr, 0), child) << "the caller's own child was left to it";
+    EXPECT_TRUE(hasNoChildren());
+    allocationsUntilFailure = allocations + 1;
+    EXPECT_GT(run("sh", "/bin", arguments), 0);
+    allocationsUntilFailure = 0;
+}
+
+} // namespace

@@ -1,0 +1,260 @@
+#include "common/processes/SynchronousProcess.h"
+
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Scarcity.h"
+#include "tests/support/Waiting.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <functional>
+#include <new>
+#include <thread>
+#include <type_traits>
+
+namespace {
+
+using ZNORBTEST::NoThreads;
+using ZNORBTEST::statusInOwnProcess;
+using ZNORBTEST::underSanitizer;
+using ZNORBTEST::useUpMemory;
+
+using ORBCOMMON::SynchronousProcess;
+using ORBCOMMON::Threadable;
+using ZNORBTEST::waitUntil;
+
+static_assert(std::is_base_of_v<Threadable, SynchronousProcess>);
+static_assert(std::is_abstract_v<SynchronousProcess>, "a subclass supplies run()");
+static_assert(sizeof(SynchronousProcess) == sizeof(Threadable) + sizeof(void*), "one pointer");
+static_assert(!std::is_copy_constructible_v<SynchronousProcess>);
+
+// Serves requests until one comes after `quit`, and answers each with what it is told to.
+class Service : public SynchronousProcess {
+public:
+    void run() override {
+        while (waitForRequest()) {
+            if (quit) {
+                break;
+            }
+            ++served;
+            thread = std::this_thread::get_id();
+            if (answersWithCount) {
+                setResult(served);
+            }
+            signalDone();
+        }
+        signalDone();
+    }
+    void finish() override { ++finished; }
+
+    // Ends the service loop by a last request, then the thread.
+    void end() {
+        quit = true;
+        (void)call();
+        stop();
+    }
+
+    bool answersWithCount = false;
+    std::atomic<bool> quit{false};
+    std::atomic<int> served{0};
+    std::atomic<int> finished{0};
+    std::thread::id thread;
+};
+
+// Takes one request and leaves it unanswered until its caller has come back, or the bound has passed.
+class Silent : public SynchronousProcess {
+public:
+    void run() override {
+        (void)waitForRequest();
+        taken = true;
+        callerCameBack = waitUntil([this] { return callerIsBack.load(); });
+    }
+
+    std::atomic<bool> taken{false};
+    std::atomic<bool> callerIsBack{false};
+    std::atomic<bool> callerCameBack{false};
+};
+
+// Ends at once and says so outside of itself, as the last that its thread does with it.
+class OnceOnly : public SynchronousProcess {
+public:
+    explicit OnceOnly(std::atomic<bool>& finished) : m_finished(finished) {}
+
+    void run() override {}
+    void finish() override { m_finished = true; }
+    int call() override { return 42; }
+
+private:
+    std::atomic<bool>& m_finished;
+};
+
+class RunCounter : public SynchronousProcess {
+public:
+    void run() override { ++runs; }
+
+    int runs = 0;
+};
+
+// Hands out what is for run() otherwise.
+class Plain : public SynchronousProcess {
+public:
+    void run() override {}
+    using SynchronousProcess::setResult;
+    using SynchronousProcess::signalDone;
+    using SynchronousProcess::waitForRequest;
+};
+
+TEST(SynchronousProcess, CallReturnsOneUnlessTheSubclassSetsAResult) {
+    Service service;
+    ASSERT_EQ(service.startThread(), 0);
+    EXPECT_EQ(service.call(), 1);
+    EXPECT_EQ(service.call(), 1);
+    service.end();
+}
+
+TEST(SynchronousProcess, EachCallIsServedOnceAndReturnsItsOwnResult) {
+    Service service;
+    service.answersWithCount = true;
+    ASSERT_EQ(service.startThread(), 0);
+    for (int count = 1; count <= 20; ++count) {
+        EXPECT_EQ(service.call(), count);
+    }
+    service.end();
+    EXPECT_EQ(service.served, 20);
+}
+
+TEST(SynchronousProcess, ServesOnTheThreadThatItStarted) {
+    Service service;
+    ASSERT_EQ(service.startThread(), 0);
+    EXPECT_EQ(service.call(), 1);
+    EXPECT_NE(service.thread, std::this_thread::get_id());
+    EXPECT_NE(service.thread, std::thread::id());
+    service.end();
+}
+
+TEST(SynchronousProcess, StopWaitsForTheThreadWithItsFinish) {
+    Service service;
+    ASSERT_EQ(service.startThread(), 0);
+    service.end();
+    EXPECT_EQ(service.finished, 1);
+}
+
+TEST(SynchronousProcess, StopReleasesABlockedCallerWithResultZero) {
+    Silent process;
+    ASSERT_EQ(process.startThread(), 0);
+    std::atomic<int> result{-1};
+    std::thread caller([&process, &result] {
+        result = process.call();
+        process.callerIsBack = true;
+    });
+    EXPECT_TRUE(waitUntil([&] { return process.taken.load(); }));
+    process.stop();
+    caller.join();
+    EXPECT_EQ(result, 0);
+    EXPECT_TRUE(process.callerCameBack) << "the caller comes back before the thread ends";
+}
+
+TEST(SynchronousProcess, AStopWithoutACallerAnswersTheNextCallWithZero) {
+    Plain process;
+    process.stop();
+    EXPECT_EQ(process.call(), 0);
+}
+
+TEST(SynchronousProcess, TheAnswerIsTakenByTheCall) {
+    Plain process;
+    process.setResult(-7);
+    process.signalDone();
+    EXPECT_EQ(process.call(), -7);
+    process.setResult(8);
+    process.signalDone();
+    EXPECT_EQ(process.call(), 8);
+    EXPECT_TRUE(process.waitForRequest()) << "both calls left one request, events do not count";
+}
+
+TEST(SynchronousProcess, CanBeStartedAgainAfterAStop) {
+    RunCounter process;
+    for (int runs = 1; runs <= 2; ++runs) {
+        ASSERT_EQ(process.startThread(), 0);
+        process.stop();
+        EXPECT_EQ(process.runs, runs);
+    }
+}
+
+TEST(SynchronousProcess, CallIsVirtual) {
+    std::atomic<bool> finished{false};
+    OnceOnly process(finished);
+    SynchronousProcess& base = process;
+    EXPECT_EQ(base.call(), 42);
+}
+
+TEST(SynchronousProcess, CanBeDestroyedWithoutAThread) {
+    const Plain process;
+    SUCCEED();
+}
+
+TEST(SynchronousProcess, DestroyingReleasesTheHandleOfAnEndedThread) {
+    std::atomic<bool> finished{false};
+    {
+        OnceOnly process(finished);
+        ASSERT_EQ(process.startThread(), 0);
+        ASSERT_TRUE(waitUntil([&] { return finished.load(); }));
+    }
+    EXPECT_TRUE(finished);
+}
+
+TEST(SynchronousProcess, AStartThatFailedCanBeTriedAgain) {
+    Service service;
+    {
+        const NoThreads noThreads;
+        EXPECT_EQ(service.startThread(), EAGAIN);
+    }
+    ASSERT_EQ(service.startThread(), 0);
+    EXPECT_EQ(service.call(), 1);
+    service.end();
+}
+
+TEST(SynchronousProcess, StopAfterAStartThatFailedReturns) {
+    Service service;
+    {
+        const NoThreads noThreads;
+        EXPECT_EQ(service.startThread(), EAGAIN);
+    }
+    service.stop();
+    EXPECT_EQ(service.finished, 0);
+}
+
+TEST(SynchronousProcess, FailsWithoutMemoryForItsRecord) {
+    if (underSanitizer) {
+        GTEST_SKIP() << "the sanitizers end a process that has no memory";
+    }
+    const int status = statusInOwnProcess([] {
+        useUpMemory();
+        Plain process;
+        process.setResult(5);
+        process.signalDone();
+        process.stop();
+        const bool refused = process.startThread() == ENOMEM && process.call() == 0;
+        return refused && !process.waitForRequest() ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST(SynchronousProcess, StartThreadWithoutMemoryReturnsEnomem) {
+    if (underSanitizer) {
+        GTEST_SKIP() << "the sanitizers end a process that has no memory";
+    }
+    const int status = statusInOwnProcess([] {
+        Plain process;
+        useUpMemory();
+        return process.startThread() == ENOMEM ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+} // namespace

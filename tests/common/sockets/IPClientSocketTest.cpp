@@ -1,0 +1,324 @@
+#include "common/sockets/IPClientSocket.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+using ORBCOMMON::ClientSocket;
+using ORBCOMMON::IPClientSocket;
+using ORBCOMMON::storeFirstAddress;
+
+static_assert(std::is_base_of_v<ClientSocket, IPClientSocket>);
+static_assert(!std::is_copy_constructible_v<IPClientSocket>);
+
+// A TCP port of 127.0.0.1 that the test holds; connections are accepted only once it listens.
+class LocalPort {
+public:
+    LocalPort() : m_descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof(address);
+        EXPECT_EQ(bind(m_descriptor, reinterpret_cast<const sockaddr*>(&address), length), 0);
+        EXPECT_EQ(getsockname(m_descriptor, reinterpret_cast<sockaddr*>(&address), &length), 0);
+        m_port = ntohs(address.sin_port);
+    }
+
+    ~LocalPort() { (void)close(m_descriptor); }
+    LocalPort(const LocalPort&) = delete;
+    LocalPort& operator=(const LocalPort&) = delete;
+
+    void startListening() const { EXPECT_EQ(listen(m_descriptor, 5), 0); }
+
+    // The next connection, which goes to the caller and waits for bytes for a bounded time, or -1 when nobody
+    // is queued.
+    [[nodiscard]] int acceptOne() const {
+        const int accepted = accept4(m_descriptor, nullptr, nullptr, SOCK_CLOEXEC);
+        const timeval bound{20, 0};
+        (void)setsockopt(accepted, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof(bound));
+        return accepted;
+    }
+    [[nodiscard]] std::uint16_t number() const { return m_port; }
+
+private:
+    int m_descriptor;
+    std::uint16_t m_port = 0;
+};
+
+// In the place of the name service's answer; null where that one is wanted.
+hostent* preparedAnswer = nullptr;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" hostent* gethostbyname(const char* name) {
+    static hostent answer;
+    static char texts[8192];
+    hostent* found = preparedAnswer;
+    int error = 0;
+    if (found == nullptr) {
+        (void)gethostbyname_r(name, &answer, texts, sizeof(texts), &found, &error);
+    }
+    return found;
+}
+
+namespace {
+
+class IPClientSocketTest : public testing::Test {
+protected:
+    void SetUp() override { port.startListening(); }
+    void TearDown() override { preparedAnswer = nullptr; }
+
+    LocalPort port;
+};
+
+TEST_F(IPClientSocketTest, IsNotConnectedBeforeConnect) {
+    const IPClientSocket socket("127.0.0.1", port.number());
+    EXPECT_EQ(socket.descriptor(), -1);
+    EXPECT_EQ(port.acceptOne(), -1);
+}
+
+TEST_F(IPClientSocketTest, ConnectsToADottedAddress) {
+    IPClientSocket socket("127.0.0.1", port.number());
+    socket.connect();
+    ASSERT_TRUE(socket.isConnected());
+    const ClientSocket accepted(port.acceptOne());
+    ASSERT_EQ(send(socket.descriptor(), "hello", 5, MSG_NOSIGNAL), 5);
+    char received[6] = {};
+    EXPECT_EQ(recv(accepted.descriptor(), received, 5, MSG_WAITALL), 5);
+    EXPECT_STREQ(received, "hello");
+}
+
+TEST_F(IPClientSocketTest, GoesToTheGivenPortInNetworkByteOrder) {
+    IPClientSocket socket("127.0.0.1", port.number());
+    socket.connect();
+    ASSERT_TRUE(socket.isConnected());
+    sockaddr_in peer{};
+    socklen_t length = sizeof(peer);
+    ASSERT_EQ(getpeername(socket.descriptor(), reinterpret_cast<sockaddr*>(&peer), &length), 0);
+    EXPECT_EQ(peer.sin_port, htons(port.number()));
+    EXPECT_EQ(peer.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
+}
+
+TEST_F(IPClientSocketTest, HostThatBeginsWithALetterIsResolved) {
+    IPClientSocket socket("localhost", port.number());
+    socket.connect();
+    EXPECT_TRUE(socket.isConnected());
+}
+
+TEST_F(IPClientSocketTest, UpperCaseLetterCountsAsALetterToo) {
+    IPClientSocket socket("LOCALHOST", port.number());
+    socket.connect();
+    EXPECT_TRUE(socket.isConnected());
+}
+
+// No label of a host name may be that long, so the resolver refuses it without asking anybody.
+TEST_F(IPClientSocketTest, NameThatDoesNotResolveStaysUnconnected) {
+    IPClientSocket socket(std::string(300, 'a'), port.number());
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(port.acceptOne(), -1);
+}
+
+TEST_F(IPClientSocketTest, NameThatResolvesToNoAddressStaysUnconnected) {
+    char* none[1] = {nullptr};
+    hostent answer{};
+    answer.h_addrtype = AF_INET;
+    answer.h_length = 4;
+    answer.h_addr_list = none;
+    preparedAnswer = &answer;
+    IPClientSocket client("localhost", port.number());
+    client.connect();
+    EXPECT_FALSE(client.isConnected());
+    EXPECT_EQ(port.acceptOne(), -1);
+}
+
+TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
+    class Renamed : public IPClientSocket {
+    public:
+        explicit Renamed(int descriptor) : IPClientSocket(std::string(300, 'a'), 80) { adopt(descriptor); }
+    };
+    int ends[2] = {-1, -1};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
+    const ClientSocket peer(ends[1]);
+    Renamed socket(ends[0]);
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+    char byte = 0;
+    EXPECT_EQ(recv(peer.descriptor(), &byte, 1, MSG_DONTWAIT), 0);
+}
+
+TEST_F(IPClientSocketTest, TextThatIsNoAddressStaysUnconnected) {
+    for (const char* host : {"", "999.0.0.1", "-", "#localhost", "\xe4host"}) {
+        IPClientSocket socket(host, port.number());
+        socket.connect();
+        EXPECT_FALSE(socket.isConnected()) << host;
+    }
+    EXPECT_EQ(port.acceptOne(), -1);
+}
+
+TEST(IPClientSocket, RefusedConnectionStaysUnconnected) {
+    const LocalPort silent;
+    IPClientSocket socket("127.0.0.1", silent.number());
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+}
+
+TEST(IPClientSocket, PortZeroStaysUnconnected) {
+    IPClientSocket socket("127.0.0.1", 0);
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+}
+
+// The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.
+TEST_F(IPClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
+    class Counting : public IPClientSocket {
+    public:
+        using IPClientSocket::IPClientSocket;
+        void close() override {
+            ++closes;
+            IPClientSocket::close();
+        }
+        int closes = 0;
+    };
+    Counting socket("127.0.0.1", port.number());
+    socket.connect();
+    const ClientSocket accepted(port.acceptOne());
+    socket.closes = 0;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    socket.connect();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(socket.closes, 2) << "the connection before, and the failed attempt";
+    char byte = 0;
+    EXPECT_EQ(recv(accepted.descriptor(), &byte, 1, 0), 0);
+    EXPECT_EQ(port.acceptOne(), -1);
+}
+
+TEST_F(IPClientSocketTest, FailedConnectLeavesNoDescriptorOpen) {
+    const LocalPort silent;
+    const ClientSocket before(dup(STDERR_FILENO));
+    IPClientSocket socket("127.0.0.1", silent.number());
+    socket.connect();
+    const ClientSocket after(dup(STDERR_FILENO));
+    EXPECT_EQ(after.descriptor(), before.descriptor() + 1);
+}
+
+TEST_F(IPClientSocketTest, ConnectingAgainClosesTheFirstConnection) {
+    IPClientSocket socket("127.0.0.1", port.number());
+    socket.connect();
+    const ClientSocket first(port.acceptOne());
+    socket.connect();
+    const ClientSocket second(port.acceptOne());
+    EXPECT_TRUE(socket.isConnected());
+    EXPECT_TRUE(second.isConnected());
+    char byte = 0;
+    EXPECT_EQ(recv(first.descriptor(), &byte, 1, 0), 0);
+    EXPECT_EQ(recv(second.descriptor(), &byte, 1, MSG_DONTWAIT), -1);
+}
+
+TEST_F(IPClientSocketTest, DestructionThroughTheBaseClosesTheConnection) {
+    auto connected = std::make_unique<IPClientSocket>("127.0.0.1", port.number());
+    connected->connect();
+    const ClientSocket accepted(port.acceptOne());
+    std::unique_ptr<ClientSocket> socket = std::move(connected);
+    socket.reset();
+    char byte = 0;
+    EXPECT_EQ(recv(accepted.descriptor(), &byte, 1, 0), 0);
+}
+
+TEST_F(IPClientSocketTest, ConnectionIsNotPassedOnToExecutedPrograms) {
+    IPClientSocket socket("127.0.0.1", port.number());
+    socket.connect();
+    ASSERT_TRUE(socket.isConnected());
+    EXPECT_EQ(fcntl(socket.descriptor(), F_GETFD), FD_CLOEXEC);
+}
+
+// A resolver's answer with one address of the given family and stated length.
+class Answer {
+public:
+    Answer(int family, int length) {
+        for (std::size_t i = 0; i < sizeof(m_bytes); ++i) {
+            m_bytes[i] = static_cast<char>(i + 1);
+        }
+        m_answer.h_addrtype = family;
+        m_answer.h_length = length;
+        m_answer.h_addr_list = m_addresses;
+    }
+
+    hostent& get() { return m_answer; }
+
+private:
+    char m_bytes[16] = {};
+    char* m_addresses[2] = {m_bytes, nullptr};
+    hostent m_answer{};
+};
+
+// An address between bytes that must not change.
+struct GuardedAddress {
+    sockaddr_in address{};
+    unsigned char guard[16] = {};
+};
+
+TEST(StoreFirstAddress, TakesFamilyAndAddressOfAnIPv4Answer) {
+    Answer answer(AF_INET, 4);
+    sockaddr_in address{};
+    EXPECT_TRUE(storeFirstAddress(answer.get(), address));
+    EXPECT_EQ(address.sin_family, AF_INET);
+    EXPECT_EQ(address.sin_addr.s_addr, htonl(0x01020304));
+}
+
+TEST(StoreFirstAddress, IPv6AnswerDoesNotOverrunTheField) {
+    Answer answer(AF_INET6, 16);
+    GuardedAddress guarded;
+    guarded.address.sin_port = htons(0x5a5a);
+    EXPECT_TRUE(storeFirstAddress(answer.get(), guarded.address));
+    EXPECT_EQ(guarded.address.sin_family, AF_INET6);
+    EXPECT_EQ(guarded.address.sin_addr.s_addr, htonl(0x01020304));
+    EXPECT_EQ(guarded.address.sin_port, htons(0x5a5a));
+    const unsigned char zeros[16] = {};
+    EXPECT_EQ(std::memcmp(guarded.address.sin_zero, zeros, sizeof(guarded.address.sin_zero)), 0);
+    EXPECT_EQ(std::memcmp(guarded.guard, zeros, sizeof(zeros)), 0);
+}
+
+TEST(StoreFirstAddress, ShorterAddressFillsOnlyItsOwnBytes) {
+    Answer answer(AF_INET, 2);
+    sockaddr_in address{};
+    EXPECT_TRUE(storeFirstAddress(answer.get(), address));
+    EXPECT_EQ(address.sin_addr.s_addr, htonl(0x01020000));
+}
+
+TEST(StoreFirstAddress, AnswerWithoutAnAddressIsRefused) {
+    sockaddr_in address{};
+    for (const int length : {0, -1}) {
+        Answer answer(AF_INET, length);
+        EXPECT_FALSE(storeFirstAddress(answer.get(), address));
+    }
+    char* none[1] = {nullptr};
+    Answer empty(AF_INET, 4);
+    empty.get().h_addr_list = none;
+    EXPECT_FALSE(storeFirstAddress(empty.get(), address));
+    empty.get().h_addr_list = nullptr;
+    EXPECT_FALSE(storeFirstAddress(empty.get(), address));
+    EXPECT_EQ(address.sin_family, 0);
+}
+
+} // namespace

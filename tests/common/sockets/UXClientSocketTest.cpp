@@ -1,0 +1,245 @@
+#include "common/sockets/UXClientSocket.h"
+
+#include "tests/support/TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+namespace {
+
+using ORBCOMMON::ClientSocket;
+using ORBCOMMON::UXClientSocket;
+
+static_assert(std::is_base_of_v<ClientSocket, UXClientSocket>);
+static_assert(!std::is_copy_constructible_v<UXClientSocket>);
+
+// A descriptor of the test's own.
+class Descriptor {
+public:
+    explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
+    ~Descriptor() { reset(); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    [[nodiscard]] int get() const { return m_descriptor; }
+
+    void reset() {
+        if (m_descriptor != -1) {
+            (void)close(m_descriptor);
+        }
+        m_descriptor = -1;
+    }
+
+    int release() { return std::exchange(m_descriptor, -1); }
+
+private:
+    int m_descriptor;
+};
+
+int listenOn(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) {
+        return -1;
+    }
+    std::memcpy(address.sun_path, path.c_str(), path.size());
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == -1 ||
+        listen(listener, 5) == -1) {
+        (void)close(listener);
+        return -1;
+    }
+    return listener;
+}
+
+// The next connection of a listener, or -1 when nobody is queued.
+int acceptFrom(const Descriptor& listener) {
+    (void)fcntl(listener.get(), F_SETFL, O_NONBLOCK);
+    return accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
+}
+
+bool isAtEnd(const Descriptor& connection) {
+    char byte = 0;
+    return recv(connection.get(), &byte, 1, MSG_DONTWAIT) == 0;
+}
+
+class UXClientSocketTest : public testing::Test {
+protected:
+    const ZNORBTEST::TemporaryFolder folder;
+    std::string path = folder / "socket";
+};
+
+TEST_F(UXClientSocketTest, IsNotConnectedBeforeConnect) {
+    const Descriptor listener(listenOn(path));
+    const UXClientSocket socket(path);
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(acceptFrom(listener), -1);
+}
+
+TEST_F(UXClientSocketTest, ConnectReachesTheListenerOnThePath) {
+    const Descriptor listener(listenOn(path));
+    ASSERT_NE(listener.get(), -1);
+    UXClientSocket socket(path);
+    socket.connect();
+    ASSERT_TRUE(socket.isConnected());
+    const Descriptor accepted(acceptFrom(listener));
+    ASSERT_EQ(send(socket.descriptor(), "QUIT", 4, MSG_NOSIGNAL), 4);
+    char received[5] = {};
+    EXPECT_EQ(recv(accepted.get(), received, 4, MSG_DONTWAIT), 4);
+    EXPECT_STREQ(received, "QUIT");
+}
+
+TEST_F(UXClientSocketTest, StaysUnconnectedWhenThePathIsAbsent) {
+    UXClientSocket socket(path);
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(socket.descriptor(), -1);
+}
+
+TEST_F(UXClientSocketTest, StaysUnconnectedWhenTheSocketFileIsStale) {
+    Descriptor(listenOn(path)).reset();
+    ASSERT_TRUE(std::filesystem::exists(path));
+    UXClientSocket socket(path);
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+}
+
+TEST_F(UXClientSocketTest, StaysUnconnectedWithAnEmptyPath) {
+    UXClientSocket socket("");
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+}
+
+TEST_F(UXClientSocketTest, FailedConnectLeavesNoDescriptorOpen) {
+    const Descriptor before(dup(STDERR_FILENO));
+    UXClientSocket socket(path);
+    socket.connect();
+    const Descriptor after(dup(STDERR_FILENO));
+    EXPECT_EQ(after.get(), before.get() + 1);
+}
+
+// The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.
+TEST_F(UXClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
+    const Descriptor listener(listenOn(path));
+    class Counting : public UXClientSocket {
+    public:
+        using UXClientSocket::UXClientSocket;
+        void close() override {
+            ++closes;
+            UXClientSocket::close();
+        }
+        int closes = 0;
+    };
+    Counting socket(path);
+    socket.connect();
+    const Descriptor accepted(acceptFrom(listener));
+    socket.closes = 0;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{0, limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    socket.connect();
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(socket.closes, 2) << "the connection before, and the failed attempt";
+    EXPECT_TRUE(isAtEnd(accepted));
+    EXPECT_EQ(acceptFrom(listener), -1);
+}
+
+TEST_F(UXClientSocketTest, ConnectingAgainClosesTheFirstConnection) {
+    const Descriptor listener(listenOn(path));
+    UXClientSocket socket(path);
+    socket.connect();
+    const Descriptor first(acceptFrom(listener));
+    socket.connect();
+    const Descriptor second(acceptFrom(listener));
+    EXPECT_TRUE(socket.isConnected());
+    EXPECT_TRUE(isAtEnd(first));
+    EXPECT_NE(second.get(), -1);
+    EXPECT_FALSE(isAtEnd(second));
+}
+
+TEST_F(UXClientSocketTest, FailedReconnectGivesTheFirstConnectionUp) {
+    Descriptor listener(listenOn(path));
+    UXClientSocket socket(path);
+    socket.connect();
+    const Descriptor accepted(acceptFrom(listener));
+    listener.reset();
+    socket.connect();
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_TRUE(isAtEnd(accepted));
+}
+
+TEST_F(UXClientSocketTest, CloseAndConnectMakeItConnectedAnew) {
+    const Descriptor listener(listenOn(path));
+    UXClientSocket socket(path);
+    socket.connect();
+    socket.close();
+    EXPECT_FALSE(socket.isConnected());
+    socket.connect();
+    EXPECT_TRUE(socket.isConnected());
+}
+
+TEST_F(UXClientSocketTest, ConnectionIsNotPassedOnToExecutedPrograms) {
+    const Descriptor listener(listenOn(path));
+    UXClientSocket socket(path);
+    socket.connect();
+    ASSERT_TRUE(socket.isConnected());
+    EXPECT_EQ(fcntl(socket.descriptor(), F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(UXClientSocketTest, ServerHandsAnAcceptedConnectionOver) {
+    const Descriptor listener(listenOn(path));
+    UXClientSocket client(path);
+    client.connect();
+    Descriptor accepted(acceptFrom(listener));
+    const int number = accepted.get();
+    {
+        const UXClientSocket server(accepted.release(), "");
+        EXPECT_EQ(server.descriptor(), number);
+        EXPECT_EQ(send(server.descriptor(), "0", 1, MSG_NOSIGNAL), 1);
+    }
+    char reply[8] = {};
+    EXPECT_EQ(recv(client.descriptor(), reply, sizeof(reply), MSG_DONTWAIT), 1);
+    EXPECT_STREQ(reply, "0");
+    EXPECT_EQ(recv(client.descriptor(), reply, sizeof(reply), MSG_DONTWAIT), 0)
+        << "destruction closes the connection";
+}
+
+TEST_F(UXClientSocketTest, PathOf107BytesIsUsedWhole) {
+    path.resize(107, 'p');
+    const Descriptor listener(listenOn(path));
+    ASSERT_NE(listener.get(), -1);
+    UXClientSocket socket(path);
+    socket.connect();
+    EXPECT_TRUE(socket.isConnected());
+}
+
+TEST_F(UXClientSocketTest, LongerPathIsCutAt107Bytes) {
+    path.resize(107, 'p');
+    const Descriptor listener(listenOn(path));
+    ASSERT_NE(listener.get(), -1);
+    UXClientSocket socket(path + std::string(5000, 'q'));
+    socket.connect();
+    EXPECT_TRUE(socket.isConnected());
+}
+
+TEST_F(UXClientSocketTest, PathIsReadAsAFormat) {
+    const Descriptor listener(listenOn(folder / "100%"));
+    ASSERT_NE(listener.get(), -1);
+    UXClientSocket socket(folder / "100%%");
+    socket.connect();
+    EXPECT_TRUE(socket.isConnected());
+}
+
+} // namespace

@@ -1,0 +1,330 @@
+#include "common/threads/ThreadHandle.h"
+
+#include "common/threads/Threadable.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Scarcity.h"
+#include "tests/support/Waiting.h"
+
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <new>
+#include <thread>
+#include <type_traits>
+
+namespace {
+
+using ZNORBTEST::NoThreads;
+using ZNORBTEST::statusInOwnProcess;
+using ZNORBTEST::underSanitizer;
+using ZNORBTEST::useUpMemory;
+
+using ORBCOMMON::detach;
+using ORBCOMMON::holdSameThread;
+using ORBCOMMON::join;
+using ORBCOMMON::sleepMilliseconds;
+using ORBCOMMON::start;
+using ORBCOMMON::Threadable;
+using ORBCOMMON::ThreadHandle;
+using ZNORBTEST::waitUntil;
+
+static_assert(sizeof(ThreadHandle) == sizeof(void*), "one pointer");
+static_assert(!std::is_copy_constructible_v<ThreadHandle> && !std::is_copy_assignable_v<ThreadHandle>);
+
+// While a test counts the time that is asked for, no sleep takes any.
+std::atomic<bool> sleepsAreCounted = false;
+std::atomic<std::uint64_t> countedMicroseconds = 0;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" int usleep(useconds_t microseconds) {
+    if (sleepsAreCounted) {
+        countedMicroseconds += microseconds;
+        return 0;
+    }
+    const timespec length = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
+    return nanosleep(&length, nullptr);
+}
+
+namespace {
+
+// Runs until it is let go.
+class Gated : public Threadable {
+public:
+    void run() override {
+        (void)waitUntil([this] { return open.load(); });
+        ++runs;
+    }
+    void finish() override { finished = true; }
+
+    std::atomic<bool> open{false};
+    std::atomic<bool> finished{false};
+    std::atomic<int> runs{0};
+};
+
+// Takes a while, so that a join that did not wait would see the value too early.
+class SlowWriter : public Threadable {
+public:
+    void run() override {
+        sleepMilliseconds(50);
+        value = 1;
+    }
+
+    int value = 0;
+};
+
+TEST(ThreadHandle, IsNullUntilStarted) {
+    const ThreadHandle handle;
+    EXPECT_TRUE(handle.isNull());
+}
+
+TEST(ThreadHandle, StartReturnsZeroAndHoldsTheThread) {
+    Gated threadable;
+    threadable.open = true;
+    ThreadHandle handle;
+    EXPECT_EQ(start(handle, &threadable), 0);
+    EXPECT_FALSE(handle.isNull());
+    join(handle);
+    EXPECT_EQ(threadable.runs, 1);
+}
+
+TEST(ThreadHandle, JoinWaitsForTheEndAndMakesTheHandleNull) {
+    SlowWriter threadable;
+    ThreadHandle handle;
+    ASSERT_EQ(start(handle, &threadable), 0);
+    join(handle);
+    EXPECT_EQ(threadable.value, 1);
+    EXPECT_TRUE(handle.isNull());
+}
+
+TEST(ThreadHandle, DetachReturnsAtOnceAndLetsTheThreadRunOn) {
+    Gated threadable;
+    ThreadHandle handle;
+    ASSERT_EQ(start(handle, &threadable), 0);
+    detach(handle);
+    EXPECT_TRUE(handle.isNull());
+    EXPECT_EQ(threadable.runs, 0);
+    threadable.open = true;
+    ASSERT_TRUE(waitUntil([&] { return threadable.finished.load(); }));
+    EXPECT_EQ(threadable.runs, 1);
+}
+
+TEST(ThreadHandle, DestroyingAStartedHandleDetachesTheThread) {
+    Gated threadable;
+    {
+        ThreadHandle handle;
+        ASSERT_EQ(start(handle, &threadable), 0);
+    }
+    EXPECT_EQ(threadable.runs, 0);
+    threadable.open = true;
+    ASSERT_TRUE(waitUntil([&] { return threadable.finished.load(); }));
+}
+
+TEST(ThreadHandle, JoinOfANullHandleDoesNothing) {
+    ThreadHandle handle;
+    join(handle);
+    EXPECT_TRUE(handle.isNull());
+}
+
+TEST(ThreadHandle, DetachOfANullHandleDoesNothing) {
+    ThreadHandle handle;
+    detach(handle);
+    EXPECT_TRUE(handle.isNull());
+}
+
+TEST(ThreadHandle, ASecondJoinOrDetachDoesNothing) {
+    Gated threadable;
+    threadable.open = true;
+    ThreadHandle handle;
+    ASSERT_EQ(start(handle, &threadable), 0);
+    join(handle);
+    join(handle);
+    detach(handle);
+    EXPECT_TRUE(handle.isNull());
+    EXPECT_EQ(threadable.runs, 1);
+}
+
+TEST(ThreadHandle, CanBeStartedAgainOnceItIsNull) {
+    Gated threadable;
+    threadable.open = true;
+    ThreadHandle handle;
+    for (int runs = 1; runs <= 2; ++runs) {
+        ASSERT_EQ(start(handle, &threadable), 0);
+        join(handle);
+        EXPECT_EQ(threadable.runs, runs);
+    }
+}
+
+TEST(ThreadHandle, HoldsTheIdentifierEvenWhenTheThreadCouldNotBeCreated) {
+    Gated threadable;
+    ThreadHandle handle;
+    {
+        const NoThreads noThreads;
+        EXPECT_EQ(start(handle, &threadable), EAGAIN);
+    }
+    EXPECT_FALSE(handle.isNull());
+    detach(handle);
+    EXPECT_EQ(threadable.runs, 0);
+}
+
+TEST(ThreadHandle, JoinAndDetachOfAFailedStartOnlyFreeTheIdentifier) {
+    Gated threadable;
+    ThreadHandle joined;
+    ThreadHandle detached;
+    {
+        const NoThreads noThreads;
+        ASSERT_NE(start(joined, &threadable), 0);
+        ASSERT_NE(start(detached, &threadable), 0);
+    }
+    join(joined);
+    detach(detached);
+    EXPECT_TRUE(joined.isNull());
+    EXPECT_TRUE(detached.isNull());
+}
+
+TEST(ThreadHandle, DestroyingAHandleOfAFailedStartFreesTheIdentifier) {
+    Gated threadable;
+    auto handle = std::make_unique<ThreadHandle>();
+    {
+        const NoThreads noThreads;
+        ASSERT_NE(start(*handle, &threadable), 0);
+    }
+    handle.reset();
+    EXPECT_EQ(threadable.runs, 0);
+}
+
+TEST(ThreadHandle, AStartThatFailsLateLeavesNoThreadsValueBehind) {
+    const int status = statusInOwnProcess([] {
+        Gated threadable;
+        ThreadHandle failedEarly;
+        ThreadHandle failedLate;
+        {
+            const NoThreads noThreads;
+            (void)start(failedEarly, &threadable);
+        }
+        // The stack is had this time, only the thread is not: the limit holds for everybody but root.
+        const rlimit none{0, 0};
+        if (setrlimit(RLIMIT_NPROC, &none) != 0 || (geteuid() == 0 && setresuid(65534, 65534, 65534) != 0)) {
+            return 1;
+        }
+        if (start(failedLate, &threadable) != EAGAIN) {
+            return 2;
+        }
+        return holdSameThread(&failedEarly, &failedLate) ? 0 : 3;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST(ThreadHandle, StartWithoutMemoryReturnsEnomemAndANullHandle) {
+    if (underSanitizer) {
+        GTEST_SKIP() << "the sanitizers end a process that has no memory";
+    }
+    const int status = statusInOwnProcess([] {
+        Gated threadable;
+        ThreadHandle handle;
+        useUpMemory();
+        const bool refused = start(handle, &threadable) == ENOMEM;
+        return refused && handle.isNull() ? 0 : 1;
+    });
+    EXPECT_EQ(status, 0);
+}
+
+TEST(ThreadHandle, HandlesAreEqualWhenTheyHoldTheSameThread) {
+    Gated first;
+    Gated second;
+    ThreadHandle firstHandle;
+    ThreadHandle secondHandle;
+    ASSERT_EQ(start(firstHandle, &first), 0);
+    ASSERT_EQ(start(secondHandle, &second), 0);
+    EXPECT_TRUE(holdSameThread(&firstHandle, &firstHandle));
+    EXPECT_FALSE(holdSameThread(&firstHandle, &secondHandle));
+    first.open = true;
+    second.open = true;
+    join(firstHandle);
+    join(secondHandle);
+}
+
+TEST(ThreadHandle, ANullHandleIsEqualToNothing) {
+    Gated threadable;
+    ThreadHandle started;
+    const ThreadHandle null;
+    ASSERT_EQ(start(started, &threadable), 0);
+    EXPECT_FALSE(holdSameThread(&null, &null));
+    EXPECT_FALSE(holdSameThread(&null, &started));
+    EXPECT_FALSE(holdSameThread(&started, &null));
+    EXPECT_FALSE(holdSameThread(nullptr, &started));
+    EXPECT_FALSE(holdSameThread(&started, nullptr));
+    EXPECT_FALSE(holdSameThread(nullptr, nullptr));
+    threadable.open = true;
+    join(started);
+    EXPECT_FALSE(holdSameThread(&started, &started));
+}
+
+TEST(ThreadHandle, HandlesOfFailedStartsHoldThePlainSameValue) {
+    Gated threadable;
+    ThreadHandle first;
+    ThreadHandle second;
+    {
+        const NoThreads noThreads;
+        ASSERT_NE(start(first, &threadable), 0);
+        ASSERT_NE(start(second, &threadable), 0);
+    }
+    EXPECT_TRUE(holdSameThread(&first, &second));
+}
+
+TEST(SleepMilliseconds, SleepsAtLeastAsLongAsAsked) {
+    const auto before = std::chrono::steady_clock::now();
+    sleepMilliseconds(20);
+    EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(20));
+}
+
+TEST(SleepMilliseconds, ReturnsFromASleepOfNothing) {
+    const auto before = std::chrono::steady_clock::now();
+    sleepMilliseconds(0);
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(30));
+}
+
+TEST(SleepMilliseconds, LongSleepIsMadeOfStepsThatAddUp) {
+    const std::uint64_t milliseconds = std::numeric_limits<unsigned>::max();
+    sleepsAreCounted = true;
+    sleepMilliseconds(static_cast<unsigned>(milliseconds));
+    sleepsAreCounted = false;
+    EXPECT_EQ(countedMicroseconds, milliseconds * 1000);
+}
+
+TEST(SleepMilliseconds, DoesNotCutShortASleepWhoseMicrosecondsOverflow) {
+    // 4,294,968 ms are 704 microseconds when their product wraps around at 32 bits.
+    const pid_t sleeper = fork();
+    if (sleeper == 0) {
+        (void)alarm(60);
+        sleepMilliseconds(4'294'968);
+        _exit(0);
+    }
+    bool awake = false;
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
+    while (!awake && std::chrono::steady_clock::now() < limit) {
+        awake = waitpid(sleeper, nullptr, WNOHANG) != 0;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_FALSE(awake);
+    if (!awake) {
+        (void)kill(sleeper, SIGKILL);
+        (void)waitpid(sleeper, nullptr, 0);
+    }
+}
+
+} // namespace

@@ -1,7 +1,0 @@
-#include "foundation/ApplicationName.h"
-
-#include <gtest/gtest.h>
-
-TEST(ApplicationName, DefaultIsApplicationExe) {
-    EXPECT_STREQ(Common::defaultApplicationName, "application.exe");
-}

@@ -1,0 +1,472 @@
+#include "foundation/debuglog/DebugLog.h"
+
+#include "foundation/streams/OutputStreamToBuffer.h"
+#include "tests/foundation/containers/Allocations.h"
+#include "tests/foundation/debuglog/RecordingStream.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <limits>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+using Common::DebugLog;
+using Common::OutputStream;
+using Common::OutputStreamToBuffer;
+using Common::shared_ptr;
+using ZNORBTEST::FailingAllocation;
+using ZNORBTEST::RecordingStream;
+
+namespace {
+
+using Pieces = std::vector<std::string>;
+
+const std::string stampPattern = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)";
+
+shared_ptr<OutputStream> recorderInto(Pieces& pieces) {
+    return shared_ptr<OutputStream>(new RecordingStream(pieces));
+}
+
+std::string joined(const Pieces& pieces) {
+    std::string text;
+    for (const std::string& piece : pieces) {
+        text += piece;
+    }
+    return text;
+}
+
+/// Uses the log before any other static object is made and after all of them are gone.
+struct EarlyAndLate {
+    EarlyAndLate() {
+        DebugLog::addOutputStream(0xff, shared_ptr<OutputStream>(new OutputStreamToBuffer));
+        wasActive = DebugLog::isActive();
+        DebugLog::print("early");
+        DebugLog::removeAllOutputStreams();
+    }
+    ~EarlyAndLate() {
+        DebugLog::addOutputStream(0xff, shared_ptr<OutputStream>(new OutputStreamToBuffer));
+        DebugLog::print("late");
+        DebugLog::removeAllOutputStreams();
+    }
+    EarlyAndLate(const EarlyAndLate&) = delete;
+    EarlyAndLate& operator=(const EarlyAndLate&) = delete;
+
+    bool wasActive = true;
+};
+__attribute__((init_priority(101))) EarlyAndLate earlyAndLate;
+
+/// The records without their time stamps, which must all be there.
+std::vector<std::string> messagesOf(const std::string& text) {
+    static const std::regex record("^\\[" + stampPattern + "\\] (.*)$");
+    std::vector<std::string> messages;
+    std::size_t start = 0;
+    while (start < text.size()) {
+        const std::size_t end = text.find('\n', start);
+        std::smatch match;
+        const std::string line = text.substr(start, end - start);
+        EXPECT_NE(end, std::string::npos) << "no line feed at the end";
+        EXPECT_TRUE(std::regex_match(line, match, record)) << line;
+        messages.push_back(match.size() > 1 ? match[1].str() : "?");
+        start = end == std::string::npos ? text.size() : end + 1;
+    }
+    return messages;
+}
+
+/// What a test has set the clock to; 0 lets it run.
+std::atomic<std::time_t> clockSetTo = 0;
+
+class SetClock {
+public:
+    explicit SetClock(std::time_t now) { clockSetTo = now; }
+    ~SetClock() { clockSetTo = 0; }
+    SetClock(const SetClock&) = delete;
+    SetClock& operator=(const SetClock&) = delete;
+};
+
+std::string localNow() {
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    char text[32];
+    (void)localtime_r(&now, &local);
+    (void)std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
+    return text;
+}
+
+/// The log is the process's: every test leaves it as it found it.
+class DebugLogTest : public testing::Test {
+protected:
+    void TearDown() override {
+        DebugLog::removeAllOutputStreams();
+        DebugLog::resume();
+    }
+
+    void addRecorder(unsigned char mask) { DebugLog().addOutputStream(mask, recorderInto(m_pieces)); }
+
+    std::vector<std::string> messages() const { return messagesOf(joined(m_pieces)); }
+
+    Pieces m_pieces;
+};
+
+/// Stands in for the C library's in this executable.
+extern "C" time_t time(time_t* result) noexcept {
+    timespec now{};
+    (void)clock_gettime(CLOCK_REALTIME, &now);
+    const time_t value = clockSetTo == 0 ? now.tv_sec : clockSetTo.load();
+    if (result != nullptr) {
+        *result = value;
+    }
+    return value;
+}
+
+TEST(DebugLogLife, TakesNoStreamBeforeItsStaticInitialisationAndIsSilentAfterItsEnd) {
+    EXPECT_FALSE(earlyAndLate.wasActive);
+    // The late calls run in the child's exit, while a stream is still registered.
+    EXPECT_EXIT(
+        {
+            DebugLog::addOutputStream(0xff, shared_ptr<OutputStream>(new OutputStreamToBuffer));
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+} // namespace
+
+TEST_F(DebugLogTest, WithoutStreamsIsInactiveAndEveryOperationReturns) {
+    EXPECT_FALSE(DebugLog().isActive());
+    DebugLog().write(1, "text", true, true);
+    DebugLog().print("%s", "text");
+    DebugLog().print(1, "%s", "text");
+    DebugLog().hexDump(1, "text", 4);
+    DebugLog().removeAllOutputStreams();
+    EXPECT_FALSE(DebugLog().isActive());
+}
+
+TEST_F(DebugLogTest, IsActiveWithAStreamUnlessPaused) {
+    addRecorder(0x01);
+    EXPECT_TRUE(DebugLog().isActive());
+    DebugLog().pause();
+    EXPECT_FALSE(DebugLog().isActive());
+    DebugLog().resume();
+    EXPECT_TRUE(DebugLog().isActive());
+    DebugLog().removeAllOutputStreams();
+    EXPECT_FALSE(DebugLog().isActive());
+}
+
+TEST_F(DebugLogTest, ARecordIsWrittenInPieces) {
+    addRecorder(0x01);
+    DebugLog().write(1, "the text", true, true);
+    ASSERT_EQ(m_pieces.size(), 5U);
+    EXPECT_EQ(m_pieces[0], "[");
+    EXPECT_TRUE(std::regex_match(m_pieces[1], std::regex(stampPattern))) << m_pieces[1];
+    EXPECT_EQ(m_pieces[2], "] ");
+    EXPECT_EQ(m_pieces[3], "the text");
+    EXPECT_EQ(m_pieces[4], "\n");
+}
+
+TEST_F(DebugLogTest, TheStampIsTheLocalTime) {
+    addRecorder(0x01);
+    const std::string before = localNow();
+    DebugLog().write(1, "", true, false);
+    const std::string after = localNow();
+    ASSERT_EQ(m_pieces.size(), 4U);
+    EXPECT_EQ(m_pieces[1].size(), 19U);
+    EXPECT_LE(before, m_pieces[1]);
+    EXPECT_LE(m_pieces[1], after);
+}
+
+TEST_F(DebugLogTest, TheStampHasRoomForLongYears) {
+    const SetClock clock(400000000000); // in the year 14645
+    addRecorder(0x01);
+    DebugLog().write(1, "", true, false);
+    ASSERT_EQ(m_pieces.size(), 4U);
+    EXPECT_EQ(m_pieces[1], localNow());
+    EXPECT_EQ(m_pieces[1].substr(0, 6), "14645-");
+}
+
+TEST_F(DebugLogTest, TheStampIsEmptyWhenTheClockYieldsNoDate) {
+    const SetClock clock(std::numeric_limits<std::time_t>::max());
+    addRecorder(0x01);
+    DebugLog().write(1, "text", true, true);
+    EXPECT_EQ(m_pieces, Pieces({"[", "", "] ", "text", "\n"}));
+}
+
+TEST_F(DebugLogTest, StampAndLineFeedAreWrittenOnlyOnRequest) {
+    addRecorder(0x01);
+    DebugLog().write(1, "plain", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"plain"}));
+    m_pieces.clear();
+    DebugLog().write(1, "line", false, true);
+    EXPECT_EQ(m_pieces, Pieces({"line", "\n"}));
+    m_pieces.clear();
+    DebugLog().write(1, "stamped", true, false);
+    ASSERT_EQ(m_pieces.size(), 4U);
+    EXPECT_EQ(m_pieces[3], "stamped");
+}
+
+TEST_F(DebugLogTest, WriteDoesNotTakeTheTextForAFormat) {
+    addRecorder(0x01);
+    DebugLog().write(1, "100% %s %n", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"100% %s %n"}));
+}
+
+TEST_F(DebugLogTest, PrintFormatsAStampedLine) {
+    addRecorder(0x01);
+    DebugLog().print("%s %d%%", "at", 50);
+    DebugLog().print(0x01, "%03d", 7);
+    EXPECT_EQ(messages(), Pieces({"at 50%", "007"}));
+}
+
+TEST_F(DebugLogTest, ARecordReachesTheStreamsThatShareABitWithIt) {
+    addRecorder(0x02);
+    DebugLog().print("category 1");
+    DebugLog().print(0x06, "categories 2 and 4");
+    DebugLog().print(0x05, "categories 1 and 4");
+    DebugLog().print(0x02, "category 2");
+    EXPECT_EQ(messages(), Pieces({"categories 2 and 4", "category 2"}));
+}
+
+TEST_F(DebugLogTest, TheHighestCategoryIsTheEighthBit) {
+    addRecorder(0x80);
+    DebugLog().write(0x80, "eighth", false, false);
+    DebugLog().write(0x100, "ninth", false, false);
+    DebugLog().write(0, "none", false, false);
+    DebugLog().write(-1, "all", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"eighth", "all"}));
+}
+
+TEST_F(DebugLogTest, AStreamWithoutCategoriesReceivesNothing) {
+    addRecorder(0);
+    EXPECT_TRUE(DebugLog().isActive());
+    DebugLog().write(0xFF, "text", true, true);
+    EXPECT_EQ(m_pieces, Pieces());
+}
+
+TEST_F(DebugLogTest, StreamsReceiveEveryRecordInTheOrderOfTheirAddition) {
+    Pieces order;
+    class Marker : public OutputStream {
+    public:
+        Marker(Pieces& order, const char* name) : m_order(order), m_name(name) {}
+        void write(const char* data, const unsigned int& length) override {
+            m_order.push_back(m_name + std::string(data, length));
+        }
+
+    private:
+        Pieces& m_order;
+        std::string m_name;
+    };
+    DebugLog().addOutputStream(1, shared_ptr<OutputStream>(new Marker(order, "A:")));
+    DebugLog().addOutputStream(1, shared_ptr<OutputStream>(new Marker(order, "B:")));
+    DebugLog().write(1, "x", false, true);
+    EXPECT_EQ(order, Pieces({"A:x", "A:\n", "B:x", "B:\n"}));
+}
+
+TEST_F(DebugLogTest, AStreamAddedTwiceReceivesEveryRecordTwice) {
+    const shared_ptr<OutputStream> stream = recorderInto(m_pieces);
+    DebugLog().addOutputStream(1, stream);
+    DebugLog().addOutputStream(1, stream);
+    DebugLog().write(1, "x", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"x", "x"}));
+}
+
+TEST_F(DebugLogTest, PausedWritesNothingUntilResumed) {
+    addRecorder(0x01);
+    DebugLog().pause();
+    DebugLog().write(1, "write", true, true);
+    DebugLog().print("print");
+    DebugLog().print(1, "print");
+    DebugLog().hexDump(1, "dump", 4);
+    EXPECT_EQ(m_pieces, Pieces());
+    DebugLog().resume();
+    DebugLog().write(1, "again", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"again"}));
+}
+
+TEST_F(DebugLogTest, SharesTheOwnershipOfItsStreamsUntilTheyAreRemoved) {
+    bool ended = false;
+    class TellsItsEnd : public RecordingStream {
+    public:
+        TellsItsEnd(Pieces& pieces, bool& ended) : RecordingStream(pieces), m_ended(ended) {}
+        TellsItsEnd(const TellsItsEnd&) = delete;
+        TellsItsEnd& operator=(const TellsItsEnd&) = delete;
+        ~TellsItsEnd() override { m_ended = true; }
+
+    private:
+        bool& m_ended;
+    };
+    {
+        const shared_ptr<OutputStream> stream(new TellsItsEnd(m_pieces, ended));
+        DebugLog().addOutputStream(1, stream);
+    }
+    DebugLog().write(1, "alive", false, false);
+    EXPECT_FALSE(ended);
+    EXPECT_EQ(m_pieces, Pieces({"alive"}));
+    DebugLog().removeAllOutputStreams();
+    EXPECT_TRUE(ended);
+    DebugLog().write(1, "gone", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"alive"}));
+}
+
+TEST_F(DebugLogTest, TakesStreamsAgainAfterTheyWereRemoved) {
+    addRecorder(0x01);
+    DebugLog().removeAllOutputStreams();
+    addRecorder(0x01);
+    DebugLog().write(1, "x", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"x"}));
+}
+
+TEST_F(DebugLogTest, PassesOverANullStream) {
+    DebugLog().addOutputStream(1, shared_ptr<OutputStream>());
+    addRecorder(0x01);
+    DebugLog().write(1, "x", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"x"}));
+}
+
+TEST_F(DebugLogTest, WithoutMemoryAStreamIsNotAdded) {
+    if (!ZNORBTEST::allocationsAreObserved()) {
+        GTEST_SKIP() << "allocations cannot be made to fail";
+    }
+    const shared_ptr<OutputStream> stream = recorderInto(m_pieces);
+    {
+        const FailingAllocation fault(0);
+        DebugLog().addOutputStream(1, stream);
+    }
+    EXPECT_FALSE(DebugLog().isActive());
+    DebugLog().addOutputStream(1, stream);
+    DebugLog().write(1, "x", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"x"}));
+}
+
+TEST_F(DebugLogTest, PrintCutsAMessageAt2047Bytes) {
+    addRecorder(0x01);
+    const std::string longest(2047, 'x');
+    DebugLog().print("%s", longest.c_str());
+    DebugLog().print("%s", (longest + "yz").c_str());
+    DebugLog().print(1, "%s", (longest + "yz").c_str());
+    EXPECT_EQ(messages(), Pieces({longest, longest, longest}));
+}
+
+TEST_F(DebugLogTest, WriteCutsNothing) {
+    addRecorder(0x01);
+    const std::string text(10000, 'x');
+    DebugLog().write(1, text.c_str(), false, false);
+    EXPECT_EQ(m_pieces, Pieces({text}));
+}
+
+TEST_F(DebugLogTest, HexDumpWritesHeaderRuleAndRowsAsStampedRecords) {
+    addRecorder(0x01);
+    DebugLog().hexDump(1, "AB", 2);
+    EXPECT_EQ(messages(),
+              Pieces({"      00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 0123456789ABCDEF",
+                      "      " + std::string(64, '-'), " 000  41 42 " + std::string(42, ' ') + "AB"}));
+}
+
+TEST_F(DebugLogTest, HexDumpOfSixteenBytesHasOneRowAndOfSeventeenTwo) {
+    addRecorder(0x01);
+    DebugLog().hexDump(1, "0123456789abcdefg", 16);
+    EXPECT_EQ(messages().size(), 3U);
+    m_pieces.clear();
+    DebugLog().hexDump(1, "0123456789abcdefg", 17);
+    ASSERT_EQ(messages().size(), 4U);
+    EXPECT_EQ(messages()[2], " 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef");
+    EXPECT_EQ(messages()[3], " 010  67 " + std::string(45, ' ') + "g");
+}
+
+TEST_F(DebugLogTest, HexDumpOfNothingOrLessStillHasHeaderAndRule) {
+    addRecorder(0x01);
+    for (const std::int32_t length : {0, -1, INT32_MIN}) {
+        m_pieces.clear();
+        DebugLog().hexDump(1, "x", length);
+        EXPECT_EQ(messages().size(), 2U) << length;
+    }
+}
+
+TEST_F(DebugLogTest, HexDumpRowsBypassTheFormatterAndShowDots) {
+    addRecorder(0x01);
+    DebugLog().hexDump(1, "%s\0\x7F\x80", 5);
+    ASSERT_EQ(messages().size(), 3U);
+    EXPECT_EQ(messages()[2], " 000  25 73 00 7F 80 " + std::string(33, ' ') + "%s...");
+}
+
+TEST_F(DebugLogTest, HexDumpCutsRowsAtTheSameColumnBehindLargeOffsets) {
+    addRecorder(0x01);
+    const std::string bytes(0x10010, 'a');
+    DebugLog().hexDump(1, bytes.data(), static_cast<std::int32_t>(bytes.size()));
+    const std::vector<std::string> rows = messages();
+    ASSERT_EQ(rows.size(), 2U + 0x1001U);
+    EXPECT_EQ(rows[2 + 0x100], " 1000  61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 61aaaaaaaaaaaaaaaa");
+    EXPECT_EQ(rows[2 + 0x1000], " 10000  61 61 61 61 61 61 61 61 61 61 61 61 61 61 61 6aaaaaaaaaaaaaaaa");
+}
+
+TEST_F(DebugLogTest, HexDumpHasACategoryToo) {
+    addRecorder(0x02);
+    DebugLog().hexDump(0x01, "x", 1);
+    EXPECT_EQ(m_pieces, Pieces());
+    DebugLog().hexDump(0x03, "x", 1);
+    EXPECT_EQ(messages().size(), 3U);
+}
+
+TEST_F(DebugLogTest, RecordsOfSeveralThreadsStayWhole) {
+    constexpr int threadCount = 4;
+    constexpr int recordCount = 200;
+    auto* const buffer = new OutputStreamToBuffer;
+    const shared_ptr<OutputStream> stream(buffer);
+    DebugLog().addOutputStream(1, stream);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < threadCount; ++thread) {
+        threads.emplace_back([thread] {
+            for (int record = 0; record < recordCount; ++record) {
+                DebugLog().print("thread %d record %d", thread, record);
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    std::vector<int> next(threadCount, 0);
+    const std::vector<std::string> records = messagesOf(buffer->getString());
+    EXPECT_EQ(records.size(), static_cast<std::size_t>(threadCount * recordCount));
+    for (const std::string& record : records) {
+        int thread = -1;
+        int number = -1;
+        ASSERT_EQ(std::sscanf(record.c_str(), "thread %d record %d", &thread, &number), 2) << record;
+        ASSERT_TRUE(thread >= 0 && thread < threadCount);
+        EXPECT_EQ(number, next[static_cast<std::size_t>(thread)]++);
+    }
+}
+
+TEST_F(DebugLogTest, StreamsComeAndGoWhileOthersWrite) {
+    std::atomic<bool> stop = false;
+    std::atomic<int> written = 0;
+    std::thread writer([&] {
+        while (!stop) {
+            DebugLog().print("text");
+            DebugLog().hexDump(1, "x", 1);
+            ++written;
+        }
+    });
+    Pieces pieces;
+    for (int round = 0; round < 200; ++round) {
+        DebugLog().addOutputStream(1, recorderInto(pieces));
+        DebugLog().pause();
+        DebugLog().resume();
+        DebugLog().removeAllOutputStreams();
+    }
+    addRecorder(0x01);
+    const int before = written;
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (written < before + 2 && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::yield();
+    }
+    stop = true;
+    writer.join();
+    EXPECT_FALSE(m_pieces.empty());
+}

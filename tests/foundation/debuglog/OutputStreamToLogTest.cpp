@@ -1,0 +1,80 @@
+#include "foundation/debuglog/OutputStreamToLog.h"
+
+#include "foundation/debuglog/DebugLog.h"
+#include "tests/foundation/debuglog/RecordingStream.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using Common::DebugLog;
+using Common::OutputStream;
+using Common::OutputStreamToLog;
+using Common::shared_ptr;
+using ZNORBTEST::RecordingStream;
+
+namespace {
+
+/// A debug log with one stream of category 1, and one of all the others.
+class OutputStreamToLogTest : public testing::Test {
+protected:
+    void SetUp() override {
+        DebugLog::addOutputStream(0x01, shared_ptr<OutputStream>(new RecordingStream(m_pieces)));
+        DebugLog::addOutputStream(0xFE, shared_ptr<OutputStream>(new RecordingStream(m_others)));
+    }
+
+    void TearDown() override { DebugLog::removeAllOutputStreams(); }
+
+    std::vector<std::string> m_pieces;
+    std::vector<std::string> m_others;
+};
+
+} // namespace
+
+TEST_F(OutputStreamToLogTest, WritesAStampedLineOfCategoryOne) {
+    OutputStreamToLog log;
+    OutputStream& stream = log;
+    stream.write("text", 4);
+    ASSERT_EQ(m_pieces.size(), 5U);
+    EXPECT_EQ(m_pieces[0], "[");
+    EXPECT_EQ(m_pieces[1].size(), 19U);
+    EXPECT_EQ(m_pieces[2], "] ");
+    EXPECT_EQ(m_pieces[3], "text");
+    EXPECT_EQ(m_pieces[4], "\n");
+    EXPECT_TRUE(m_others.empty());
+}
+
+TEST_F(OutputStreamToLogTest, TakesTheDataForAFormat) {
+    OutputStreamToLog stream;
+    stream.write("100%%", 5);
+    ASSERT_EQ(m_pieces.size(), 5U);
+    EXPECT_EQ(m_pieces[3], "100%");
+}
+
+TEST_F(OutputStreamToLogTest, DoesNotUseTheLength) {
+    OutputStreamToLog stream;
+    stream.write("whole text", 3);
+    ASSERT_EQ(m_pieces.size(), 5U);
+    EXPECT_EQ(m_pieces[3], "whole text");
+}
+
+TEST_F(OutputStreamToLogTest, EveryWriteIsARecordOfItsOwn) {
+    OutputStreamToLog stream;
+    stream.write("one", 3);
+    stream.write("two", 3);
+    ASSERT_EQ(m_pieces.size(), 10U);
+    EXPECT_EQ(m_pieces[3], "one");
+    EXPECT_EQ(m_pieces[8], "two");
+}
+
+TEST_F(OutputStreamToLogTest, WritesNothingWhileTheLogIsInactive) {
+    OutputStreamToLog stream;
+    DebugLog::removeAllOutputStreams();
+    stream.write("lost", 4);
+    EXPECT_TRUE(m_pieces.empty());
+}
+
+TEST(OutputStreamToLog, HasNoState) {
+    EXPECT_EQ(sizeof(OutputStreamToLog), sizeof(OutputStream));
+}

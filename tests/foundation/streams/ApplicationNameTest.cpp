@@ -1,0 +1,7 @@
+#include "foundation/streams/ApplicationName.h"
+
+#include <gtest/gtest.h>
+
+TEST(ApplicationName, DefaultIsApplicationExe) {
+    EXPECT_STREQ(Common::defaultApplicationName, "application.exe");
+}

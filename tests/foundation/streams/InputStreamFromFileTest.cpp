@@ -1,0 +1,331 @@
+#include "foundation/streams/InputStreamFromFile.h"
+
+#include "tests/foundation/containers/Allocations.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <limits>
+#include <optional>
+#include <string>
+#include <thread>
+
+using Common::InputStream;
+using Common::InputStreamFromFile;
+using ZNORBTEST::FailingAllocation;
+using ZNORBTEST::TemporaryFolder;
+using ZNORBTEST::writeFile;
+
+namespace {
+
+const std::string withNulBytes("\0a\0\0b\0", 6);
+
+/// The number that the next descriptor gets: the same again when nothing was left open in between.
+int nextDescriptor() {
+    const int descriptor = dup(STDERR_FILENO);
+    (void)close(descriptor);
+    return descriptor;
+}
+
+class InputStreamFromFileTest : public testing::Test {
+protected:
+    /// A stream at the start of a new file with the content.
+    InputStreamFromFile& streamOf(const std::string& content) {
+        return m_stream.emplace(fileWith(content).c_str());
+    }
+
+    /// The path of the file, which now has the content.
+    std::string fileWith(const std::string& content) const {
+        writeFile(m_folder / "file", content);
+        return m_folder / "file";
+    }
+
+    /// The next line, or "unchanged".
+    static std::string lineOf(InputStream& stream) {
+        std::string out = "unchanged";
+        stream.getLine(out);
+        return out;
+    }
+
+    static std::string characterOf(InputStream& stream) {
+        std::string out = "unchanged";
+        stream.getCharacter(out);
+        return out;
+    }
+
+    static std::string allOf(InputStream& stream) {
+        std::string out = "unchanged";
+        stream.getAll(out);
+        return out;
+    }
+
+    /// A stream on a pipe by name, and `writer`, its only writing end.
+    InputStreamFromFile& streamOfPipe(int& writer) {
+        const std::string path = m_folder / "pipe";
+        EXPECT_EQ(mkfifo(path.c_str(), 0600), 0);
+        const int bothEnds = open(path.c_str(), O_RDWR | O_CLOEXEC); // or opening would wait for us
+        InputStreamFromFile& stream = m_stream.emplace(path.c_str());
+        writer = open(path.c_str(), O_WRONLY | O_CLOEXEC);
+        (void)close(bothEnds);
+        return stream;
+    }
+
+    TemporaryFolder m_folder;
+    std::optional<InputStreamFromFile> m_stream;
+};
+
+} // namespace
+
+TEST_F(InputStreamFromFileTest, AMissingFileIsNotOpenAndAtItsEnd) {
+    InputStreamFromFile stream((m_folder / "missing").c_str());
+    EXPECT_FALSE(stream.isOpen());
+    EXPECT_TRUE(stream.isEof());
+    EXPECT_EQ(characterOf(stream), "");
+    EXPECT_EQ(lineOf(stream), "unchanged");
+    EXPECT_EQ(allOf(stream), "unchanged");
+}
+
+TEST_F(InputStreamFromFileTest, OnlyKnowsItsEndOnceAReadHasMetIt) {
+    InputStreamFromFile& stream = streamOf("a");
+    EXPECT_TRUE(stream.isOpen());
+    EXPECT_FALSE(stream.isEof());
+    EXPECT_EQ(characterOf(stream), "a");
+    EXPECT_FALSE(stream.isEof());
+    EXPECT_EQ(characterOf(stream), "");
+    EXPECT_TRUE(stream.isEof());
+    EXPECT_EQ(characterOf(stream), "");
+}
+
+TEST_F(InputStreamFromFileTest, CharactersAreBytesOfAnyValue) {
+    InputStreamFromFile& stream = streamOf(std::string("\0\xFF\r\n", 4));
+    EXPECT_EQ(characterOf(stream), std::string(1, '\0'));
+    EXPECT_EQ(characterOf(stream), "\xFF");
+    EXPECT_EQ(characterOf(stream), "\r");
+    EXPECT_EQ(characterOf(stream), "\n");
+    EXPECT_EQ(characterOf(stream), "");
+}
+
+TEST_F(InputStreamFromFileTest, LinesLoseTheirEndsAndTheThirdOfTwoLeavesItsStringUnchanged) {
+    InputStreamFromFile& stream = streamOf("a\rb\nc");
+    EXPECT_EQ(lineOf(stream), "ab");
+    EXPECT_EQ(lineOf(stream), "c");
+    EXPECT_EQ(lineOf(stream), "unchanged");
+}
+
+TEST_F(InputStreamFromFileTest, LinesDropEveryCarriageReturn) {
+    InputStreamFromFile& stream = streamOf("\r\ra\r\rb\r\n\rc\r");
+    EXPECT_EQ(lineOf(stream), "ab");
+    EXPECT_EQ(lineOf(stream), "c");
+}
+
+TEST_F(InputStreamFromFileTest, AnEmptyLineIsAnEmptyString) {
+    InputStreamFromFile& stream = streamOf("\n\r\nx\n");
+    EXPECT_EQ(lineOf(stream), "");
+    EXPECT_EQ(lineOf(stream), "");
+    EXPECT_EQ(lineOf(stream), "x");
+}
+
+TEST_F(InputStreamFromFileTest, TheReadThatMeetsTheEndBehindTheLastLineEmptiesItsString) {
+    InputStreamFromFile& stream = streamOf("x\n");
+    EXPECT_EQ(lineOf(stream), "x");
+    EXPECT_FALSE(stream.isEof());
+    EXPECT_EQ(lineOf(stream), "");
+    EXPECT_TRUE(stream.isEof());
+    EXPECT_EQ(lineOf(stream), "unchanged");
+}
+
+TEST_F(InputStreamFromFileTest, LinesKeepNulBytesAndThe0xFFThatOtherKindsEndWith) {
+    InputStreamFromFile& stream = streamOf(std::string("a\0b\xFF\nz", 6));
+    EXPECT_EQ(lineOf(stream), std::string("a\0b\xFF", 4));
+    EXPECT_EQ(lineOf(stream), "z");
+}
+
+TEST_F(InputStreamFromFileTest, LinesMayBeLong) {
+    const std::string line(100000, 'l');
+    InputStreamFromFile& stream = streamOf(line + "\nnext");
+    EXPECT_EQ(lineOf(stream), line);
+    EXPECT_EQ(lineOf(stream), "next");
+}
+
+TEST_F(InputStreamFromFileTest, ALineBeyondTheMemoryEndsEarly) {
+    if (!ZNORBTEST::allocationsAreObserved()) {
+        GTEST_SKIP() << "allocations cannot be made to fail";
+    }
+    InputStreamFromFile& stream = streamOf(std::string(100000, 'l') + "\nnext");
+    EXPECT_EQ(characterOf(stream), "l"); // stdio has its own buffer from here on
+    std::string out;
+    {
+        const FailingAllocation fault(3);
+        stream.getLine(out);
+    }
+    EXPECT_LT(out.size(), 99999U);
+    EXPECT_EQ(out, std::string(out.size(), 'l'));
+    EXPECT_GT(out.size(), 0U);
+}
+
+TEST_F(InputStreamFromFileTest, ReadBufferOfAnEmptyFileSetsTheStringToEmpty) {
+    std::string out = "old";
+    InputStream::readBuffer(streamOf(""), out);
+    EXPECT_EQ(out, "");
+}
+
+TEST_F(InputStreamFromFileTest, ReadBufferKeepsNulBytes) {
+    std::string out;
+    InputStream::readBuffer(streamOf(withNulBytes), out);
+    EXPECT_EQ(out, withNulBytes);
+}
+
+TEST_F(InputStreamFromFileTest, ReadBufferOfALargeFileGivesAllOfIt) {
+    std::string content;
+    for (int i = 0; i < 300000; ++i) {
+        content += static_cast<char>(i % 251);
+    }
+    EXPECT_EQ(allOf(streamOf(content)), content);
+}
+
+TEST_F(InputStreamFromFileTest, GetAllGivesWhatRemainsBehindEarlierReads) {
+    InputStreamFromFile& stream = streamOf("line\nxrest\nof it");
+    EXPECT_EQ(lineOf(stream), "line");
+    EXPECT_EQ(characterOf(stream), "x");
+    EXPECT_EQ(allOf(stream), "rest\nof it");
+}
+
+TEST_F(InputStreamFromFileTest, GetAllDoesNotMeetTheEnd) {
+    InputStreamFromFile& stream = streamOf("abc");
+    EXPECT_EQ(allOf(stream), "abc");
+    EXPECT_FALSE(stream.isEof());
+    EXPECT_EQ(allOf(stream), "");
+    EXPECT_FALSE(stream.isEof());
+    EXPECT_EQ(characterOf(stream), "");
+    EXPECT_TRUE(stream.isEof());
+    EXPECT_EQ(allOf(stream), "unchanged");
+}
+
+TEST_F(InputStreamFromFileTest, GetAllOfAFileThatWasCutShortMeanwhileIsEmpty) {
+    InputStreamFromFile& stream = streamOf(std::string(100, 'x'));
+    EXPECT_EQ(characterOf(stream), "x");
+    ASSERT_EQ(truncate((m_folder / "file").c_str(), 0), 0);
+    EXPECT_EQ(allOf(stream), "");
+}
+
+TEST_F(InputStreamFromFileTest, GetAllSeesWhatWasAppendedMeanwhile) {
+    InputStreamFromFile& stream = streamOf("xold");
+    EXPECT_EQ(characterOf(stream), "x");
+    (void)fileWith("xold and new");
+    EXPECT_EQ(allOf(stream), "old and new");
+}
+
+TEST_F(InputStreamFromFileTest, GetAllOfAPipeReadsUntilItsWritersAreGone) {
+    int writer = -1;
+    InputStreamFromFile& stream = streamOfPipe(writer);
+    ASSERT_EQ(write(writer, withNulBytes.data(), withNulBytes.size()),
+              static_cast<ssize_t>(withNulBytes.size()));
+    ASSERT_EQ(close(writer), 0);
+    EXPECT_EQ(allOf(stream), withNulBytes);
+    EXPECT_TRUE(stream.isEof());
+    EXPECT_EQ(allOf(stream), "unchanged");
+}
+
+TEST_F(InputStreamFromFileTest, GetAllOfAPipeTakesALimitedNumberOfBytesAndLeavesTheRest) {
+    int writer = -1;
+    InputStreamFromFile& stream = streamOfPipe(writer);
+    std::thread source([writer] {
+        sigset_t brokenPipe; // should the test fail, the write does
+        sigemptyset(&brokenPipe);
+        sigaddset(&brokenPipe, SIGPIPE);
+        (void)pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
+        const std::string bytes = std::string(InputStreamFromFile::unseekableLimit, 'a') + "the rest";
+        std::size_t written = 0;
+        ssize_t count = 1;
+        while (written < bytes.size() && count > 0) {
+            count = write(writer, bytes.data() + written, bytes.size() - written);
+            written += count > 0 ? static_cast<std::size_t>(count) : 0;
+        }
+        (void)close(writer);
+    });
+    const std::string first = allOf(stream);
+    const std::string second = allOf(stream);
+    m_stream.reset();
+    source.join();
+    EXPECT_EQ(first.size(), InputStreamFromFile::unseekableLimit);
+    EXPECT_EQ(first.find_first_not_of('a'), std::string::npos);
+    EXPECT_EQ(second, "the rest");
+}
+
+TEST_F(InputStreamFromFileTest, GetAllBeyondTheMemoryIsEmptyAndMayBeTriedAgain) {
+    if (!ZNORBTEST::allocationsAreObserved()) {
+        GTEST_SKIP() << "allocations cannot be made to fail";
+    }
+    const std::string content(100000, 'm');
+    InputStreamFromFile& stream = streamOf(content);
+    std::string out;
+    out.reserve(20); // more than fits into the string object
+    {
+        const FailingAllocation fault(0);
+        stream.getAll(out);
+    }
+    EXPECT_EQ(out, "");
+    EXPECT_EQ(allOf(stream), content);
+}
+
+TEST_F(InputStreamFromFileTest, GetAllOfAFileLongerThanAnyStringIsEmpty) {
+    const int descriptor = memfd_create("long", MFD_CLOEXEC);
+    ASSERT_GE(descriptor, 0);
+    ASSERT_EQ(ftruncate(descriptor, std::numeric_limits<off_t>::max()), 0);
+    InputStreamFromFile stream(("/proc/self/fd/" + std::to_string(descriptor)).c_str());
+    ASSERT_TRUE(stream.isOpen());
+    EXPECT_EQ(allOf(stream), "");
+    EXPECT_EQ(close(descriptor), 0);
+}
+
+TEST_F(InputStreamFromFileTest, ADirectoryOpensButEveryReadEndsWithNothing) {
+    InputStreamFromFile stream(m_folder.path().c_str());
+    EXPECT_TRUE(stream.isOpen());
+    EXPECT_EQ(characterOf(stream), "");
+    EXPECT_EQ(lineOf(stream), "");
+    EXPECT_EQ(allOf(stream), "");
+    EXPECT_FALSE(stream.isEof());
+}
+
+TEST_F(InputStreamFromFileTest, ADirectoryWhoseEndCannotBeSoughtIsTheSame) {
+    InputStreamFromFile stream("/dev/shm"); // of a file system in memory
+    EXPECT_TRUE(stream.isOpen());
+    EXPECT_EQ(allOf(stream), "");
+    EXPECT_FALSE(stream.isEof());
+}
+
+TEST_F(InputStreamFromFileTest, GetAllOfAFileThatClaimsToBeEmptyIsEmpty) {
+    InputStreamFromFile stream("/proc/self/status"); // its size is 0, its content is made when it is read
+    EXPECT_EQ(characterOf(stream), "N");
+    EXPECT_EQ(allOf(stream), "");
+    EXPECT_EQ(characterOf(stream), "a") << "the position stays";
+}
+
+TEST_F(InputStreamFromFileTest, ReadTakesEverythingUntilTheLineReaderIsSet) {
+    std::string out;
+    InputStreamFromFile& stream = streamOf("a\nb\nc");
+    stream.setReader(InputStream::readLine).read(out);
+    EXPECT_EQ(out, "a");
+    stream.setReader(InputStream::readCharacter).read(out);
+    EXPECT_EQ(out, "b");
+    EXPECT_EQ(allOf(stream), "\nc");
+    streamOf("a\nb\nc").read(out);
+    EXPECT_EQ(out, "a\nb\nc");
+}
+
+TEST_F(InputStreamFromFileTest, ClosesItsFileAtItsEnd) {
+    const std::string path = fileWith("x");
+    const int before = nextDescriptor();
+    {
+        const InputStreamFromFile stream(path.c_str());
+        EXPECT_TRUE(stream.isOpen());
+        EXPECT_NE(nextDescriptor(), before);
+    }
+    EXPECT_EQ(nextDescriptor(), before);
+}

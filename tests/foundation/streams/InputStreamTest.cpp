@@ -1,0 +1,88 @@
+#include "foundation/streams/InputStream.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <type_traits>
+
+using Common::InputStream;
+
+namespace {
+
+/// Answers every read with the read's name.
+class NamingStream : public InputStream {
+public:
+    [[nodiscard]] bool isOpen() const override { return true; }
+    bool isEof() override { return false; }
+    void getCharacter(std::string& out) override { out = "character"; }
+    void getLine(std::string& out) override { out = "line"; }
+    void getAll(std::string& out) override { out = "all"; }
+};
+
+void readTwice(InputStream& stream, std::string& out) {
+    std::string part;
+    stream.getLine(part);
+    stream.getCharacter(out);
+    out = part + "+" + out;
+}
+
+} // namespace
+
+TEST(InputStream, ReadsEverythingUnlessToldOtherwise) {
+    NamingStream stream;
+    std::string out;
+    stream.read(out);
+    EXPECT_EQ(out, "all");
+}
+
+TEST(InputStream, ReadsWithTheReaderThatWasSet) {
+    NamingStream stream;
+    std::string out;
+    stream.setReader(InputStream::readLine).read(out);
+    EXPECT_EQ(out, "line");
+    stream.setReader(InputStream::readCharacter).read(out);
+    EXPECT_EQ(out, "character");
+    stream.setReader(InputStream::readBuffer).read(out);
+    EXPECT_EQ(out, "all");
+}
+
+TEST(InputStream, KeepsItsReaderFromReadToRead) {
+    NamingStream stream;
+    stream.setReader(&InputStream::readLine);
+    std::string first;
+    std::string second;
+    stream.read(first).read(second);
+    EXPECT_EQ(first, "line");
+    EXPECT_EQ(second, "line");
+}
+
+TEST(InputStream, TakesAReaderOfTheCallersOwn) {
+    NamingStream stream;
+    std::string out;
+    stream.setReader(readTwice).read(out);
+    EXPECT_EQ(out, "line+character");
+}
+
+TEST(InputStream, ReturnsItselfSoThatCallsChain) {
+    NamingStream stream;
+    std::string out;
+    EXPECT_EQ(&stream.setReader(InputStream::readLine), &stream);
+    EXPECT_EQ(&stream.read(out), &stream);
+}
+
+TEST(InputStream, ReadersCallTheMatchingOperation) {
+    NamingStream stream;
+    std::string out;
+    InputStream::readCharacter(stream, out);
+    EXPECT_EQ(out, "character");
+    InputStream::readLine(stream, out);
+    EXPECT_EQ(out, "line");
+    InputStream::readBuffer(stream, out);
+    EXPECT_EQ(out, "all");
+}
+
+TEST(InputStream, IsAbstractAndNeverCopied) {
+    EXPECT_TRUE(std::is_abstract_v<InputStream>);
+    EXPECT_FALSE(std::is_copy_constructible_v<NamingStream>);
+    EXPECT_FALSE(std::is_copy_assignable_v<NamingStream>);
+}

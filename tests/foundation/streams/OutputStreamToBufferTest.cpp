@@ -1,0 +1,354 @@
+#include "foundation/streams/OutputStreamToBuffer.h"
+
+#include "tests/foundation/containers/Allocations.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <type_traits>
+
+using Common::DataBuffer;
+using Common::OutputStream;
+using Common::OutputStreamToBuffer;
+using ZNORBTEST::AllocationWatch;
+using ZNORBTEST::FailingAllocation;
+
+namespace {
+
+using OutputStreamToBufferAllocations = ZNORBTEST::AllocationTest;
+
+constexpr std::size_t chunkSize = 8192;
+
+/// Shows how many chunks there are.
+class VisibleStream : public OutputStreamToBuffer {
+public:
+    using OutputStreamToBuffer::chunkCount;
+};
+
+/// Bytes in which no chunk looks like another.
+std::string patternOf(std::size_t length) {
+    std::string bytes(length, '\0');
+    for (std::size_t i = 0; i < length; ++i) {
+        bytes[i] = static_cast<char>(i % 251);
+    }
+    return bytes;
+}
+
+void writeText(OutputStream& stream, const std::string& text) {
+    stream.write(text.data(), static_cast<unsigned int>(text.size()));
+}
+
+/// What `copyOut` leaves in a destination of `count` bytes.
+std::string copyOf(const OutputStreamToBuffer& stream, std::size_t offset, std::size_t count,
+                   std::size_t& copied) {
+    std::string destination(count + 1, '#');
+    copied = stream.copyOut(offset, destination.data(), count);
+    EXPECT_EQ(destination.back(), '#') << "wrote behind the destination";
+    destination.pop_back();
+    return destination;
+}
+
+} // namespace
+
+TEST_F(OutputStreamToBufferAllocations, AnUnusedStreamHasNone) {
+    const AllocationWatch watch;
+    {
+        OutputStreamToBuffer stream;
+        EXPECT_EQ(stream.getString(), "");
+    }
+    EXPECT_EQ(watch.allocations(), 0);
+}
+
+TEST(OutputStreamToBuffer, StartsEmpty) {
+    VisibleStream stream;
+    EXPECT_EQ(stream.size(), 0U);
+    EXPECT_TRUE(stream.isEmpty());
+    EXPECT_EQ(stream.chunkCount(), 0U);
+    EXPECT_EQ(stream.getString(), "");
+}
+
+TEST(OutputStreamToBuffer, AFullChunkIsFollowedByAnEmptyOneAtOnce) {
+    const std::string bytes = patternOf(chunkSize);
+    VisibleStream stream;
+    writeText(stream, bytes);
+    EXPECT_EQ(stream.chunkCount(), 2U);
+    EXPECT_EQ(stream.size(), chunkSize);
+    EXPECT_EQ(stream.getString(), bytes);
+    EXPECT_EQ(stream.chunkCount(), 0U);
+    EXPECT_EQ(stream.size(), chunkSize);
+}
+
+TEST(OutputStreamToBuffer, OneByteLessThanAChunkStaysInIt) {
+    VisibleStream stream;
+    writeText(stream, patternOf(chunkSize - 1));
+    EXPECT_EQ(stream.chunkCount(), 1U);
+    stream.write("x", 1);
+    EXPECT_EQ(stream.chunkCount(), 2U);
+    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "x");
+}
+
+TEST(OutputStreamToBuffer, JoinsWritesInOrderAndGivesTheSameStringAgain) {
+    OutputStreamToBuffer stream;
+    stream.write("abc", 3);
+    stream.write("defgh", 5);
+    EXPECT_EQ(stream.getString(), "abcdefgh");
+    EXPECT_EQ(stream.getString(), "abcdefgh");
+}
+
+TEST(OutputStreamToBuffer, ALengthOfZeroAllocatesTheFirstChunkAndHoldsNothing) {
+    VisibleStream stream;
+    stream.write("text", 0);
+    EXPECT_EQ(stream.chunkCount(), 1U);
+    EXPECT_EQ(stream.size(), 0U);
+    EXPECT_TRUE(stream.isEmpty());
+    stream.write("text", 0);
+    EXPECT_EQ(stream.chunkCount(), 1U);
+    EXPECT_EQ(stream.getString(), "");
+    EXPECT_EQ(stream.chunkCount(), 0U);
+}
+
+TEST(OutputStreamToBuffer, ALengthOfZeroNeedsNoData) {
+    VisibleStream stream;
+    stream.write(nullptr, 0);
+    stream.write("x", 1);
+    stream.write(nullptr, 0);
+    EXPECT_EQ(stream.chunkCount(), 1U);
+    EXPECT_EQ(stream.getString(), "x");
+}
+
+TEST(OutputStreamToBuffer, HoldsBytesOfAnyValue) {
+    std::string bytes;
+    for (int value = 0; value < 256; ++value) {
+        bytes += static_cast<char>(value);
+    }
+    OutputStreamToBuffer stream;
+    writeText(stream, bytes);
+    EXPECT_EQ(stream.getString(), bytes);
+}
+
+TEST(OutputStreamToBuffer, ALongWriteSpreadsOverChunks) {
+    const std::string bytes = patternOf(5 * chunkSize + 17);
+    VisibleStream stream;
+    writeText(stream, bytes);
+    EXPECT_EQ(stream.chunkCount(), 6U);
+    EXPECT_EQ(stream.size(), bytes.size());
+    EXPECT_EQ(stream.getString(), bytes);
+}
+
+TEST(OutputStreamToBuffer, WritesOfAnySizeMeetTheChunkBoundsRight) {
+    const std::string bytes = patternOf(40000);
+    for (const std::size_t step : {1U, 7U, 4096U, 8191U, 8192U, 8193U, 16384U}) {
+        OutputStreamToBuffer stream;
+        for (std::size_t done = 0; done < bytes.size(); done += step) {
+            writeText(stream, bytes.substr(done, step));
+            ASSERT_EQ(stream.size(), std::min(done + step, bytes.size()));
+        }
+        EXPECT_EQ(stream.getString(), bytes) << step;
+    }
+}
+
+TEST_F(OutputStreamToBufferAllocations, DoesNotCopyWhatItHoldsWhileItGrows) {
+    const std::string rest = patternOf(chunkSize - 1);
+    OutputStreamToBuffer stream;
+    writeText(stream, patternOf(10 * chunkSize));
+    const AllocationWatch watch;
+    stream.write("x", 1);
+    EXPECT_EQ(watch.allocations(), 0);
+    writeText(stream, rest);
+    EXPECT_EQ(watch.allocations(), 1); // the next chunk
+}
+
+TEST(OutputStreamToBuffer, FlushMovesTheChunksBehindTheString) {
+    VisibleStream stream;
+    stream.write("first ", 6);
+    stream.flush();
+    EXPECT_EQ(stream.chunkCount(), 0U);
+    writeText(stream, patternOf(chunkSize + 1));
+    EXPECT_EQ(stream.size(), chunkSize + 7);
+    static_cast<DataBuffer&>(stream).flush();
+    EXPECT_EQ(stream.chunkCount(), 0U);
+    EXPECT_EQ(stream.size(), chunkSize + 7);
+    EXPECT_EQ(stream.getString(), "first " + patternOf(chunkSize + 1));
+}
+
+TEST(OutputStreamToBuffer, FlushOfAnUnusedStreamDoesNothing) {
+    OutputStreamToBuffer stream;
+    stream.flush();
+    EXPECT_TRUE(stream.isEmpty());
+}
+
+TEST(OutputStreamToBuffer, GetDataFlushesAndPointsToTheString) {
+    VisibleStream stream;
+    stream.write("abc", 3);
+    EXPECT_STREQ(stream.getData(), "abc");
+    EXPECT_EQ(stream.chunkCount(), 0U);
+    EXPECT_EQ(stream.getData(), stream.getString().data());
+}
+
+TEST(OutputStreamToBuffer, GetStringRefersToOneStringForTheStreamsLife) {
+    OutputStreamToBuffer stream;
+    const std::string& held = stream.getString();
+    stream.write("abc", 3);
+    EXPECT_EQ(&stream.getString(), &held);
+    EXPECT_EQ(held, "abc");
+}
+
+TEST(OutputStreamToBuffer, SizeCountsStringAndChunksWithoutFlushing) {
+    VisibleStream stream;
+    stream.write("abc", 3);
+    stream.flush();
+    stream.write("de", 2);
+    EXPECT_EQ(stream.size(), 5U);
+    EXPECT_FALSE(stream.isEmpty());
+    EXPECT_EQ(stream.chunkCount(), 1U);
+}
+
+TEST(OutputStreamToBuffer, ClearDropsEverythingAndTheStreamGoesOn) {
+    VisibleStream stream;
+    stream.write("string", 6);
+    stream.flush();
+    writeText(stream, patternOf(2 * chunkSize));
+    stream.clear();
+    EXPECT_EQ(stream.chunkCount(), 0U);
+    EXPECT_TRUE(stream.isEmpty());
+    EXPECT_EQ(stream.getString(), "");
+    stream.write("new", 3);
+    EXPECT_EQ(stream.getString(), "new");
+}
+
+TEST_F(OutputStreamToBufferAllocations, GivesBackAllItsMemory) {
+    const AllocationWatch watch;
+    {
+        std::unique_ptr<OutputStream> stream = std::make_unique<OutputStreamToBuffer>();
+        writeText(*stream, patternOf(3 * chunkSize));
+    }
+    {
+        OutputStreamToBuffer stream;
+        writeText(stream, patternOf(3 * chunkSize));
+        stream.flush();
+        writeText(stream, patternOf(10));
+    }
+    EXPECT_EQ(watch.outstanding(), 0);
+}
+
+TEST(OutputStreamToBuffer, IsNeverCopied) {
+    EXPECT_FALSE(std::is_copy_constructible_v<OutputStreamToBuffer>);
+    EXPECT_FALSE(std::is_copy_assignable_v<OutputStreamToBuffer>);
+}
+
+TEST(OutputStreamToBuffer, CopyOutCopiesWithoutConsumingOrFlushing) {
+    VisibleStream stream;
+    stream.write("abcdef", 6);
+    std::size_t copied = 0;
+    EXPECT_EQ(copyOf(stream, 2, 3, copied), "cde");
+    EXPECT_EQ(copied, 3U);
+    EXPECT_EQ(stream.chunkCount(), 1U);
+    EXPECT_EQ(stream.getString(), "abcdef");
+}
+
+TEST(OutputStreamToBuffer, CopyOutFillsTheRestOfTheDestinationWithSpaces) {
+    OutputStreamToBuffer stream;
+    stream.write("abc", 3);
+    std::size_t copied = 0;
+    EXPECT_EQ(copyOf(stream, 1, 6, copied), "bc    ");
+    EXPECT_EQ(copied, 2U);
+}
+
+TEST(OutputStreamToBuffer, CopyOutFromTheEndOrBeyondCopiesNothing) {
+    OutputStreamToBuffer stream;
+    stream.write("abc", 3);
+    std::size_t copied = 99;
+    EXPECT_EQ(copyOf(stream, 3, 4, copied), "    ");
+    EXPECT_EQ(copied, 0U);
+    copied = 99;
+    EXPECT_EQ(copyOf(stream, SIZE_MAX, 4, copied), "    ");
+    EXPECT_EQ(copied, 0U);
+}
+
+TEST(OutputStreamToBuffer, CopyOutOfAnEmptyStreamOnlyFills) {
+    const OutputStreamToBuffer stream;
+    std::size_t copied = 99;
+    EXPECT_EQ(copyOf(stream, 0, 2, copied), "  ");
+    EXPECT_EQ(copied, 0U);
+}
+
+TEST(OutputStreamToBuffer, CopyOutOfNothingTouchesNoDestination) {
+    OutputStreamToBuffer stream;
+    stream.write("abc", 3);
+    EXPECT_EQ(stream.copyOut(0, nullptr, 0), 0U);
+}
+
+TEST(OutputStreamToBuffer, CopyOutCrossesFromTheStringThroughTheChunks) {
+    const std::string bytes = patternOf(100 + 3 * chunkSize);
+    OutputStreamToBuffer stream;
+    writeText(stream, bytes.substr(0, 100));
+    stream.flush();
+    writeText(stream, bytes.substr(100));
+    for (const std::size_t offset :
+         {0UL, 99UL, 100UL, 100 + chunkSize - 1, 100 + chunkSize, bytes.size() - 1}) {
+        std::size_t copied = 0;
+        const std::size_t rest = bytes.size() - offset;
+        EXPECT_EQ(copyOf(stream, offset, rest + 5, copied), bytes.substr(offset) + "     ");
+        EXPECT_EQ(copied, rest);
+        EXPECT_EQ(copyOf(stream, offset, 1, copied), bytes.substr(offset, 1));
+        EXPECT_EQ(copied, 1U);
+    }
+}
+
+// The allocations of a write are the chunks, each in one piece with its place in the list, and once the
+// list's sentinel. Whichever of them fails, the front of the run stays and the next write follows it.
+TEST_F(OutputStreamToBufferAllocations, WithoutMemoryAWriteKeepsTheFrontOfItsRunAndTheStreamGoesOn) {
+    const std::string bytes = patternOf(3 * chunkSize + 100);
+    std::size_t keptBefore = 0;
+    for (long succeeding = 0; succeeding < 5; ++succeeding) {
+        const AllocationWatch watch;
+        {
+            OutputStreamToBuffer stream;
+            {
+                const FailingAllocation fault(succeeding);
+                writeText(stream, bytes);
+            }
+            const std::size_t kept = stream.size();
+            EXPECT_LT(kept, bytes.size());
+            EXPECT_GE(kept, keptBefore);
+            keptBefore = kept;
+            stream.write("tail", 4);
+            EXPECT_EQ(stream.getString(), bytes.substr(0, kept) + "tail") << succeeding;
+        }
+        EXPECT_EQ(watch.outstanding(), 0) << succeeding;
+    }
+    EXPECT_EQ(keptBefore, 2 * chunkSize);
+}
+
+TEST_F(OutputStreamToBufferAllocations, WithoutMemoryForTheNextChunkTheLastOneStillHasRoom) {
+    VisibleStream stream;
+    writeText(stream, patternOf(chunkSize - 1));
+    {
+        const FailingAllocation fault(0);
+        stream.write("x", 1);
+    }
+    EXPECT_EQ(stream.chunkCount(), 1U);
+    EXPECT_EQ(stream.size(), chunkSize - 1);
+    stream.write("y", 1);
+    EXPECT_EQ(stream.chunkCount(), 2U);
+    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "y");
+}
+
+TEST_F(OutputStreamToBufferAllocations, WithoutMemoryFlushLosesNothingAndMayBeTriedAgain) {
+    const std::string bytes = patternOf(chunkSize + 5);
+    VisibleStream stream;
+    stream.write("held ", 5);
+    stream.flush();
+    writeText(stream, bytes);
+    {
+        const FailingAllocation fault(0);
+        EXPECT_EQ(stream.getString(), "held ");
+    }
+    EXPECT_EQ(stream.size(), bytes.size() + 5);
+    EXPECT_EQ(stream.chunkCount(), 2U);
+    EXPECT_EQ(stream.getString(), "held " + bytes);
+}

@@ -1,0 +1,112 @@
+#include "foundation/synchronization/LockFileKey.h"
+
+#include "tests/foundation/InChildProcess.h"
+#include "tests/foundation/containers/Allocations.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <gtest/gtest.h>
+#include <sys/ipc.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+using Common::Synchronization::lockFileKey;
+using ZNORBTEST::inChildProcess;
+
+namespace {
+
+constexpr const char* variable = "MOLTE_LOCK_FILES_DIR";
+
+/// The directory is read once per process, so each test asks for keys in a child process of its own,
+/// about files in a folder of its own.
+class LockFileKey : public testing::Test {
+protected:
+    [[nodiscard]] const std::string& folder() const { return m_folder.path(); }
+
+    void makeFile(const std::string& name) const { ZNORBTEST::writeFile(m_folder / name, "x"); }
+
+    static bool setVariable(const std::string& value) { return setenv(variable, value.c_str(), 1) == 0; }
+
+private:
+    ZNORBTEST::TemporaryFolder m_folder;
+};
+
+} // namespace
+
+TEST_F(LockFileKey, IsMadeFromTheFileBehindTheDirectoryWithProjectZero) {
+    makeFile("a.lock");
+    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
+    ASSERT_NE(expected, -1);
+    EXPECT_TRUE(
+        inChildProcess([&] { return setVariable(folder() + "/") && lockFileKey("a.lock") == expected; }));
+}
+
+TEST_F(LockFileKey, PutsNoSeparatorBetweenDirectoryAndName) {
+    makeFile("a.lock");
+    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
+    EXPECT_TRUE(inChildProcess([&] {
+        return setVariable(folder()) && lockFileKey("a.lock") == -1 && lockFileKey("/a.lock") == expected;
+    }));
+}
+
+TEST_F(LockFileKey, StartsThePathWithNullInParenthesesWhenTheVariableIsUnset) {
+    makeFile("(null)a.lock");
+    const key_t expected = ftok((folder() + "/(null)a.lock").c_str(), 0);
+    ASSERT_NE(expected, -1);
+    EXPECT_TRUE(inChildProcess([&] {
+        return unsetenv(variable) == 0 && chdir(folder().c_str()) == 0 && lockFileKey("a.lock") == expected;
+    }));
+}
+
+TEST_F(LockFileKey, IsMinusOneWhenTheVariableIsUnsetAndThereIsNoSuchFile) {
+    makeFile("a.lock");
+    EXPECT_TRUE(inChildProcess([&] {
+        return unsetenv(variable) == 0 && chdir(folder().c_str()) == 0 && lockFileKey("a.lock") == -1;
+    }));
+}
+
+TEST_F(LockFileKey, TakesAnEmptyDirectoryAsItIs) {
+    makeFile("a.lock");
+    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
+    EXPECT_TRUE(
+        inChildProcess([&] { return setVariable("") && lockFileKey(folder() + "/a.lock") == expected; }));
+}
+
+TEST_F(LockFileKey, ReadsTheVariableOncePerProcess) {
+    makeFile("a.lock");
+    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
+    EXPECT_TRUE(inChildProcess([&] {
+        return setVariable(folder() + "/") && lockFileKey("a.lock") == expected &&
+               setVariable("/nonexistent/") && lockFileKey("a.lock") == expected;
+    }));
+}
+
+TEST_F(LockFileKey, IsMinusOneForAPathOfAnyLengthThatTheSystemRefuses) {
+    EXPECT_TRUE(inChildProcess([&] {
+        return setVariable(folder() + "/") && lockFileKey(std::string(300, 'n')) == -1 &&
+               lockFileKey(std::string(1000000, 'n')) == -1;
+    }));
+}
+
+TEST_F(LockFileKey, IsMinusOneWithoutMemoryAndTheNextCallWorks) {
+    if (!ZNORBTEST::allocationsAreObserved()) {
+        GTEST_SKIP() << "allocations cannot be made to fail under the thread sanitizer";
+    }
+    makeFile("a.lock");
+    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
+    EXPECT_TRUE(inChildProcess([&] {
+        if (!setVariable(folder() + "/")) {
+            return false;
+        }
+        const std::string name = "a.lock";
+        for (long succeeding = 0; succeeding < 2; ++succeeding) {
+            const ZNORBTEST::FailingAllocation failure(succeeding);
+            if (lockFileKey(name) != -1) {
+                return false;
+            }
+        }
+        return lockFileKey(name) == expected;
+    }));
+}

@@ -1,0 +1,269 @@
+#include "foundation/synchronization/RecursiveProcessMutex.h"
+
+#include "tests/foundation/containers/Allocations.h"
+#include "tests/foundation/synchronization/ObservedThread.h"
+#include "tests/support/Waiting.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <memory>
+#include <new>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+using Common::NonCopyable;
+using Common::Synchronization::RecursiveProcessMutex;
+using ZNORBTEST::AllocationWatch;
+using ZNORBTEST::FailingAllocation;
+using ZNORBTEST::ObservedThread;
+
+namespace {
+
+using RecursiveProcessMutexAllocations = ZNORBTEST::AllocationTest;
+
+/// A thread that takes the lock, leaves it again and ends.
+std::unique_ptr<ObservedThread> startVisitor(RecursiveProcessMutex& mutex) {
+    return std::make_unique<ObservedThread>([&mutex] {
+        mutex.lock();
+        mutex.unlock();
+    });
+}
+
+/// Whether the lock is free for a thread other than the caller. Only for a lock that is: the thread of a
+/// lock that is not could never be ended.
+bool isFree(RecursiveProcessMutex& mutex) {
+    return startVisitor(mutex)->finishes();
+}
+
+void unlockOnAnotherThread(RecursiveProcessMutex& mutex) {
+    std::thread([&mutex] { mutex.unlock(); }).join();
+}
+
+} // namespace
+
+TEST(RecursiveProcessMutex, ThreeLocksNeedThreeUnlocks) {
+    RecursiveProcessMutex mutex;
+    for (int i = 0; i < 3; ++i) {
+        mutex.lock();
+    }
+    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(visitor->finishes());
+}
+
+TEST(RecursiveProcessMutex, BlockedThreadWakesWhenTheDepthDropsToZeroAndNotBefore) {
+    RecursiveProcessMutex mutex;
+    std::atomic<bool> lastUnlockReached = false;
+    std::atomic<bool> enteredInTime = false;
+    mutex.lock();
+    mutex.lock();
+    const ObservedThread blocked([&] {
+        mutex.lock();
+        enteredInTime = lastUnlockReached.load();
+        mutex.unlock();
+    });
+    EXPECT_TRUE(blocked.fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(blocked.fallsAsleep());
+    lastUnlockReached = true;
+    mutex.unlock();
+    EXPECT_TRUE(blocked.finishes());
+    EXPECT_TRUE(enteredInTime);
+}
+
+TEST(RecursiveProcessMutex, OwnerTakesItAgainWhileOthersWait) {
+    RecursiveProcessMutex mutex;
+    mutex.lock();
+    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.lock();
+    mutex.unlock();
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(visitor->finishes());
+}
+
+TEST(RecursiveProcessMutex, WaitersAreWokenOneByOneUntilAllHaveHadIt) {
+    RecursiveProcessMutex mutex;
+    mutex.lock();
+    std::vector<std::unique_ptr<ObservedThread>> visitors;
+    for (int i = 0; i < 4; ++i) {
+        visitors.push_back(startVisitor(mutex));
+        EXPECT_TRUE(visitors.back()->fallsAsleep());
+    }
+    mutex.unlock();
+    for (const std::unique_ptr<ObservedThread>& visitor : visitors) {
+        EXPECT_TRUE(visitor->finishes());
+    }
+}
+
+TEST(RecursiveProcessMutex, OneReleaseWakesOneWaiter) {
+    RecursiveProcessMutex mutex;
+    std::atomic<int> inside = 0;
+    std::atomic<bool> leave = false;
+    mutex.lock();
+    const auto stayInside = [&] {
+        mutex.lock();
+        ++inside;
+        (void)ZNORBTEST::waitUntil([&] { return leave.load(); });
+        mutex.unlock();
+    };
+    const ObservedThread first(stayInside);
+    const ObservedThread second(stayInside);
+    EXPECT_TRUE(first.fallsAsleep());
+    EXPECT_TRUE(second.fallsAsleep());
+    const long firstBefore = first.timesAsleep();
+    const long secondBefore = second.timesAsleep();
+    mutex.unlock();
+    EXPECT_TRUE(ZNORBTEST::waitUntil([&] { return inside == 1; }));
+    EXPECT_TRUE(first.timesAsleep() == firstBefore || second.timesAsleep() == secondBefore);
+    leave = true;
+    EXPECT_TRUE(first.finishes());
+    EXPECT_TRUE(second.finishes());
+    EXPECT_EQ(inside, 2);
+}
+
+TEST(RecursiveProcessMutex, OnlyOneThreadAtATimeOwnsItHoweverDeep) {
+    constexpr int threadCount = 4;
+    constexpr int rounds = 2000;
+    RecursiveProcessMutex mutex;
+    int counter = 0;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < threadCount; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < rounds; ++round) {
+                mutex.lock();
+                mutex.lock();
+                ++counter;
+                mutex.unlock();
+                ++counter;
+                mutex.unlock();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(counter, 2 * threadCount * rounds);
+}
+
+TEST(RecursiveProcessMutex, StrayUnlockReleasesTheOwnersOnlyLevelAndWakesAWaiter) {
+    RecursiveProcessMutex mutex;
+    mutex.lock();
+    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
+    EXPECT_TRUE(visitor->fallsAsleep());
+    unlockOnAnotherThread(mutex);
+    EXPECT_TRUE(visitor->finishes());
+}
+
+TEST(RecursiveProcessMutex, StrayUnlockTakesOneLevelOfSeveral) {
+    RecursiveProcessMutex mutex;
+    for (int i = 0; i < 3; ++i) {
+        mutex.lock();
+    }
+    unlockOnAnotherThread(mutex);
+    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(visitor->finishes());
+}
+
+TEST(RecursiveProcessMutex, UnlockAfterAStrayReleaseDoesNothing) {
+    RecursiveProcessMutex mutex;
+    mutex.lock();
+    unlockOnAnotherThread(mutex);
+    mutex.unlock();
+    EXPECT_TRUE(isFree(mutex));
+}
+
+TEST(RecursiveProcessMutex, OwnerWhoLostTheLockToAStrayUnlockTakesALevelOffItsSuccessor) {
+    RecursiveProcessMutex mutex;
+    mutex.lock();
+    unlockOnAnotherThread(mutex);
+    std::atomic<bool> owned = false;
+    std::atomic<bool> leave = false;
+    const ObservedThread successor([&] {
+        mutex.lock();
+        owned = true;
+        (void)ZNORBTEST::waitUntil([&] { return leave.load(); });
+        mutex.unlock();
+    });
+    ASSERT_TRUE(ZNORBTEST::waitUntil([&] { return owned.load(); }));
+    mutex.unlock();
+    EXPECT_TRUE(isFree(mutex));
+    leave = true;
+    EXPECT_TRUE(successor.finishes());
+    EXPECT_TRUE(isFree(mutex));
+}
+
+TEST(RecursiveProcessMutex, UnlockOfALockThatNobodyHoldsDoesNothing) {
+    RecursiveProcessMutex mutex;
+    for (int i = 0; i < 3; ++i) {
+        mutex.unlock();
+    }
+    EXPECT_TRUE(isFree(mutex));
+    mutex.lock();
+    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
+    EXPECT_TRUE(visitor->fallsAsleep());
+    mutex.unlock();
+    EXPECT_TRUE(visitor->finishes());
+}
+
+TEST(RecursiveProcessMutex, StaysUsableUnderStrayUnlocksFromManyThreads) {
+    constexpr int rounds = 2000;
+    RecursiveProcessMutex mutex;
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&] {
+            for (int round = 0; round < rounds; ++round) {
+                mutex.lock();
+                mutex.unlock();
+            }
+        });
+        threads.emplace_back([&] {
+            for (int round = 0; round < rounds; ++round) {
+                mutex.unlock();
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(isFree(mutex));
+}
+
+TEST_F(RecursiveProcessMutexAllocations, KeepsItsThreeHeapObjectsUntilDestroyed) {
+    const AllocationWatch watch;
+    {
+        const RecursiveProcessMutex mutex;
+        EXPECT_EQ(watch.outstanding(), 3);
+    }
+    EXPECT_EQ(watch.outstanding(), 0);
+}
+
+TEST_F(RecursiveProcessMutexAllocations, FailedConstructionLeavesNothingBehind) {
+    for (long succeeding = 0; succeeding < 3; ++succeeding) {
+        const AllocationWatch watch;
+        {
+            const FailingAllocation failure(succeeding);
+            EXPECT_THROW(RecursiveProcessMutex(), std::bad_alloc);
+        }
+        EXPECT_EQ(watch.outstanding(), 0);
+    }
+}
+
+TEST(RecursiveProcessMutex, IsAPrivateNonCopyable) {
+    EXPECT_TRUE((std::is_base_of_v<NonCopyable, RecursiveProcessMutex>));
+    EXPECT_FALSE((std::is_convertible_v<RecursiveProcessMutex*, NonCopyable*>));
+    EXPECT_FALSE(std::is_copy_constructible_v<RecursiveProcessMutex>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<RecursiveProcessMutex>);
+}

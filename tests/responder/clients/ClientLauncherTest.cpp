@@ -1,0 +1,393 @@
+#include "responder/clients/ClientLauncher.h"
+
+#include "responder/Globals.h"
+#include "responder/table/SharedObject.h"
+#include "tests/responder/AllocationFailure.h"
+#include "tests/responder/ForkedChild.h"
+#include "tests/responder/clients/StandInClient.h"
+#include "tests/responder/paths/StagedInstallation.h"
+#include "tests/support/Files.h"
+#include "tests/support/LogRecorder.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using namespace ZNORBTEST;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+constexpr const char* programs = StagedInstallation::programs;
+constexpr const char* program = "/opt/zn/znorb/bin/znorbclient";
+constexpr std::uint16_t untouched = 12345;
+constexpr int notExecuted = 127;
+
+std::string createdLine(pid_t process) {
+    return "New process created: " + std::to_string(process);
+}
+
+bool hasNoChildren() {
+    return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
+}
+
+/// A table with this count whose entries have these marks.
+void fill(SharedVariables& table, std::uint32_t count, const std::vector<std::uint8_t>& marks) {
+    table.count = count;
+    for (std::size_t i = 0; i < marks.size(); ++i) {
+        table.entries[i].inUse = marks[i];
+    }
+}
+
+/// As `launchClient`, where the client can be executed. Should a second copy of this process come back from
+/// it all the same, that one ends: it must not go on with the tests.
+pid_t launch(std::uint16_t index, const std::string& language, const std::string& timeout) {
+    const pid_t self = getpid();
+    const pid_t process = launchClient(index, language, timeout);
+    if (getpid() != self) {
+        _exit(notExecuted);
+    }
+    return process;
+}
+
+/// As `startClient`, in the same way.
+pid_t start(SharedVariables* table, std::uint16_t& index, const std::string& language,
+            const std::string& timeout) {
+    const pid_t self = getpid();
+    const pid_t process = startClient(table, index, language, timeout);
+    if (getpid() != self) {
+        _exit(notExecuted);
+    }
+    return process;
+}
+
+class ClientLauncherTest : public testing::Test {
+protected:
+    void SetUp() override { installStandInClient(programs); }
+    void TearDown() override { gIsTestMode = false; }
+
+    /// What the stand-in saw, after it has ended.
+    static ClientStart startOfEnded(pid_t process) {
+        EXPECT_EQ(waitForEndOf(process), exitedWith(0));
+        return startOf(programs, process);
+    }
+
+    static std::vector<std::string> wordsOf(pid_t process) { return startOfEnded(process).words; }
+
+    StagedInstallation m_installation;
+    LogRecorder m_log;
+    SharedVariables m_table;
+};
+
+TEST_F(ClientLauncherTest, InNormalModeWithoutATimeoutArgumentsAreLanguageConsoleAndIndex) {
+    EXPECT_THAT(wordsOf(launch(3, "en", "")), ElementsAre(program, "-lang", "en", "-wbx", "-index", "3"));
+}
+
+TEST_F(ClientLauncherTest, TimeoutFollowsAtTheEnd) {
+    EXPECT_THAT(wordsOf(launch(3, "en", "600")),
+                ElementsAre(program, "-lang", "en", "-wbx", "-index", "3", "-timeout", "600"));
+}
+
+TEST_F(ClientLauncherTest, InTestModeTheFirstArgumentIsV) {
+    gIsTestMode = true;
+    EXPECT_THAT(wordsOf(launch(3, "en", "")),
+                ElementsAre(program, "-v", "-lang", "en", "-wbx", "-index", "3"));
+    EXPECT_THAT(wordsOf(launch(4, "de", "1")),
+                ElementsAre(program, "-v", "-lang", "de", "-wbx", "-index", "4", "-timeout", "1"));
+}
+
+TEST_F(ClientLauncherTest, EmptyLanguageIsPassedAsAnEmptyArgumentAndEmptyTimeoutNotAtAll) {
+    EXPECT_THAT(wordsOf(launch(0, "", "")), ElementsAre(program, "-lang", "", "-wbx", "-index", "0"));
+}
+
+TEST_F(ClientLauncherTest, EmptyLanguageDoesNotShiftTheTimeout) {
+    EXPECT_THAT(wordsOf(launch(0, "", "5")),
+                ElementsAre(program, "-lang", "", "-wbx", "-index", "0", "-timeout", "5"));
+}
+
+TEST_F(ClientLauncherTest, LanguageAndTimeoutArePassedUnchanged) {
+    const std::string language = "-timeout \"%s\" $HOME\n*";
+    const std::string timeout = "-1; true";
+    EXPECT_THAT(wordsOf(launch(7, language, timeout)),
+                ElementsAre(program, "-lang", language, "-wbx", "-index", "7", "-timeout", timeout));
+}
+
+TEST_F(ClientLauncherTest, LanguageOfARequestsSizeIsPassedWhole) {
+    const std::string language(1024, 'x');
+    EXPECT_THAT(wordsOf(launch(7, language, "")),
+                ElementsAre(program, "-lang", language, "-wbx", "-index", "7"));
+}
+
+TEST_F(ClientLauncherTest, IndexIsPassedAsAnUnsignedDecimalNumber) {
+    const std::vector<std::uint16_t> indexes = {0, 9, 10, 63, 32768, 65535};
+    for (const std::uint16_t index : indexes) {
+        EXPECT_THAT(wordsOf(launch(index, "en", "")),
+                    ElementsAre(program, "-lang", "en", "-wbx", "-index", std::to_string(index)));
+    }
+}
+
+TEST_F(ClientLauncherTest, ClientRunsInTheExecutablesDirectory) {
+    const std::string before = std::filesystem::current_path();
+    EXPECT_EQ(startOfEnded(launch(0, "en", "")).directory, programs);
+    EXPECT_EQ(std::filesystem::current_path(), before) << "the launching process stays where it is";
+}
+
+TEST_F(ClientLauncherTest, ClientOfTheRunningExecutablesOwnDirectoryIsStarted) {
+    const std::string elsewhere = "/opt/zn/znorb/other";
+    std::filesystem::create_directory(elsewhere);
+    installStandInClient(elsewhere);
+    const ExecutableLink link(elsewhere + "/znorbresponder");
+    const pid_t process = launch(0, "en", "");
+    EXPECT_EQ(waitForEndOf(process), exitedWith(0));
+    EXPECT_THAT(startedFrom(elsewhere), ElementsAre(process));
+    EXPECT_THAT(startedFrom(programs), IsEmpty());
+}
+
+TEST_F(ClientLauncherTest, ClientHasTheStandardDescriptorsAndNoneThatIsCloseOnExec) {
+    const int inherited = open("/dev/null", O_RDONLY); // to be inherited
+    const int closed = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const std::vector<int> descriptors = startOfEnded(launch(0, "en", "")).descriptors;
+    EXPECT_THAT(descriptors, testing::IsSupersetOf({0, 1, 2, inherited}));
+    EXPECT_THAT(descriptors, Not(Contains(closed)));
+    (void)close(inherited);
+    (void)close(closed);
+}
+
+TEST_F(ClientLauncherTest, LaunchingLeavesNoDescriptorOpen) {
+    const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    (void)close(before);
+    (void)startOfEnded(launch(0, "en", "5"));
+    const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    (void)close(after);
+    EXPECT_EQ(after, before) << "the lowest free number";
+}
+
+TEST_F(ClientLauncherTest, LogsAndReturnsTheProcessIdOfTheClient) {
+    const pid_t process = launch(0, "en", "");
+    EXPECT_GT(process, 0);
+    EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(process)));
+    EXPECT_EQ(waitForEndOf(process), exitedWith(0)) << "it is a child of this process";
+    EXPECT_THAT(startedFrom(programs), ElementsAre(process));
+}
+
+TEST_F(ClientLauncherTest, DoesNotWaitForTheClient) {
+    closeGate(programs);
+    const pid_t process = launch(0, "en", "");
+    EXPECT_TRUE(waitForStart(programs, process));
+    EXPECT_EQ(waitForEndOf(process, Milliseconds(0)), stillRunning());
+    EXPECT_TRUE(openGate(programs));
+    EXPECT_EQ(waitForEndOf(process), exitedWith(0));
+}
+
+TEST_F(ClientLauncherTest, WithIgnoredChildSignalTheSystemReapsTheClient) {
+    const auto handler = std::signal(SIGCHLD, SIG_IGN);
+    const pid_t process = launch(0, "en", "");
+    EXPECT_GT(process, 0);
+    EXPECT_TRUE(waitUntil([]() { return hasNoChildren(); }));
+    (void)std::signal(SIGCHLD, handler);
+    EXPECT_THAT(startedFrom(programs), ElementsAre(process));
+}
+
+/// What a second copy of this process, left behind by a failed exec, tells of itself.
+struct CopyReport {
+    pid_t returned;
+    pid_t self;
+    char log[128];
+};
+
+/// Launches what cannot be executed. The copy reports and ends with status 7; this process returns what
+/// `launchClient` returned here.
+pid_t launchInCopy(const LogRecorder& log, const SharedReport<CopyReport>& report) {
+    report->returned = -2;
+    const pid_t self = getpid();
+    const pid_t process = launchClient(0, "en", "");
+    if (getpid() != self) {
+        report->returned = process;
+        report->self = getpid();
+        (void)log.text().copy(report->log, sizeof report->log - 1);
+        _exit(7);
+    }
+    return process;
+}
+
+TEST_F(ClientLauncherTest, ClientThatCannotBeExecutedReturnsZeroInASecondCopyAndLogsThatThere) {
+    std::filesystem::remove(program);
+    const SharedReport<CopyReport> report;
+    const pid_t process = launchInCopy(m_log, report);
+    EXPECT_GT(process, 0);
+    EXPECT_EQ(waitForEndOf(process), exitedWith(7));
+    EXPECT_EQ(report->returned, 0);
+    EXPECT_EQ(report->self, process);
+    EXPECT_STREQ(report->log, "New process created: 0\r\n");
+    EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(process))) << "in the first copy";
+}
+
+TEST_F(ClientLauncherTest, ClientThatIsNoProgramEndsInASecondCopyToo) {
+    std::filesystem::remove(program);
+    std::filesystem::create_directory(program);
+    const SharedReport<CopyReport> report;
+    EXPECT_EQ(waitForEndOf(launchInCopy(m_log, report)), exitedWith(7));
+    EXPECT_EQ(report->returned, 0);
+}
+
+TEST_F(ClientLauncherTest, ClientIsNotSearchedElsewhere) {
+    std::filesystem::rename(program, "/opt/zn/znorb/znorbclient");
+    const std::string path = std::getenv("PATH");
+    ASSERT_EQ(setenv("PATH", "/opt/zn/znorb", 1), 0);
+    const SharedReport<CopyReport> report;
+    const pid_t process = launchInCopy(m_log, report);
+    (void)setenv("PATH", path.c_str(), 1);
+    EXPECT_EQ(waitForEndOf(process), exitedWith(7));
+    EXPECT_EQ(report->returned, 0);
+}
+
+/// From here on the calling process can fork no more; a privileged one must give up being it for that.
+bool forbidForks() noexcept {
+    constexpr uid_t ordinaryUser = 65534;
+    const rlimit none = {0, 0};
+    return setresuid(ordinaryUser, ordinaryUser, ordinaryUser) == 0 && setrlimit(RLIMIT_NPROC, &none) == 0;
+}
+
+TEST_F(ClientLauncherTest, FailedForkIsReturnedAndLoggedAsMinusOneAndTheEntryStaysClaimed) {
+    constexpr int cannotForbid = 9;
+    const ProcessEnd end = endOfForked([this]() noexcept {
+        if (!forbidForks()) {
+            return cannotForbid;
+        }
+        std::uint16_t index = untouched;
+        const pid_t process = start(&m_table, index, "en", "");
+        const bool claimed = m_table.count == 1 && m_table.entries[0].inUse == 1 && index == 0;
+        const bool logged = m_log.text() == "New process created: -1\r\n";
+        return (process == -1 ? 0 : 1) + (claimed ? 0 : 2) + (logged ? 0 : 4);
+    });
+    if (end == exitedWith(cannotForbid)) {
+        GTEST_SKIP() << "no second user in this sandbox";
+    }
+    EXPECT_EQ(end, exitedWith(0)) << "1: returned, 2: claimed, 4: logged";
+}
+
+TEST_F(ClientLauncherTest, StartOnAnEmptyTableClaimsEntryZeroAndLaunchesItsClient) {
+    std::uint16_t index = untouched;
+    const pid_t process = start(&m_table, index, "en", "");
+    EXPECT_EQ(index, 0);
+    EXPECT_EQ(m_table.count, 1U);
+    EXPECT_EQ(m_table.entries[0].inUse, 1);
+    EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(process)));
+    EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "en", "-wbx", "-index", "0"));
+}
+
+TEST_F(ClientLauncherTest, StartPassesLanguageTimeoutAndTheClaimedNumber) {
+    fill(m_table, 12, std::vector<std::uint8_t>(12, 1));
+    std::uint16_t index = untouched;
+    const pid_t process = start(&m_table, index, "fr", "90");
+    EXPECT_EQ(index, 12);
+    EXPECT_EQ(m_table.count, 13U);
+    EXPECT_THAT(wordsOf(process),
+                ElementsAre(program, "-lang", "fr", "-wbx", "-index", "12", "-timeout", "90"));
+}
+
+TEST_F(ClientLauncherTest, StartUsesTheLowestFreeEntry) {
+    fill(m_table, 4, {1, 0, 1, 0});
+    std::uint16_t index = untouched;
+    const pid_t process = start(&m_table, index, "en", "");
+    EXPECT_EQ(index, 1);
+    EXPECT_EQ(m_table.count, 4U);
+    EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "en", "-wbx", "-index", "1"));
+}
+
+TEST_F(ClientLauncherTest, ConsecutiveStartsGetConsecutiveEntries) {
+    for (std::uint16_t expected = 0; expected < 3; ++expected) {
+        std::uint16_t index = untouched;
+        const pid_t process = start(&m_table, index, "en", "");
+        EXPECT_EQ(index, expected);
+        EXPECT_THAT(wordsOf(process),
+                    ElementsAre(program, "-lang", "en", "-wbx", "-index", std::to_string(expected)));
+    }
+    EXPECT_EQ(m_table.count, 3U);
+}
+
+TEST_F(ClientLauncherTest, EntryIsClaimedBeforeItsClientStarts) {
+    SharedObject object;
+    object.create();
+    ASSERT_NE(object.table(), nullptr);
+    fill(*object.table(), 2, {1, 0});
+    ClientEntry& entry = object.table()->entries[1];
+    std::memset(entry.identifier, 'x', sizeof entry.identifier);
+    entry.port = 8080;
+    entry.reserved = 7;
+    std::uint16_t index = untouched;
+    const std::string seen = startOfEnded(start(object.table(), index, "en", "")).table;
+
+    ASSERT_EQ(seen.size(), sizeof(SharedVariables));
+    SharedVariables table;
+    std::memcpy(static_cast<void*>(&table), seen.data(), sizeof table);
+    EXPECT_EQ(table.count, 2U);
+    EXPECT_EQ(table.entries[1].inUse, 1);
+    EXPECT_EQ(table.entries[1].port, 0);
+    EXPECT_EQ(table.entries[1].reserved, 0U);
+    EXPECT_EQ(std::string(table.entries[1].identifier, identifierSize), std::string(identifierSize, '\0'));
+}
+
+TEST_F(ClientLauncherTest, LaunchWithoutMemoryForTheArgumentsIsLoggedAsAFailedOne) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    {
+        const AllocationFailure failure(1);
+        EXPECT_EQ(launch(7, "en", ""), noProcess);
+        EXPECT_TRUE(AllocationFailure::hasHappened());
+    }
+    EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(noProcess)));
+    EXPECT_TRUE(hasNoChildren());
+}
+
+TEST_F(ClientLauncherTest, StartOnAFullTableLaunchesAndChangesNothing) {
+    fill(m_table, 64, std::vector<std::uint8_t>(64, 1));
+    const SharedVariables before = m_table;
+    std::uint16_t index = untouched;
+    EXPECT_EQ(start(&m_table, index, "en", "5"), noProcess);
+    EXPECT_EQ(index, untouched);
+    EXPECT_EQ(std::memcmp(&m_table, &before, sizeof before), 0);
+    EXPECT_THAT(m_log.lines(), IsEmpty());
+    EXPECT_TRUE(hasNoChildren());
+    EXPECT_THAT(startedFrom(programs), IsEmpty());
+}
+
+TEST_F(ClientLauncherTest, StartWithAHostileCountLaunchesAndChangesNothing) {
+    for (const std::uint32_t count : {65U, 0x80000000U, 0xffffffffU}) {
+        fill(m_table, count, std::vector<std::uint8_t>(64, 255));
+        const SharedVariables before = m_table;
+        std::uint16_t index = untouched;
+        EXPECT_EQ(start(&m_table, index, "en", ""), noProcess);
+        EXPECT_EQ(index, untouched);
+        EXPECT_EQ(std::memcmp(&m_table, &before, sizeof before), 0);
+    }
+    EXPECT_TRUE(hasNoChildren());
+}
+
+TEST_F(ClientLauncherTest, EntryFreedInAFullTableIsGivenOutAgain) {
+    fill(m_table, 64, std::vector<std::uint8_t>(64, 1));
+    m_table.entries[63].inUse = 0;
+    std::uint16_t index = untouched;
+    const pid_t process = start(&m_table, index, "en", "");
+    EXPECT_EQ(index, 63);
+    EXPECT_EQ(m_table.count, 64U);
+    EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "en", "-wbx", "-index", "63"));
+}
+
+} // namespace

@@ -1,0 +1,436 @@
+#include "responder/clients/ExitSweep.h"
+
+#include "tests/responder/AllocationFailure.h"
+#include "tests/responder/DescriptorLimit.h"
+#include "tests/responder/webconsole/NamedText.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/SelectRecorder.h"
+#include "tests/support/Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using ZNORBTEST::AllocationFailure;
+using ZNORBTEST::DescriptorLimit;
+using ZNORBTEST::LogRecorder;
+using ZNORBTEST::NamedText;
+using ZNORBTEST::SelectRecorder;
+
+constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";
+
+/// The ports that this thread connects to, while a test collects them.
+thread_local std::vector<std::uint16_t>* s_triedPorts = nullptr;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" int connect(int descriptor, const sockaddr* address, socklen_t length) {
+    if (s_triedPorts != nullptr && address->sa_family == AF_INET) {
+        s_triedPorts->push_back(ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port));
+    }
+    return static_cast<int>(syscall(SYS_connect, descriptor, address, length));
+}
+
+namespace {
+
+/// A client's HTTP port. The kernel takes the connection and the request; the test looks at them when it
+/// likes, so that it decides how long the sweep is held up.
+class ClientPort {
+public:
+    ClientPort() : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
+        sockaddr_in address = {};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        EXPECT_EQ(bind(m_listener, reinterpret_cast<const sockaddr*>(&address), length), 0);
+        EXPECT_EQ(listen(m_listener, 5), 0);
+        EXPECT_EQ(getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
+        m_port = ntohs(address.sin_port);
+    }
+
+    ~ClientPort() {
+        hangUp();
+        closeListener();
+    }
+
+    ClientPort(const ClientPort&) = delete;
+    ClientPort& operator=(const ClientPort&) = delete;
+
+    [[nodiscard]] std::uint16_t port() const { return m_port; }
+
+    /// Waits for a connection that is on its way.
+    bool awaitAsked() {
+        return ZNORBTEST::waitUntil([this]() { return isAsked(); });
+    }
+
+    /// Whether a connection has come; takes it.
+    bool isAsked() {
+        if (m_connection == -1) {
+            m_connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+        }
+        return m_connection != -1;
+    }
+
+    /// All that comes over the connection until the sweep closes it.
+    std::string receivedUntilClosed() {
+        std::string bytes;
+        while (awaitAsked()) {
+            pollfd wanted = {m_connection, POLLIN, 0};
+            char buffer[1024];
+            const ssize_t count = poll(&wanted, 1, static_cast<int>(ZNORBTEST::usualBound.count())) == 1
+                                      ? recvfrom(m_connection, buffer, sizeof buffer, 0, nullptr, nullptr)
+                                      : -1;
+            EXPECT_GE(count, 0) << "the connection was not closed in good order";
+            if (count <= 0) {
+                break;
+            }
+            bytes.append(buffer, static_cast<std::size_t>(count));
+        }
+        return bytes;
+    }
+
+    void answer(const std::string& bytes) {
+        ASSERT_TRUE(awaitAsked());
+        ASSERT_EQ(sendto(m_connection, bytes.data(), bytes.size(), MSG_NOSIGNAL, nullptr, 0),
+                  static_cast<ssize_t>(bytes.size()));
+    }
+
+    void hangUp() {
+        if (m_connection != -1) {
+            (void)close(std::exchange(m_connection, -1));
+        }
+    }
+
+    /// Ends the connection so that the other side fails with ECONNRESET.
+    void reset() {
+        ASSERT_TRUE(awaitAsked());
+        const linger atOnce = {1, 0};
+        ASSERT_EQ(setsockopt(m_connection, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce), 0);
+        hangUp();
+    }
+
+    /// From here on connections are refused.
+    void closeListener() {
+        if (m_listener != -1) {
+            (void)close(std::exchange(m_listener, -1));
+        }
+    }
+
+private:
+    int m_listener;
+    int m_connection = -1;
+    std::uint16_t m_port = 0;
+};
+
+/// A table as clients have filled it in, and a sweep over it.
+class ExitSweep : public testing::Test {
+protected:
+    void enter(unsigned index, const ClientPort& client) { enter(index, client.port()); }
+
+    void enter(unsigned index, std::uint16_t port, std::uint8_t inUse = 1) {
+        ClientEntry& entry = table->entries[index];
+        entry.inUse = inUse;
+        entry.port = port;
+        (void)std::strcpy(entry.identifier, "client");
+        if (table->count <= index) {
+            table->count = index + 1;
+        }
+    }
+
+    /// The sweep with every wait failing at once: what the clients were asked waits at their ports.
+    void sweepWithoutWaiting() {
+        SelectRecorder::fail(EINTR, 100);
+        exitAllClients(holder);
+    }
+
+    void startSweep() {
+        sweep = std::thread([this]() { exitAllClients(holder); });
+    }
+
+    /// Waits until the sweep waits for its n-th answer.
+    static void awaitWait(std::size_t number) { ASSERT_TRUE(SelectRecorder::awaitCalls(number)); }
+
+    ~ExitSweep() override {
+        for (ClientPort* client : {&first, &second, &third}) {
+            client->closeListener(); // so that nothing holds the sweep any more
+            client->hangUp();
+        }
+        if (sweep.joinable()) {
+            sweep.join();
+        }
+    }
+
+    LogRecorder log;
+    const SelectRecorder waits;
+    // On the heap and of exactly its size, so that sanitizers see an access beyond it.
+    const std::unique_ptr<SharedVariables> table = std::make_unique<SharedVariables>();
+    SharedVariables* const holder = table.get();
+    ClientPort first;
+    ClientPort second;
+    ClientPort third;
+    std::thread sweep;
+};
+
+TEST_F(ExitSweep, RequestIsExactlyThese58Bytes) {
+    enter(0, first);
+    sweepWithoutWaiting();
+    EXPECT_EQ(std::strlen(exitRequest), 58U);
+    EXPECT_EQ(first.receivedUntilClosed(), exitRequest);
+}
+
+TEST_F(ExitSweep, EveryClientInUseIsAskedOnce) {
+    enter(0, first);
+    enter(1, second);
+    enter(2, third);
+    sweepWithoutWaiting();
+    for (ClientPort* client : {&first, &second, &third}) {
+        EXPECT_EQ(client->receivedUntilClosed(), exitRequest);
+        client->hangUp();
+        EXPECT_FALSE(client->isAsked()) << "asked twice";
+    }
+}
+
+TEST_F(ExitSweep, ClientsAreAskedInTheOrderOfTheirEntriesOneAfterTheOther) {
+    enter(0, third);
+    enter(1, first);
+    enter(2, second);
+    startSweep();
+    awaitWait(1);
+    EXPECT_TRUE(third.awaitAsked());
+    EXPECT_FALSE(first.isAsked() || second.isAsked());
+    third.answer("HTTP/1.0 200 OK\r\n\r\n");
+    awaitWait(2);
+    EXPECT_TRUE(first.awaitAsked());
+    EXPECT_FALSE(second.isAsked());
+    first.answer("HTTP/1.0 200 OK\r\n\r\n");
+    awaitWait(3);
+    EXPECT_TRUE(second.awaitAsked());
+    second.answer("HTTP/1.0 200 OK\r\n\r\n");
+}
+
+TEST_F(ExitSweep, NullTableIsPassedOver) {
+    SharedVariables* const none = nullptr;
+    exitAllClients(none);
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ExitSweep, TableThatCountsNothingIsPassedOver) {
+    enter(0, first);
+    table->count = 0;
+    sweepWithoutWaiting();
+    EXPECT_FALSE(first.isAsked());
+}
+
+TEST_F(ExitSweep, EntriesBeyondTheCountAreNotLookedAt) {
+    enter(0, first);
+    enter(1, second);
+    table->count = 1;
+    sweepWithoutWaiting();
+    EXPECT_TRUE(first.awaitAsked());
+    EXPECT_FALSE(second.isAsked());
+}
+
+TEST_F(ExitSweep, FreeEntriesAreNotAsked) {
+    enter(0, first.port(), 0);
+    enter(1, second.port(), 1);
+    enter(2, third.port(), 0);
+    sweepWithoutWaiting();
+    EXPECT_FALSE(first.isAsked());
+    EXPECT_TRUE(second.awaitAsked());
+    EXPECT_FALSE(third.isAsked());
+}
+
+TEST_F(ExitSweep, AnyOtherMarkThanZeroIsInUse) {
+    enter(0, first.port(), 2);
+    enter(1, second.port(), 0x80);
+    enter(2, third.port(), 255);
+    sweepWithoutWaiting();
+    EXPECT_TRUE(first.awaitAsked() && second.awaitAsked() && third.awaitAsked());
+}
+
+TEST_F(ExitSweep, ClientWithoutAPortIsTriedInVainQuietly) {
+    enter(0, std::uint16_t{0});
+    enter(1, first.port(), 0);
+    std::vector<std::uint16_t> tried;
+    s_triedPorts = &tried;
+    sweepWithoutWaiting();
+    s_triedPorts = nullptr;
+    EXPECT_THAT(tried, ElementsAre(0));
+    EXPECT_FALSE(first.isAsked());
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ExitSweep, ClientThatHasGoneIsPassedOverQuietlyAndTheNextIsAsked) {
+    enter(0, first);
+    enter(1, second);
+    first.closeListener();
+    sweepWithoutWaiting();
+    EXPECT_EQ(second.receivedUntilClosed(), exitRequest);
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ExitSweep, ClientForWhichThereIsNoSocketIsPassedOverQuietly) {
+    enter(0, std::uint16_t{0});
+    exitAllClients(holder); // the undefined-behaviour sanitizer has to see the classes before the limit
+    enter(0, first);
+    SharedVariables* const full = holder;
+    {
+        const DescriptorLimit limit(0);
+        exitAllClients(full);
+    }
+    EXPECT_FALSE(first.isAsked());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ExitSweep, ClientForWhichThereIsNoMemoryIsPassedOverQuietlyAndTheNextIsAsked) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    enter(0, first);
+    enter(1, second);
+    SelectRecorder::fail(EINTR, 100);
+    const AllocationFailure failure(1);
+    exitAllClients(holder);
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_EQ(first.receivedUntilClosed(), "");
+    EXPECT_EQ(second.receivedUntilClosed(), exitRequest);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ExitSweep, LastEntryOfTheTableIsAsked) {
+    enter(63, first);
+    sweepWithoutWaiting();
+    EXPECT_TRUE(first.awaitAsked());
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
+}
+
+TEST_F(ExitSweep, CountThatSomebodyMadeTooLargeIsBoundedByTheTable) {
+    enter(63, first);
+    for (const std::uint32_t count : {65U, 1000U, 0x7fffffffU, 0xffffffffU}) {
+        table->count = count;
+        sweepWithoutWaiting();
+        EXPECT_EQ(first.receivedUntilClosed(), exitRequest) << count;
+        first.hangUp();
+        EXPECT_FALSE(first.isAsked()) << count;
+    }
+}
+
+TEST_F(ExitSweep, TableFullOfRubbishEndsTheSweepAllTheSame) {
+    std::memset(static_cast<void*>(table.get()), 0xff, sizeof *table);
+    for (ClientEntry& entry : table->entries) {
+        entry.port = first.port();
+    }
+    first.closeListener();
+    exitAllClients(holder);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ExitSweep, EntriesAreNotModified) {
+    enter(0, first);
+    enter(1, std::uint16_t{0});
+    enter(2, second.port(), 255);
+    table->entries[2].reserved = 0x12345678;
+    SharedVariables before;
+    std::memcpy(static_cast<void*>(&before), table.get(), sizeof before);
+    sweepWithoutWaiting();
+    EXPECT_TRUE(second.awaitAsked());
+    EXPECT_EQ(std::memcmp(&before, table.get(), sizeof before), 0);
+}
+
+TEST_F(ExitSweep, ClientIsGivenHalfAnHourPerWait) {
+    enter(0, first);
+    enter(1, second);
+    sweepWithoutWaiting();
+    const auto calls = SelectRecorder::calls();
+    EXPECT_EQ(calls.size(), 2U);
+    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::seconds, 1800)));
+}
+
+TEST_F(ExitSweep, ClientThatNeverAnswersHoldsTheSweepUntilItsTimeIsOver) {
+    SelectRecorder::divideWaitsBy(18000);
+    enter(0, first);
+    enter(1, second);
+    second.closeListener();
+    const auto begin = std::chrono::steady_clock::now();
+    exitAllClients(holder);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(90));
+    EXPECT_TRUE(first.awaitAsked());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ExitSweep, NoDescriptorIsLeftOpen) {
+    enter(0, first);
+    enter(1, std::uint16_t{0});
+    enter(2, second);
+    const int before = ZNORBTEST::lowestFreeDescriptor();
+    sweepWithoutWaiting();
+    EXPECT_EQ(ZNORBTEST::lowestFreeDescriptor(), before);
+}
+
+/// Whatever a client answers, the next one is asked.
+class HostileAnswer : public ExitSweep, public testing::WithParamInterface<NamedText> {};
+
+TEST_P(HostileAnswer, DoesNotKeepTheNextClientFromBeingAsked) {
+    enter(0, first);
+    enter(1, second);
+    startSweep();
+    awaitWait(1);
+    first.answer(GetParam().text);
+    first.reset();
+    ASSERT_TRUE(second.awaitAsked());
+    second.answer("HTTP/1.0 500 No\r\nContent-Length: 12\r\n\r\nhello, world");
+    EXPECT_EQ(second.receivedUntilClosed(), exitRequest);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ExitSweep, HostileAnswer,
+    testing::Values(NamedText{"CarriageReturn", "\r"}, NamedText{"LineEnds", "\r\n\r\n"},
+                    NamedText{"Garbage", "garbage"}, NamedText{"Nul", std::string(1, '\0')},
+                    NamedText{"EndlessLine", std::string(9000, 'x')},
+                    NamedText{"EmptyHeader", "HTTP/1.0 200 OK\r\n:\r\n\r\n"},
+                    NamedText{"HugeLength", "HTTP/1.0 200 OK\r\nContent-Length: 4294967295\r\n\r\nx"},
+                    NamedText{"NegativeLength", "HTTP/1.0 200 OK\r\nContent-Length: -1\r\n\r\nx"},
+                    NamedText{"LengthThatIsNotKept", "HTTP/1.0 200 OK\r\nContent-Length: 50\r\n\r\nx"},
+                    NamedText{"MoreThanTheLength",
+                              "HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\n" + std::string(7000, 'x')}),
+    ZNORBTEST::nameOf);
+
+TEST_F(ExitSweep, ClientThatHangsUpWithoutAnAnswerDoesNotKeepTheNextFromBeingAsked) {
+    enter(0, first);
+    enter(1, second);
+    startSweep();
+    awaitWait(1);
+    EXPECT_TRUE(first.awaitAsked());
+    first.reset();
+    awaitWait(2);
+    EXPECT_TRUE(second.awaitAsked());
+    second.reset();
+    sweep.join();
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+} // namespace

@@ -1,0 +1,406 @@
+#include "responder/clients/HttpClient.h"
+#include "tests/responder/AllocationFailure.h"
+#include "tests/responder/SocketPair.h"
+#include "tests/responder/webconsole/NamedText.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/SelectRecorder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <pthread.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using ZNORBTEST::AllocationFailure;
+using ZNORBTEST::LogRecorder;
+using ZNORBTEST::NamedText;
+using ZNORBTEST::SelectRecorder;
+using ZNORBTEST::SocketPair;
+
+std::string head(const std::string& lengthText) {
+    return "HTTP/1.0 200 OK\r\nContent-Length: " + lengthText + "\r\n\r\n";
+}
+
+std::string pattern(std::size_t length) {
+    std::string text;
+    for (std::size_t i = 0; i < length; ++i) {
+        text.push_back(static_cast<char>(i * 31 % 251));
+    }
+    return text;
+}
+
+/// A response and what the reader made of it.
+class ReadResponseBody : public testing::Test {
+protected:
+    bool read(const SocketPair& from) {
+        ORBCOMMON::ClientSocket unused;
+        length = 1;
+        const bool isRead = readResponse(unused, from.near(), statusLine, headers, data, length);
+        EXPECT_TRUE(data != nullptr || length == 0);
+        return isRead;
+    }
+
+    /// Reads a response that has arrived, whole or not. A reader that wants more meets a reset.
+    bool readAll(const std::string& response) {
+        SocketPair from;
+        from.write(response);
+        from.resetFar();
+        return read(from);
+    }
+
+    [[nodiscard]] bool hasData() const { return data != nullptr; }
+
+    [[nodiscard]] std::string body() const {
+        return hasData() ? std::string(reinterpret_cast<const char*>(data.get()), length) : "no data";
+    }
+
+    LogRecorder log;
+    std::string statusLine;
+    HttpHeaders headers;
+    std::unique_ptr<std::uint8_t[]> data;
+    std::uint32_t length = 0;
+};
+
+TEST_F(ReadResponseBody, BodyOfTheStatedLengthIsReadWhole) {
+    EXPECT_TRUE(readAll(head("12") + "hello, world"));
+    EXPECT_EQ(body(), "hello, world");
+}
+
+TEST_F(ReadResponseBody, LengthOfOneDigitIsDroppedAndSoIsTheBody) {
+    EXPECT_TRUE(readAll(head("5") + "hello"));
+    EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
+    EXPECT_TRUE(headers.empty());
+    EXPECT_FALSE(hasData());
+}
+
+TEST_F(ReadResponseBody, LengthIsKnownOnlyByItsExactName) {
+    for (const char* name : {"content-length", "CONTENT-LENGTH", "Content-length", " Content-Length",
+                             "Content-Length ", "Content-Lengths"}) {
+        EXPECT_TRUE(readAll("HTTP/1.0 200 OK\r\n" + std::string(name) + ": 12\r\n\r\nhello, world")) << name;
+        EXPECT_FALSE(hasData()) << name;
+    }
+}
+
+TEST_F(ReadResponseBody, LastOfSeveralLengthsCounts) {
+    EXPECT_TRUE(readAll("HTTP/1.0 200 OK\r\nContent-Length: 99\r\nContent-Length: 12\r\n\r\nhello, world"));
+    EXPECT_EQ(body(), "hello, world");
+}
+
+TEST_F(ReadResponseBody, BodyThatEndsWithTheFirstReadNeedsNoOther) {
+    const SelectRecorder waits;
+    EXPECT_TRUE(readAll(head("12") + "hello, world"));
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
+}
+
+TEST_F(ReadResponseBody, BodyThatLacksOneByteNeedsAnotherRead) {
+    const SelectRecorder waits;
+    SocketPair peer(SOCK_SEQPACKET);
+    peer.write(head("12") + "hello, worl");
+    peer.write("d");
+    EXPECT_TRUE(read(peer));
+    EXPECT_EQ(body(), "hello, world");
+    EXPECT_EQ(SelectRecorder::calls().size(), 2U);
+}
+
+TEST_F(ReadResponseBody, BytesBeyondTheLengthAreIgnored) {
+    EXPECT_TRUE(readAll(head("12") + "hello, world!"));
+    EXPECT_EQ(body(), "hello, world");
+    EXPECT_TRUE(readAll(head("12") + "hello, world" + std::string(5000, '!')));
+    EXPECT_EQ(body(), "hello, world");
+}
+
+TEST_F(ReadResponseBody, BytesBeyondTheLengthAreLeftUnreadByLaterReads) {
+    SocketPair peer;
+    const std::string sent = pattern(10000);
+    peer.write(head("10000") + sent + "!");
+    EXPECT_TRUE(read(peer));
+    EXPECT_TRUE(body() == sent);
+    char rest[8] = {};
+    EXPECT_EQ(recvfrom(peer.near(), rest, sizeof rest, MSG_DONTWAIT, nullptr, nullptr), 1);
+    EXPECT_STREQ(rest, "!");
+}
+
+TEST_F(ReadResponseBody, BodyThatFillsTheFirstReadExactly) {
+    const std::string sent = pattern(8192 - head("8151").size());
+    ASSERT_EQ(sent.size(), 8151U);
+    const SelectRecorder waits;
+    EXPECT_TRUE(readAll(head("8151") + sent));
+    EXPECT_TRUE(body() == sent);
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
+}
+
+TEST_F(ReadResponseBody, BodyOneByteBeyondTheFirstRead) {
+    const std::string sent = pattern(8152);
+    const SelectRecorder waits;
+    EXPECT_TRUE(readAll(head("8152") + sent));
+    EXPECT_TRUE(body() == sent);
+    EXPECT_EQ(SelectRecorder::calls().size(), 2U);
+}
+
+TEST_F(ReadResponseBody, LongBodyIsReadWhole) {
+    const std::string sent = pattern(1'000'000);
+    SocketPair peer;
+    std::thread writer([&peer, &sent]() {
+        const std::string all = head("1000000") + sent;
+        std::size_t written = 0;
+        while (written < all.size()) {
+            const ssize_t count =
+                sendto(peer.far(), all.data() + written, all.size() - written, MSG_NOSIGNAL, nullptr, 0);
+            if (count <= 0) {
+                return;
+            }
+            written += static_cast<std::size_t>(count);
+        }
+    });
+    EXPECT_TRUE(read(peer));
+    peer.closeNear();
+    writer.join();
+    EXPECT_TRUE(body() == sent);
+}
+
+TEST_F(ReadResponseBody, BodyThatArrivesByteByByteIsReadWhole) {
+    const SelectRecorder waits;
+    SocketPair peer(SOCK_SEQPACKET);
+    peer.write(head("12"));
+    for (const char byte : std::string("hello, world")) {
+        peer.write(std::string(1, byte));
+    }
+    EXPECT_TRUE(read(peer));
+    EXPECT_EQ(body(), "hello, world");
+    EXPECT_EQ(SelectRecorder::calls().size(), 13U);
+}
+
+TEST_F(ReadResponseBody, EachWaitIsForHalfAnHourAnew) {
+    const SelectRecorder waits;
+    SocketPair peer(SOCK_SEQPACKET);
+    peer.write(head("12") + "hello");
+    peer.write(", ");
+    peer.write("world");
+    EXPECT_TRUE(read(peer));
+    const auto calls = SelectRecorder::calls();
+    EXPECT_EQ(calls.size(), 3U);
+    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::seconds, 1800)));
+    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::microseconds, 0)));
+    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::reading, ElementsAre(peer.near()))));
+    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::onlyReading, true)));
+}
+
+// ---- what a length may look like -----------------------------------------------------------------------
+
+TEST_F(ReadResponseBody, LeadingZerosDoNotCount) {
+    EXPECT_TRUE(readAll(head("0005") + "hello"));
+    EXPECT_EQ(body(), "hello");
+}
+
+TEST_F(ReadResponseBody, LengthZeroIsAnEmptyBody) {
+    EXPECT_TRUE(readAll(head("00") + "hello"));
+    EXPECT_TRUE(hasData());
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(ReadResponseBody, WhiteSpaceBeforeTheNumberIsSkipped) {
+    EXPECT_TRUE(readAll(head("\t\v\f\n 5") + "hello"));
+    EXPECT_EQ(body(), "hello");
+}
+
+TEST_F(ReadResponseBody, PlusSignIsAccepted) {
+    EXPECT_TRUE(readAll(head("+5") + "hello"));
+    EXPECT_EQ(body(), "hello");
+}
+
+TEST_F(ReadResponseBody, OnlyOneSignIsAccepted) {
+    for (const char* text : {"++5", "+-5", "-+5", "--5", "+ 5", "- 5", "+\t5"}) {
+        EXPECT_TRUE(readAll(head(text) + "hello")) << text;
+        EXPECT_TRUE(hasData()) << text;
+        EXPECT_EQ(length, 0U) << text;
+    }
+}
+
+TEST_F(ReadResponseBody, NumberEndsAtTheFirstOtherCharacter) {
+    for (const char* text : {"5x", "5 7", "5.9", "5,000", "5;q=1", "5 ", "5-", "05e9"}) {
+        EXPECT_TRUE(readAll(head(text) + "hello")) << text;
+        EXPECT_EQ(body(), "hello") << text;
+    }
+}
+
+TEST_F(ReadResponseBody, TextWithoutADigitInFrontIsZero) {
+    for (const char* text : {"x5", "garbage", "-x", "+-", "\t ", "--", "0x10"}) {
+        EXPECT_TRUE(readAll(head(text) + "hello")) << text;
+        EXPECT_TRUE(hasData()) << text;
+        EXPECT_EQ(length, 0U) << text;
+    }
+}
+
+TEST_F(ReadResponseBody, MinusZeroIsZero) {
+    EXPECT_TRUE(readAll(head("-0") + "hello"));
+    EXPECT_TRUE(hasData());
+    EXPECT_EQ(length, 0U);
+}
+
+TEST_F(ReadResponseBody, CountIsOf32Bits) {
+    EXPECT_TRUE(readAll(head("4294967296") + "hello"));
+    EXPECT_TRUE(hasData());
+    EXPECT_EQ(length, 0U);
+    EXPECT_TRUE(readAll(head("4294967301") + "hello"));
+    EXPECT_EQ(body(), "hello");
+    EXPECT_TRUE(readAll(head("-4294967291") + "hello"));
+    EXPECT_EQ(body(), "hello");
+}
+
+/// Lengths that no response holds: whether the machine has the memory for them or not, the peer's reset ends
+/// the read, and nothing is handed over.
+class HugeLength : public ReadResponseBody, public testing::WithParamInterface<NamedText> {};
+
+TEST_P(HugeLength, EndsInAFailedRead) {
+    EXPECT_FALSE(readAll(head(GetParam().text) + "hello"));
+    EXPECT_FALSE(hasData());
+    EXPECT_EQ(length, 0U);
+    EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
+}
+
+INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength,
+                         testing::Values(NamedText{"Largest", "4294967295"},
+                                         NamedText{"SecondLargest", "4294967294"},
+                                         NamedText{"MinusOne", "-1"}, NamedText{"MinusFive", "-5"},
+                                         NamedText{"Half", "2147483648"},
+                                         NamedText{"BeyondCounts", "99999999999999"},
+                                         NamedText{"BeyondNumbers", std::string(38, '9')}),
+                         ZNORBTEST::nameOf);
+
+TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    SocketPair peer;
+    peer.write(head("5000") + pattern(5000));
+    const AllocationFailure failure(5000);
+    EXPECT_FALSE(read(peer));
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_FALSE(hasData());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+// ---- bodies that do not come ---------------------------------------------------------------------------
+
+TEST_F(ReadResponseBody, ResetBeforeTheBodyIsCompleteIsLoggedWithItsError) {
+    EXPECT_FALSE(readAll(head("12") + "hello"));
+    EXPECT_THAT(log.lines(), ElementsAre("Error Receiving from Server. Code: 104"));
+    EXPECT_FALSE(hasData());
+    EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
+    EXPECT_NE(headers.find("Content-Length"), headers.end());
+}
+
+TEST_F(ReadResponseBody, BodyCutAnywhereByAResetFails) {
+    const std::string response = head("12") + "hello, world";
+    for (std::size_t kept = head("12").size(); kept < response.size(); ++kept) {
+        EXPECT_FALSE(readAll(response.substr(0, kept))) << kept;
+        EXPECT_FALSE(hasData()) << kept;
+    }
+    EXPECT_TRUE(readAll(response)) << "the reset comes behind what is needed";
+    EXPECT_EQ(body(), "hello, world");
+}
+
+TEST_F(ReadResponseBody, ResponseCutInItsHeadByAResetFailsWithoutAMessage) {
+    const std::string response = head("12");
+    for (std::size_t kept = 0; kept < response.size(); ++kept) {
+        EXPECT_FALSE(readAll(response.substr(0, kept))) << kept;
+    }
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ReadResponseBody, BodyThatDoesNotGoOnInTimeFailsWithoutAMessage) {
+    const SelectRecorder waits;
+    SelectRecorder::divideWaitsBy(36000);
+    SocketPair peer;
+    peer.write(head("12") + "hello");
+    EXPECT_FALSE(read(peer));
+    EXPECT_FALSE(hasData());
+    EXPECT_EQ(SelectRecorder::calls().size(), 2U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ReadResponseBody, WaitForTheBodyThatFailsIsAFailedReadWithoutAMessage) {
+    const SelectRecorder waits;
+    SelectRecorder::fail(EINTR, 1, 1);
+    SocketPair peer(SOCK_SEQPACKET);
+    peer.write(head("12") + "hello");
+    peer.write(", world");
+    EXPECT_FALSE(read(peer));
+    EXPECT_FALSE(hasData());
+    EXPECT_EQ(SelectRecorder::calls().size(), 2U);
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+std::chrono::nanoseconds cpuTimeOf(clockid_t clock) {
+    timespec used = {};
+    (void)clock_gettime(clock, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+/// A reader on a thread of its own, whose peer closes its side before the body is complete.
+class ClosedPeer : public ReadResponseBody {
+protected:
+    ~ClosedPeer() override {
+        peer.resetFar();
+        if (reader.joinable()) {
+            reader.join();
+        }
+    }
+
+    void startReading() {
+        peer.write(head("12") + "hello");
+        peer.finish();
+        reader = std::thread([this]() {
+            isRead = read(peer);
+            isDone = true;
+        });
+        ASSERT_TRUE(SelectRecorder::awaitCalls(4)) << "it has met the end of the connection at least twice";
+    }
+
+    const SelectRecorder waits;
+    SocketPair peer;
+    std::thread reader;
+    std::atomic<bool> isDone = false;
+    bool isRead = true;
+};
+
+TEST_F(ClosedPeer, IsNotRecognisedAndEndsTheReadOnlyWhenTheConnectionFails) {
+    startReading();
+    EXPECT_FALSE(isDone);
+    peer.resetFar();
+    reader.join();
+    EXPECT_FALSE(isRead);
+    EXPECT_FALSE(hasData());
+    EXPECT_THAT(log.lines(), ElementsAre("Error Receiving from Server. Code: 104"));
+}
+
+TEST_F(ClosedPeer, CostsAtMostAHundredthOfACore) {
+    startReading();
+    clockid_t clock = CLOCK_MONOTONIC;
+    ASSERT_EQ(pthread_getcpuclockid(reader.native_handle(), &clock), 0);
+    const auto usedBefore = cpuTimeOf(clock);
+    const auto begin = std::chrono::steady_clock::now();
+    const std::size_t callsBefore = SelectRecorder::calls().size();
+    ASSERT_TRUE(SelectRecorder::awaitCalls(callsBefore + 20));
+    const auto elapsed = std::chrono::steady_clock::now() - begin;
+    const auto used = cpuTimeOf(clock) - usedBefore;
+    peer.resetFar();
+    reader.join();
+    EXPECT_LE(used, elapsed / 100);
+}
+
+} // namespace

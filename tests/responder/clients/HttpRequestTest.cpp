@@ -1,0 +1,389 @@
+#include "responder/clients/HttpClient.h"
+#include "tests/responder/AllocationFailure.h"
+#include "tests/responder/SocketPair.h"
+#include "tests/responder/clients/SendRecorder.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/SelectRecorder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using testing::AnyOf;
+using testing::Each;
+using testing::ElementsAre;
+using testing::Field;
+using testing::IsEmpty;
+using testing::StartsWith;
+using ZNORBTEST::AllocationFailure;
+using ZNORBTEST::LogRecorder;
+using ZNORBTEST::SelectRecorder;
+using ZNORBTEST::SendRecorder;
+using ZNORBTEST::SocketPair;
+
+constexpr int boundMilliseconds = 20000;
+
+/// Keeps each write apart.
+class WriteRecorder : public Common::OutputStream {
+public:
+    void write(const char* data, const unsigned int& length) override { m_writes.emplace_back(data, length); }
+
+    [[nodiscard]] const std::vector<std::string>& writes() const { return m_writes; }
+
+private:
+    std::vector<std::string> m_writes;
+};
+
+/// One request to a peer whose answer is written beforehand.
+class SendRequest : public testing::Test {
+protected:
+    SendRequest() : socket(peer.releaseNear()) {}
+
+    bool send(const std::string& method, const std::string& url, const std::string& body) {
+        return sendRequest(socket, method, url, body, statusLine, headers, stream);
+    }
+
+    bool post(const std::string& body) { return send("POST", "/u", body); }
+
+    /// What the peer gets of a request that needs no answer.
+    std::string sentBytes(const std::string& method, const std::string& url, const std::string& body) {
+        peer.finish();
+        EXPECT_TRUE(send(method, url, body));
+        return peer.received();
+    }
+
+    LogRecorder log;
+    SocketPair peer;
+    ORBCOMMON::ClientSocket socket;
+    std::string statusLine = "before";
+    HttpHeaders headers;
+    WriteRecorder stream;
+};
+
+std::string headOfPost(std::size_t length) {
+    return "POST /u HTTP/1.0\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
+}
+
+std::string pattern(std::size_t length) {
+    std::string text;
+    for (std::size_t i = 0; i < length; ++i) {
+        text.push_back(static_cast<char>(i * 31 % 251));
+    }
+    return text;
+}
+
+TEST_F(SendRequest, PostIsItsLineItsLengthAndItsBody) {
+    EXPECT_EQ(sentBytes("POST", "/some/url", "hello, world"),
+              "POST /some/url HTTP/1.0\r\nContent-Length: 12\r\n\r\nhello, world");
+}
+
+TEST_F(SendRequest, EmptyPostStatesALengthOfZeroAndHasNoBody) {
+    const SendRecorder sends;
+    EXPECT_EQ(sentBytes("POST", "/ExitApplication.json", ""),
+              "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n");
+    EXPECT_THAT(sends.lengths(), ElementsAre(58));
+}
+
+TEST_F(SendRequest, GetCarriesNeitherLengthNorBody) {
+    EXPECT_EQ(sentBytes("GET", "/", "a body"), "GET / HTTP/1.0\r\n\r\n");
+}
+
+TEST_F(SendRequest, AnyOtherMethodCarriesNeitherLengthNorBody) {
+    EXPECT_EQ(sentBytes("PUT", "/", "a body"), "PUT / HTTP/1.0\r\n\r\n");
+}
+
+TEST_F(SendRequest, PostIsMeantOnlyInCapitals) {
+    EXPECT_EQ(sentBytes("post", "/", "a body"), "post / HTTP/1.0\r\n\r\n");
+}
+
+TEST_F(SendRequest, MethodThatOnlyBeginsWithPostIsAnother) {
+    EXPECT_EQ(sentBytes("POSTER", "/", "a body"), "POSTER / HTTP/1.0\r\n\r\n");
+}
+
+TEST_F(SendRequest, EmptyMethodAndUrlAreSentAsTheyAre) {
+    EXPECT_EQ(sentBytes("", "", "a body"), "  HTTP/1.0\r\n\r\n");
+}
+
+TEST_F(SendRequest, BodyMayHoldAnyBytes) {
+    const std::string body("\0\r\n\xff%s|", 7);
+    EXPECT_EQ(sentBytes("POST", "/u", body), headOfPost(7) + body);
+}
+
+TEST_F(SendRequest, HeadIsOneSendWithoutASignal) {
+    const SendRecorder sends;
+    (void)sentBytes("GET", "/", "");
+    ASSERT_EQ(sends.calls().size(), 1U);
+    EXPECT_EQ(sends.calls()[0].length, 18U);
+    EXPECT_EQ(sends.calls()[0].flags, MSG_NOSIGNAL);
+}
+
+TEST_F(SendRequest, BodyIsSentWithoutASignal) {
+    const SendRecorder sends;
+    (void)sentBytes("POST", "/u", pattern(8193));
+    EXPECT_THAT(sends.calls(), Each(Field(&SendRecorder::Call::flags, MSG_NOSIGNAL)));
+}
+
+/// The lengths of the sends of a body, the head's apart; checks that the peer gets the whole body.
+class BodyChunks : public SendRequest {
+protected:
+    std::vector<std::size_t> chunksOf(std::size_t length) {
+        const std::string body = pattern(length);
+        const SendRecorder sends;
+        EXPECT_EQ(sentBytes("POST", "/u", body), headOfPost(length) + body);
+        std::vector<std::size_t> lengths = sends.lengths();
+        lengths.erase(lengths.begin());
+        return lengths;
+    }
+};
+
+TEST_F(BodyChunks, OneByteIsOneChunk) {
+    EXPECT_THAT(chunksOf(1), ElementsAre(1));
+}
+
+TEST_F(BodyChunks, OneLessThanTheLimitIsOneChunk) {
+    EXPECT_THAT(chunksOf(8191), ElementsAre(8191));
+}
+
+TEST_F(BodyChunks, TheLimitIsOneChunk) {
+    EXPECT_THAT(chunksOf(8192), ElementsAre(8192));
+}
+
+TEST_F(BodyChunks, OneMoreThanTheLimitIsTwoChunks) {
+    EXPECT_THAT(chunksOf(8193), ElementsAre(8192, 1));
+}
+
+TEST_F(BodyChunks, TwiceTheLimitIsTwoChunks) {
+    EXPECT_THAT(chunksOf(16384), ElementsAre(8192, 8192));
+}
+
+TEST_F(BodyChunks, LongerBodyIsFullChunksAndTheRest) {
+    EXPECT_THAT(chunksOf(40000), ElementsAre(8192, 8192, 8192, 8192, 7232));
+}
+
+TEST_F(SendRequest, BodyGoesOnBehindWhatWasActuallySent) {
+    const std::string body = pattern(20000);
+    SendRecorder sends;
+    sends.shortenCall(1, 100);
+    EXPECT_EQ(sentBytes("POST", "/u", body), headOfPost(20000) + body);
+    EXPECT_THAT(sends.lengths(), ElementsAre(headOfPost(20000).size(), 8192, 8192, 8192, 3516));
+}
+
+TEST_F(SendRequest, HeadThatIsSentInPartIsNotContinued) {
+    SendRecorder sends;
+    sends.shortenCall(0, 10);
+    EXPECT_EQ(sentBytes("GET", "/some/url", ""), "GET /some/");
+    EXPECT_EQ(sends.calls().size(), 1U);
+}
+
+TEST_F(SendRequest, LongBodyReachesAPeerThatReadsMeanwhile) {
+    const std::string body = pattern(4'000'000);
+    const std::string expected = headOfPost(body.size()) + body;
+    std::string received;
+    std::thread reader([this, &received, &expected]() {
+        char buffer[4096];
+        pollfd wanted = {peer.far(), POLLIN, 0};
+        while (received.size() < expected.size() && poll(&wanted, 1, boundMilliseconds) == 1) {
+            const ssize_t count = recvfrom(peer.far(), buffer, sizeof buffer, 0, nullptr, nullptr);
+            if (count <= 0) {
+                break;
+            }
+            received.append(buffer, static_cast<std::size_t>(count));
+        }
+        peer.finish();
+    });
+    EXPECT_TRUE(post(body));
+    socket.close();
+    reader.join();
+    EXPECT_TRUE(received == expected);
+}
+
+TEST_F(SendRequest, UnconnectedSocketFailsAtOnceAndClearsTheResults) {
+    const SelectRecorder waits;
+    const SendRecorder sends;
+    (void)headers.insert("Old", "value");
+    socket.close();
+    EXPECT_FALSE(post("body"));
+    EXPECT_EQ(statusLine, "");
+    EXPECT_TRUE(headers.empty());
+    EXPECT_TRUE(sends.calls().empty());
+    EXPECT_THAT(stream.writes(), IsEmpty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+}
+
+TEST_F(SendRequest, HeadThatCannotBeSentClosesTheSocketWithoutAMessage) {
+    const SelectRecorder waits;
+    (void)headers.insert("Old", "value");
+    peer.closeFar();
+    EXPECT_FALSE(post("body"));
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(statusLine, "");
+    EXPECT_TRUE(headers.empty());
+    EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty()) << "waits for an answer";
+}
+
+TEST_F(SendRequest, BodyThatCannotBeSentIsLoggedAndClosesTheSocket) {
+    const SelectRecorder waits;
+    SendRecorder sends;
+    sends.failCall(1, EPIPE);
+    peer.write("HTTP/1.0 200 OK\r\n\r\n");
+    EXPECT_FALSE(post("body"));
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_THAT(log.lines(), ElementsAre("Error Sending to Server. Code: 32"));
+    EXPECT_EQ(statusLine, "") << "the answer is not read";
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+    EXPECT_EQ(peer.received(), headOfPost(4));
+}
+
+TEST_F(SendRequest, LaterChunkThatCannotBeSentIsLoggedWithItsError) {
+    SendRecorder sends;
+    sends.failCall(3, ECONNRESET);
+    EXPECT_FALSE(post(pattern(30000)));
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_THAT(log.lines(), ElementsAre("Error Sending to Server. Code: 104"));
+    EXPECT_EQ(sends.calls().size(), 4U) << "nothing is sent after a failure";
+}
+
+TEST_F(SendRequest, PeerThatGoesInTheMiddleOfTheBodyFailsTheRequest) {
+    std::thread reader([this]() {
+        char buffer[16];
+        (void)recvfrom(peer.far(), buffer, sizeof buffer, 0, nullptr, nullptr);
+        peer.closeFar();
+    });
+    EXPECT_FALSE(post(std::string(8'000'000, 'b')));
+    reader.join();
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_THAT(log.lines(), ElementsAre(AnyOf("Error Sending to Server. Code: 32",
+                                               "Error Sending to Server. Code: 104")));
+}
+
+TEST_F(SendRequest, AnswerFillsStatusHeadersAndBody) {
+    (void)headers.insert("Old", "value");
+    peer.write("HTTP/1.0 200 OK\r\nServer: test\r\nContent-Length: 12\r\n\r\nhello, world");
+    EXPECT_TRUE(post("body"));
+    EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
+    EXPECT_EQ(headers.size(), 2U);
+    ASSERT_NE(headers.find("Server"), headers.end());
+    EXPECT_EQ(headers.find("Server")->second, "test");
+    EXPECT_THAT(stream.writes(), ElementsAre("hello, world"));
+    EXPECT_TRUE(socket.isConnected()) << "closing after success is the caller's";
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(SendRequest, GetIsAnsweredToo) {
+    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 12\r\n\r\nhello, world");
+    EXPECT_TRUE(send("GET", "/", ""));
+    EXPECT_THAT(stream.writes(), ElementsAre("hello, world"));
+}
+
+TEST_F(SendRequest, BodyGoesToTheStreamInOneWriteHoweverItArrived) {
+    const std::string body = pattern(30000);
+    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 30000\r\n\r\n" + body);
+    EXPECT_TRUE(post(""));
+    EXPECT_THAT(stream.writes(), ElementsAre(body));
+}
+
+TEST_F(SendRequest, BodyMayHoldNulBytes) {
+    const std::string body("a\0b\0\0cdefghi", 12);
+    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 12\r\n\r\n" + body);
+    EXPECT_TRUE(post(""));
+    EXPECT_THAT(stream.writes(), ElementsAre(body));
+}
+
+TEST_F(SendRequest, AnswerWithoutALengthWritesNothing) {
+    peer.write("HTTP/1.0 200 OK\r\n\r\nignored");
+    EXPECT_TRUE(post(""));
+    EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
+    EXPECT_THAT(stream.writes(), IsEmpty());
+}
+
+TEST_F(SendRequest, AnswerOfLengthZeroWritesNothing) {
+    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 00\r\n\r\nignored");
+    EXPECT_TRUE(post(""));
+    EXPECT_THAT(stream.writes(), IsEmpty());
+}
+
+TEST_F(SendRequest, RequestCountsAsSentWhenThePeerClosesWithoutAnAnswer) {
+    peer.finish();
+    EXPECT_TRUE(post("body"));
+    EXPECT_EQ(statusLine, "");
+    EXPECT_TRUE(headers.empty());
+    EXPECT_THAT(stream.writes(), IsEmpty());
+    EXPECT_TRUE(socket.isConnected());
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(SendRequest, RequestCountsAsSentWhenTheAnswerIsMalformed) {
+    peer.write("\r\nContent-Length: 12\r\n\r\nhello, world");
+    EXPECT_TRUE(post("body"));
+    EXPECT_EQ(statusLine, "");
+    EXPECT_THAT(stream.writes(), IsEmpty());
+}
+
+TEST_F(SendRequest, RequestCountsAsSentWhenNoAnswerComesInTime) {
+    const SelectRecorder waits;
+    SelectRecorder::divideWaitsBy(36000);
+    EXPECT_TRUE(post("body"));
+    EXPECT_EQ(statusLine, "");
+    EXPECT_TRUE(socket.isConnected());
+    ASSERT_EQ(SelectRecorder::calls().size(), 1U);
+    EXPECT_EQ(SelectRecorder::calls()[0].seconds, 1800);
+}
+
+TEST_F(SendRequest, RequestCountsAsSentWhenTheAnswersBodyBreaksOff) {
+    const SelectRecorder waits;
+    SelectRecorder::divideWaitsBy(36000);
+    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 12\r\n\r\nhello");
+    EXPECT_TRUE(post("body"));
+    EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
+    EXPECT_EQ(headers.size(), 1U);
+    EXPECT_THAT(stream.writes(), IsEmpty()) << "half a body is not written";
+}
+
+TEST_F(SendRequest, PeerThatResetsInsteadOfAnsweringLeavesNoTrace) {
+    const SelectRecorder waits;
+    std::thread reader([this]() {
+        char buffer[16];
+        (void)recvfrom(peer.far(), buffer, sizeof buffer, 0, nullptr, nullptr); // the rest stays unread
+        peer.closeFar();
+    });
+    EXPECT_TRUE(send("GET", "/a/url/of/more/than/sixteen/bytes", ""));
+    reader.join();
+    EXPECT_EQ(statusLine, "");
+    EXPECT_THAT(log.lines(), IsEmpty()) << "only a body that breaks off is logged";
+}
+
+TEST_F(SendRequest, WithoutMemoryForItsTextNothingIsSentAndTheSocketIsClosed) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    {
+        const AllocationFailure failure(1);
+        EXPECT_FALSE(post("body"));
+        EXPECT_TRUE(AllocationFailure::hasHappened());
+    }
+    EXPECT_FALSE(socket.isConnected());
+    EXPECT_EQ(peer.received(), "");
+    EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(SendRequest, SecondRequestOnTheSameSocketForgetsTheFirst) {
+    peer.write("HTTP/1.0 200 OK\r\nServer: test\r\n\r\n");
+    EXPECT_TRUE(post("one"));
+    peer.finish();
+    EXPECT_TRUE(post("two"));
+    EXPECT_EQ(statusLine, "");
+    EXPECT_TRUE(headers.empty());
+    EXPECT_EQ(peer.received(), headOfPost(3) + "one" + headOfPost(3) + "two");
+}
+
+} // namespace

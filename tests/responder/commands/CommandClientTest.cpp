@@ -1,0 +1,214 @@
+#include "responder/commands/CommandClient.h"
+
+#include "tests/responder/AllocationFailure.h"
+#include "tests/responder/DescriptorLimit.h"
+#include "tests/responder/clients/SendRecorder.h"
+#include "tests/support/Files.h"
+#include "tests/support/ListeningPeer.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/SelectRecorder.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using ZNORBTEST::AllocationFailure;
+using ZNORBTEST::ListeningPeer;
+using ZNORBTEST::LocalConnection;
+using ZNORBTEST::LogRecorder;
+using ZNORBTEST::PeerScript;
+using ZNORBTEST::SelectRecorder;
+
+constexpr const char* socketPath = "/var/run/znorb.socket";
+
+/// The requests, without or with a stand-in for the daemon on its socket. Nothing may ever be logged.
+class CommandClient : public testing::Test {
+protected:
+    ~CommandClient() override {
+        EXPECT_THAT(log.lines(), IsEmpty());
+        daemon.reset();
+        (void)unlink(socketPath);
+    }
+
+    void serve(PeerScript script) { daemon = std::make_unique<ListeningPeer>(std::move(script), socketPath); }
+
+    const LogRecorder log;
+    const SelectRecorder waits;
+    std::unique_ptr<ListeningPeer> daemon;
+};
+
+/// What the daemon gets of two requests. It serves the second only when the first one's sender has closed.
+std::vector<std::string> requestsOf(bool (*command)()) {
+    const ListeningPeer daemon({4, {"0"}, true}, socketPath);
+    EXPECT_TRUE(command());
+    EXPECT_TRUE(command());
+    return daemon.received();
+}
+
+TEST_F(CommandClient, QuitSendsFourBytesAndCloses) {
+    EXPECT_THAT(requestsOf(sendQuit), ElementsAre("QUIT", "QUIT"));
+}
+
+TEST_F(CommandClient, PrintSendsFiveBytesAndCloses) {
+    EXPECT_THAT(requestsOf(sendPrint), ElementsAre("PRINT", "PRINT"));
+}
+
+TEST_F(CommandClient, OneByteOfAnyKindIsAnAnswer) {
+    serve({4, {std::string(1, '\0')}, true});
+    EXPECT_TRUE(sendQuit());
+    EXPECT_TRUE(sendPrint());
+}
+
+TEST_F(CommandClient, AnswerIsNotExamined) {
+    serve({4, {"an error, if it were looked at"}, false});
+    EXPECT_TRUE(sendQuit());
+    EXPECT_TRUE(sendPrint());
+}
+
+TEST_F(CommandClient, AnswerMayBeLongerThanOneRead) {
+    serve({4, {std::string(5000, 'x')}, false});
+    EXPECT_TRUE(sendQuit());
+    EXPECT_TRUE(sendPrint());
+}
+
+TEST_F(CommandClient, FailsAtOnceWithoutASocketFile) {
+    const ZNORBTEST::SendRecorder sends;
+    EXPECT_FALSE(sendQuit());
+    EXPECT_FALSE(sendPrint());
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+    EXPECT_TRUE(sends.calls().empty());
+}
+
+TEST_F(CommandClient, RequestIsSentWithoutASignal) {
+    serve({4, {"0"}, false});
+    const ZNORBTEST::SendRecorder sends;
+    EXPECT_TRUE(sendQuit());
+    ASSERT_EQ(sends.calls().size(), 1U);
+    EXPECT_EQ(sends.calls()[0].flags, MSG_NOSIGNAL);
+}
+
+TEST_F(CommandClient, SendThatFailsShowsInTheAnswerThatDoesNotCome) {
+    SelectRecorder::divideWaitsBy(600);
+    serve({4, {"0"}, true});
+    ZNORBTEST::SendRecorder sends;
+    sends.failCall(0, EPIPE);
+    EXPECT_FALSE(sendQuit());
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
+}
+
+TEST_F(CommandClient, FailsAtOnceWithAStaleSocketFile) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    (void)std::string(socketPath).copy(address.sun_path, sizeof address.sun_path - 1);
+    const int stale = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    (void)close(stale);
+    ASSERT_TRUE(ZNORBTEST::exists(socketPath));
+    EXPECT_FALSE(sendQuit());
+    EXPECT_FALSE(sendPrint());
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+}
+
+TEST_F(CommandClient, FailsAtOnceWithAnOrdinaryFileInThePlaceOfTheSocket) {
+    ZNORBTEST::writeFile(socketPath, "");
+    EXPECT_FALSE(sendQuit());
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+}
+
+TEST_F(CommandClient, FailsAtOnceWhenNoSocketCanBeMade) {
+    EXPECT_FALSE(sendQuit()); // the undefined-behaviour sanitizer has to see the classes before the limit
+    serve({4, {"0"}, false});
+    bool isAnswered = true;
+    {
+        const ZNORBTEST::DescriptorLimit limit(0);
+        isAnswered = sendQuit();
+    }
+    EXPECT_FALSE(isAnswered);
+    EXPECT_THAT(daemon->received(), IsEmpty());
+}
+
+TEST_F(CommandClient, FailsAtOnceWhenMemoryRunsOut) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    const AllocationFailure failure(1);
+    EXPECT_FALSE(sendQuit());
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
+}
+
+TEST_F(CommandClient, WaitsSixtySecondsForTheAnswer) {
+    serve({4, {"0"}, false});
+    EXPECT_TRUE(sendQuit());
+    EXPECT_TRUE(sendPrint());
+    const auto calls = SelectRecorder::calls();
+    ASSERT_EQ(calls.size(), 2U);
+    for (const SelectRecorder::Call& call : calls) {
+        EXPECT_EQ(call.seconds, 60);
+        EXPECT_EQ(call.microseconds, 0);
+        EXPECT_EQ(call.reading.size(), 1U);
+        EXPECT_EQ(call.highestPlusOne, call.reading[0] + 1);
+        EXPECT_TRUE(call.onlyReading);
+    }
+}
+
+TEST_F(CommandClient, FailsWhenNoAnswerComesInTime) {
+    SelectRecorder::divideWaitsBy(600);
+    serve({4, {}, true});
+    EXPECT_FALSE(sendQuit());
+    EXPECT_FALSE(sendPrint());
+    EXPECT_EQ(SelectRecorder::calls().size(), 2U) << "one wait each";
+    EXPECT_THAT(daemon->received(), ElementsAre("QUIT", "PRINT"));
+}
+
+TEST_F(CommandClient, FailsWhenTheDaemonIsBusyWithAnotherConnection) {
+    SelectRecorder::divideWaitsBy(600);
+    serve({4, {"0"}, true});
+    const LocalConnection other = LocalConnection::toPath(socketPath);
+    ASSERT_TRUE(other.isConnected());
+    EXPECT_FALSE(sendQuit());
+}
+
+TEST_F(CommandClient, FailsWhenTheDaemonClosesWithoutAnAnswer) {
+    serve({4, {}, false});
+    EXPECT_FALSE(sendQuit());
+    EXPECT_FALSE(sendPrint());
+}
+
+TEST_F(CommandClient, FailsWhenTheDaemonResetsTheConnection) {
+    serve({1, {}, false}); // closes with the rest of the request unread, or before it comes
+    EXPECT_FALSE(sendQuit());
+}
+
+TEST_F(CommandClient, FailsWhenTheWaitFails) {
+    serve({4, {"0"}, true});
+    SelectRecorder::fail(EINTR);
+    EXPECT_FALSE(sendQuit());
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U) << "an interrupted wait is not resumed";
+}
+
+TEST_F(CommandClient, LeavesNoDescriptorOpen) {
+    const auto before = ZNORBTEST::namesIn("/proc/self/fd");
+    EXPECT_FALSE(sendQuit());
+    serve({4, {"0"}, false});
+    EXPECT_TRUE(sendQuit());
+    EXPECT_TRUE(sendPrint());
+    daemon.reset();
+    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), before);
+}
+
+} // namespace

@@ -1,0 +1,429 @@
+#include "responder/commands/Daemonize.h"
+
+#include "responder/Globals.h"
+#include "tests/responder/ForkedChild.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Waiting.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+
+namespace {
+
+using ZNORBRESPONDER::daemonize;
+using ZNORBTEST::exitedWith;
+using ZNORBTEST::ForkedChild;
+using ZNORBTEST::SharedReport;
+using ZNORBTEST::waitForEndOf;
+using ZNORBTEST::waitUntil;
+
+constexpr int daemonStatus = 7; // the test's: how a daemon ends
+constexpr int invokerStatus = 8;
+
+/// What a process finds out about itself.
+struct Facts {
+    pid_t pid;
+    pid_t parent;
+    pid_t group;
+    pid_t session;
+    unsigned long long ignoredSignals; ///< as in /proc: signal n is bit n - 1
+    mode_t mask;
+    char directory[PATH_MAX];
+    char standard[3][64]; ///< where descriptors 0, 1 and 2 lead
+    int access[3];        ///< how they are open
+    int lowestOpen;       ///< of the descriptors from 3 on; -1 when none is open up to 1023
+    int highestOpen;
+    int highestPassedOn; ///< to programs that the process executes
+};
+
+unsigned long long ignoredSignals() {
+    char text[8192] = {};
+    const int file = open("/proc/self/status", O_RDONLY | O_CLOEXEC);
+    const ssize_t length = read(file, text, sizeof text - 1);
+    (void)close(file);
+    const char* line = length > 0 ? std::strstr(text, "SigIgn:") : nullptr;
+    return line != nullptr ? std::strtoull(line + std::strlen("SigIgn:"), nullptr, 16) : 0;
+}
+
+void find(Facts& facts) {
+    facts.pid = getpid();
+    facts.parent = getppid();
+    facts.group = getpgrp();
+    facts.session = getsid(0);
+    facts.mask = umask(0);
+    (void)umask(facts.mask);
+    (void)getcwd(facts.directory, sizeof facts.directory);
+    for (int descriptor = 0; descriptor < 3; ++descriptor) {
+        char link[32];
+        (void)std::snprintf(link, sizeof link, "/proc/self/fd/%d", descriptor);
+        (void)readlink(link, facts.standard[descriptor], sizeof facts.standard[descriptor] - 1);
+        facts.access[descriptor] = fcntl(descriptor, F_GETFL) & O_ACCMODE;
+    }
+    facts.lowestOpen = -1;
+    facts.highestOpen = -1;
+    facts.highestPassedOn = -1;
+    for (int descriptor = 3; descriptor < 1024; ++descriptor) {
+        const int flags = fcntl(descriptor, F_GETFD);
+        if (flags != -1) {
+            facts.lowestOpen = facts.lowestOpen == -1 ? descriptor : facts.lowestOpen;
+            facts.highestOpen = descriptor;
+            facts.highestPassedOn = (flags & FD_CLOEXEC) == 0 ? descriptor : facts.highestPassedOn;
+        }
+    }
+    facts.ignoredSignals = ignoredSignals();
+}
+
+bool isIgnored(const Facts& facts, int signalNumber) {
+    return (facts.ignoredSignals >> (signalNumber - 1) & 1) != 0;
+}
+
+struct Report {
+    Facts before; ///< of the invoking process
+    Facts invoker;
+    Facts daemon;
+    pid_t intermediate;
+    int intermediateStatus;
+    int errorNumber; ///< the daemon's errno at once after the call
+    bool invokerResult;
+    bool daemonResult;
+    std::atomic<bool> isDaemonDone;
+};
+
+/// For the process that a test prepares and those that it forks.
+bool kernelHasRanges = true;
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" int close_range(unsigned first, unsigned last, int flags) noexcept {
+    if (!kernelHasRanges) {
+        errno = ENOSYS;
+        return -1;
+    }
+    return static_cast<int>(syscall(SYS_close_range, first, last, flags));
+}
+
+namespace {
+
+/// The call in a process whose parent is not process 1: the invoking process and the daemon each report and
+/// end with a status of their own.
+class Daemonize : public testing::Test {
+protected:
+    /// Whatever the test was started with must not decide how it ends.
+    static void setUsualDispositions() {
+        for (const int signalNumber : {SIGHUP, SIGTTOU, SIGTTIN, SIGTSTP, SIGCHLD, SIGINT, SIGTERM}) {
+            (void)std::signal(signalNumber, SIG_DFL);
+        }
+        (void)umask(022);
+        // The intermediate process ends by exit: it must not destroy the event that the tests share with it.
+        ZNORBRESPONDER::ORBFrontProcessBarrier.setOwner(false);
+    }
+
+    [[noreturn]] void invoke(bool ignoreChildren, const std::function<void()>& prepare) {
+        setUsualDispositions();
+        prepare();
+        find(report->before);
+        errno = EDOM;
+        const bool result = daemonize(ignoreChildren);
+        if (getpid() == report->before.pid && result) {
+            report->invokerResult = result;
+            report->intermediate = waitpid(-1, &report->intermediateStatus, 0);
+            find(report->invoker);
+            _exit(invokerStatus);
+        }
+        report->errorNumber = errno;
+        report->daemonResult = result;
+        find(report->daemon);
+        report->isDaemonDone = true;
+        _exit(daemonStatus);
+    }
+
+    void run(
+        bool ignoreChildren, const std::function<void()>& prepare = []() {}) {
+        ForkedChild invoker([this, ignoreChildren, &prepare]() -> int { invoke(ignoreChildren, prepare); });
+        ASSERT_EQ(invoker.waitForEnd(), exitedWith(invokerStatus));
+        ASSERT_TRUE(waitUntil([this]() { return report->isDaemonDone.load(); }));
+        ASSERT_EQ(waitForEndOf(report->daemon.pid), exitedWith(daemonStatus));
+    }
+
+    /// In the place of run(): the process that calls reports as the daemon, as it must not fork.
+    void expectNoFork() {
+        EXPECT_TRUE(report->isDaemonDone);
+        EXPECT_FALSE(report->daemonResult);
+        EXPECT_EQ(report->daemon.pid, report->before.pid);
+        EXPECT_EQ(report->daemon.session, report->before.session);
+    }
+
+    void expectDaemonsDescriptors() {
+        const int expected[] = {O_RDONLY, O_WRONLY, O_WRONLY};
+        for (int descriptor = 0; descriptor < 3; ++descriptor) {
+            EXPECT_STREQ(report->daemon.standard[descriptor], "/dev/null") << descriptor;
+            EXPECT_EQ(report->daemon.access[descriptor], expected[descriptor]) << descriptor;
+        }
+    }
+
+    const SharedReport<Report> report;
+};
+
+TEST_F(Daemonize, IsTrueInTheInvokingProcessAndFalseInTheDaemon) {
+    run(false);
+    EXPECT_TRUE(report->invokerResult);
+    EXPECT_FALSE(report->daemonResult);
+    EXPECT_NE(report->daemon.pid, report->before.pid);
+}
+
+TEST_F(Daemonize, ForksTwiceAndTheProcessBetweenEndsWithStatusZero) {
+    run(false);
+    EXPECT_GT(report->intermediate, 0);
+    EXPECT_NE(report->daemon.pid, report->intermediate);
+    EXPECT_TRUE(WIFEXITED(report->intermediateStatus));
+    EXPECT_EQ(WEXITSTATUS(report->intermediateStatus), 0);
+}
+
+TEST_F(Daemonize, DaemonIsInTheGroupOfTheProcessBetween) {
+    run(false);
+    EXPECT_EQ(report->daemon.group, report->intermediate);
+    EXPECT_NE(report->daemon.group, report->before.group);
+    EXPECT_EQ(report->daemon.session, report->before.session) << "no session of its own";
+}
+
+TEST_F(Daemonize, DaemonIsNoChildOfTheInvokingProcess) {
+    run(false);
+    EXPECT_NE(report->daemon.parent, report->before.pid);
+}
+
+TEST_F(Daemonize, InvokingProcessKeepsItsGroupItsDescriptorsAndItsMask) {
+    run(false);
+    EXPECT_EQ(report->invoker.pid, report->before.pid);
+    EXPECT_EQ(report->invoker.group, report->before.group);
+    EXPECT_EQ(report->invoker.mask, 022U);
+    for (int descriptor = 0; descriptor < 3; ++descriptor) {
+        EXPECT_STREQ(report->invoker.standard[descriptor], report->before.standard[descriptor]);
+    }
+    EXPECT_EQ(report->invoker.highestOpen, report->before.highestOpen);
+}
+
+TEST_F(Daemonize, DaemonIgnoresTheTerminalsSignalsAndTheHangUp) {
+    run(false);
+    for (const int signalNumber : {SIGTTOU, SIGTTIN, SIGTSTP, SIGHUP}) {
+        EXPECT_FALSE(isIgnored(report->before, signalNumber)) << signalNumber;
+        EXPECT_TRUE(isIgnored(report->daemon, signalNumber)) << signalNumber;
+    }
+}
+
+TEST_F(Daemonize, InvokingProcessIgnoresTheTerminalsSignalsButNotTheHangUp) {
+    run(false);
+    for (const int signalNumber : {SIGTTOU, SIGTTIN, SIGTSTP}) {
+        EXPECT_TRUE(isIgnored(report->invoker, signalNumber)) << signalNumber;
+    }
+    EXPECT_FALSE(isIgnored(report->invoker, SIGHUP));
+}
+
+TEST_F(Daemonize, OtherSignalsKeepTheirActions) {
+    run(false);
+    const unsigned long long changed = report->before.ignoredSignals ^ report->daemon.ignoredSignals;
+    unsigned long long expected = 0;
+    for (const int signalNumber : {SIGTTOU, SIGTTIN, SIGTSTP, SIGHUP}) {
+        expected |= 1ULL << (signalNumber - 1);
+    }
+    EXPECT_EQ(changed, expected);
+}
+
+TEST_F(Daemonize, EndsOfChildrenAreIgnoredWhenThatIsAskedFor) {
+    run(true);
+    EXPECT_TRUE(isIgnored(report->daemon, SIGCHLD));
+    EXPECT_FALSE(isIgnored(report->invoker, SIGCHLD)) << "only the daemon's";
+}
+
+TEST_F(Daemonize, EndsOfChildrenAreNotIgnoredOtherwise) {
+    run(false);
+    EXPECT_FALSE(isIgnored(report->daemon, SIGCHLD));
+}
+
+TEST_F(Daemonize, StandardDescriptorsOfTheDaemonLeadNowhere) {
+    run(false);
+    expectDaemonsDescriptors();
+}
+
+TEST_F(Daemonize, StandardDescriptorsThatWereClosedLeadNowhereToo) {
+    run(false, []() {
+        for (int descriptor = 0; descriptor < 3; ++descriptor) {
+            (void)close(descriptor);
+        }
+    });
+    expectDaemonsDescriptors();
+    EXPECT_EQ(report->daemon.lowestOpen, -1);
+}
+
+TEST_F(Daemonize, ClosedStandardInputIsOpenedForReading) {
+    run(false, []() { (void)close(STDIN_FILENO); });
+    expectDaemonsDescriptors();
+}
+
+TEST_F(Daemonize, ClosedStandardOutputIsOpenedForWriting) {
+    run(false, []() { (void)close(STDOUT_FILENO); });
+    expectDaemonsDescriptors();
+}
+
+TEST_F(Daemonize, DescriptorsUpTo255AreClosedAndThoseAboveAreKept) {
+    run(false, []() {
+        for (const int descriptor : {3, 4, 100, 254, 255, 256, 257, 300}) {
+            (void)dup2(STDERR_FILENO, descriptor);
+        }
+    });
+    EXPECT_EQ(report->daemon.lowestOpen, 256);
+    EXPECT_EQ(report->daemon.highestOpen, 300);
+}
+
+TEST_F(Daemonize, DescriptorsAreClosedOneByOneOnAKernelThatClosesNoRange) {
+    run(false, []() {
+        for (const int descriptor : {3, 4, 100, 255, 256, 300}) {
+            (void)dup2(STDERR_FILENO, descriptor);
+        }
+        kernelHasRanges = false;
+    });
+    EXPECT_EQ(report->daemon.lowestOpen, 256);
+    EXPECT_EQ(report->daemon.highestOpen, 300);
+    EXPECT_EQ(report->daemon.highestPassedOn, 300);
+    EXPECT_EQ(report->errorNumber, 0);
+}
+
+TEST_F(Daemonize, DescriptorsThatAreKeptAreNotPassedOnToPrograms) {
+    run(false, []() {
+        for (const int descriptor : {256, 300, 1023}) {
+            (void)dup2(STDERR_FILENO, descriptor);
+        }
+    });
+    EXPECT_EQ(report->before.highestPassedOn, 1023);
+    EXPECT_EQ(report->daemon.highestOpen, 1023);
+    EXPECT_EQ(report->daemon.highestPassedOn, -1);
+    EXPECT_EQ(report->invoker.highestPassedOn, 1023);
+}
+
+TEST_F(Daemonize, DaemonsMaskIsZero) {
+    run(false);
+    EXPECT_EQ(report->before.mask, 022U);
+    EXPECT_EQ(report->daemon.mask, 0U);
+}
+
+TEST_F(Daemonize, DaemonBeginsWithoutAnError) {
+    run(false);
+    EXPECT_EQ(report->errorNumber, 0);
+}
+
+TEST_F(Daemonize, WorkingDirectoryStays) {
+    const ZNORBTEST::TemporaryFolder folder;
+    run(false, [&folder]() { (void)!chdir(folder.path().c_str()); });
+    EXPECT_STREQ(report->before.directory, report->daemon.directory);
+    EXPECT_EQ(std::string(report->daemon.directory).substr(0, 1), "/");
+    EXPECT_NE(report->daemon.directory, std::string("/"));
+}
+
+/// The call in a child of process 1, of a pid namespace of the test's own.
+class DaemonizeChildOfInit : public Daemonize {
+protected:
+    static constexpr int noNamespace = 9;
+
+    void runUnderInit(bool ignoreChildren) {
+        ForkedChild outside([this, ignoreChildren]() -> int {
+            if (unshare(CLONE_NEWPID) != 0) {
+                return noNamespace;
+            }
+            return statusOfChild([this, ignoreChildren]() {
+                return statusOfChild([this, ignoreChildren]() -> int { invoke(ignoreChildren, []() {}); });
+            });
+        });
+        const auto end = outside.waitForEnd();
+        if (end == exitedWith(noNamespace)) {
+            GTEST_SKIP() << "needs a pid namespace";
+        }
+        ASSERT_EQ(end, exitedWith(daemonStatus)) << "the calling process is the daemon";
+        ASSERT_EQ(report->before.parent, 1);
+        expectNoFork();
+    }
+
+    /// Forks, runs, waits.
+    static int statusOfChild(const std::function<int()>& body) {
+        const pid_t child = fork();
+        if (child == 0) {
+            _exit(body());
+        }
+        int status = 0;
+        (void)waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+};
+
+TEST_F(DaemonizeChildOfInit, GoesOnAsTheDaemonWithoutForking) {
+    runUnderInit(false);
+    EXPECT_EQ(report->daemon.parent, 1);
+    EXPECT_EQ(report->daemon.group, report->before.group);
+}
+
+TEST_F(DaemonizeChildOfInit, ItsStandardDescriptorsLeadNowhereAndOthersAreClosed) {
+    runUnderInit(false);
+    expectDaemonsDescriptors();
+    EXPECT_TRUE(report->daemon.lowestOpen == -1 || report->daemon.lowestOpen > 255);
+    EXPECT_EQ(report->daemon.mask, 0U);
+    EXPECT_EQ(report->errorNumber, 0);
+}
+
+TEST_F(DaemonizeChildOfInit, NoSignalIsIgnored) {
+    runUnderInit(false);
+    EXPECT_EQ(report->daemon.ignoredSignals, report->before.ignoredSignals);
+}
+
+TEST_F(DaemonizeChildOfInit, EndsOfChildrenAreIgnoredWhenThatIsAskedFor) {
+    runUnderInit(true);
+    EXPECT_TRUE(isIgnored(report->daemon, SIGCHLD));
+}
+
+/// The call where no fork succeeds: in a process whose pid namespace for children has lost its process 1.
+class DaemonizeWithoutForks : public DaemonizeChildOfInit {
+protected:
+    void runWithoutForks() {
+        ForkedChild child([this]() -> int {
+            if (unshare(CLONE_NEWPID) != 0) {
+                return noNamespace;
+            }
+            (void)statusOfChild([]() { return 0; });
+            invoke(false, []() {});
+        });
+        const auto end = child.waitForEnd();
+        if (end == exitedWith(noNamespace)) {
+            GTEST_SKIP() << "needs a pid namespace";
+        }
+        ASSERT_EQ(end, exitedWith(daemonStatus)) << "the calling process is the daemon";
+        ASSERT_NE(report->before.parent, 1);
+        expectNoFork();
+    }
+};
+
+TEST_F(DaemonizeWithoutForks, GoesOnAsTheDaemon) {
+    runWithoutForks();
+    EXPECT_EQ(report->daemon.group, report->daemon.pid) << "the group of its own is made all the same";
+    EXPECT_EQ(report->daemon.parent, report->before.parent);
+    expectDaemonsDescriptors();
+    EXPECT_EQ(report->daemon.mask, 0U);
+    EXPECT_EQ(report->errorNumber, 0) << "the failure of the forks is forgotten";
+    for (const int signalNumber : {SIGTTOU, SIGTTIN, SIGTSTP, SIGHUP}) {
+        EXPECT_TRUE(isIgnored(report->daemon, signalNumber)) << signalNumber;
+    }
+}
+
+} // namespace

@@ -1,0 +1,118 @@
+#include "responder/commands/StartStop.h"
+
+#include "responder/commands/ExitStatus.h"
+#include "tests/responder/ForkedChild.h"
+#include "tests/support/ListeningPeer.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <semaphore.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <ctime>
+
+/// How long `-stop` waits, counted in its sleeps, of which none takes any time here. What it says and how it
+/// ends on the real executable are the system tests' matter.
+namespace {
+
+using namespace ZNORBRESPONDER;
+using ZNORBTEST::endOfForked;
+using ZNORBTEST::exitedWith;
+using ZNORBTEST::ListeningPeer;
+using ZNORBTEST::ProcessEnd;
+using ZNORBTEST::SharedReport;
+
+constexpr const char* lockName = "/znorb.appLock";
+
+/// The sleeps of the stopping process, and when the daemon lets go of its lock.
+struct Sleeps {
+    unsigned ofTenths = 0;
+    unsigned ofMilliseconds = 0;
+    unsigned others = 0;
+    unsigned releaseIn = 0; ///< the number of the sleep; 0 for never
+    sem_t* lock = nullptr;
+};
+
+/// Set in the stopping process only.
+Sleeps* s_sleeps = nullptr;
+
+void count(Sleeps& sleeps, useconds_t microseconds) {
+    switch (microseconds) {
+    case 100'000:
+        if (++sleeps.ofTenths == sleeps.releaseIn) {
+            (void)sem_post(sleeps.lock);
+        }
+        break;
+    case 1'000:
+        ++sleeps.ofMilliseconds;
+        break;
+    default:
+        ++sleeps.others;
+    }
+}
+
+} // namespace
+
+// Stands in for the C library's in this executable.
+extern "C" int usleep(useconds_t microseconds) {
+    if (s_sleeps != nullptr) {
+        count(*s_sleeps, microseconds);
+        return 0;
+    }
+    const timespec length = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
+    return nanosleep(&length, nullptr);
+}
+
+namespace {
+
+/// A daemon that answers "QUIT" and holds its lock; the name stays when it lets go.
+class StopDaemon : public testing::Test {
+protected:
+    StopDaemon() { EXPECT_NE(m_lock, SEM_FAILED); }
+    ~StopDaemon() override {
+        (void)sem_close(m_lock);
+        (void)sem_unlink(lockName);
+    }
+
+    /// The daemon lets go in this sleep of the stop.
+    ProcessEnd stopReleasedIn(unsigned sleep) {
+        sleeps->releaseIn = sleep;
+        sleeps->lock = m_lock;
+        return endOfForked([this]() {
+            s_sleeps = &*sleeps;
+            return stopDaemon();
+        });
+    }
+
+    const SharedReport<Sleeps> sleeps;
+
+private:
+    sem_t* const m_lock = sem_open(lockName, O_CREAT | O_EXCL, 0644, 0);
+    const ListeningPeer m_daemon{{4, {"0"}}, "/var/run/znorb.socket"};
+};
+
+TEST_F(StopDaemon, GivesUpAfterExactlyFiftySleepsOfATenthOfASecond) {
+    EXPECT_EQ(stopReleasedIn(0), exitedWith(stopTimedOutStatus));
+    EXPECT_EQ(sleeps->ofTenths, 50U);
+    EXPECT_EQ(sleeps->ofMilliseconds + sleeps->others, 0U);
+}
+
+TEST_F(StopDaemon, LooksForTheLastTimeAfterTheFortyNinthSleep) {
+    EXPECT_EQ(stopReleasedIn(49), exitedWith(255));
+    EXPECT_EQ(sleeps->ofTenths, 49U);
+    EXPECT_EQ(sleeps->others, 0U);
+}
+
+TEST_F(StopDaemon, DoesNotLookAgainAfterTheFiftiethSleep) {
+    EXPECT_EQ(stopReleasedIn(50), exitedWith(stopTimedOutStatus));
+    EXPECT_EQ(sleeps->ofTenths, 50U);
+}
+
+TEST_F(StopDaemon, WaitsForANameThatStaysForAFifthOfASecond) {
+    EXPECT_EQ(stopReleasedIn(1), exitedWith(255));
+    EXPECT_EQ(sleeps->ofTenths, 1U);
+    EXPECT_EQ(sleeps->ofMilliseconds, 200U);
+}
+
+} // namespace

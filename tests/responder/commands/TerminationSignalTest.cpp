@@ -1,0 +1,402 @@
+#include "responder/commands/TerminationSignal.h"
+
+#include "responder/Globals.h"
+#include "tests/responder/ForkedChild.h"
+#include "tests/support/Files.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <semaphore.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <thread>
+#include <utility>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using ZNORBTEST::endedBy;
+using ZNORBTEST::endOfForked;
+using ZNORBTEST::exitedWith;
+using ZNORBTEST::ForkedChild;
+using ZNORBTEST::SharedReport;
+using ZNORBTEST::waitUntil;
+
+constexpr const char* lockName = "/znorb.appLock";
+constexpr const char* lockPath = "/dev/shm/sem.znorb.appLock";
+constexpr int survived = 77;
+
+bool isHeldBack(const sigset_t& mask) {
+    return sigismember(&mask, SIGTERM) == 1;
+}
+
+sigset_t currentMask() {
+    sigset_t mask;
+    (void)sigemptyset(&mask);
+    (void)sigprocmask(SIG_BLOCK, nullptr, &mask);
+    return mask;
+}
+
+/// In a child: makes the first removal of a file wait for a thread that pauses.
+std::atomic<bool> firstUnlinkAwaitsPause = false;
+std::atomic<bool> isUnlinking = false;
+std::atomic<bool> isPausing = false;
+
+/// In a child: what the first removal of a file does before, once.
+std::function<void()> beforeUnlink;
+
+} // namespace
+
+// Stand in for the C library's in this executable.
+
+extern "C" int unlink(const char* path) noexcept {
+    if (firstUnlinkAwaitsPause.exchange(false)) {
+        isUnlinking = true;
+        while (!isPausing) {
+            (void)usleep(1000);
+        }
+    }
+    if (beforeUnlink) {
+        std::exchange(beforeUnlink, nullptr)();
+    }
+    return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
+}
+
+extern "C" int pause() {
+    isPausing = true;
+    return poll(nullptr, 0, -1);
+}
+
+namespace {
+
+/// Somebody else's handle on the lock, as a stopping process has it. Removes the name in the end.
+class OtherHandle {
+public:
+    OtherHandle() = default;
+    ~OtherHandle() {
+        if (m_handle != SEM_FAILED) {
+            (void)sem_close(m_handle);
+        }
+        (void)sem_unlink(lockName);
+    }
+    OtherHandle(const OtherHandle&) = delete;
+    OtherHandle& operator=(const OtherHandle&) = delete;
+
+    /// Waits for the lock to be made by somebody and opens it.
+    void open() {
+        ASSERT_TRUE(waitUntil([this]() {
+            m_handle = sem_open(lockName, 0);
+            return m_handle != SEM_FAILED;
+        }));
+    }
+
+    void create(unsigned count) {
+        m_handle = sem_open(lockName, O_CREAT | O_EXCL, 0644, count);
+        ASSERT_NE(m_handle, SEM_FAILED);
+    }
+
+    [[nodiscard]] int count() const {
+        int value = -1;
+        EXPECT_EQ(sem_getvalue(m_handle, &value), 0);
+        return value;
+    }
+
+private:
+    sem_t* m_handle = SEM_FAILED;
+};
+
+/// Code that ends its process, in a child. Steps let the test and the child take turns.
+class TerminationSignal : public testing::Test {
+protected:
+    struct Steps {
+        std::atomic<int> reached;
+        std::atomic<int> allowed;
+    };
+
+    /// In the child: tells that it has come here.
+    void reach(int step) { steps->reached = step; }
+
+    /// In the child: tells, and waits for the test's permission to go on.
+    void reachAndWait(int step) {
+        reach(step);
+        while (steps->allowed < step) {
+            (void)usleep(1000);
+        }
+    }
+
+    void awaitStep(int step) {
+        ASSERT_TRUE(waitUntil([this, step]() { return steps->reached >= step; }));
+    }
+
+    void allow(int step) { steps->allowed = step; }
+
+    const SharedReport<Steps> steps;
+    OtherHandle other;
+};
+
+TEST_F(TerminationSignal, EndsTheProcessWithStatusTenAndRemovesTheName) {
+    ForkedChild daemon([this]() {
+        installTerminationHandler();
+        (void)appLock.create(true);
+        reach(1);
+        (void)mainExitBarrier.wait();
+        return survived;
+    });
+    awaitStep(1);
+    other.open();
+    EXPECT_EQ(other.count(), 0);
+    ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
+    EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_EQ(other.count(), 1) << "whoever still has it open sees it free";
+}
+
+TEST_F(TerminationSignal, HandlerDoesTheSameWhenItIsCalled) {
+    EXPECT_EQ(endOfForked([]() {
+                  (void)appLock.create(true);
+                  ExitSignalHandler(SIGTERM);
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+}
+
+TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProcess) {
+    EXPECT_EQ(endOfForked([this]() {
+                  (void)appLock.create(true);
+                  firstUnlinkAwaitsPause = true;
+                  const auto handle = []() { ExitSignalHandler(SIGTERM); };
+                  std::thread(handle).detach();
+                  while (!isUnlinking) {
+                      (void)usleep(1000);
+                  }
+                  reach(1);
+                  handle();
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_EQ(steps->reached, 1);
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+}
+
+TEST_F(TerminationSignal, CopyThatWasMadeWhileTheProcessEndedEndsByItsOwnSignal) {
+    const SharedReport<ZNORBTEST::ProcessEnd> copy;
+    EXPECT_EQ(endOfForked([&copy]() {
+                  (void)appLock.create(true);
+                  beforeUnlink = [&copy]() {
+                      *copy = endOfForked([]() {
+                          ExitSignalHandler(SIGTERM);
+                          return survived;
+                      });
+                  };
+                  ExitSignalHandler(SIGTERM);
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_EQ(*copy, exitedWith(10));
+}
+
+TEST_F(TerminationSignal, LockThatIsNotHeldIsNotPostedButItsNameGoes) {
+    EXPECT_EQ(endOfForked([this]() {
+                  installTerminationHandler();
+                  (void)appLock.create(false);
+                  other.open();
+                  appLock.unlock(false);
+                  (void)raise(SIGTERM);
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+}
+
+TEST_F(TerminationSignal, NameOfALockThatSomebodyElseMadeGoesUnposted) {
+    other.create(0);
+    EXPECT_EQ(endOfForked([]() {
+                  installTerminationHandler();
+                  (void)appLock.create(true); // fails, and nobody asks
+                  (void)raise(SIGTERM);
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_EQ(other.count(), 0);
+}
+
+TEST_F(TerminationSignal, NothingToRemoveIsNoHindrance) {
+    EXPECT_EQ(endOfForked([]() {
+                  installTerminationHandler();
+                  (void)raise(SIGTERM);
+                  return survived;
+              }),
+              exitedWith(10));
+}
+
+TEST_F(TerminationSignal, NoDestructorRuns) {
+    EXPECT_EQ(endOfForked([]() {
+                  (void)std::atexit([]() { _exit(survived); });
+                  installTerminationHandler();
+                  (void)raise(SIGTERM);
+                  return survived;
+              }),
+              exitedWith(10));
+}
+
+TEST_F(TerminationSignal, OtherSignalsKeepTheirActions) {
+    EXPECT_EQ(endOfForked([]() {
+                  (void)std::signal(SIGINT, SIG_DFL);
+                  installTerminationHandler();
+                  (void)raise(SIGINT);
+                  return survived;
+              }),
+              endedBy(SIGINT));
+}
+
+TEST_F(TerminationSignal, HoldingReturnsTheMaskThatWasInForce) {
+    const sigset_t before = currentMask();
+    ASSERT_FALSE(isHeldBack(before));
+    const sigset_t first = holdTermination();
+    const sigset_t second = holdTermination();
+    EXPECT_TRUE(isHeldBack(currentMask()));
+    EXPECT_FALSE(isHeldBack(first));
+    EXPECT_TRUE(isHeldBack(second));
+    restoreSignalMask(first);
+    EXPECT_FALSE(isHeldBack(currentMask()));
+}
+
+TEST_F(TerminationSignal, HoldingAddsToTheMaskAndRestoringBringsItBack) {
+    sigset_t user;
+    (void)sigemptyset(&user);
+    (void)sigaddset(&user, SIGUSR1);
+    sigset_t original;
+    ASSERT_EQ(sigprocmask(SIG_BLOCK, &user, &original), 0);
+    const sigset_t before = holdTermination();
+    const sigset_t held = currentMask();
+    EXPECT_EQ(sigismember(&held, SIGUSR1), 1);
+    EXPECT_TRUE(isHeldBack(held));
+    restoreSignalMask(before);
+    const sigset_t after = currentMask();
+    EXPECT_EQ(sigismember(&after, SIGUSR1), 1);
+    EXPECT_FALSE(isHeldBack(after));
+    (void)sigprocmask(SIG_SETMASK, &original, nullptr);
+}
+
+TEST_F(TerminationSignal, HeldSignalIsDeliveredWhenTheMaskIsRestored) {
+    ForkedChild daemon([this]() {
+        installTerminationHandler();
+        const sigset_t mask = holdTermination();
+        reachAndWait(1);
+        reach(2);
+        restoreSignalMask(mask);
+        reach(3);
+        return survived;
+    });
+    awaitStep(1);
+    ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
+    allow(1);
+    EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
+    EXPECT_EQ(steps->reached, 2) << "not before, and not later";
+}
+
+TEST_F(TerminationSignal, ForkedProcessHoldsItBackToo) {
+    EXPECT_EQ(endOfForked([]() {
+                  (void)holdTermination();
+                  return endOfForked([]() { return isHeldBack(currentMask()) ? 3 : 4; }).number;
+              }),
+              exitedWith(3));
+}
+
+TEST_F(TerminationSignal, ClearedMaskHoldsNothingBackWhateverWasInherited) {
+    const SharedReport<std::atomic<int>> heldSignals;
+    EXPECT_EQ(endOfForked([&heldSignals]() {
+                  sigset_t all;
+                  (void)sigfillset(&all);
+                  (void)sigprocmask(SIG_SETMASK, &all, nullptr);
+                  clearSignalMask();
+                  const sigset_t mask = currentMask();
+                  for (int signalNumber = 1; signalNumber < 32; ++signalNumber) {
+                      *heldSignals += sigismember(&mask, signalNumber);
+                  }
+                  return 0;
+              }),
+              exitedWith(0));
+    EXPECT_EQ(*heldSignals, 0);
+}
+
+TEST_F(TerminationSignal, ClearingTheMaskDeliversWhatWasHeldBack) {
+    EXPECT_EQ(endOfForked([]() {
+                  installTerminationHandler();
+                  (void)holdTermination();
+                  (void)raise(SIGTERM);
+                  clearSignalMask();
+                  return survived;
+              }),
+              exitedWith(10));
+}
+
+TEST_F(TerminationSignal, ReleasingGivesTheLockBackAndRemovesItsName) {
+    ForkedChild daemon([this]() {
+        installTerminationHandler();
+        (void)appLock.create(true);
+        reachAndWait(1);
+        releaseApplicationLock();
+        return isHeldBack(currentMask()) ? 1 : 0;
+    });
+    awaitStep(1);
+    other.open();
+    allow(1);
+    EXPECT_EQ(daemon.waitForEnd(), exitedWith(0)) << "the mask is as before";
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_EQ(other.count(), 1);
+}
+
+TEST_F(TerminationSignal, ReleasingRemovesANameThatSomebodyElseMade) {
+    other.create(0);
+    EXPECT_EQ(endOfForked([]() {
+                  (void)appLock.create(true);
+                  releaseApplicationLock();
+                  return 0;
+              }),
+              exitedWith(0));
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_EQ(other.count(), 0);
+}
+
+TEST_F(TerminationSignal, AfterTheReleaseItStillEndsWithStatusTenButLeavesTheNextDaemonsNameAlone) {
+    ForkedChild daemon([this]() {
+        installTerminationHandler();
+        (void)appLock.create(true);
+        releaseApplicationLock();
+        reach(1);
+        (void)mainExitBarrier.wait();
+        return survived;
+    });
+    awaitStep(1);
+    other.create(0);
+    ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
+    EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
+    EXPECT_TRUE(ZNORBTEST::exists(lockPath));
+    EXPECT_EQ(other.count(), 0);
+}
+
+TEST_F(TerminationSignal, SignalThatComesDuringTheReleaseEndsTheProcessAfterIt) {
+    // Held back already, it meets the release as one that has just come.
+    EXPECT_EQ(endOfForked([]() {
+                  installTerminationHandler();
+                  (void)appLock.create(true);
+                  const sigset_t mask = holdTermination();
+                  (void)raise(SIGTERM);
+                  releaseApplicationLock();
+                  restoreSignalMask(mask);
+                  return survived;
+              }),
+              exitedWith(10));
+    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+}
+
+} // namespace

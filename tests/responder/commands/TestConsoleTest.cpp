@@ -1,0 +1,385 @@
+#include "responder/commands/TestConsole.h"
+
+#include "common/log/Logger.h"
+#include "responder/Globals.h"
+#include "tests/responder/ForkedChild.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/SelectRecorder.h"
+#include "tests/support/SharedTable.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <thread>
+#include <utility>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using testing::ElementsAre;
+using ZNORBTEST::askDaemon;
+using ZNORBTEST::endedBy;
+using ZNORBTEST::exitedWith;
+using ZNORBTEST::ForkedChild;
+using ZNORBTEST::SelectRecorder;
+using ZNORBTEST::stillRunning;
+using ZNORBTEST::waitUntil;
+
+constexpr const char* socketPath = "/var/run/znorb.socket";
+constexpr const char* tablePath = "/dev/shm/znorb.shvars";
+
+/// A pipe to type into.
+class Keys {
+public:
+    Keys() { EXPECT_EQ(pipe2(m_ends, O_CLOEXEC), 0); }
+    ~Keys() {
+        (void)close(m_ends[0]);
+        end();
+    }
+    Keys(const Keys&) = delete;
+    Keys& operator=(const Keys&) = delete;
+
+    [[nodiscard]] int readingEnd() const { return m_ends[0]; }
+
+    void type(const std::string& keys) const {
+        EXPECT_EQ(write(m_ends[1], keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+    }
+
+    /// No more keys will come.
+    void end() {
+        if (m_ends[1] != -1) {
+            (void)close(std::exchange(m_ends[1], -1));
+        }
+    }
+
+private:
+    int m_ends[2] = {-1, -1};
+};
+
+// ---- one key --------------------------------------------------------------------------------------------
+
+/// Standard input is a pipe.
+class ConsoleInput : public testing::Test {
+protected:
+    ConsoleInput() : m_before(dup(STDIN_FILENO)) { (void)dup2(keys.readingEnd(), STDIN_FILENO); }
+    ~ConsoleInput() override {
+        (void)dup2(m_before, STDIN_FILENO);
+        (void)close(m_before);
+    }
+
+    const SelectRecorder waits;
+    Keys keys;
+
+private:
+    int m_before;
+};
+
+TEST_F(ConsoleInput, IsWaitedForOnDescriptorZeroAloneForSixtySecondsAtATime) {
+    keys.type("p");
+    EXPECT_TRUE(waitForInput());
+    const auto calls = SelectRecorder::calls();
+    ASSERT_EQ(calls.size(), 1U);
+    EXPECT_EQ(calls[0].highestPlusOne, 1);
+    EXPECT_THAT(calls[0].reading, ElementsAre(0));
+    EXPECT_TRUE(calls[0].onlyReading);
+    EXPECT_EQ(calls[0].seconds, 60);
+    EXPECT_EQ(calls[0].microseconds, 0);
+}
+
+TEST_F(ConsoleInput, TimeThatPassesOnlyWakesUp) {
+    SelectRecorder::divideWaitsBy(6000);
+    std::thread typist([this]() {
+        EXPECT_TRUE(SelectRecorder::awaitCalls(5));
+        keys.type("p");
+    });
+    EXPECT_TRUE(waitForInput());
+    typist.join();
+    const auto calls = SelectRecorder::calls();
+    EXPECT_GE(calls.size(), 5U);
+    for (const SelectRecorder::Call& call : calls) {
+        EXPECT_EQ(call.seconds, 60);
+        EXPECT_THAT(call.reading, ElementsAre(0)) << "set afresh each time";
+    }
+}
+
+TEST_F(ConsoleInput, WaitingTakesNothingAway) {
+    keys.type("p");
+    EXPECT_TRUE(waitForInput());
+    EXPECT_TRUE(waitForInput());
+    EXPECT_EQ(readKey(), 'p');
+}
+
+TEST_F(ConsoleInput, WaitThatFailsIsFalse) {
+    keys.type("p");
+    SelectRecorder::fail(EINTR);
+    EXPECT_FALSE(waitForInput());
+    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
+}
+
+TEST_F(ConsoleInput, EndOfInputCountsAsInput) {
+    keys.end();
+    EXPECT_TRUE(waitForInput());
+}
+
+TEST_F(ConsoleInput, KeysAreReadOneByOne) {
+    keys.type("pq\n");
+    EXPECT_EQ(readKey(), 'p');
+    EXPECT_EQ(readKey(), 'q');
+    EXPECT_EQ(readKey(), '\n');
+}
+
+TEST_F(ConsoleInput, KeyIsAByteWithoutASign) {
+    keys.type(std::string("\xff\x80\0", 3));
+    EXPECT_EQ(readKey(), 255);
+    EXPECT_EQ(readKey(), 128);
+    EXPECT_EQ(readKey(), 0);
+}
+
+TEST_F(ConsoleInput, KeyIsZeroAtTheEndOfInputAgainAndAgain) {
+    keys.type("x");
+    keys.end();
+    EXPECT_EQ(readKey(), 'x');
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(readKey(), 0);
+    }
+}
+
+TEST_F(ConsoleInput, KeyIsZeroWhenWaitingFailsAndIsThereStill) {
+    keys.type("p");
+    SelectRecorder::fail(EINTR);
+    EXPECT_EQ(readKey(), 0);
+    EXPECT_EQ(readKey(), 'p');
+}
+
+TEST_F(ConsoleInput, ClosedStandardInputIsAFailedWait) {
+    const int kept = dup(STDIN_FILENO);
+    (void)close(STDIN_FILENO);
+    EXPECT_FALSE(waitForInput());
+    EXPECT_EQ(readKey(), 0);
+    (void)dup2(kept, STDIN_FILENO);
+    (void)close(kept);
+}
+
+// ---- the whole console ----------------------------------------------------------------------------------
+
+const std::string greeting = "Press: p, then Enter to show stats.\r\n"
+                             "Press: q, then Enter to exit.\r\n"
+                             "Unified responder starting\r\n"
+                             "Unified responder waiting for connections\r\n";
+
+const std::string farewell = "Received QUIT command\r\n"
+                             "Unified responder stopped\r\n";
+
+/// Test mode in a process of its own, its standard output in a file of memory.
+class TestConsole : public testing::Test {
+protected:
+    TestConsole() : m_output(memfd_create("output", MFD_CLOEXEC)) {}
+
+    ~TestConsole() override {
+        console.reset();
+        (void)close(m_output);
+        (void)unlink(socketPath);
+        (void)unlink(tablePath);
+    }
+
+    /// What the process finds when test mode has ended.
+    struct Findings {
+        std::atomic<bool> isTestMode;
+        std::atomic<bool> isTableGone;
+        std::atomic<bool> isBarrierSet;
+    };
+
+    void launch(unsigned failingWaits = 0) {
+        console = std::make_unique<ForkedChild>([this, failingWaits]() {
+            (void)dup2(keys.readingEnd(), STDIN_FILENO);
+            (void)dup2(m_output, STDOUT_FILENO);
+            keys.end();
+            const SelectRecorder waits;
+            SelectRecorder::fail(EINTR, failingWaits);
+            const int status = runTestConsole();
+            findings->isTestMode = gIsTestMode;
+            findings->isTableGone = !ZNORBTEST::exists(tablePath);
+            findings->isBarrierSet = mainExitBarrier.timedWait(0);
+            ORBCOMMON::Logger::log("nobody is to see this");
+            return status;
+        });
+    }
+
+    /// Starts it; returns when it can be talked to.
+    void start(unsigned failingWaits = 0) {
+        launch(failingWaits);
+        ASSERT_TRUE(waitUntil([]() { return askDaemon("are you there?") == "0"; })) << output();
+    }
+
+    [[nodiscard]] std::string output() const {
+        std::string text;
+        char buffer[4096];
+        for (;;) {
+            const ssize_t count = pread(m_output, buffer, sizeof buffer, static_cast<off_t>(text.size()));
+            if (count <= 0) {
+                return text;
+            }
+            text.append(buffer, static_cast<std::size_t>(count));
+        }
+    }
+
+    void awaitOutput(const std::string& expected) {
+        EXPECT_TRUE(waitUntil([this, &expected]() { return output() == expected; })) << output();
+    }
+
+    void expectEnd() { EXPECT_EQ(console->waitForEnd(), exitedWith(255)); }
+
+    /// As a client fills its entry in.
+    static void enterClients() {
+        const int descriptor = open(tablePath, O_RDWR | O_CLOEXEC);
+        ASSERT_NE(descriptor, -1);
+        void* memory = mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+        (void)close(descriptor);
+        ASSERT_NE(memory, MAP_FAILED);
+        auto* const entries = static_cast<znorb_shared_table*>(memory);
+        (void)std::strcpy(entries->entries[0].identifier, "one");
+        entries->entries[0].in_use = 1;
+        entries->count = 2;
+        (void)munmap(memory, ZNORB_TABLE_SIZE);
+    }
+
+    static constexpr const char* table = "Entry:  0, Valid?: Y, ID: one\r\n"
+                                         "Entry:  1, Valid?: N, ID: \r\n";
+
+    Keys keys;
+    const ZNORBTEST::SharedReport<Findings> findings;
+    std::unique_ptr<ForkedChild> console;
+
+private:
+    int m_output;
+};
+
+TEST_F(TestConsole, GreetsPrintsAndEnds) {
+    start();
+    awaitOutput(greeting);
+    enterClients();
+    keys.type("p\n");
+    awaitOutput(greeting + table);
+    keys.type("q\n");
+    expectEnd();
+    EXPECT_EQ(output(), greeting + table + farewell);
+}
+
+TEST_F(TestConsole, TitleIsNotShown) {
+    start();
+    keys.type("q\n");
+    expectEnd();
+    EXPECT_EQ(output(), greeting + farewell);
+}
+
+TEST_F(TestConsole, KeysCountAsTheyArrive) {
+    start();
+    enterClients();
+    keys.type("pq\n");
+    expectEnd();
+    EXPECT_EQ(output(), greeting + table + farewell);
+}
+
+TEST_F(TestConsole, KeyNeedsNoEnterAfterIt) {
+    start();
+    keys.type("q");
+    expectEnd();
+}
+
+TEST_F(TestConsole, OtherKeysAreIgnored) {
+    start();
+    enterClients();
+    keys.type(std::string("PQ\r\n \0\xff\x1b[Aors0", 14));
+    keys.type("p");
+    awaitOutput(greeting + table);
+    EXPECT_EQ(console->waitForEnd(std::chrono::milliseconds(0)), stillRunning());
+    keys.type("q");
+    expectEnd();
+    EXPECT_EQ(output(), greeting + table + farewell);
+}
+
+TEST_F(TestConsole, KeysBehindTheLastAreNotRead) {
+    start();
+    enterClients();
+    keys.type("qp\nppp");
+    expectEnd();
+    EXPECT_EQ(output(), greeting + farewell);
+}
+
+TEST_F(TestConsole, LeavesNothingBehindAndNobodyInTheLog) {
+    start();
+    keys.type("q\n");
+    expectEnd();
+    EXPECT_TRUE(findings->isTestMode);
+    EXPECT_TRUE(findings->isTableGone);
+    EXPECT_TRUE(findings->isBarrierSet);
+    EXPECT_EQ(output(), greeting + farewell) << "its stream has left the log";
+}
+
+TEST_F(TestConsole, TakesNoLock) {
+    start();
+    EXPECT_FALSE(ZNORBTEST::exists("/dev/shm/sem.znorb.appLock"));
+    keys.type("q\n");
+    expectEnd();
+}
+
+TEST_F(TestConsole, QuitFromOutsideEndsTheResponderAndTheKeyThenEndsTheRest) {
+    start();
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    awaitOutput(greeting + farewell);
+    EXPECT_EQ(console->waitForEnd(std::chrono::milliseconds(100)), stillRunning())
+        << "the keys are served still";
+    keys.type("pq");
+    expectEnd();
+    EXPECT_EQ(output(), greeting + farewell);
+}
+
+TEST_F(TestConsole, WaitsThatFailAreTriedAgain) {
+    start(10);
+    keys.type("q\n");
+    expectEnd();
+    EXPECT_EQ(output(), greeting + farewell);
+}
+
+TEST_F(TestConsole, AtTheEndOfInputItGoesOnUntilASignalEndsIt) {
+    start();
+    const auto begin = std::chrono::steady_clock::now();
+    keys.end();
+    clockid_t clock = CLOCK_MONOTONIC;
+    ASSERT_EQ(clock_getcpuclockid(console->pid(), &clock), 0);
+    EXPECT_TRUE(waitUntil([clock]() {
+        timespec used = {};
+        return clock_gettime(clock, &used) == 0 && used.tv_sec * 1000 + used.tv_nsec / 1'000'000 > 300;
+    })) << "reads on and on, busily";
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+    EXPECT_EQ(console->waitForEnd(std::chrono::milliseconds(0)), stillRunning());
+    ASSERT_EQ(kill(console->pid(), SIGTERM), 0);
+    EXPECT_EQ(console->waitForEnd(), endedBy(SIGTERM));
+}
+
+TEST_F(TestConsole, ShowsWhatGoesWrongAtTheStart) {
+    ZNORBTEST::writeFile(tablePath, "left behind");
+    keys.type("q\n");
+    launch();
+    expectEnd();
+    EXPECT_EQ(output(), "Press: p, then Enter to show stats.\r\n"
+                        "Press: q, then Enter to exit.\r\n"
+                        "Unified responder starting\r\n"
+                        "Unable to get to shared global variables\r\n"
+                        "Unified responder stopped\r\n");
+}
+
+} // namespace

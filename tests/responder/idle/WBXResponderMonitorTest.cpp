@@ -1,0 +1,235 @@
+#include "responder/idle/WBXResponderMonitor.h"
+
+#include "common/log/Logger.h"
+#include "common/threads/ThreadHandle.h"
+#include "foundation/containers/SharedPtr.h"
+#include "foundation/streams/OutputStream.h"
+#include "tests/responder/paths/StagedInstallation.h"
+#include "tests/support/Files.h"
+#include "tests/support/LogRecorder.h"
+#include "tests/support/SharedTable.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+
+namespace {
+
+using namespace ZNORBTEST;
+using testing::ElementsAre;
+using ZNORBRESPONDER::WBXResponderMonitor;
+
+static_assert(std::is_base_of_v<ORBCOMMON::Threadable, WBXResponderMonitor>);
+static_assert(sizeof(WBXResponderMonitor) == sizeof(ORBCOMMON::Threadable), "no members of its own");
+
+constexpr const char* objectName = "/znorb.shvars";
+constexpr const char* objectFile = "/dev/shm/znorb.shvars";
+constexpr const char* published = "/opt/zn/znwbx/webapp/znorb.xml";
+constexpr const char* startedLine = "WBX Responder Monitor Started";
+constexpr const char* failedLine = "WBX Responder Monitor could not allocate global shared memory.";
+constexpr const char* stoppedLine = "WBX Responder Monitor Stopped";
+
+/// A log stream that looks at the world at the moment of each line.
+class Observer : public Common::OutputStream {
+public:
+    explicit Observer(std::function<void(const std::string&)> look) : m_look(std::move(look)) {}
+
+    void write(const char* data, const unsigned int& length) override {
+        const std::string text(data, length);
+        if (text != "\r\n") {
+            m_look(text);
+        }
+    }
+
+private:
+    std::function<void(const std::string&)> m_look;
+};
+
+class WBXResponderMonitorTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_FALSE(exists(objectFile)) << "not in a sandbox, or left behind by a test";
+        StagedInstallation::installConsole();
+        writeFile(std::string(StagedInstallation::sources) + "/znorb.xml", "<descriptor/>");
+    }
+    void TearDown() override {
+        ORBCOMMON::Logger::removeAllOutputStreams();
+        (void)shm_unlink(objectName);
+    }
+
+    static void observe(const std::function<void(const std::string&)>& look) {
+        ORBCOMMON::Logger::addOutputStream(Common::shared_ptr<Common::OutputStream>(new Observer(look)));
+    }
+
+    /// As another monitor leaves it while it runs.
+    static void makeForeignObject(const std::string& content) {
+        const int descriptor = shm_open(objectName, O_RDWR | O_CREAT | O_EXCL, 0600);
+        ASSERT_NE(descriptor, -1);
+        EXPECT_EQ(write(descriptor, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+        (void)close(descriptor);
+    }
+
+    StagedInstallation m_installation;
+    LogRecorder m_log;
+    WBXResponderMonitor m_monitor;
+};
+
+/// Tells when its thread has come to its end.
+class ObservedMonitor : public WBXResponderMonitor {
+public:
+    void finish() override {
+        WBXResponderMonitor::finish();
+        isFinished = true;
+    }
+
+    std::atomic<bool> isFinished = false;
+};
+
+void runOnThread() {
+    ObservedMonitor monitor;
+    ORBCOMMON::ThreadHandle handle;
+    ASSERT_EQ(ORBCOMMON::start(handle, &monitor), 0);
+    EXPECT_TRUE(waitUntil([&monitor]() { return monitor.isFinished.load(); }));
+    ORBCOMMON::join(handle);
+}
+
+TEST_F(WBXResponderMonitorTest, ConstructionAndFinishDoNothing) {
+    {
+        WBXResponderMonitor monitor;
+        monitor.finish();
+    }
+    EXPECT_EQ(m_log.text(), "");
+    EXPECT_FALSE(exists(published));
+}
+
+TEST_F(WBXResponderMonitorTest, WithoutAnObjectTheTwoLinesAreLoggedAndTheConsoleIsServed) {
+    m_monitor.run();
+    EXPECT_EQ(m_log.text(), "WBX Responder Monitor Started\r\nWBX Responder Monitor Stopped\r\n");
+    EXPECT_EQ(readFile(published), "<descriptor/>");
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(WBXResponderMonitorTest, WithoutAnObjectOneIsMadeZeroedLeftUnusedAndUnlinked) {
+    unsigned looks = 0;
+    observe([&looks](const std::string&) {
+        EXPECT_EQ(readFile(objectFile), std::string(8196, '\0'));
+        EXPECT_EQ(modeOf(objectFile), 0666U);
+        ++looks;
+    });
+    const mode_t mask = umask(0077);
+    m_monitor.run();
+    (void)umask(mask);
+    EXPECT_EQ(looks, 2U) << "at its start and at its end";
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(WBXResponderMonitorTest, ConsoleIsServedBetweenTheLines) {
+    std::vector<std::string> seen;
+    observe(
+        [&seen](const std::string& line) { seen.push_back(line + (exists(published) ? ", there" : "")); });
+    m_monitor.run();
+    EXPECT_THAT(seen, ElementsAre(startedLine, std::string(stoppedLine) + ", there"));
+}
+
+TEST_F(WBXResponderMonitorTest, WithAnObjectPresentTheThreeLinesAreLoggedInOrder) {
+    makeForeignObject("foreign");
+    m_monitor.run();
+    EXPECT_THAT(m_log.lines(), ElementsAre(startedLine, failedLine, stoppedLine));
+}
+
+TEST_F(WBXResponderMonitorTest, WithAnObjectPresentTheRegistrationStillRuns) {
+    makeForeignObject("foreign");
+    m_monitor.run();
+    EXPECT_EQ(readFile(published), "<descriptor/>");
+}
+
+TEST_F(WBXResponderMonitorTest, WithAnObjectPresentItIsLeftUntouchedAndItsNameUnlinkedAtTheEnd) {
+    makeForeignObject("foreign");
+    unsigned looks = 0;
+    observe([&looks](const std::string&) {
+        EXPECT_EQ(readFile(objectFile), "foreign");
+        EXPECT_EQ(modeOf(objectFile), 0600U);
+        ++looks;
+    });
+    m_monitor.run();
+    EXPECT_EQ(looks, 3U);
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(WBXResponderMonitorTest, OwnerOfAnObjectThatWasPresentGoesOnWithItsMapping) {
+    const OwnSharedTable table;
+    table.claim(0);
+    m_monitor.run();
+    EXPECT_FALSE(exists(objectFile));
+    EXPECT_TRUE(table.isInUse(0));
+}
+
+TEST_F(WBXResponderMonitorTest, WithoutAConsoleThePassIsTheSame) {
+    std::filesystem::remove_all(StagedInstallation::console);
+    m_monitor.run();
+    EXPECT_THAT(m_log.lines(), ElementsAre(startedLine, stoppedLine));
+    EXPECT_FALSE(exists(StagedInstallation::console));
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(WBXResponderMonitorTest, ThreadOnItMakesOnePassAndEnds) {
+    runOnThread();
+    EXPECT_THAT(m_log.lines(), ElementsAre(startedLine, stoppedLine));
+    EXPECT_EQ(readFile(published), "<descriptor/>");
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(WBXResponderMonitorTest, ThreadWithAnObjectPresentLogsTheThreeLinesPublishesAndUnlinks) {
+    makeForeignObject("foreign");
+    runOnThread();
+    EXPECT_THAT(m_log.lines(), ElementsAre(startedLine, failedLine, stoppedLine));
+    EXPECT_EQ(readFile(published), "<descriptor/>");
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(WBXResponderMonitorTest, NothingIsKeptBetweenRuns) {
+    makeForeignObject("foreign");
+    m_monitor.run();
+    m_log.clear();
+    std::filesystem::remove(published);
+    m_monitor.run();
+    EXPECT_THAT(m_log.lines(), ElementsAre(startedLine, stoppedLine));
+    EXPECT_EQ(readFile(published), "<descriptor/>");
+}
+
+TEST_F(WBXResponderMonitorTest, ExceptionThatLeavesThePassFindsTheNameUnlinked) {
+    for (const std::string thrower : {startedLine, stoppedLine}) {
+        observe([thrower](const std::string& line) {
+            if (line == thrower) {
+                throw std::runtime_error("from a log stream");
+            }
+        });
+        EXPECT_THROW(m_monitor.run(), std::runtime_error) << thrower;
+        EXPECT_FALSE(exists(objectFile)) << thrower;
+        ORBCOMMON::Logger::removeAllOutputStreams();
+    }
+}
+
+TEST_F(WBXResponderMonitorTest, ExceptionThatLeavesThePassFindsAForeignNameUnlinkedToo) {
+    makeForeignObject("foreign");
+    observe([](const std::string& line) {
+        if (line == failedLine) {
+            throw std::runtime_error("from a log stream");
+        }
+    });
+    EXPECT_THROW(m_monitor.run(), std::runtime_error);
+    EXPECT_FALSE(exists(objectFile));
+}
+
+} // namespace

@@ -1,0 +1,342 @@
+#include "responder/paths/InstallationPaths.h"
+
+#include "tests/responder/ForkedChild.h"
+#include "tests/responder/paths/ExecutableLink.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Files.h"
+#include "tests/support/ProcessEnd.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using namespace ZNORBTEST;
+
+constexpr const char* htmlVariable = "ZNORB_HTML_PATH";
+
+/// Any path of this length; it begins with "/" and holds no other separator.
+std::string componentOf(std::size_t length) {
+    return "/" + std::string(length - 1, 'd');
+}
+
+/// The directory of an executable whose link reads as told.
+std::string binaryPathOf(const std::string& link, const std::string& subdirectory = "") {
+    const ExecutableLink staged(link);
+    return getBinaryPath("znorb", subdirectory);
+}
+
+class InstallationPathsTest : public testing::Test {
+protected:
+    void SetUp() override { (void)unsetenv(htmlVariable); }
+    void TearDown() override { (void)unsetenv(htmlVariable); }
+
+    static void setHtmlPath(const std::string& value) {
+        ASSERT_EQ(setenv(htmlVariable, value.c_str(), 1), 0);
+    }
+};
+
+TEST_F(InstallationPathsTest, BinaryPathIsTheDirectoryOfTheExecutable) {
+    EXPECT_EQ(binaryPathOf("/opt/zn/znorb/bin/znorbresponder"), "/opt/zn/znorb/bin");
+}
+
+TEST_F(InstallationPathsTest, BinaryPathOfTheRunningProgramIsReadFromItsLink) {
+    const std::string program = realExecutable().substr(0, 80);
+    EXPECT_EQ(getBinaryPath("znorb", ""), program.substr(0, program.rfind('/')));
+}
+
+TEST_F(InstallationPathsTest, ProductDoesNotMatterWhereTheLinkCanBeRead) {
+    const ExecutableLink link("/srv/app/bin/program");
+    EXPECT_EQ(getBinaryPath("ris", ""), "/srv/app/bin");
+    EXPECT_EQ(getBinaryPath("", ""), "/srv/app/bin");
+}
+
+TEST_F(InstallationPathsTest, SubdirectoryFollowsBehindASlash) {
+    EXPECT_EQ(binaryPathOf("/srv/app/bin/program", "plugins"), "/srv/app/bin/plugins");
+    EXPECT_EQ(binaryPathOf("/srv/app/bin/program", "a/b/"), "/srv/app/bin/a/b/");
+    EXPECT_EQ(binaryPathOf("/srv/app/bin/program", "/rooted"), "/srv/app/bin//rooted");
+}
+
+TEST_F(InstallationPathsTest, LinkIsCutAtTheLastBackslashWhereItHasOne) {
+    EXPECT_EQ(binaryPathOf("/opt/a\\b/bin/program"), "/opt/a");
+    EXPECT_EQ(binaryPathOf("C:\\app\\bin\\program"), "C:\\app\\bin");
+    EXPECT_EQ(binaryPathOf("C:\\app/bin/program"), "C:");
+}
+
+TEST_F(InstallationPathsTest, LinkWithoutASeparatorStaysWhole) {
+    EXPECT_EQ(binaryPathOf("program"), "program");
+    EXPECT_EQ(binaryPathOf("program", "sub"), "program/sub");
+}
+
+TEST_F(InstallationPathsTest, TrailingSeparatorsOfTheDirectoryAreRemoved) {
+    EXPECT_EQ(binaryPathOf("/opt/zn//program"), "/opt/zn");
+    EXPECT_EQ(binaryPathOf("/opt/zn\\/\\program"), "/opt/zn");
+}
+
+TEST_F(InstallationPathsTest, ExecutableInTheRootDirectoryGivesAnEmptyDirectory) {
+    EXPECT_EQ(binaryPathOf("/program"), "");
+    EXPECT_EQ(binaryPathOf("/program", "sub"), "/sub");
+    EXPECT_EQ(binaryPathOf("///program"), "");
+}
+
+TEST_F(InstallationPathsTest, LinkThatReadsAsNothingGivesAnEmptyDirectory) {
+    EXPECT_EQ(binaryPathOf(""), "");
+    EXPECT_EQ(binaryPathOf("", "sub"), "/sub");
+}
+
+TEST_F(InstallationPathsTest, LinkThatCannotBeReadGivesAnEmptyDirectory) {
+    for (const int error : {EACCES, EINVAL, ENOENT, EIO}) {
+        const ExecutableLink link("/srv/app/bin/program");
+        ExecutableLink::fail(error);
+        EXPECT_EQ(getBinaryPath("znorb", ""), "");
+        EXPECT_EQ(getBinaryPath("znorb", "sub"), "/sub");
+    }
+}
+
+TEST_F(InstallationPathsTest, LinkIsReadIntoExactly80Bytes) {
+    const ExecutableLink link("/srv/app/bin/program");
+    (void)getBinaryPath("znorb", "");
+    EXPECT_EQ(ExecutableLink::sizeAskedFor(), 80U);
+}
+
+TEST_F(InstallationPathsTest, LinkOfUpTo80BytesIsReadWhole) {
+    for (const std::size_t length : {78U, 79U, 80U}) {
+        const std::string directory = componentOf(length - 2);
+        EXPECT_EQ(binaryPathOf(directory + "/p"), directory) << length;
+        const std::string nested = "/a" + componentOf(length - 4);
+        EXPECT_EQ(binaryPathOf(nested + "/p"), nested) << length;
+    }
+}
+
+TEST_F(InstallationPathsTest, LongerLinkIsCutAt80BytesBeforeItsLastComponentIsRemoved) {
+    const std::string outer = componentOf(40);
+    EXPECT_EQ(binaryPathOf(outer + componentOf(60) + "/program"), outer) << "the directory itself is cut";
+    EXPECT_EQ(binaryPathOf(outer + componentOf(40) + "/p"), outer) << "a directory of 80 bytes loses its end";
+    EXPECT_EQ(binaryPathOf(outer + componentOf(39) + "/p"), outer + componentOf(39))
+        << "of 79, the separator is kept as the 80th byte";
+    EXPECT_EQ(binaryPathOf(outer + "/" + std::string(5000, 'p')), outer) << "only the name is cut";
+}
+
+TEST_F(InstallationPathsTest, LongLinkWithItsOnlySeparatorBeyondTheCutStaysWhole) {
+    EXPECT_EQ(binaryPathOf(std::string(80, 'd') + "/program"), std::string(80, 'd'));
+    EXPECT_EQ(binaryPathOf(std::string(80, 'd') + "/program", "sub"), std::string(80, 'd') + "/sub");
+}
+
+// ---- programs that are really started from a path of some length -----------------------------------
+
+constexpr const char* probeEnding = "/path-probe";
+
+/// This program, started under the probe's name, tells its directory and ends, before main.
+bool becomeProbeIfAsked() {
+    const std::string program = realExecutable();
+    const std::string ending = probeEnding;
+    if (program.size() < ending.size() || program.substr(program.size() - ending.size()) != ending) {
+        return false;
+    }
+    const std::string answer = getBinaryPath("znorb", "") + "\n";
+    const bool told =
+        write(STDOUT_FILENO, answer.data(), answer.size()) == static_cast<ssize_t>(answer.size());
+    _exit(told ? EXIT_SUCCESS : EXIT_FAILURE);
+}
+
+[[maybe_unused]] const bool s_isProbe = becomeProbeIfAsked();
+
+/// Copies of this program below /opt/zn, where lengths are known; one copy, linked where it is wanted.
+class InstallationPathsProbeTest : public InstallationPathsTest {
+protected:
+    static constexpr const char* root = "/opt/zn/probe";
+
+    void SetUp() override {
+        ASSERT_FALSE(exists(root));
+        copyProgram(realExecutable(), std::string(root) + "/program");
+    }
+    void TearDown() override { (void)std::filesystem::remove_all(root); }
+
+    /// What a probe in this directory answers.
+    static std::string answerFrom(const std::string& directory) {
+        std::filesystem::create_directories(directory);
+        std::filesystem::create_hard_link(std::string(root) + "/program", directory + probeEnding);
+        Launch launch;
+        launch.program = directory + probeEnding;
+        const ProgramResult result = runProgram(launch);
+        EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
+        return result.output;
+    }
+
+    /// A directory below the root so that the probe's path has this length.
+    static std::string directoryForLength(std::size_t length) {
+        const std::string outer = std::string(root) + "/outer";
+        return outer + componentOf(length - outer.size() - std::string(probeEnding).size());
+    }
+};
+
+TEST_F(InstallationPathsProbeTest, ProgramInAPathOfUpTo80BytesFindsItsDirectory) {
+    for (const std::size_t length : {79U, 80U}) {
+        const std::string directory = directoryForLength(length);
+        ASSERT_EQ(directory.size() + std::string(probeEnding).size(), length);
+        EXPECT_EQ(answerFrom(directory), directory + "\n");
+    }
+}
+
+TEST_F(InstallationPathsProbeTest, ProgramWhoseNameIsCutFindsItsDirectory) {
+    const std::string directory = directoryForLength(81);
+    EXPECT_EQ(answerFrom(directory), directory + "\n");
+}
+
+TEST_F(InstallationPathsProbeTest, ProgramWhoseDirectoryIsCutFindsTheDirectoryAbove) {
+    for (const std::size_t length : {91U, 200U}) {
+        EXPECT_EQ(answerFrom(directoryForLength(length)), std::string(root) + "/outer\n") << length;
+    }
+}
+
+// ---- without a proc file system ----------------------------------------------------------------------
+
+/// Covers /proc with an empty file system, for the calling process only. False when that is not allowed.
+bool coverProc() noexcept {
+    return unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+           mount("tmpfs", "/proc", "tmpfs", 0, "mode=0755") == 0;
+}
+
+struct Answer {
+    char text[256];
+};
+
+/// The answer of a child whose /proc is empty but for what `prepare` puts there; nullopt where no mounts
+/// are allowed.
+std::optional<std::string> answerWithoutProc(
+    const std::function<std::string()>& question, const std::function<void()>& prepare = []() {}) {
+    constexpr int noMountsStatus = 9;
+    const SharedReport<Answer> report;
+    const ProcessEnd end = endOfForked([&question, &prepare, &report]() noexcept {
+        if (!coverProc()) {
+            return noMountsStatus;
+        }
+        prepare();
+        (void)question().copy(report->text, sizeof report->text - 1);
+        return 0;
+    });
+    if (end == exitedWith(noMountsStatus)) {
+        return std::nullopt;
+    }
+    EXPECT_EQ(end, exitedWith(0));
+    return std::string(report->text);
+}
+
+void expectWithoutProc(const std::function<std::string()>& question, const std::string& expected) {
+    const std::optional<std::string> answer = answerWithoutProc(question);
+    if (!answer.has_value()) {
+        GTEST_SKIP() << "no mounts are allowed here";
+    }
+    EXPECT_EQ(*answer, expected);
+}
+
+TEST_F(InstallationPathsTest, WithoutProcBinaryPathIsTheUsualInstallation) {
+    expectWithoutProc([]() { return getBinaryPath("znorb", ""); }, "/opt/zn/znorb/bin");
+}
+
+TEST_F(InstallationPathsTest, WithoutProcProductNamesTheInstallation) {
+    expectWithoutProc([]() { return getBinaryPath("ris", ""); }, "/opt/zn/ris/bin");
+}
+
+TEST_F(InstallationPathsTest, WithoutProcSubdirectoryFollowsToo) {
+    expectWithoutProc([]() { return getBinaryPath("znorb", "sub"); }, "/opt/zn/znorb/bin/sub");
+}
+
+TEST_F(InstallationPathsTest, WithoutProcHtmlPathIsThatOfTheUsualInstallation) {
+    expectWithoutProc([]() { return getHtmlPath("znorb", ""); }, "/opt/zn/znorb/HTML/ORB1");
+}
+
+TEST_F(InstallationPathsTest, LinkThatIsNoLinkGivesAnEmptyDirectory) {
+    const auto makeFile = []() {
+        for (const std::string& directory :
+             {"/proc/" + std::to_string(getpid()), std::string("/proc/self")}) {
+            (void)mkdir(directory.c_str(), 0755);
+            (void)close(open((directory + "/exe").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+        }
+    };
+    const std::optional<std::string> answer = answerWithoutProc(
+        []() { return getBinaryPath("znorb", "") + "," + getBinaryPath("znorb", "sub"); }, makeFile);
+    if (!answer.has_value()) {
+        GTEST_SKIP() << "no mounts are allowed here";
+    }
+    EXPECT_EQ(*answer, ",/sub");
+}
+
+// ---- the HTML directory ------------------------------------------------------------------------------
+
+class InstallationPathsHtmlTest : public InstallationPathsTest {
+protected:
+    ExecutableLink m_link = ExecutableLink("/opt/zn/znorb/bin/znorbresponder");
+};
+
+TEST_F(InstallationPathsHtmlTest, VariantOfZnorbIsOrb1) {
+    EXPECT_EQ(getHtmlPath("znorb", ""), "/opt/zn/znorb/HTML/ORB1");
+}
+
+TEST_F(InstallationPathsHtmlTest, VariantOfRisIsRis) {
+    EXPECT_EQ(getHtmlPath("ris", ""), "/opt/zn/znorb/HTML/RIS");
+}
+
+TEST_F(InstallationPathsHtmlTest, VariantOfAnyOtherProductIsEmpty) {
+    for (const std::string product : {"", "ZNORB", "Ris", "znorb1", "zn"}) {
+        EXPECT_EQ(getHtmlPath(product, ""), "/opt/zn/znorb/HTML/") << product;
+    }
+}
+
+TEST_F(InstallationPathsHtmlTest, VariableThatIsSetIsTheWholeResult) {
+    for (const std::string value : {"/srv/html", "/srv/html/", "relative", "/", "C:\\html\\", " "}) {
+        setHtmlPath(value);
+        EXPECT_EQ(getHtmlPath("znorb", ""), value);
+        EXPECT_EQ(getHtmlPath("ris", ""), value) << "whatever the product";
+    }
+}
+
+TEST_F(InstallationPathsHtmlTest, VariableThatIsSetButEmptyCountsAsUnset) {
+    setHtmlPath("");
+    EXPECT_EQ(getHtmlPath("znorb", ""), "/opt/zn/znorb/HTML/ORB1");
+    EXPECT_EQ(getHtmlPath("znorb", "a"), "/opt/zn/znorb/HTML/ORB1/a");
+}
+
+TEST_F(InstallationPathsHtmlTest, SubPathFollowsBehindOneSlash) {
+    EXPECT_EQ(getHtmlPath("znorb", "a/b.htm"), "/opt/zn/znorb/HTML/ORB1/a/b.htm");
+    EXPECT_EQ(getHtmlPath("znorb", "/a/b.htm"), "/opt/zn/znorb/HTML/ORB1/a/b.htm");
+    EXPECT_EQ(getHtmlPath("znorb", "\\a"), "/opt/zn/znorb/HTML/ORB1/\\a");
+    EXPECT_EQ(getHtmlPath("znorb", "/"), "/opt/zn/znorb/HTML/ORB1/");
+}
+
+TEST_F(InstallationPathsHtmlTest, SubPathFollowsTheVariableToo) {
+    setHtmlPath("/srv/html");
+    EXPECT_EQ(getHtmlPath("znorb", "a"), "/srv/html/a");
+    EXPECT_EQ(getHtmlPath("znorb", "/a"), "/srv/html/a");
+    setHtmlPath("/srv/html/");
+    EXPECT_EQ(getHtmlPath("znorb", "a"), "/srv/html//a") << "the value is kept as it is";
+}
+
+TEST_F(InstallationPathsTest, HtmlPathWithoutTheVariableLiesBesideTheExecutablesDirectory) {
+    const ExecutableLink link("C:\\znorb\\bin\\program");
+    EXPECT_EQ(getHtmlPath("znorb", ""), "C:\\znorb/HTML/ORB1");
+}
+
+TEST_F(InstallationPathsTest, HtmlPathOfAnEmptyExecutablesDirectoryLiesInTheRoot) {
+    const ExecutableLink link("");
+    EXPECT_EQ(getHtmlPath("znorb", ""), "/HTML/ORB1");
+}
+
+TEST_F(InstallationPathsTest, HtmlPathOfAnExecutableInATopDirectoryLiesInTheRoot) {
+    const ExecutableLink link("/bin/program");
+    EXPECT_EQ(getHtmlPath("znorb", "x"), "/HTML/ORB1/x");
+}
+
+} // namespace

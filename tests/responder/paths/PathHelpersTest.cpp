@@ -1,0 +1,339 @@
+#include "responder/paths/PathHelpers.h"
+
+#include "tests/responder/ForkedChild.h"
+#include "tests/support/Files.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using ZNORBTEST::TemporaryFolder;
+using ZNORBTEST::writeFile;
+
+constexpr uid_t ordinaryUser = 65534;
+
+/// One call of a function from text to text.
+struct Example {
+    std::string text;
+    std::string expected;
+};
+
+void expectAll(std::string (*function)(const std::string&), const std::vector<Example>& examples) {
+    for (const Example& example : examples) {
+        EXPECT_EQ(function(example.text), example.expected) << "of \"" << example.text << '"';
+    }
+}
+
+TEST(PathHelpers, FileNameOfATextWithoutSeparatorIsEmpty) {
+    expectAll(getFileName, {{"report", ""}, {"x.tar.gz", ""}, {"", ""}, {".", ""}});
+}
+
+TEST(PathHelpers, FileNameOfAPathThatEndsWithItsSeparatorIsEmpty) {
+    expectAll(getFileName, {{"/tmp/", ""}, {"a\\", ""}, {"/", ""}, {"\\", ""}, {"///", ""}});
+}
+
+TEST(PathHelpers, FileNameIsTheTextBehindTheLastSlash) {
+    expectAll(getFileName, {{"/tmp/report", "report"}, {"a/b/c", "c"}, {"/x", "x"}, {"//x", "x"}});
+}
+
+TEST(PathHelpers, FileNameIsCutAtTheLastBackslashOnlyWithoutASlash) {
+    expectAll(getFileName, {{"C:\\dir\\x", "x"}, {"a\\b/c", "c"}, {"a/b\\c", "b\\c"}, {"a/\\", "\\"}});
+}
+
+TEST(PathHelpers, ExtensionBeginsWithTheLastDot) {
+    expectAll(getExtension,
+              {{"x.tar.gz", ".gz"}, {"x.y", ".y"}, {".profile", ".profile"}, {"/d/x.txt", ".txt"}});
+}
+
+TEST(PathHelpers, ExtensionWithoutADotIsEmpty) {
+    expectAll(getExtension, {{"report", ""}, {"/a/b", ""}, {"", ""}});
+}
+
+TEST(PathHelpers, ExtensionOfATextThatEndsWithADotIsTheDot) {
+    expectAll(getExtension, {{"x.", "."}, {".", "."}, {"..", "."}});
+}
+
+TEST(PathHelpers, ExtensionLooksPastSeparators) {
+    expectAll(getExtension, {{"/d.d/x", ".d/x"}, {"a.b\\c", ".b\\c"}, {"./", "./"}});
+}
+
+TEST(PathHelpers, BaseNameIsTheFileNameWithoutItsExtension) {
+    expectAll(getBaseName, {{"/d/x.tar.gz", "x.tar"}, {"a\\x.y", "x"}, {"/d/x.", "x"}, {"a/b.c\\d", "b"}});
+}
+
+TEST(PathHelpers, BaseNameWithoutAnExtensionIsTheFileName) {
+    expectAll(getBaseName, {{"/d/report", "report"}, {"a\\b", "b"}, {"/d/", ""}});
+}
+
+TEST(PathHelpers, BaseNameOfANameThatIsAllExtensionIsEmpty) {
+    expectAll(getBaseName, {{"/d/.profile", ""}, {"/d/.", ""}});
+}
+
+TEST(PathHelpers, BaseNameIsTheWholeFileNameWhereTheLastDotIsThatOfADirectory) {
+    expectAll(getBaseName, {{"/d.d/x", "x"}, {"a.b\\c", "c"}, {"./report", "report"}, {"/d.d/", ""}});
+}
+
+TEST(PathHelpers, BaseNameWithoutAnySeparatorIsEmptyAsTheFileNameIs) {
+    expectAll(getBaseName, {{"x.tar.gz", ""}, {"report", ""}, {"", ""}});
+}
+
+TEST(PathHelpers, DirectoryPartIncludesItsSeparator) {
+    expectAll(getDirectoryPart,
+              {{"/opt/zn/file", "/opt/zn/"}, {"/opt/zn/", "/opt/zn/"}, {"/x", "/"}, {"a\\b\\c", "a\\b\\"}});
+}
+
+TEST(PathHelpers, DirectoryPartIsCutAtTheLastBackslashOnlyWithoutASlash) {
+    expectAll(getDirectoryPart, {{"a/b\\c", "a/"}, {"a\\b/c", "a\\b/"}});
+}
+
+TEST(PathHelpers, DirectoryPartWithoutSeparatorIsEmpty) {
+    expectAll(getDirectoryPart, {{"report", ""}, {"", ""}});
+}
+
+TEST(PathHelpers, DirectoryPartOfOnlySeparatorsIsAllOfThem) {
+    expectAll(getDirectoryPart, {{"///", "///"}, {"\\\\", "\\\\"}, {"/\\", "/"}});
+}
+
+TEST(PathHelpers, LastComponentIsRemovedTogetherWithItsSeparator) {
+    expectAll(
+        removeLastComponent,
+        {{"/opt/zn/znorb/bin", "/opt/zn/znorb"}, {"/opt/zn/", "/opt/zn"}, {"/x", ""}, {"C:\\a\\b", "C:\\a"}});
+}
+
+TEST(PathHelpers, LastComponentIsCutAtTheLastSlashOnlyWithoutABackslash) {
+    expectAll(removeLastComponent, {{"C:\\dir/sub\\x", "C:\\dir/sub"}, {"a\\b/c", "a"}, {"a/b\\c", "a/b"}});
+}
+
+TEST(PathHelpers, LastComponentOfATextWithoutSeparatorIsTheWholeTextAndStays) {
+    expectAll(removeLastComponent, {{"name", "name"}, {"", ""}, {"x.y", "x.y"}});
+}
+
+TEST(PathHelpers, LastComponentOfOnlySeparatorsIsTheLastOfThem) {
+    expectAll(removeLastComponent, {{"/", ""}, {"///", "//"}, {"\\", ""}, {"\\/", ""}, {"/\\", "/"}});
+}
+
+TEST(PathHelpers, EveryTrailingSeparatorOfEitherKindIsRemoved) {
+    expectAll(removeTrailingSeparators,
+              {{"/a/b//\\", "/a/b"}, {"a/", "a"}, {"a\\", "a"}, {"a\\/\\/", "a"}, {"/a\\b/", "/a\\b"}});
+}
+
+TEST(PathHelpers, TextOfOnlySeparatorsIsRemovedWhole) {
+    expectAll(removeTrailingSeparators, {{"///", ""}, {"\\", ""}, {"/\\/", ""}, {"", ""}});
+}
+
+TEST(PathHelpers, TextWithoutTrailingSeparatorsStays) {
+    expectAll(removeTrailingSeparators, {{"/a/b", "/a/b"}, {"name", "name"}, {"/a/b ", "/a/b "}});
+}
+
+TEST(PathHelpers, NulBytesInPathsAreBytesLikeOthers) {
+    const std::string name("c\0d.e", 5);
+    const std::string directory("a\0b", 3);
+    const std::string path = directory + "/" + name;
+    EXPECT_EQ(removeTrailingSeparators(path + "/"), path);
+    EXPECT_EQ(removeLastComponent(path), directory);
+    EXPECT_EQ(getDirectoryPart(path), directory + "/");
+    EXPECT_EQ(getFileName(path), name);
+    EXPECT_EQ(getExtension(path), ".e");
+    EXPECT_EQ(getBaseName(path), name.substr(0, 3));
+}
+
+std::string replaced(std::string text, const std::string& find, const std::string& replacement) {
+    replaceFirst(text, find, replacement);
+    return text;
+}
+
+TEST(PathHelpers, OnlyTheFirstOccurrenceIsReplaced) {
+    EXPECT_EQ(replaced("%A% and %A%", "%A%", "x"), "x and %A%");
+    EXPECT_EQ(replaced("aaa", "a", "b"), "baa");
+}
+
+TEST(PathHelpers, OccurrenceIsReplacedAtTheBeginningInTheMiddleAndAtTheEnd) {
+    EXPECT_EQ(replaced("%A%b", "%A%", "x"), "xb");
+    EXPECT_EQ(replaced("b%A%b", "%A%", "x"), "bxb");
+    EXPECT_EQ(replaced("b%A%", "%A%", "x"), "bx");
+    EXPECT_EQ(replaced("%A%", "%A%", "x"), "x");
+}
+
+TEST(PathHelpers, TextWithoutAnOccurrenceStays) {
+    EXPECT_EQ(replaced("%a% %A", "%A%", "x"), "%a% %A");
+    EXPECT_EQ(replaced("", "%A%", "x"), "");
+}
+
+TEST(PathHelpers, ReplacementMayBeEmptyLongerOrHoldWhatWasSearched) {
+    EXPECT_EQ(replaced("a%A%b", "%A%", ""), "ab");
+    EXPECT_EQ(replaced("a%A%b", "%A%", std::string(1000, 'x')), "a" + std::string(1000, 'x') + "b");
+    EXPECT_EQ(replaced("%A%", "%A%", "[%A%]"), "[%A%]");
+}
+
+TEST(PathHelpers, ReplacementTreatsNulBytesLikeOthers) {
+    EXPECT_EQ(replaced(std::string("a\0%A%", 5), "%A%", std::string("\0x", 2)), std::string("a\0\0x", 4));
+    EXPECT_EQ(replaced(std::string("a\0b", 3), std::string("\0", 1), "-"), "a-b");
+}
+
+TEST(PathHelpers, EveryBackslashIsDoubledAndNothingElse) {
+    expectAll(escapeBackslashes, {{"", ""},
+                                  {"/opt/zn", "/opt/zn"},
+                                  {"\\", "\\\\"},
+                                  {"\\\\", "\\\\\\\\"},
+                                  {"C:\\a\\b", "C:\\\\a\\\\b"},
+                                  {"\\\"%\n", "\\\\\"%\n"},
+                                  {std::string("\0\\\0", 3), std::string("\0\\\\\0", 4)}});
+}
+
+class PathHelpersFileTest : public testing::Test {
+protected:
+    PathHelpersFileTest() {
+        writeFile(m_file, "content");
+        EXPECT_EQ(mkdir(m_directory.c_str(), 0755), 0);
+        EXPECT_EQ(mkfifo(m_fifo.c_str(), 0644), 0);
+    }
+
+    /// A link to the target, at a path of its own.
+    std::string linkTo(const std::string& target) {
+        const std::string path = m_folder / ("link" + std::to_string(++m_links));
+        EXPECT_EQ(symlink(target.c_str(), path.c_str()), 0);
+        return path;
+    }
+
+    TemporaryFolder m_folder;
+    const std::string m_file = m_folder / "file";
+    const std::string m_directory = m_folder / "directory";
+    const std::string m_fifo = m_folder / "fifo";
+    const std::string m_absent = m_folder / "absent";
+
+private:
+    unsigned m_links = 0;
+};
+
+TEST_F(PathHelpersFileTest, RegularFileIsAFileThatExistsAndIsRegular) {
+    EXPECT_TRUE(isRegularFile(m_file));
+    EXPECT_FALSE(isRegularFile(m_directory));
+    EXPECT_FALSE(isRegularFile(m_fifo));
+    EXPECT_FALSE(isRegularFile("/dev/null"));
+    EXPECT_FALSE(isRegularFile(m_absent));
+    EXPECT_FALSE(isRegularFile(""));
+    EXPECT_FALSE(isRegularFile(m_file + "/"));
+}
+
+TEST_F(PathHelpersFileTest, RegularFileIsFoundThroughALink) {
+    EXPECT_TRUE(isRegularFile(linkTo(m_file)));
+    EXPECT_FALSE(isRegularFile(linkTo(m_directory)));
+    EXPECT_FALSE(isRegularFile(linkTo(m_absent)));
+}
+
+TEST_F(PathHelpersFileTest, DirectoryIsOneThatExists) {
+    EXPECT_TRUE(isDirectory(m_directory));
+    EXPECT_TRUE(isDirectory(m_directory + "/"));
+    EXPECT_FALSE(isDirectory(m_file));
+    EXPECT_FALSE(isDirectory(m_fifo));
+    EXPECT_FALSE(isDirectory("/dev/null"));
+    EXPECT_FALSE(isDirectory(m_absent));
+    EXPECT_FALSE(isDirectory(""));
+}
+
+TEST_F(PathHelpersFileTest, DirectoryIsFoundThroughALink) {
+    EXPECT_TRUE(isDirectory(linkTo(m_directory)));
+    EXPECT_FALSE(isDirectory(linkTo(m_file)));
+    EXPECT_FALSE(isDirectory(linkTo(m_absent)));
+}
+
+TEST_F(PathHelpersFileTest, ReadableFileIsARegularOneThatCanBeOpened) {
+    EXPECT_TRUE(isReadableFile(m_file));
+    EXPECT_TRUE(isReadableFile(linkTo(m_file)));
+    EXPECT_FALSE(isReadableFile(m_directory)) << "although it can be opened";
+    EXPECT_FALSE(isReadableFile("/dev/null")) << "although it can be read";
+    EXPECT_FALSE(isReadableFile(m_absent));
+    EXPECT_FALSE(isReadableFile(""));
+}
+
+TEST_F(PathHelpersFileTest, ReadableFileDoesNotWaitForTheWriterOfAFifo) {
+    (void)alarm(60);
+    EXPECT_FALSE(isReadableFile(m_fifo));
+    (void)alarm(0);
+}
+
+TEST_F(PathHelpersFileTest, FileWithoutReadPermissionIsNotReadable) {
+    constexpr int noSecondUser = 9;
+    ASSERT_EQ(chmod(m_folder.path().c_str(), 0755), 0);
+    ASSERT_EQ(chmod(m_file.c_str(), 0000), 0);
+    const ZNORBTEST::ProcessEnd end = ZNORBTEST::endOfForked([this]() noexcept {
+        if (geteuid() == 0 && setresuid(ordinaryUser, ordinaryUser, ordinaryUser) != 0) {
+            return noSecondUser;
+        }
+        return isRegularFile(m_file) && !isReadableFile(m_file) ? 0 : 1;
+    });
+    if (end == ZNORBTEST::exitedWith(noSecondUser)) {
+        GTEST_SKIP() << "no second user in this sandbox";
+    }
+    EXPECT_EQ(end, ZNORBTEST::exitedWith(0));
+}
+
+TEST_F(PathHelpersFileTest, ReadableFileIsClosedAgain) {
+    const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    (void)close(before);
+    EXPECT_TRUE(isReadableFile(m_file));
+    const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    (void)close(after);
+    EXPECT_EQ(after, before) << "the lowest free number";
+}
+
+/// Sets the file mode creation mask for one test.
+class Umask {
+public:
+    explicit Umask(mode_t mask) : m_previous(umask(mask)) {}
+    ~Umask() { (void)umask(m_previous); }
+    Umask(const Umask&) = delete;
+    Umask& operator=(const Umask&) = delete;
+
+private:
+    mode_t m_previous;
+};
+
+TEST_F(PathHelpersFileTest, DirectoryIsCreatedWithMode755) {
+    const Umask mask(0);
+    EXPECT_TRUE(createDirectory(m_absent));
+    EXPECT_TRUE(isDirectory(m_absent));
+    EXPECT_EQ(ZNORBTEST::modeOf(m_absent), 0755U);
+}
+
+TEST_F(PathHelpersFileTest, ModeOfACreatedDirectoryIsLessenedByTheUmask) {
+    const Umask mask(0077);
+    EXPECT_TRUE(createDirectory(m_absent));
+    EXPECT_EQ(ZNORBTEST::modeOf(m_absent), 0700U);
+}
+
+TEST_F(PathHelpersFileTest, ExistingDirectoryCountsAsCreatedAndKeepsItsMode) {
+    ASSERT_EQ(chmod(m_directory.c_str(), 0700), 0);
+    EXPECT_TRUE(createDirectory(m_directory));
+    EXPECT_TRUE(createDirectory(m_directory + "/"));
+    EXPECT_EQ(ZNORBTEST::modeOf(m_directory), 0700U);
+}
+
+TEST_F(PathHelpersFileTest, AnythingElseThatExistsCountsAsCreatedToo) {
+    EXPECT_TRUE(createDirectory(m_file));
+    EXPECT_TRUE(createDirectory(linkTo(m_absent)));
+    EXPECT_EQ(ZNORBTEST::readFile(m_file), "content");
+    EXPECT_FALSE(ZNORBTEST::exists(m_absent));
+}
+
+TEST_F(PathHelpersFileTest, DirectoryThatCannotBeCreatedIsAFailure) {
+    EXPECT_FALSE(createDirectory(m_absent + "/below")) << "no parent";
+    EXPECT_FALSE(createDirectory(m_file + "/below")) << "the parent is no directory";
+    EXPECT_FALSE(createDirectory(""));
+    EXPECT_FALSE(createDirectory(m_folder / std::string(5000, 'x')));
+}
+
+TEST_F(PathHelpersFileTest, EarlierExistErrorDoesNotMakeAFailureASuccess) {
+    EXPECT_TRUE(createDirectory(m_directory));
+    EXPECT_FALSE(createDirectory(m_absent + "/below"));
+}
+
+} // namespace

@@ -1,0 +1,319 @@
+#include "responder/service/CommandSocket.h"
+
+#include "tests/responder/DescriptorLimit.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/SelectRecorder.h"
+#include "tests/support/TemporaryFolder.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using ZNORBTEST::DescriptorLimit;
+using ZNORBTEST::LocalConnection;
+using ZNORBTEST::lowestFreeDescriptor;
+using ZNORBTEST::SelectRecorder;
+using Listener = ZNORBRESPONDER::CommandSocket;
+
+bool isSocketFile(const std::string& path) {
+    struct stat status = {};
+    return lstat(path.c_str(), &status) == 0 && S_ISSOCK(status.st_mode);
+}
+
+/// The error of connecting without waiting, or 0; the connection is kept open in `connections`.
+int connectTo(const std::string& path, std::vector<int>& connections) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    (void)path.copy(address.sun_path, sizeof address.sun_path - 1);
+    connections.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    return connect(connections.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
+               ? 0
+               : errno;
+}
+
+class CommandSocket : public testing::Test {
+protected:
+    void openAndListen() {
+        ASSERT_TRUE(listener.open());
+        ASSERT_TRUE(listener.bind(path.c_str()));
+        ASSERT_TRUE(listener.listen(5));
+    }
+
+    const ZNORBTEST::TemporaryFolder folder;
+    const std::string path = folder / "socket";
+    const SelectRecorder waits;
+    Listener listener;
+};
+
+TEST_F(CommandSocket, IsNotPassedOnToExecutedPrograms) {
+    const int descriptor = lowestFreeDescriptor();
+    ASSERT_TRUE(listener.open());
+    EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+}
+
+TEST_F(CommandSocket, IsAStreamSocketOfTheLocalKind) {
+    const int descriptor = lowestFreeDescriptor();
+    ASSERT_TRUE(listener.open());
+    int value = 0;
+    socklen_t length = sizeof value;
+    ASSERT_EQ(getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &value, &length), 0);
+    EXPECT_EQ(value, AF_UNIX);
+    ASSERT_EQ(getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &value, &length), 0);
+    EXPECT_EQ(value, SOCK_STREAM);
+}
+
+TEST_F(CommandSocket, OpeningFailsWithoutAFreeDescriptor) {
+    Listener unopened;
+    bool isOpen = true;
+    {
+        const DescriptorLimit limit(0);
+        isOpen = unopened.open();
+    }
+    EXPECT_FALSE(isOpen);
+    EXPECT_FALSE(unopened.bind(path.c_str()));
+}
+
+TEST_F(CommandSocket, BindingMakesTheSocketFile) {
+    ASSERT_TRUE(listener.open());
+    EXPECT_TRUE(listener.bind(path.c_str()));
+    EXPECT_TRUE(isSocketFile(path));
+}
+
+TEST_F(CommandSocket, BindingReplacesAStaleSocketFile) {
+    auto earlier = std::make_unique<Listener>();
+    ASSERT_TRUE(earlier->open() && earlier->bind(path.c_str()) && earlier->listen(5));
+    earlier.reset();
+    ASSERT_TRUE(isSocketFile(path));
+    openAndListen();
+    EXPECT_TRUE(LocalConnection::toPath(path).isConnected());
+}
+
+TEST_F(CommandSocket, BindingReplacesAnyFileThatCanBeUnlinked) {
+    ZNORBTEST::writeFile(path, "not a socket");
+    ASSERT_TRUE(listener.open());
+    EXPECT_TRUE(listener.bind(path.c_str()));
+    EXPECT_TRUE(isSocketFile(path));
+}
+
+TEST_F(CommandSocket, BindingReplacesALinkAndNotWhatItLeadsTo) {
+    ZNORBTEST::writeFile(folder / "target", "kept");
+    ASSERT_EQ(symlink((folder / "target").c_str(), path.c_str()), 0);
+    ASSERT_TRUE(listener.open());
+    EXPECT_TRUE(listener.bind(path.c_str()));
+    EXPECT_TRUE(isSocketFile(path));
+    EXPECT_EQ(ZNORBTEST::readFile(folder / "target"), "kept");
+}
+
+TEST_F(CommandSocket, BindingFailsOnADirectory) {
+    ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
+    ASSERT_TRUE(listener.open());
+    EXPECT_FALSE(listener.bind(path.c_str()));
+}
+
+TEST_F(CommandSocket, BindingFailsWithoutTheFilesDirectory) {
+    ASSERT_TRUE(listener.open());
+    EXPECT_FALSE(listener.bind((folder / "missing/socket").c_str()));
+}
+
+TEST_F(CommandSocket, PathIsCutAt107Bytes) {
+    const std::string fitting = folder / std::string(107 - folder.path().size() - 1, 's');
+    ASSERT_TRUE(listener.open());
+    EXPECT_TRUE(listener.bind((fitting + "and more").c_str()));
+    EXPECT_TRUE(isSocketFile(fitting));
+}
+
+TEST_F(CommandSocket, PercentSignInThePathIsOnlyAPercentSign) {
+    ASSERT_TRUE(listener.open());
+    EXPECT_TRUE(listener.bind((folder / "100%s").c_str()));
+    EXPECT_TRUE(isSocketFile(folder / "100%s"));
+}
+
+TEST_F(CommandSocket, ListeningFailsOnASocketThatIsNotBound) {
+    ASSERT_TRUE(listener.open());
+    EXPECT_FALSE(listener.listen(5));
+}
+
+TEST_F(CommandSocket, NobodyIsLetInBeforeItListens) {
+    ASSERT_TRUE(listener.open());
+    ASSERT_TRUE(listener.bind(path.c_str()));
+    EXPECT_FALSE(LocalConnection::toPath(path).isConnected());
+}
+
+TEST_F(CommandSocket, BacklogBoundsTheConnectionsThatWait) {
+    openAndListen();
+    std::vector<int> connections;
+    int waiting = 0;
+    while (waiting < 100 && connectTo(path, connections) == 0) {
+        ++waiting;
+    }
+    EXPECT_EQ(waiting, 6) << "the kernel lets one more wait than it is told";
+    for (const int connection : connections) {
+        (void)close(connection);
+    }
+}
+
+TEST_F(CommandSocket, AcceptReturnsTheConnectionThatWaits) {
+    openAndListen();
+    const LocalConnection client = LocalConnection::toPath(path);
+    const int connection = listener.accept(5);
+    ASSERT_NE(connection, -1);
+    ASSERT_TRUE(client.send("hello"));
+    char received[8] = {};
+    EXPECT_EQ(recvfrom(connection, received, sizeof received, 0, nullptr, nullptr), 5);
+    EXPECT_STREQ(received, "hello");
+    (void)close(connection);
+}
+
+TEST_F(CommandSocket, AcceptedConnectionIsNotPassedOnToExecutedPrograms) {
+    openAndListen();
+    const LocalConnection client = LocalConnection::toPath(path);
+    const int connection = listener.accept(5);
+    EXPECT_EQ(fcntl(connection, F_GETFD), FD_CLOEXEC);
+    (void)close(connection);
+}
+
+TEST_F(CommandSocket, AcceptTakesConnectionsInTheirOrder) {
+    openAndListen();
+    const LocalConnection clients[] = {LocalConnection::toPath(path), LocalConnection::toPath(path)};
+    for (const LocalConnection& client : clients) {
+        ASSERT_TRUE(client.send(&client == clients ? "1" : "2"));
+    }
+    for (const char expected : {'1', '2'}) {
+        const int connection = listener.accept(5);
+        char received = 0;
+        EXPECT_EQ(recvfrom(connection, &received, 1, 0, nullptr, nullptr), 1);
+        EXPECT_EQ(received, expected);
+        (void)close(connection);
+    }
+}
+
+TEST_F(CommandSocket, AcceptWaitsForTheListenerAloneAndAsLongAsItIsTold) {
+    const int descriptor = lowestFreeDescriptor();
+    openAndListen();
+    SelectRecorder::divideWaitsBy(100);
+    EXPECT_EQ(listener.accept(5), -1);
+    EXPECT_EQ(listener.accept(7), -1);
+    const auto calls = SelectRecorder::calls();
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[0].seconds, 5);
+    EXPECT_EQ(calls[1].seconds, 7);
+    for (const SelectRecorder::Call& call : calls) {
+        EXPECT_EQ(call.microseconds, 0);
+        EXPECT_THAT(call.reading, ElementsAre(descriptor));
+        EXPECT_EQ(call.highestPlusOne, descriptor + 1);
+        EXPECT_TRUE(call.onlyReading);
+    }
+}
+
+TEST_F(CommandSocket, AcceptReturnsNothingWhenTheWaitFails) {
+    openAndListen();
+    const LocalConnection client = LocalConnection::toPath(path);
+    SelectRecorder::fail(EINTR);
+    EXPECT_EQ(listener.accept(5), -1);
+    SelectRecorder::returnOneWithoutDescriptor();
+    EXPECT_EQ(listener.accept(5), -1);
+    const int connection = listener.accept(5);
+    EXPECT_NE(connection, -1) << "the connection has waited meanwhile";
+    (void)close(connection);
+}
+
+/// How long it takes to be told that nothing came.
+std::chrono::steady_clock::duration durationOfFailedAccept(Listener& listener) {
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(listener.accept(5), -1);
+    return std::chrono::steady_clock::now() - begin;
+}
+
+std::chrono::steady_clock::duration durationOfAcceptWithoutADescriptor(Listener& listener) {
+    const DescriptorLimit limit(lowestFreeDescriptor());
+    return durationOfFailedAccept(listener);
+}
+
+TEST_F(CommandSocket, FailureThatLastsIsFollowedByAPause) {
+    openAndListen();
+    const LocalConnection client = LocalConnection::toPath(path);
+    EXPECT_GE(durationOfAcceptWithoutADescriptor(listener), std::chrono::milliseconds(50));
+    listener.close();
+    EXPECT_GE(durationOfFailedAccept(listener), std::chrono::milliseconds(50)) << "nothing to wait for";
+}
+
+TEST_F(CommandSocket, ConnectionWaitsWhileThereIsNoDescriptorForIt) {
+    openAndListen();
+    const LocalConnection client = LocalConnection::toPath(path);
+    (void)durationOfAcceptWithoutADescriptor(listener);
+    const int connection = listener.accept(5);
+    EXPECT_NE(connection, -1);
+    (void)close(connection);
+}
+
+TEST_F(CommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFile) {
+    openAndListen();
+    listener.close();
+    std::vector<int> connections;
+    EXPECT_EQ(connectTo(path, connections), ECONNREFUSED);
+    EXPECT_TRUE(isSocketFile(path));
+    (void)close(connections[0]);
+}
+
+TEST_F(CommandSocket, ClosingEndsTheConnectionsThatStillWait) {
+    openAndListen();
+    LocalConnection client = LocalConnection::toPath(path);
+    listener.close();
+    EXPECT_EQ(client.receiveUntilClosed(), "");
+    EXPECT_TRUE(client.wasClosed());
+}
+
+TEST_F(CommandSocket, ClosingRefusesConnectionsAlsoWhenAnotherProcessHoldsTheSocket) {
+    const int descriptor = lowestFreeDescriptor();
+    openAndListen();
+    const int held = dup(descriptor); // as a forked process would
+    listener.close();
+    EXPECT_FALSE(LocalConnection::toPath(path).isConnected());
+    (void)close(held);
+}
+
+TEST_F(CommandSocket, ClosingFreesTheDescriptorOnceOnly) {
+    const int descriptor = lowestFreeDescriptor();
+    openAndListen();
+    listener.close();
+    ASSERT_EQ(lowestFreeDescriptor(), descriptor);
+    const int other = dup(STDERR_FILENO);
+    ASSERT_EQ(other, descriptor);
+    listener.close();
+    EXPECT_NE(fcntl(other, F_GETFD), -1) << "somebody else's descriptor by now";
+    (void)close(other);
+}
+
+TEST_F(CommandSocket, DestructionCloses) {
+    const int descriptor = lowestFreeDescriptor();
+    {
+        Listener brief;
+        ASSERT_TRUE(brief.open());
+        ASSERT_TRUE(brief.bind(path.c_str()));
+    }
+    EXPECT_EQ(lowestFreeDescriptor(), descriptor);
+    EXPECT_TRUE(isSocketFile(path));
+}
+
+TEST_F(CommandSocket, CanBeOpenedAnewAfterClosing) {
+    openAndListen();
+    listener.close();
+    openAndListen();
+    EXPECT_TRUE(LocalConnection::toPath(path).isConnected());
+}
+
+} // namespace

@@ -1,0 +1,271 @@
+#include "tests/responder/AllocationFailure.h"
+#include "tests/responder/DescriptorLimit.h"
+#include "tests/responder/service/UnifiedResponderMonitorFixture.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/SelectRecorder.h"
+#include "tests/support/Waiting.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <ctime>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace {
+
+using testing::Eq;
+using testing::IsEmpty;
+using testing::Optional;
+using ZNORBTEST::AllocationFailure;
+using ZNORBTEST::askDaemon;
+using ZNORBTEST::DescriptorLimit;
+using ZNORBTEST::LocalConnection;
+using ZNORBTEST::SelectRecorder;
+using ZNORBTEST::socketPath;
+using ZNORBTEST::socketsOf;
+using ZNORBTEST::UnifiedResponderMonitor;
+using ZNORBTEST::usualBound;
+using ZNORBTEST::waitUntil;
+
+/// Closes it.
+class Descriptor {
+public:
+    explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
+    ~Descriptor() { (void)close(m_descriptor); }
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+
+    [[nodiscard]] int get() const { return m_descriptor; }
+
+private:
+    const int m_descriptor;
+};
+
+/// Whether the monitor has closed the last connection; a requester sees its end before.
+bool isBetweenConnections() {
+    return socketsOf(socketPath).size() == 1;
+}
+
+// ---- one connection -------------------------------------------------------------------------------------
+
+TEST_F(UnifiedResponderMonitor, RequestInTwoPiecesIsItsFirstPiece) {
+    startServing();
+    LocalConnection client = LocalConnection::toPath(socketPath);
+    EXPECT_TRUE(client.send("QU"));
+    EXPECT_EQ(client.receiveUntilClosed(), "0");
+    EXPECT_FALSE(client.send("IT")) << "the server has closed the connection";
+    EXPECT_FALSE(isExitEventSet());
+}
+
+TEST_F(UnifiedResponderMonitor, ConnectionIsClosedAfterItsReply) {
+    startServing();
+    LocalConnection client = LocalConnection::toPath(socketPath);
+    EXPECT_TRUE(client.send("PRINT"));
+    EXPECT_EQ(client.receiveUntilClosed(), "0");
+    EXPECT_TRUE(client.wasClosed());
+}
+
+TEST_F(UnifiedResponderMonitor, RequesterThatSendsNoMoreGetsItsReply) {
+    startServing();
+    LocalConnection client = LocalConnection::toPath(socketPath);
+    EXPECT_TRUE(client.send("PRINT"));
+    client.finishSending();
+    EXPECT_EQ(client.receiveUntilClosed(), "0");
+}
+
+TEST_F(UnifiedResponderMonitor, RequesterThatSendsNothingAndNoMoreGetsNoReply) {
+    startServing();
+    LocalConnection client = LocalConnection::toPath(socketPath);
+    client.finishSending();
+    EXPECT_EQ(client.receiveUntilClosed(), "");
+    EXPECT_TRUE(client.wasClosed());
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
+}
+
+TEST_F(UnifiedResponderMonitor, RequesterThatHasGoneBeforeItsReplyDoesNoHarm) {
+    startServing();
+    for (int i = 0; i < 20; ++i) {
+        const LocalConnection client = LocalConnection::toPath(socketPath);
+        EXPECT_TRUE(client.send("PRINT"));
+    }
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0"))) << "no SIGPIPE has ended the process";
+}
+
+TEST_F(UnifiedResponderMonitor, RequesterThatGoesWithoutARequestDoesNoHarm) {
+    startServing();
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_TRUE(LocalConnection::toPath(socketPath).isConnected());
+    }
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
+    EXPECT_THAT(linesOfService(), IsEmpty());
+}
+
+TEST_F(UnifiedResponderMonitor, RequestForWhichThereIsNoMemoryIsClosedWithoutAReply) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    startServing();
+    const std::string request = "PRINT|" + std::string(1000, 'x');
+    LocalConnection client = LocalConnection::toPath(socketPath);
+    {
+        const AllocationFailure failure(request.size());
+        EXPECT_TRUE(client.send(request));
+        EXPECT_EQ(client.receiveUntilClosed(), "");
+        EXPECT_TRUE(client.wasClosed());
+        EXPECT_TRUE(AllocationFailure::hasHappened());
+    }
+    EXPECT_THAT(askDaemon(request), Optional(Eq("0")));
+}
+
+TEST_F(UnifiedResponderMonitor, RequesterThatSendsNothingIsDroppedAfterSixtySeconds) {
+    startServing();
+    SelectRecorder::divideWaitsBy(600);
+    LocalConnection client = LocalConnection::toPath(socketPath);
+    EXPECT_EQ(client.receiveUntilClosed(), "");
+    EXPECT_TRUE(client.wasClosed());
+    awaitRequestWait(2);
+    EXPECT_THAT(linesOfService(), IsEmpty());
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
+}
+
+TEST_F(UnifiedResponderMonitor, SlowRequesterHoldsUpEveryoneBehindIt) {
+    startServing();
+    LocalConnection slow = LocalConnection::toPath(socketPath);
+    awaitRequestWait(2);
+    LocalConnection next = LocalConnection::toPath(socketPath);
+    EXPECT_TRUE(next.send("PRINT"));
+    EXPECT_EQ(next.receiveUntilClosed(std::chrono::milliseconds(100)), "");
+    EXPECT_FALSE(next.wasClosed());
+    EXPECT_TRUE(slow.send("PRINT"));
+    EXPECT_EQ(slow.receiveUntilClosed(), "0");
+    EXPECT_EQ(next.receiveUntilClosed(), "0");
+}
+
+TEST_F(UnifiedResponderMonitor, QuitIsAnsweredOnlyWhenEveryClientHasBeenAsked) {
+    const Descriptor clientPort(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    ASSERT_EQ(bind(clientPort.get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
+    ASSERT_EQ(listen(clientPort.get(), 1), 0);
+    ASSERT_EQ(getsockname(clientPort.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    startServing();
+    changeTable([&address](znorb_shared_table& table) {
+        table.count = 1;
+        table.entries[0].in_use = 1;
+        table.entries[0].port = ntohs(address.sin_port);
+    });
+    LocalConnection quitter = LocalConnection::toPath(socketPath);
+    EXPECT_TRUE(quitter.send("QUIT"));
+    pollfd wanted = {clientPort.get(), POLLIN, 0};
+    ASSERT_EQ(poll(&wanted, 1, static_cast<int>(usualBound.count())), 1);
+    const Descriptor connection(accept4(clientPort.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    EXPECT_EQ(quitter.receiveUntilClosed(std::chrono::milliseconds(100)), "");
+    EXPECT_FALSE(quitter.wasClosed());
+    EXPECT_FALSE(isExitEventSet());
+    EXPECT_EQ(sendto(connection.get(), "HTTP/1.0 200 OK\r\n\r\n", 19, MSG_NOSIGNAL, nullptr, 0), 19);
+    EXPECT_EQ(quitter.receiveUntilClosed(), "0");
+    awaitEnd();
+}
+
+// ---- the accept loop ------------------------------------------------------------------------------------
+
+TEST_F(UnifiedResponderMonitor, WaitsForConnectionsFiveSecondsAtATime) {
+    SelectRecorder::divideWaitsBy(500);
+    startServing();
+    ASSERT_TRUE(waitUntil(isBetweenConnections));
+    const std::vector<int> own = socketsOf(socketPath);
+    ASSERT_TRUE(SelectRecorder::awaitCalls(SelectRecorder::calls().size() + 5));
+    const auto calls = SelectRecorder::calls();
+    for (std::size_t i = calls.size() - 5; i < calls.size(); ++i) {
+        EXPECT_EQ(calls[i].seconds, 5);
+        EXPECT_EQ(calls[i].microseconds, 0);
+        EXPECT_EQ(calls[i].reading, own);
+        EXPECT_EQ(calls[i].highestPlusOne, own[0] + 1);
+        EXPECT_TRUE(calls[i].onlyReading);
+    }
+    EXPECT_THAT(linesOfService(), IsEmpty()) << "a wait that is over is not worth a message";
+}
+
+/// The wait that goes wrong is the first one, for a connection.
+void expectFirstWaitsForConnections(std::size_t count) {
+    const auto calls = SelectRecorder::calls();
+    ASSERT_GT(calls.size(), count);
+    for (std::size_t i = 0; i <= count; ++i) {
+        EXPECT_EQ(calls[i].seconds, 5);
+    }
+}
+
+TEST_F(UnifiedResponderMonitor, WaitForConnectionsThatFailsIsBegunAgain) {
+    SelectRecorder::fail(EINTR, 3);
+    startServing();
+    expectFirstWaitsForConnections(3);
+    EXPECT_THAT(linesOfService(), IsEmpty());
+}
+
+TEST_F(UnifiedResponderMonitor, WaitForConnectionsThatFlagsAnotherDescriptorIsBegunAgain) {
+    SelectRecorder::returnOneWithoutDescriptor();
+    startServing();
+    expectFirstWaitsForConnections(1);
+    EXPECT_THAT(linesOfService(), IsEmpty());
+}
+
+std::chrono::nanoseconds cpuTimeOfProcess() {
+    timespec used = {};
+    (void)clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
+}
+
+TEST_F(UnifiedResponderMonitor, ConnectionThatCannotBeAcceptedIsTriedAgainWithoutSpinning) {
+    startServing();
+    ASSERT_TRUE(waitUntil(isBetweenConnections));
+    const Descriptor late(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    (void)std::string(socketPath).copy(address.sun_path, sizeof address.sun_path - 1);
+    auto limit = std::make_unique<DescriptorLimit>(ZNORBTEST::lowestFreeDescriptor());
+    ASSERT_EQ(connect(late.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(sendto(late.get(), "PRINT", 5, MSG_NOSIGNAL, nullptr, 0), 5);
+    const std::size_t calls = SelectRecorder::calls().size();
+    const auto begin = std::chrono::steady_clock::now();
+    const auto usedBefore = cpuTimeOfProcess();
+    ASSERT_TRUE(SelectRecorder::awaitCalls(calls + 10));
+    const auto used = cpuTimeOfProcess() - usedBefore;
+    const auto elapsed = std::chrono::steady_clock::now() - begin;
+    EXPECT_GE(elapsed, std::chrono::milliseconds(500)) << "ten tries";
+    EXPECT_LE(used, elapsed / 10);
+    limit.reset();
+    pollfd wanted = {late.get(), POLLIN, 0};
+    EXPECT_EQ(poll(&wanted, 1, static_cast<int>(usualBound.count())), 1) << "served as soon as it can be";
+    char reply = 0;
+    EXPECT_EQ(recvfrom(late.get(), &reply, 1, 0, nullptr, nullptr), 1);
+    EXPECT_EQ(reply, '0');
+}
+
+TEST_F(UnifiedResponderMonitor, ManyRequestersAtOnceAreServedOneAfterTheOther) {
+    startServing();
+    std::vector<LocalConnection> clients;
+    for (int i = 0; i < 5; ++i) {
+        clients.push_back(LocalConnection::toPath(socketPath));
+        ASSERT_TRUE(clients.back().isConnected());
+    }
+    for (auto client = clients.rbegin(); client != clients.rend(); ++client) {
+        EXPECT_TRUE(client->send("PRINT"));
+    }
+    for (LocalConnection& client : clients) {
+        EXPECT_EQ(client.receiveUntilClosed(), "0");
+    }
+}
+
+} // namespace

@@ -1,0 +1,179 @@
+#include "tests/responder/service/UnifiedResponderMonitorFixture.h"
+#include "tests/responder/webconsole/NamedText.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/SharedTable.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::Eq;
+using testing::IsEmpty;
+using testing::Optional;
+using ZNORBTEST::askDaemon;
+using ZNORBTEST::NamedText;
+using ZNORBTEST::readSharedTable;
+using ZNORBTEST::UnifiedResponderMonitor;
+
+TEST_F(UnifiedResponderMonitor, FirstGetOnAnEmptyTableIsEntryZeroAndTheNextEntryOne) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><en><-wbx><-index><0>");
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("1")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><en><-wbx><-index><1>");
+    const auto table = readSharedTable();
+    ASSERT_TRUE(table.has_value());
+    EXPECT_EQ(table->count, 2U);
+    EXPECT_EQ(table->entries[0].in_use, 1U);
+    EXPECT_EQ(table->entries[1].in_use, 1U);
+}
+
+TEST_F(UnifiedResponderMonitor, ThirdTokenOfGetIsTheTimeOut) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|de|30"), Optional(Eq("0")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><de><-wbx><-index><0><-timeout><30>");
+}
+
+TEST_F(UnifiedResponderMonitor, FurtherTokensOfGetAreIgnored) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|de|30|40|x"), Optional(Eq("0")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><de><-wbx><-index><0><-timeout><30>");
+}
+
+TEST_F(UnifiedResponderMonitor, EmptyTimeOutIsNone) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|de|"), Optional(Eq("0")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><de><-wbx><-index><0>");
+}
+
+TEST_F(UnifiedResponderMonitor, EmptyLanguageIsPassedOn) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|"), Optional(Eq("0")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><><-wbx><-index><0>");
+    EXPECT_THAT(askDaemon("GET||7"), Optional(Eq("1")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><><-wbx><-index><1><-timeout><7>");
+}
+
+TEST_F(UnifiedResponderMonitor, GetIsCutAt1024Bytes) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|" + std::string(3000, 'l')), Optional(Eq("0")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><" + std::string(1020, 'l') + "><-wbx><-index><0>");
+}
+
+TEST_F(UnifiedResponderMonitor, NulEndsTheLanguage) {
+    startServing();
+    EXPECT_THAT(askDaemon(std::string("GET|e\0n", 7)), Optional(Eq("0")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><e><-wbx><-index><0>");
+}
+
+TEST_F(UnifiedResponderMonitor, ReplyToGetIsTheEntryInDecimal) {
+    startServing();
+    changeTable([](znorb_shared_table& table) {
+        table.count = 63;
+        for (unsigned index = 0; index < 63; ++index) {
+            table.entries[index].in_use = 1;
+        }
+        table.entries[10].in_use = 0;
+    });
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("10")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><en><-wbx><-index><10>");
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("63")));
+    EXPECT_EQ(argumentsOfClient(), "<-lang><en><-wbx><-index><63>");
+}
+
+TEST_F(UnifiedResponderMonitor, GetOnAFullTableIsAnsweredWithZeroAndLaunchesNothing) {
+    startServing();
+    changeTable([](znorb_shared_table& table) {
+        table.count = 0xffffffff;
+        for (znorb_client_entry& entry : table.entries) {
+            entry.in_use = 1;
+        }
+    });
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
+    changeTable([](znorb_shared_table& table) { table.count = 0; });
+    quit();
+    EXPECT_THAT(linesOfService(),
+                ElementsAre("Received GET command", "Received QUIT command", "Unified responder stopped"));
+}
+
+TEST_F(UnifiedResponderMonitor, GetWithoutALanguageIsAnsweredWithZeroAndLaunchesNothing) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET"), Optional(Eq("0")));
+    const auto table = readSharedTable();
+    ASSERT_TRUE(table.has_value());
+    EXPECT_EQ(table->count, 0U);
+    EXPECT_THAT(log.text(), Not(testing::HasSubstr("New process")));
+}
+
+TEST_F(UnifiedResponderMonitor, PrintListsTheTableInTheLog) {
+    startServing();
+    changeTable([](znorb_shared_table& table) {
+        table.count = 3;
+        table.entries[0].in_use = 1;
+        table.entries[2].in_use = 255;
+        (void)std::string("first").copy(table.entries[0].identifier, 6);
+        (void)std::string("freed").copy(table.entries[1].identifier, 6);
+    });
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
+    EXPECT_THAT(linesOfService(),
+                ElementsAre("Entry:  0, Valid?: Y, ID: first", "Entry:  1, Valid?: N, ID: freed",
+                            "Entry:  2, Valid?: Y, ID: "));
+}
+
+TEST_F(UnifiedResponderMonitor, PrintOfAnEmptyTableLogsNothing) {
+    startServing();
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
+    EXPECT_THAT(linesOfService(), IsEmpty());
+}
+
+TEST_F(UnifiedResponderMonitor, FurtherTokensOfPrintAreIgnored) {
+    startServing();
+    changeTable([](znorb_shared_table& table) { table.count = 1; });
+    EXPECT_THAT(askDaemon("PRINT|x"), Optional(Eq("0")));
+    EXPECT_THAT(linesOfService(), ElementsAre("Entry:  0, Valid?: N, ID: "));
+}
+
+TEST_F(UnifiedResponderMonitor, FurtherTokensOfQuitAreIgnored) {
+    startServing();
+    EXPECT_THAT(askDaemon("QUIT|" + std::string(5000, 'x')), Optional(Eq("0")));
+    awaitEnd();
+}
+
+/// Requests that are no command: answered with "0", nothing happens, nothing is logged.
+class UnknownRequest : public UnifiedResponderMonitor, public testing::WithParamInterface<NamedText> {};
+
+TEST_P(UnknownRequest, IsAnsweredWithZeroAndDoesNothing) {
+    startServing();
+    changeTable([](znorb_shared_table& table) { table.count = 1; });
+    EXPECT_THAT(askDaemon(GetParam().text), Optional(Eq("0")));
+    EXPECT_THAT(linesOfService(), IsEmpty());
+    EXPECT_FALSE(isExitEventSet());
+    EXPECT_FALSE(ZNORBTEST::exists(folder / "arguments"));
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0"))) << "goes on serving";
+    EXPECT_THAT(linesOfService(), ElementsAre("Entry:  0, Valid?: N, ID: "));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    UnifiedResponderMonitor, UnknownRequest,
+    testing::Values(NamedText{"QuitAndLineFeed", "QUIT\n"}, NamedText{"QuitAndLineEnd", "QUIT\r\n"},
+                    NamedText{"SpaceAndQuit", " QUIT"}, NamedText{"QuitAndSpace", "QUIT "},
+                    NamedText{"LowerCaseQuit", "quit"}, NamedText{"MixedCaseQuit", "Quit"},
+                    NamedText{"ShortQuit", "QUI"}, NamedText{"LongQuit", "QUITX"},
+                    NamedText{"QuitAndNul", std::string("QUIT\0", 5)},
+                    NamedText{"QuitAndMoreThanOneRead", "QUIT" + std::string(1100, ' ')},
+                    NamedText{"LowerCasePrint", "print"}, NamedText{"PrintAndLineFeed", "PRINT\n"},
+                    NamedText{"LowerCaseGet", "get|en"}, NamedText{"GetAndSpace", "GET |en"},
+                    NamedText{"SpaceAndGet", " GET|en"}, NamedText{"EmptyTokenAndGet", "|GET|en"},
+                    NamedText{"GetAndNul", std::string("GET\0|en", 7)}, NamedText{"Bar", "|"},
+                    NamedText{"BarsOnly", std::string(1024, '|')}, NamedText{"Nul", std::string(1, '\0')},
+                    NamedText{"BytesAboveAscii", std::string(100, '\xff')},
+                    NamedText{"FormatCharacters", "%s%n"},
+                    NamedText{"MoreThanOneRead", std::string(4000, 'Q')}),
+    ZNORBTEST::nameOf);
+
+} // namespace

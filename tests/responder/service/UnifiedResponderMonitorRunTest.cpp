@@ -1,0 +1,258 @@
+#include "responder/commands/CommandClient.h"
+#include "tests/responder/DescriptorLimit.h"
+#include "tests/responder/service/UnifiedResponderMonitorFixture.h"
+#include "tests/support/Files.h"
+#include "tests/support/LocalConnection.h"
+#include "tests/support/SharedTable.h"
+#include "tests/support/Waiting.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::Eq;
+using testing::Optional;
+using testing::StartsWith;
+using ZNORBTEST::askDaemon;
+using ZNORBTEST::childDisposition;
+using ZNORBTEST::DescriptorLimit;
+using ZNORBTEST::LocalConnection;
+using ZNORBTEST::noteChild;
+using ZNORBTEST::readSharedTable;
+using ZNORBTEST::socketPath;
+using ZNORBTEST::socketsOf;
+using ZNORBTEST::tablePath;
+using ZNORBTEST::UnifiedResponderMonitor;
+using ZNORBTEST::waitUntil;
+
+TEST_F(UnifiedResponderMonitor, WholeDialogueIsLoggedInOrder) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
+    (void)argumentsOfClient();
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
+    quit();
+    EXPECT_THAT(log.lines(), ElementsAre("Unified responder starting",
+                                         "Unified responder waiting for connections", "Received GET command",
+                                         StartsWith("New process created: "), "Entry:  0, Valid?: Y, ID: ",
+                                         "Received QUIT command", "Unified responder stopped"));
+}
+
+TEST_F(UnifiedResponderMonitor, QuitIsAnsweredAndThenConnectionsAreRefused) {
+    startServing();
+    EXPECT_FALSE(isExitEventSet());
+    quit();
+    EXPECT_TRUE(isExitEventSet());
+    EXPECT_TRUE(ZNORBTEST::exists(socketPath)) << "the next start removes the file";
+    EXPECT_FALSE(LocalConnection::toPath(socketPath).isConnected());
+}
+
+TEST_F(UnifiedResponderMonitor, QuitIsAnsweredBeforeTheEnd) {
+    std::atomic<bool> isAnswered = false;
+    std::atomic<bool> wasAnswered = false;
+    on("Unified responder stopped", [&isAnswered, &wasAnswered]() {
+        wasAnswered = waitUntil([&isAnswered]() { return isAnswered.load(); });
+    });
+    startServing();
+    EXPECT_TRUE(ZNORBRESPONDER::sendPrint());
+    EXPECT_TRUE(ZNORBRESPONDER::sendQuit());
+    isAnswered = true;
+    awaitEnd();
+    EXPECT_TRUE(wasAnswered);
+}
+
+TEST_F(UnifiedResponderMonitor, ConnectionsThatStillWaitAtTheEndAreClosedWithoutAReply) {
+    startServing();
+    const LocalConnection quitter = LocalConnection::toPath(socketPath);
+    LocalConnection late = LocalConnection::toPath(socketPath);
+    EXPECT_TRUE(late.send("PRINT"));
+    EXPECT_TRUE(quitter.send("QUIT"));
+    awaitEnd();
+    EXPECT_EQ(late.receiveUntilClosed(), "");
+    EXPECT_TRUE(late.wasClosed());
+}
+
+TEST_F(UnifiedResponderMonitor, TableIsThereWhileItServesAndGoneAfterwards) {
+    startServing();
+    EXPECT_EQ(ZNORBTEST::modeOf(tablePath), 0666U);
+    const auto table = readSharedTable();
+    ASSERT_TRUE(table.has_value());
+    EXPECT_EQ(table->count, 0U);
+    quit();
+    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+}
+
+TEST_F(UnifiedResponderMonitor, EventIsSetBeforeTheLastMessageAndTheTableGoesAfterIt) {
+    std::atomic<bool> wasSet = false;
+    std::atomic<bool> wasThere = false;
+    on("Unified responder stopped", [this, &wasSet, &wasThere]() {
+        wasSet = isExitEventSet();
+        wasThere = ZNORBTEST::exists(tablePath);
+    });
+    startServing();
+    quit();
+    EXPECT_TRUE(wasSet);
+    EXPECT_TRUE(wasThere);
+    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+}
+
+TEST_F(UnifiedResponderMonitor, CanRunAgainAfterItsEnd) {
+    startServing();
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
+    (void)argumentsOfClient();
+    quit();
+    (void)exitEvent.reset();
+    startServing();
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0"))) << "the table begins empty";
+    (void)argumentsOfClient();
+    quit();
+}
+
+TEST_F(UnifiedResponderMonitor, StaleSocketFileIsReplaced) {
+    ZNORBTEST::writeFile(socketPath, "left behind");
+    startServing();
+    quit();
+    startServing();
+    quit();
+}
+
+TEST_F(UnifiedResponderMonitor, SocketIsOpenToEverybodyWhateverTheUmask) {
+    const mode_t before = umask(077);
+    startServing();
+    (void)umask(before);
+    EXPECT_EQ(ZNORBTEST::modeOf(socketPath), 0666U);
+}
+
+TEST_F(UnifiedResponderMonitor, NoDescriptorOfItsOwnIsPassedOnToExecutedPrograms) {
+    startServing();
+    const LocalConnection client = LocalConnection::toPath(socketPath);
+    awaitRequestWait(2);
+    const std::vector<int> own = socketsOf(socketPath);
+    EXPECT_EQ(own.size(), 2U) << "the listening socket and the connection";
+    for (const int descriptor : own) {
+        EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+    }
+}
+
+TEST_F(UnifiedResponderMonitor, NoDescriptorIsLeftOpen) {
+    const auto before = ZNORBTEST::namesIn("/proc/self/fd");
+    startServing();
+    EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
+    (void)argumentsOfClient();
+    EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
+    (void)LocalConnection::toPath(socketPath);
+    quit();
+    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), before);
+}
+
+TEST_F(UnifiedResponderMonitor, EndsOfClientsAreIgnoredWhileItServesAndOnlyThen) {
+    startServing();
+    EXPECT_EQ(childDisposition(), SIG_IGN);
+    quit();
+    EXPECT_EQ(childDisposition(), noteChild);
+}
+
+TEST_F(UnifiedResponderMonitor, PublishesToTheWebConsoleBetweenBindingAndListening) {
+    std::filesystem::create_directories("/opt/zn/znwbx/webapp");
+    std::filesystem::create_directories("/opt/zn/znwbx/data/htdocs");
+    ZNORBTEST::writeFile(folder / "WBX/znorb.xml", "descriptor");
+    std::atomic<bool> wasPublished = false;
+    std::atomic<mode_t> mode = 0;
+    std::atomic<bool> wasLetIn = true;
+    on("Unified responder waiting for connections", [&wasPublished, &mode, &wasLetIn]() {
+        wasPublished = ZNORBTEST::exists("/opt/zn/znwbx/webapp/znorb.xml");
+        mode = ZNORBTEST::modeOf(socketPath);
+        wasLetIn = LocalConnection::toPath(socketPath).isConnected();
+    });
+    startServing();
+    EXPECT_TRUE(wasPublished);
+    EXPECT_EQ(mode, 0666U);
+    EXPECT_FALSE(wasLetIn);
+    EXPECT_EQ(ZNORBTEST::readFile("/opt/zn/znwbx/webapp/znorb.xml"), "descriptor");
+    std::filesystem::remove_all("/opt/zn/znwbx");
+}
+
+// ---- set-up that fails ----------------------------------------------------------------------------------
+
+TEST_F(UnifiedResponderMonitor, TableThatExistsAlreadyEndsTheRunAndIsRemoved) {
+    ZNORBTEST::writeFile(tablePath, "left behind");
+    startThread();
+    awaitEnd();
+    EXPECT_THAT(log.lines(),
+                ElementsAre("Unified responder starting", "Unable to get to shared global variables",
+                            "Unified responder stopped"));
+    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+    EXPECT_FALSE(ZNORBTEST::exists(socketPath)) << "the socket is not touched";
+    EXPECT_EQ(childDisposition(), noteChild);
+}
+
+TEST_F(UnifiedResponderMonitor, StartAfterOneThatMetAStaleTableSucceeds) {
+    ZNORBTEST::writeFile(tablePath, "left behind");
+    startThread();
+    awaitEnd();
+    (void)exitEvent.reset();
+    startServing();
+    quit();
+}
+
+TEST_F(UnifiedResponderMonitor, SocketThatCannotBeMadeEndsTheRun) {
+    // The table needs a descriptor, too: they run out between the two.
+    std::unique_ptr<DescriptorLimit> limit;
+    on("Unified responder starting", [&limit]() { limit = std::make_unique<DescriptorLimit>(0); });
+    on("Unable to create socket", [&limit]() { limit.reset(); });
+    startThread();
+    awaitEnd();
+    EXPECT_THAT(log.lines(), ElementsAre("Unified responder starting", "Unable to create socket",
+                                         "Unified responder stopped"));
+    EXPECT_EQ(childDisposition(), noteChild);
+    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+    EXPECT_FALSE(ZNORBTEST::exists(socketPath));
+}
+
+TEST_F(UnifiedResponderMonitor, SocketThatCannotBeBoundEndsTheRun) {
+    ASSERT_EQ(mkdir(socketPath, 0700), 0);
+    const auto descriptors = ZNORBTEST::namesIn("/proc/self/fd");
+    startThread();
+    awaitEnd();
+    EXPECT_THAT(log.lines(), ElementsAre("Unified responder starting", "Unable to bind socket",
+                                         "Unified responder stopped"));
+    EXPECT_EQ(childDisposition(), noteChild);
+    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+    EXPECT_EQ(ZNORBTEST::modeOf(socketPath), 0700U) << "what is in the socket's place is left alone";
+    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), descriptors);
+}
+
+TEST_F(UnifiedResponderMonitor, SocketThatCannotListenEndsTheRun) {
+    const auto descriptors = ZNORBTEST::namesIn("/proc/self/fd");
+    std::atomic<bool> wasIgnored = false;
+    on("Unified responder waiting for connections", [&wasIgnored]() {
+        wasIgnored = childDisposition() == SIG_IGN;
+        // Something else takes the socket's place at the last moment.
+        const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        for (const int descriptor : socketsOf(socketPath)) {
+            (void)dup3(null, descriptor, O_CLOEXEC);
+        }
+        (void)close(null);
+    });
+    startThread();
+    awaitEnd();
+    EXPECT_THAT(log.lines(),
+                ElementsAre("Unified responder starting", "Unified responder waiting for connections",
+                            "Unable to put socket in listen mode", "Unified responder stopped"));
+    EXPECT_TRUE(wasIgnored);
+    EXPECT_EQ(childDisposition(), noteChild);
+    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), descriptors);
+}
+
+} // namespace

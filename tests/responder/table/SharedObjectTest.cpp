@@ -1,0 +1,319 @@
+#include "responder/table/SharedObject.h"
+
+#include "responder/table/ClientTable.h"
+#include "responder/table/TruncationGuard.h"
+#include "tests/responder/ForkedChild.h"
+#include "tests/support/Files.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/SharedTable.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <string>
+#include <type_traits>
+
+namespace {
+
+using ZNORBRESPONDER::boundedCount;
+using ZNORBRESPONDER::claimEntry;
+using ZNORBRESPONDER::isTruncated;
+using ZNORBRESPONDER::SharedObject;
+using ZNORBRESPONDER::SharedVariables;
+using namespace ZNORBTEST;
+
+static_assert(!std::is_copy_constructible_v<SharedObject>);
+static_assert(!std::is_copy_assignable_v<SharedObject>);
+
+constexpr const char* objectName = "/znorb.shvars";
+constexpr const char* objectFile = "/dev/shm/znorb.shvars";
+constexpr std::size_t objectSize = 8196;
+
+/// An object of this name that somebody else has left behind.
+void makeStaleObject(const std::string& content) {
+    const int descriptor = shm_open(objectName, O_RDWR | O_CREAT | O_EXCL, 0600);
+    ASSERT_NE(descriptor, -1);
+    EXPECT_EQ(write(descriptor, content.data(), content.size()), static_cast<ssize_t>(content.size()));
+    (void)close(descriptor);
+}
+
+bool isMapped(void* address) {
+    const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
+    const auto start = reinterpret_cast<std::uintptr_t>(address) / page * page;
+    unsigned char resident[8];
+    return mincore(reinterpret_cast<void*>(start), objectSize, resident) == 0 || errno != ENOMEM;
+}
+
+int lowestFreeDescriptor() {
+    const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    (void)close(descriptor);
+    return descriptor;
+}
+
+constexpr bool canSteerMappings = !underSanitizer;
+bool nextMappingIsNull = false;
+bool isShortenedOnceMapped = false;
+
+} // namespace
+
+#if !ZNORB_THREAD_SANITIZER && !ZNORB_ADDRESS_SANITIZER
+/// Stands in for the C library's in this executable.
+extern "C" void* mmap(void* address, std::size_t length, int protection, int flags, int descriptor,
+                      off_t offset) noexcept {
+    if (nextMappingIsNull) {
+        nextMappingIsNull = false;
+        return nullptr;
+    }
+    const long mapped = syscall(SYS_mmap, address, length, protection, flags, descriptor, offset);
+    if (isShortenedOnceMapped) {
+        isShortenedOnceMapped = false;
+        (void)!ftruncate(descriptor, 0);
+    }
+    return reinterpret_cast<void*>(mapped);
+}
+#endif
+
+namespace {
+
+class SharedObjectTest : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_FALSE(exists(objectFile)) << "not in a sandbox, or left behind by a test";
+        m_mask = umask(0022);
+    }
+    void TearDown() override {
+        (void)umask(m_mask);
+        (void)shm_unlink(objectName);
+    }
+
+    /// The creation, prepared for like this, ends its process by the signal.
+    static void expectEnd(int signalNumber, const std::function<void()>& prepare) {
+        if (underSanitizer) {
+            GTEST_SKIP() << "a sanitizer ends such a process in its own way";
+        }
+        const ProcessEnd end = endOfForked([&prepare]() {
+            const rlimit none = {0, 0};
+            (void)setrlimit(RLIMIT_CORE, &none);
+            SharedObject object;
+            prepare();
+            object.create();
+            return 0;
+        });
+        EXPECT_EQ(end, endedBy(signalNumber));
+    }
+
+private:
+    mode_t m_mask = 0;
+};
+
+TEST_F(SharedObjectTest, HasNoTableBeforeItIsCreated) {
+    const SharedObject object;
+    EXPECT_EQ(object.table(), nullptr);
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(SharedObjectTest, CreatesAnObjectOf8196ZeroBytes) {
+    SharedObject object;
+    object.create();
+    ASSERT_NE(object.table(), nullptr);
+    EXPECT_EQ(readFile(objectFile), std::string(objectSize, '\0'));
+    EXPECT_EQ(object.table()->count, 0U);
+}
+
+TEST_F(SharedObjectTest, ObjectIsReadableAndWritableByEverybodyWhateverTheUmask) {
+    for (const mode_t mask : {0U, 0022U, 0077U, 0777U}) {
+        (void)umask(mask);
+        SharedObject object;
+        object.create();
+        EXPECT_NE(object.table(), nullptr);
+        EXPECT_EQ(modeOf(objectFile), 0666U) << mask;
+    }
+}
+
+TEST_F(SharedObjectTest, TableIsSharedWithOtherMappingsInBothDirections) {
+    SharedObject object;
+    object.create();
+    ASSERT_NE(object.table(), nullptr);
+    object.table()->count = 3;
+    object.table()->entries[63].port = 8080;
+    const std::optional<znorb_shared_table> seen = readSharedTable();
+    ASSERT_TRUE(seen.has_value());
+    EXPECT_EQ(seen->count, 3U);
+    EXPECT_EQ(seen->entries[63].port, 8080);
+
+    const int descriptor = shm_open(objectName, O_RDWR, 0);
+    const std::uint8_t mark = 1;
+    EXPECT_EQ(pwrite(descriptor, &mark, 1, 4), 1);
+    (void)close(descriptor);
+    EXPECT_EQ(static_cast<volatile std::uint8_t&>(object.table()->entries[0].inUse), 1);
+}
+
+TEST_F(SharedObjectTest, WholeObjectCanBeWritten) {
+    SharedObject object;
+    object.create();
+    ASSERT_NE(object.table(), nullptr);
+    std::memset(static_cast<void*>(object.table()), 'x', sizeof(SharedVariables));
+    EXPECT_EQ(readFile(objectFile), std::string(objectSize, 'x'));
+}
+
+TEST_F(SharedObjectTest, CreationLeavesNoDescriptorOpen) {
+    const int before = lowestFreeDescriptor();
+    SharedObject object;
+    object.create();
+    EXPECT_NE(object.table(), nullptr);
+    EXPECT_EQ(lowestFreeDescriptor(), before);
+}
+
+TEST_F(SharedObjectTest, EndOfTheOwnerUnmapsTheTableAndRemovesTheName) {
+    void* address = nullptr;
+    {
+        SharedObject object;
+        object.create();
+        address = object.table();
+        ASSERT_NE(address, nullptr);
+        EXPECT_TRUE(isMapped(address));
+    }
+    EXPECT_FALSE(isMapped(address));
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(SharedObjectTest, MappingOfAClientOutlivesTheOwner) {
+    void* mapped = nullptr;
+    {
+        SharedObject object;
+        object.create();
+        ASSERT_NE(object.table(), nullptr);
+        object.table()->count = 9;
+        const int descriptor = shm_open(objectName, O_RDWR, 0);
+        mapped = mmap(nullptr, objectSize, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
+        (void)close(descriptor);
+        ASSERT_NE(mapped, MAP_FAILED);
+    }
+    EXPECT_EQ(static_cast<const SharedVariables*>(mapped)->count, 9U);
+    (void)munmap(mapped, objectSize);
+}
+
+TEST_F(SharedObjectTest, ObjectThatExistsGivesNoTableAndStaysUntouchedUntilTheEnd) {
+    const std::string content = "somebody else's";
+    makeStaleObject(content);
+    SharedObject object;
+    object.create();
+    EXPECT_EQ(object.table(), nullptr);
+    EXPECT_EQ(readFile(objectFile), content);
+    EXPECT_EQ(modeOf(objectFile), 0600U);
+}
+
+TEST_F(SharedObjectTest, ObjectThatExistsIsRemovedSoThatTheNextCreationSucceeds) {
+    makeStaleObject("stale");
+    {
+        SharedObject refused;
+        refused.create();
+        EXPECT_EQ(refused.table(), nullptr);
+    }
+    EXPECT_FALSE(exists(objectFile));
+    SharedObject next;
+    next.create();
+    ASSERT_NE(next.table(), nullptr);
+    EXPECT_EQ(readFile(objectFile), std::string(objectSize, '\0'));
+}
+
+TEST_F(SharedObjectTest, SecondOwnerGetsNoTableAndTakesTheNameFromTheFirst) {
+    SharedObject first;
+    first.create();
+    ASSERT_NE(first.table(), nullptr);
+    {
+        SharedObject second;
+        second.create();
+        EXPECT_EQ(second.table(), nullptr);
+    }
+    EXPECT_FALSE(exists(objectFile));
+    first.table()->count = 1;
+    EXPECT_EQ(first.table()->count, 1U) << "its own mapping is still there";
+}
+
+TEST_F(SharedObjectTest, NameIsRemovedEvenByAnOwnerThatNeverCreated) {
+    makeStaleObject("stale");
+    { const SharedObject object; }
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(SharedObjectTest, WithoutAFreeDescriptorThereIsNoTable) {
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none = {0, before.rlim_max};
+    {
+        SharedObject object;
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+        object.create();
+        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+        EXPECT_EQ(object.table(), nullptr);
+        makeStaleObject("meanwhile");
+    }
+    EXPECT_FALSE(exists(objectFile)) << "the name is removed after a failure, too";
+}
+
+TEST_F(SharedObjectTest, MappingAtNullCountsAsFailed) {
+    if (!canSteerMappings) {
+        GTEST_SKIP() << "the sanitizers map by themselves";
+    }
+    {
+        SharedObject object;
+        nextMappingIsNull = true;
+        object.create();
+        EXPECT_FALSE(nextMappingIsNull);
+        EXPECT_EQ(object.table(), nullptr);
+    }
+    EXPECT_FALSE(exists(objectFile));
+}
+
+TEST_F(SharedObjectTest, AnyOtherFailureOfTheMappingEndsTheProcess) {
+    expectEnd(SIGSEGV, []() {
+        const rlimit none = {0, 0};
+        (void)setrlimit(RLIMIT_AS, &none);
+    });
+}
+
+/// Creates an object, prepared for like this, in a process of its own that ends with status 0 if its table is
+/// lost, but there.
+ProcessEnd endWithLostTable(const std::function<void()>& prepare) {
+    return endOfForked([&prepare]() {
+        SharedObject object;
+        prepare();
+        object.create();
+        if (object.table() == nullptr || !isTruncated()) {
+            return 1;
+        }
+        std::uint16_t index = 0;
+        return boundedCount(*object.table()) == 0 && !claimEntry(*object.table(), index) ? 0 : 2;
+    });
+}
+
+TEST_F(SharedObjectTest, TableIsLostWhenTheObjectCannotGetItsSize) {
+    EXPECT_EQ(endWithLostTable([]() {
+                  (void)std::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit none = {0, 0};
+                  (void)setrlimit(RLIMIT_FSIZE, &none);
+              }),
+              exitedWith(0));
+}
+
+TEST_F(SharedObjectTest, TableIsLostWhenSomebodyShortensTheObjectBeforeItIsMade) {
+    if (!canSteerMappings) {
+        GTEST_SKIP() << "the sanitizers map by themselves";
+    }
+    EXPECT_EQ(endWithLostTable([]() { isShortenedOnceMapped = true; }), exitedWith(0));
+}
+
+} // namespace

@@ -1,0 +1,320 @@
+/// The publication into the web console, looked at between any two of its system calls: what it writes is
+/// never writable by others, and whatever vanishes or stands in its way meanwhile neither blocks it nor makes
+/// it throw.
+
+#include "responder/webconsole/WebConsoleRegistration.h"
+#include "tests/responder/paths/ExecutableLink.h"
+#include "tests/responder/paths/StagedInstallation.h"
+#include "tests/support/Files.h"
+#include "tests/support/ProcessEnd.h"
+
+#include <gmock/gmock.h>
+#include <sys/ptrace.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using namespace ZNORBTEST;
+using testing::IsEmpty;
+
+constexpr mode_t writableByOthers = 022;
+constexpr int notTraced = 77;
+
+const std::string console = StagedInstallation::console;
+const std::string pages = console + "/data/htdocs/ZNORB";
+const std::string productPrograms = pages + "/bin";
+const std::vector<std::string> destinations = {console + "/webapp/znorb.xml", pages + "/chp.htm",
+                                               pages + "/ipcelmclient.php",
+                                               productPrograms + "/znorbrequestor"};
+const std::string sourceFolder = StagedInstallation::sources;
+const std::vector<std::string> sources = {sourceFolder + "/znorb.xml", sourceFolder + "/chp.htm",
+                                          sourceFolder + "/ipcelmclient.php",
+                                          std::string(StagedInstallation::programs) + "/znorbrequestor"};
+
+/// Ends the process, and thereby the test and what it traces, when something blocks.
+class Watchdog {
+public:
+    Watchdog() { (void)alarm(100); }
+    ~Watchdog() { (void)alarm(0); }
+    Watchdog(const Watchdog&) = delete;
+    Watchdog& operator=(const Watchdog&) = delete;
+};
+
+/// A process whose every system call stops it twice, before and after it.
+class TracedProcess {
+public:
+    explicit TracedProcess(const std::function<void()>& body) : m_pid(fork()) {
+        if (m_pid == 0) {
+            if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || raise(SIGSTOP) != 0) {
+                _exit(notTraced);
+            }
+            body();
+            _exit(EXIT_SUCCESS);
+        }
+        (void)waitpid(m_pid, &m_status, 0);
+        if (WIFSTOPPED(m_status)) {
+            (void)ptrace(PTRACE_SETOPTIONS, m_pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
+        }
+    }
+    ~TracedProcess() {
+        if (WIFSTOPPED(m_status)) {
+            (void)kill(m_pid, SIGKILL);
+            (void)waitpid(m_pid, nullptr, 0);
+        }
+    }
+    TracedProcess(const TracedProcess&) = delete;
+    TracedProcess& operator=(const TracedProcess&) = delete;
+
+    /// Lets it run to its next stop; false when it has ended.
+    bool goOn() {
+        if (WIFSTOPPED(m_status)) {
+            const int stop = WSTOPSIG(m_status);
+            const bool isOurs = stop == SIGSTOP || stop == (SIGTRAP | 0x80);
+            (void)ptrace(PTRACE_SYSCALL, m_pid, nullptr, isOurs ? 0L : static_cast<long>(stop));
+            (void)waitpid(m_pid, &m_status, 0);
+        }
+        return WIFSTOPPED(m_status);
+    }
+
+    [[nodiscard]] ProcessEnd end() const { return endFrom(m_status); }
+
+private:
+    pid_t m_pid;
+    int m_status = 0;
+};
+
+class PublicationMoments : public testing::Test {
+protected:
+    void SetUp() override {
+        TracedProcess probe([]() {});
+        while (probe.goOn()) {
+        }
+        if (probe.end() != exitedWith(EXIT_SUCCESS)) {
+            GTEST_SKIP() << "no process can be traced here";
+        }
+        stage();
+    }
+
+    static void stage() {
+        StagedInstallation::installConsole();
+        for (const std::string& source : sources) {
+            writeFile(source, newContent);
+        }
+    }
+
+    static void unstage() {
+        std::filesystem::remove_all(console);
+        std::filesystem::remove_all(sourceFolder);
+    }
+
+    /// Publishes as the daemon does, whose umask is 0, and looks at each stop. How many there were.
+    static unsigned publish(const std::function<void(unsigned)>& look) {
+        TracedProcess publisher([]() {
+            const ExecutableLink link(std::string(StagedInstallation::programs) + "/znorbresponder");
+            (void)umask(0);
+            (void)registerWebConsole();
+        });
+        unsigned stops = 0;
+        while (publisher.goOn()) {
+            look(++stops);
+        }
+        EXPECT_EQ(publisher.end(), exitedWith(EXIT_SUCCESS));
+        return stops;
+    }
+
+    static bool isWritableByOthers(const std::string& path) {
+        struct stat status = {};
+        return lstat(path.c_str(), &status) == 0 && (status.st_mode & writableByOthers) != 0;
+    }
+
+    /// Notes what is published by now and others may write to.
+    void lookForWritable(unsigned stop) {
+        const std::string when = " at stop " + std::to_string(stop);
+        for (const std::string& path : destinations) {
+            if (exists(path) && isWritableByOthers(path) && readFile(path) != oldContent) {
+                writable.push_back(path + when);
+            }
+        }
+        for (const std::string& directory : {pages, productPrograms}) {
+            if (isWritableByOthers(directory) && holdsPublished(directory)) {
+                writable.push_back(directory + when);
+            }
+        }
+    }
+
+    static bool holdsPublished(const std::string& directory) {
+        for (const std::string& path : destinations) {
+            if (path.starts_with(directory) && exists(path) && readFile(path) != oldContent) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    static constexpr const char* oldContent = "old";
+    static constexpr const char* newContent = "new";
+
+    Watchdog watchdog;
+    StagedInstallation installation;
+    std::vector<std::string> writable;
+};
+
+TEST_F(PublicationMoments, NeverLeaveAnythingNewWritableByOthers) {
+    const unsigned stops = publish([this](unsigned stop) { lookForWritable(stop); });
+    EXPECT_THAT(writable, IsEmpty());
+    EXPECT_EQ(readFile(destinations[3]), newContent);
+    std::printf("  looked %u times, between all system calls\n", stops);
+    RecordProperty("looks", static_cast<int>(stops));
+    EXPECT_GT(stops, 50U);
+}
+
+TEST_F(PublicationMoments, TakeTheRightToWriteFromOthersBeforeOldFilesAndDirectoriesAreUsed) {
+    for (const std::string& path : destinations) {
+        writeFile(path, oldContent, 0777);
+    }
+    for (const std::string& directory : {pages, productPrograms}) {
+        ASSERT_EQ(chmod(directory.c_str(), 0777), 0);
+    }
+    (void)publish([this](unsigned stop) { lookForWritable(stop); });
+    EXPECT_THAT(writable, IsEmpty());
+    EXPECT_EQ(readFile(destinations[3]), newContent);
+    EXPECT_EQ(modeOf(destinations[1]), 0644U);
+    EXPECT_EQ(modeOf(destinations[3]), 0755U);
+}
+
+TEST_F(PublicationMoments, SurviveSourcesThatVanishAtAnyOfThem) {
+    const unsigned stops = publish([](unsigned) {});
+    for (unsigned moment = 1; moment <= stops; ++moment) {
+        unstage();
+        stage();
+        (void)publish([moment](unsigned stop) {
+            if (stop == moment) {
+                for (const std::string& source : sources) {
+                    (void)unlink(source.c_str());
+                }
+            }
+        });
+        ASSERT_FALSE(HasFailure()) << "at stop " << moment;
+    }
+}
+
+TEST_F(PublicationMoments, SurviveAConsoleThatVanishesAtAnyOfThem) {
+    const unsigned stops = publish([](unsigned) {});
+    for (unsigned moment = 1; moment <= stops; ++moment) {
+        unstage();
+        stage();
+        (void)publish([moment](unsigned stop) {
+            if (stop == moment) {
+                std::filesystem::remove_all(console);
+            }
+        });
+        ASSERT_FALSE(HasFailure()) << "at stop " << moment;
+    }
+}
+
+// ---- what may stand in a file's place ------------------------------------------------------------------
+
+enum class Obstacle { Directory, Fifo, LinkToItself, LinkToNothing, Socket, Device, Nothing };
+
+void PrintTo(Obstacle obstacle, std::ostream* stream) {
+    const char* names[] = {"a directory", "a fifo",   "a link to itself", "a link to nothing",
+                           "a socket",    "a device", "nothing"};
+    *stream << names[static_cast<int>(obstacle)];
+}
+
+/// False when this user may not make one.
+bool put(Obstacle obstacle, const std::string& path) {
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+    std::filesystem::remove_all(path);
+    switch (obstacle) {
+    case Obstacle::Directory:
+        return mkdir(path.c_str(), 0755) == 0;
+    case Obstacle::Fifo:
+        return mkfifo(path.c_str(), 0600) == 0;
+    case Obstacle::LinkToItself:
+        return symlink(path.c_str(), path.c_str()) == 0;
+    case Obstacle::LinkToNothing:
+        return symlink("/opt/zn/absent/file", path.c_str()) == 0;
+    case Obstacle::Socket: {
+        const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address = {};
+        address.sun_family = AF_UNIX;
+        (void)path.copy(address.sun_path, sizeof address.sun_path - 1);
+        const int result = bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+        (void)close(descriptor);
+        return result == 0;
+    }
+    case Obstacle::Device:
+        return mknod(path.c_str(), S_IFCHR | 0600, makedev(1, 7)) == 0; // one that takes no byte
+    case Obstacle::Nothing:
+        break;
+    }
+    return true;
+}
+
+class PublicationPast : public testing::TestWithParam<std::tuple<Obstacle, std::size_t>> {
+protected:
+    PublicationPast() {
+        StagedInstallation::installConsole();
+        for (const std::string& source : sources) {
+            writeFile(source, "new");
+        }
+    }
+
+    /// Registers, and expects that all files but one of them are published.
+    static void expectTheOthers(std::size_t spoilt) {
+        EXPECT_NO_THROW(EXPECT_TRUE(registerWebConsole()));
+        for (std::size_t file = 0; file < destinations.size(); ++file) {
+            if (file != spoilt) {
+                EXPECT_EQ(readFile(destinations[file]), "new");
+                EXPECT_EQ(modeOf(destinations[file]), file == 3 ? 0755U : 0644U);
+            }
+        }
+    }
+
+    Watchdog watchdog;
+    StagedInstallation installation;
+};
+
+TEST_P(PublicationPast, ItInAFilesSourceGoesOnWithTheOthers) {
+    const auto [obstacle, file] = GetParam();
+    if (!put(obstacle, sources[file])) {
+        GTEST_SKIP() << "this user may not make one";
+    }
+    expectTheOthers(file);
+    EXPECT_FALSE(exists(destinations[file]));
+}
+
+TEST_P(PublicationPast, ItInAFilesDestinationGoesOnWithTheOthers) {
+    const auto [obstacle, file] = GetParam();
+    if (!put(obstacle, destinations[file])) {
+        GTEST_SKIP() << "this user may not make one";
+    }
+    const bool isWritten = obstacle == Obstacle::Nothing;
+    expectTheOthers(isWritten ? destinations.size() : file);
+    EXPECT_EQ(std::filesystem::is_regular_file(std::filesystem::symlink_status(destinations[file])),
+              isWritten);
+}
+
+INSTANTIATE_TEST_SUITE_P(Obstacles, PublicationPast,
+                         testing::Combine(testing::Values(Obstacle::Directory, Obstacle::Fifo,
+                                                          Obstacle::LinkToItself, Obstacle::LinkToNothing,
+                                                          Obstacle::Socket, Obstacle::Device,
+                                                          Obstacle::Nothing),
+                                          testing::Range(std::size_t{0}, std::size_t{4})));
+
+} // namespace

@@ -1,0 +1,249 @@
+#include "responder/webconsole/WebConsoleRegistration.h"
+#include "tests/responder/AllocationFailure.h"
+#include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
+#include "tests/support/Files.h"
+#include "tests/support/Sandbox.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using namespace ZNORBTEST;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+TEST_F(WebConsoleRegistrationTest, MissingDescriptorIsSkipped) {
+    std::filesystem::remove(descriptorSource);
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_FALSE(exists(descriptor));
+    expectDirectories();
+    expectPagePublished();
+    expectEntryScriptPublished();
+    expectRequestorPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, MissingPageIsSkipped) {
+    std::filesystem::remove(pageSource);
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_FALSE(exists(page));
+    expectDirectories();
+    expectDescriptorPublished();
+    expectEntryScriptPublished();
+    expectRequestorPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, MissingEntryScriptIsSkipped) {
+    std::filesystem::remove(entryScriptSource);
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_FALSE(exists(entryScript));
+    expectDirectories();
+    expectDescriptorPublished();
+    expectPagePublished();
+    expectRequestorPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, MissingRequestorIsSkipped) {
+    std::filesystem::remove(requestorSource);
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_FALSE(exists(requestor));
+    expectDirectories();
+    expectDescriptorPublished();
+    expectPagePublished();
+    expectEntryScriptPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutAnySourceTheDirectoriesAreMadeAllTheSame) {
+    std::filesystem::remove_all(sources);
+    std::filesystem::remove(requestorSource);
+    EXPECT_TRUE(registerWebConsole());
+    expectDirectories();
+    EXPECT_THAT(namesIn(pages), ElementsAre("bin"));
+    EXPECT_THAT(namesIn(productPrograms), IsEmpty());
+    EXPECT_THAT(namesIn(console + "/webapp"), IsEmpty());
+}
+
+TEST_F(WebConsoleRegistrationTest, FilesOfMissingSourcesKeepTheirContentAndGetTheirModes) {
+    publishOld(0600, 0700);
+    std::filesystem::remove_all(sources);
+    std::filesystem::remove(requestorSource);
+    EXPECT_TRUE(registerWebConsole());
+    expectDirectories();
+    for (const std::string& path : {descriptor, page, entryScript}) {
+        EXPECT_EQ(readFile(path), std::string(20000, 'o'));
+        EXPECT_EQ(modeOf(path), 0644U);
+    }
+    EXPECT_EQ(readFile(requestor), std::string(20000, 'o'));
+    EXPECT_EQ(modeOf(requestor), 0755U);
+}
+
+TEST_F(WebConsoleRegistrationTest, EmptySourcesArePublishedEmpty) {
+    for (const std::string& path : {descriptorSource, pageSource, entryScriptSource, requestorSource}) {
+        writeFile(path, "");
+    }
+    EXPECT_TRUE(registerWebConsole());
+    for (const std::string& path : {descriptor, page, entryScript, requestor}) {
+        EXPECT_EQ(readFile(path), "") << path;
+    }
+    EXPECT_EQ(modeOf(requestor), 0755U);
+}
+
+TEST_F(WebConsoleRegistrationTest, DirectoriesAsSourcesAreSkipped) {
+    for (const std::string& path : {descriptorSource, pageSource, entryScriptSource, requestorSource}) {
+        std::filesystem::remove(path);
+        std::filesystem::create_directory(path);
+    }
+    EXPECT_TRUE(registerWebConsole());
+    expectDirectories();
+    EXPECT_THAT(namesIn(pages), ElementsAre("bin"));
+    EXPECT_THAT(namesIn(productPrograms), IsEmpty());
+    EXPECT_FALSE(exists(descriptor));
+}
+
+TEST_F(WebConsoleRegistrationTest, FifosAsSourcesDoNotBlock) {
+    for (const std::string& path : {descriptorSource, pageSource, entryScriptSource, requestorSource}) {
+        std::filesystem::remove(path);
+        EXPECT_EQ(mkfifo(path.c_str(), 0644), 0);
+    }
+    EXPECT_TRUE(registerWebConsole());
+    expectDirectories();
+    EXPECT_THAT(namesIn(pages), ElementsAre("bin"));
+    EXPECT_THAT(namesIn(productPrograms), IsEmpty());
+    EXPECT_FALSE(exists(descriptor));
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutMemoryForThePathsNothingIsPublished) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    const AllocationFailure failure(1);
+    EXPECT_FALSE(registerWebConsole());
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_FALSE(exists(pages));
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutMemoryForOneOfItsFilesTheRestStaysUnpublished) {
+    if (!AllocationFailure::isPossible()) {
+        GTEST_SKIP() << "allocations cannot be made to fail here";
+    }
+    const std::string text = "%ZNORB_BIN_PATH%" + std::string(1U << 20, 'x');
+    writeFile(entryScriptSource, text);
+    const AllocationFailure failure(text.size() + 2); // it fits as it is, but not as it is filled in
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_TRUE(AllocationFailure::hasHappened());
+    expectPagePublished();
+    EXPECT_FALSE(exists(requestor));
+}
+
+TEST_F(WebConsoleRegistrationTest, SourcesThatNoMemoryHoldsNeitherThrowNorStopTheRest) {
+    if (outOfMemoryIsFatal) {
+        GTEST_SKIP() << fatalReason;
+    }
+    const HugeFile huge;
+    for (const std::string& path : {descriptorSource, entryScriptSource}) {
+        std::filesystem::remove(path);
+        std::filesystem::create_symlink(HugeFile::path(), path);
+    }
+    EXPECT_NO_THROW(EXPECT_TRUE(registerWebConsole()));
+    expectDirectories();
+    expectPagePublished();
+    expectRequestorPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, DestinationsThatCannotBeOpenedAreSkippedOneByOne) {
+    for (const std::string& blocked : {descriptor, page, entryScript, requestor}) {
+        std::filesystem::create_directories(blocked);
+        EXPECT_TRUE(registerWebConsole());
+        expectDirectories();
+        EXPECT_TRUE(blocked == descriptor || readFile(descriptor) == descriptorContent) << blocked;
+        EXPECT_TRUE(blocked == page || readFile(page) == pageContent) << blocked;
+        EXPECT_TRUE(blocked == entryScript || readFile(entryScript) == filledIn) << blocked;
+        EXPECT_TRUE(blocked == requestor || readFile(requestor) == requestorContent) << blocked;
+        EXPECT_THAT(namesIn(blocked), IsEmpty());
+        std::filesystem::remove_all(pages);
+        std::filesystem::remove_all(descriptor);
+    }
+}
+
+TEST_F(WebConsoleRegistrationTest, FileInThePagesDirectorysPlaceCountsAsCreatedAndStopsThePrograms) {
+    writeFile(pages, "no directory", 0600);
+    EXPECT_TRUE(registerWebConsole());
+    expectDescriptorPublished();
+    EXPECT_EQ(readFile(pages), "no directory");
+    EXPECT_EQ(modeOf(pages), 0755U) << "the mode is set on whatever is there";
+}
+
+TEST_F(WebConsoleRegistrationTest, FileInTheProgramDirectorysPlaceCountsAsCreated) {
+    writeFile(productPrograms, "no directory", 0600);
+    EXPECT_TRUE(registerWebConsole());
+    expectDescriptorPublished();
+    expectPagePublished();
+    expectEntryScriptPublished();
+    EXPECT_EQ(readFile(productPrograms), "no directory");
+    EXPECT_EQ(modeOf(productPrograms), 0755U);
+}
+
+/// A file system of the test's own over the console's document root.
+class DocumentRootMount {
+public:
+    explicit DocumentRootMount(const char* options, unsigned long flags = 0)
+        : m_isMounted(
+              currentSandboxMode() == SandboxMode::Isolated &&
+              mount("tmpfs", WebConsoleRegistrationTest::documents.c_str(), "tmpfs", flags, options) == 0) {}
+    ~DocumentRootMount() {
+        if (m_isMounted) {
+            EXPECT_EQ(umount(WebConsoleRegistrationTest::documents.c_str()), 0);
+        }
+    }
+    DocumentRootMount(const DocumentRootMount&) = delete;
+    DocumentRootMount& operator=(const DocumentRootMount&) = delete;
+
+    [[nodiscard]] bool isMounted() const { return m_isMounted; }
+
+private:
+    bool m_isMounted;
+};
+
+TEST_F(WebConsoleRegistrationTest, PagesDirectoryThatCannotBeCreatedEndsTheRegistrationBehindTheDescriptor) {
+    const DocumentRootMount readOnly("mode=0755", MS_RDONLY);
+    if (!readOnly.isMounted()) {
+        GTEST_SKIP() << "no mounts are allowed here";
+    }
+    EXPECT_TRUE(registerWebConsole());
+    expectDescriptorPublished();
+    EXPECT_THAT(namesIn(documents), IsEmpty());
+}
+
+TEST_F(WebConsoleRegistrationTest, ProgramDirectoryThatCannotBeCreatedEndsTheRegistrationBehindThePages) {
+    // Room for the root, the pages directory and its two files.
+    const DocumentRootMount small("mode=0755,nr_inodes=4");
+    if (!small.isMounted()) {
+        GTEST_SKIP() << "no mounts are allowed here";
+    }
+    (void)umask(0077);
+    EXPECT_TRUE(registerWebConsole());
+    expectDescriptorPublished();
+    EXPECT_EQ(modeOf(pages), 0755U);
+    expectPagePublished();
+    expectEntryScriptPublished();
+    EXPECT_THAT(namesIn(pages), ElementsAre("chp.htm", "ipcelmclient.php"));
+}
+
+TEST_F(WebConsoleRegistrationTest, FileThatFindsNoRoomIsSkipped) {
+    // Room for the root, the pages directory and one file, which is the page as it comes first.
+    const DocumentRootMount small("mode=0755,nr_inodes=3");
+    if (!small.isMounted()) {
+        GTEST_SKIP() << "no mounts are allowed here";
+    }
+    EXPECT_TRUE(registerWebConsole());
+    expectPagePublished();
+    EXPECT_THAT(namesIn(pages), ElementsAre("chp.htm"));
+}
+
+} // namespace

@@ -1,0 +1,182 @@
+#include "responder/webconsole/WebConsoleRegistration.h"
+
+#include "tests/responder/DescriptorLimit.h"
+#include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
+#include "tests/support/Files.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <string>
+
+namespace {
+
+using namespace ZNORBRESPONDER;
+using namespace ZNORBTEST;
+
+TEST_F(WebConsoleRegistrationTest, WithoutAConsoleNothingIsDone) {
+    std::filesystem::remove_all(console);
+    expectNoConsole();
+    EXPECT_FALSE(exists(console));
+}
+
+TEST_F(WebConsoleRegistrationTest, WithTheRootAloneNothingIsDone) {
+    std::filesystem::remove_all(console);
+    std::filesystem::create_directory(console);
+    expectNoConsole();
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutTheDescriptorDirectoryNothingIsDone) {
+    std::filesystem::remove_all(console + "/webapp");
+    expectNoConsole();
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutTheDataDirectoryNothingIsDone) {
+    std::filesystem::remove_all(console + "/data");
+    expectNoConsole();
+}
+
+TEST_F(WebConsoleRegistrationTest, WithoutTheDocumentRootNothingIsDone) {
+    std::filesystem::remove_all(documents);
+    expectNoConsole();
+}
+
+TEST_F(WebConsoleRegistrationTest, FileInAConsoleDirectorysPlaceIsNoConsole) {
+    for (const std::string& path : {console, console + "/webapp", console + "/data", documents}) {
+        StagedInstallation::installConsole();
+        std::filesystem::remove_all(path);
+        writeFile(path, "no directory");
+        expectNoConsole();
+        std::filesystem::remove(path);
+    }
+}
+
+TEST_F(WebConsoleRegistrationTest, ConsoleDirectoriesMayBeLinks) {
+    for (const std::string& path : {console + "/webapp", documents}) {
+        std::filesystem::rename(path, path + ".real");
+        std::filesystem::create_directory_symlink(path + ".real", path);
+    }
+    EXPECT_TRUE(registerWebConsole());
+    expectAllPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, EverythingIsPublishedByteForByteWithItsMode) {
+    EXPECT_TRUE(registerWebConsole());
+    expectAllPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, NothingElseIsWritten) {
+    std::map<std::string, mode_t> expected = treeOf(console);
+    const std::map<std::string, mode_t> installation = treeOf(StagedInstallation::root);
+    EXPECT_TRUE(registerWebConsole());
+    expected["webapp/znorb.xml"] = 0644;
+    expected["data/htdocs/ZNORB"] = 0755;
+    expected["data/htdocs/ZNORB/chp.htm"] = 0644;
+    expected["data/htdocs/ZNORB/ipcelmclient.php"] = 0644;
+    expected["data/htdocs/ZNORB/bin"] = 0755;
+    expected["data/htdocs/ZNORB/bin/znorbrequestor"] = 0755;
+    EXPECT_EQ(treeOf(console), expected);
+    EXPECT_EQ(treeOf(StagedInstallation::root), installation) << "the sources are left alone";
+}
+
+TEST_F(WebConsoleRegistrationTest, OnlyTheEntryScriptIsFilledAsATemplate) {
+    writeFile(descriptorSource, filled);
+    writeFile(pageSource, filled);
+    writeFile(requestorSource, filled);
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_EQ(readFile(descriptor), filled);
+    EXPECT_EQ(readFile(page), filled);
+    EXPECT_EQ(readFile(requestor), filled);
+    EXPECT_EQ(readFile(entryScript), filledIn);
+}
+
+TEST_F(WebConsoleRegistrationTest, HtmlPathVariableReachesTheEntryScript) {
+    ASSERT_EQ(setenv(htmlVariable, "/srv/html", 1), 0);
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_EQ(readFile(entryScript), "bin=[/opt/zn/znorb/bin] html=[/srv/html]");
+}
+
+TEST_F(WebConsoleRegistrationTest, ModesDoNotDependOnTheUmask) {
+    for (const mode_t mask : {0U, 0002U, 0027U, 0077U, 0777U}) {
+        (void)umask(mask);
+        EXPECT_TRUE(registerWebConsole());
+        expectAllPublished();
+        std::filesystem::remove_all(pages);
+        std::filesystem::remove(descriptor);
+    }
+}
+
+TEST_F(WebConsoleRegistrationTest, UmaskIsTheSameAfterwards) {
+    (void)umask(0137);
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_EQ(umask(0137), 0137U);
+    std::filesystem::remove_all(console);
+    EXPECT_FALSE(registerWebConsole());
+    EXPECT_EQ(umask(0137), 0137U);
+}
+
+TEST_F(WebConsoleRegistrationTest, ExistingFilesAndDirectoriesAreReplacedAndGetTheirModes) {
+    for (const mode_t mode : {0000U, 0200U, 0600U, 0777U}) {
+        publishOld(mode, 0700);
+        EXPECT_TRUE(registerWebConsole());
+        expectAllPublished();
+    }
+}
+
+TEST_F(WebConsoleRegistrationTest, ExistingDirectoriesWithOtherModesAreUsedAndCorrected) {
+    for (const mode_t mode : {0700U, 0777U, 0111U, 0000U}) {
+        publishOld(0644, mode);
+        EXPECT_TRUE(registerWebConsole());
+        expectAllPublished();
+    }
+}
+
+TEST_F(WebConsoleRegistrationTest, SpecialBitsOfExistingFilesAndDirectoriesAreTakenAway) {
+    publishOld(04755, 01777);
+    EXPECT_TRUE(registerWebConsole());
+    expectAllPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, OtherFilesInTheProductsDirectoriesAreLeftAlone) {
+    writeFile(pages + "/other.htm", "other", 0600);
+    writeFile(productPrograms + "/other", "other", 0700);
+    EXPECT_TRUE(registerWebConsole());
+    expectAllPublished();
+    EXPECT_EQ(readFile(pages + "/other.htm"), "other");
+    EXPECT_EQ(modeOf(pages + "/other.htm"), 0600U);
+    EXPECT_EQ(modeOf(productPrograms + "/other"), 0700U);
+}
+
+TEST_F(WebConsoleRegistrationTest, SecondRegistrationPublishesWhatIsNew) {
+    EXPECT_TRUE(registerWebConsole());
+    writeFile(entryScriptSource, "b");
+    EXPECT_TRUE(registerWebConsole());
+    expectDescriptorPublished();
+    EXPECT_EQ(readFile(entryScript), "b");
+    expectRequestorPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, SourcesLieBesideTheDirectoryOfTheRunningExecutable) {
+    std::filesystem::rename(StagedInstallation::root, "/opt/zn/znorb.moved");
+    std::filesystem::create_directories(StagedInstallation::programs);
+    {
+        const ExecutableLink link("/opt/zn/znorb.moved/bin/znorbresponder");
+        EXPECT_TRUE(registerWebConsole());
+    }
+    std::filesystem::remove_all("/opt/zn/znorb.moved");
+    expectDescriptorPublished();
+    expectPagePublished();
+    EXPECT_EQ(readFile(entryScript), "bin=[/opt/zn/znorb.moved/bin] html=[/opt/zn/znorb.moved/HTML/ORB1]");
+    expectRequestorPublished();
+}
+
+TEST_F(WebConsoleRegistrationTest, NoDescriptorStaysOpen) {
+    const int before = lowestFreeDescriptor();
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_EQ(lowestFreeDescriptor(), before);
+}
+
+} // namespace
