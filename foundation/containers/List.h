@@ -44,8 +44,7 @@ public:
         return *this;
     }
 
-    // The rule that wants a const result here was withdrawn.
-    ListIterator operator++(int) noexcept { // NOLINT(cert-dcl21-cpp)
+    ListIterator operator++(int) noexcept { // NOLINT(cert-dcl21-cpp): a const result could not be moved
         ListIterator before = *this;
         ++*this;
         return before;
@@ -144,16 +143,26 @@ public:
         return linkBefore(place == iterator() ? m_sentinel : place.node(), new ListNode<T>(value));
     }
 
-    /// Removes the first or the last value, if there is one. It is unlinked before it is destroyed, so its
-    /// destructor finds a list that is whole.
+    /// Removes the value at `place`, which is not the end, and returns the place behind it. The value is
+    /// unlinked before it is destroyed, so its destructor finds a list that is whole.
+    iterator remove(iterator place) noexcept {
+        ListLink* const link = place.node();
+        ListLink* const next = link->next;
+        link->previous->next = next;
+        next->previous = link->previous;
+        delete static_cast<ListNode<T>*>(link);
+        return iterator(next);
+    }
+
+    /// Removes the first or the last value, if there is one.
     void removeFirst() noexcept {
         if (!empty()) {
-            remove(m_sentinel->next);
+            (void)remove(begin());
         }
     }
     void removeLast() noexcept {
         if (!empty()) {
-            remove(m_sentinel->previous);
+            (void)remove(iterator(m_sentinel->previous));
         }
     }
 
@@ -171,12 +180,6 @@ private:
         next->previous->next = node;
         next->previous = node;
         return iterator(node);
-    }
-
-    static void remove(ListLink* link) noexcept {
-        link->previous->next = link->next;
-        link->next->previous = link->previous;
-        delete static_cast<ListNode<T>*>(link);
     }
 
     [[nodiscard]] ListLink* firstLink() const noexcept {

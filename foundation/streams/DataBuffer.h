@@ -10,9 +10,7 @@ class DataBuffer {
 public:
     DataBuffer() = default;
     DataBuffer(const DataBuffer&) = delete;
-    DataBuffer(DataBuffer&&) = delete;
     DataBuffer& operator=(const DataBuffer&) = delete;
-    DataBuffer& operator=(DataBuffer&&) = delete;
     virtual ~DataBuffer();
 
     /// Brings bytes that a writing side still holds elsewhere into `m_bytes`. The reading side calls it

@@ -17,9 +17,7 @@ public:
 
     InputStream() = default;
     InputStream(const InputStream&) = delete;
-    InputStream(InputStream&&) = delete;
     InputStream& operator=(const InputStream&) = delete;
-    InputStream& operator=(InputStream&&) = delete;
     virtual ~InputStream();
 
     /// True when there is something to read from, be it at its end.

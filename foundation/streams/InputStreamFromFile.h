@@ -21,9 +21,7 @@ public:
     explicit InputStreamFromFile(const char* path);
 
     InputStreamFromFile(const InputStreamFromFile&) = delete;
-    InputStreamFromFile(InputStreamFromFile&&) = delete;
     InputStreamFromFile& operator=(const InputStreamFromFile&) = delete;
-    InputStreamFromFile& operator=(InputStreamFromFile&&) = delete;
     ~InputStreamFromFile() override;
 
     [[nodiscard]] bool isOpen() const override;

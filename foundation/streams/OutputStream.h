@@ -12,9 +12,7 @@ class OutputStream {
 public:
     OutputStream() = default;
     OutputStream(const OutputStream&) = delete;
-    OutputStream(OutputStream&&) = delete;
     OutputStream& operator=(const OutputStream&) = delete;
-    OutputStream& operator=(OutputStream&&) = delete;
     virtual ~OutputStream();
 
     /// Takes `length` bytes from `data`. Kinds that print text instead (the console, the debug log)

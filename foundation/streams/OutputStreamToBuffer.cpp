@@ -38,21 +38,11 @@ OutputStreamToBuffer::~OutputStreamToBuffer() {
 }
 
 void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
-    const std::uint32_t count = length;
-    if (m_chunks.empty() || count >= chunkSize - m_fill) {
-        writeBeyondChunk(data, count);
-        return;
-    }
-    char* const target = m_chunks.last().bytes + m_fill;
-    m_fill += count;
-    std::copy_n(data, count, target); // last, so that it is a jump
-}
-
-void OutputStreamToBuffer::writeBeyondChunk(const char* data, std::uint32_t length) {
     if (m_chunks.empty() && !appendChunk()) {
         return;
     }
-    for (std::uint32_t room = chunkSize - m_fill; length >= room; room = chunkSize) {
+    std::uint32_t pending = length;
+    for (std::uint32_t room = chunkSize - m_fill; pending >= room; room = chunkSize) {
         char* const target = m_chunks.last().bytes + m_fill;
         // The next chunk comes first: a last chunk without room would never take another byte.
         if (!appendChunk()) {
@@ -60,11 +50,11 @@ void OutputStreamToBuffer::writeBeyondChunk(const char* data, std::uint32_t leng
         }
         std::copy_n(data, room, target);
         data += room;
-        length -= room;
+        pending -= room;
         m_fill = 0;
     }
-    std::copy_n(data, length, m_chunks.last().bytes);
-    m_fill = length;
+    std::copy_n(data, pending, m_chunks.last().bytes + m_fill);
+    m_fill += pending;
 }
 
 void OutputStreamToBuffer::flush() {

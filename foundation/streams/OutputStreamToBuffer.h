@@ -26,9 +26,7 @@ public:
 
     OutputStreamToBuffer() = default;
     OutputStreamToBuffer(const OutputStreamToBuffer&) = delete;
-    OutputStreamToBuffer(OutputStreamToBuffer&&) = delete;
     OutputStreamToBuffer& operator=(const OutputStreamToBuffer&) = delete;
-    OutputStreamToBuffer& operator=(OutputStreamToBuffer&&) = delete;
     ~OutputStreamToBuffer() override;
 
     /// Appends `length` bytes of `data`. A length of 0 holds nothing, whatever `data` is, but still allocates
@@ -68,10 +66,6 @@ private:
     struct Chunk {
         char bytes[chunkSize];
     };
-
-    /// Appends `length` bytes when there is no chunk yet, or when they leave no room in the last one: what
-    /// write() does not often do, apart, so that the rest of it saves no register.
-    void writeBeyondChunk(const char* data, std::uint32_t length);
 
     /// Gives the list one more last chunk, not initialised; false, and no change, without memory for it.
     bool appendChunk();

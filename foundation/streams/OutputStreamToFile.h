@@ -24,9 +24,7 @@ public:
     explicit OutputStreamToFile(const char* path) = delete;
 
     OutputStreamToFile(const OutputStreamToFile&) = delete;
-    OutputStreamToFile(OutputStreamToFile&&) = delete;
     OutputStreamToFile& operator=(const OutputStreamToFile&) = delete;
-    OutputStreamToFile& operator=(OutputStreamToFile&&) = delete;
     ~OutputStreamToFile() override;
 
     /// Opens `path` in binary mode: at its end when `append`, else emptied. On failure the stream is left

@@ -7,9 +7,7 @@ namespace Common {
 class NonCopyable {
 public:
     NonCopyable(const NonCopyable&) = delete;
-    NonCopyable(NonCopyable&&) = delete;
     NonCopyable& operator=(const NonCopyable&) = delete;
-    NonCopyable& operator=(NonCopyable&&) = delete;
     virtual ~NonCopyable() = default;
 
 protected:
