@@ -64,8 +64,6 @@ public:
 
     PhaseChange(const PhaseChange&) = delete;
     PhaseChange& operator=(const PhaseChange&) = delete;
-    PhaseChange(PhaseChange&&) = delete;
-    PhaseChange& operator=(PhaseChange&&) = delete;
 };
 
 void writeText(Common::OutputStream& stream, const char* text) {

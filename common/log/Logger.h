@@ -10,6 +10,12 @@
 #include <cstddef>
 #include <ctime>
 
+namespace ORBCOMMON {
+
+/// Guards all of the Logger's state. Null until the static initialisation of Logger.cpp; should memory run
+/// out there, it stays null and the Logger is silent from then on.
+extern Common::shared_ptr<Common::Synchronization::RecursiveProcessMutex> logger_mutex;
+
 /// The log of the whole process.
 ///
 /// A record is formatted once and written to every stream of one list, in the order in which the streams were
@@ -30,12 +36,6 @@
 /// then. At process exit the Logger first falls silent: nothing is written and no stream added any more. Then
 /// the list releases its streams, and after it logger_mutex is deleted. No other thread may be inside an
 /// operation then.
-namespace ORBCOMMON {
-
-/// Guards all of the Logger's state. Null until the static initialisation of Logger.cpp; should memory run
-/// out there, it stays null and the Logger is silent from then on.
-extern Common::shared_ptr<Common::Synchronization::RecursiveProcessMutex> logger_mutex;
-
 class Logger {
 public:
     Logger() = delete;

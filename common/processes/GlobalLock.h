@@ -6,6 +6,8 @@
 
 #include <string>
 
+namespace ORBCOMMON {
+
 /// A system-wide lock, held in a POSIX named semaphore whose count is 1 when free and 0 when held.
 ///
 /// A daemon creates it already held and keeps it for its whole life; other processes find out whether
@@ -14,8 +16,6 @@
 ///
 /// The object has no lock of its own: one thread uses it, and a signal handler of that process may call
 /// abandon(), and only that.
-namespace ORBCOMMON {
-
 class GlobalLock : private Common::NonCopyable {
 public:
     /// Takes the semaphore's name, by custom with a leading "/", and touches nothing.
@@ -26,8 +26,6 @@ public:
 
     GlobalLock(const GlobalLock&) = delete;
     GlobalLock& operator=(const GlobalLock&) = delete;
-    GlobalLock(GlobalLock&&) = delete;
-    GlobalLock& operator=(GlobalLock&&) = delete;
 
     /// Makes a new semaphore, held by this object when `lockNow` is true, and owns its name. True when
     /// it is open; true at once when it was open before, created or not. False when the name exists or

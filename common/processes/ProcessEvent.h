@@ -2,6 +2,8 @@
 
 #include <ctime>
 
+namespace ORBCOMMON {
+
 /// A manual-reset event: once set it stays signalled, for every waiter, until it is reset.
 ///
 /// Its state lives in a block of its own, on the heap for the threads of one process, or in an
@@ -15,8 +17,6 @@
 ///
 /// The destructor of an owner blocks while some thread still waits on the event, a thread that is
 /// interrupted by a signal handler included: no handler may run static destructors over one.
-namespace ORBCOMMON {
-
 class ProcessEvent {
 public:
     /// `processShared` chooses the shared mapping. Without memory for a heap block the object has no
@@ -27,8 +27,6 @@ public:
 
     ProcessEvent(const ProcessEvent&) = delete;
     ProcessEvent& operator=(const ProcessEvent&) = delete;
-    ProcessEvent(ProcessEvent&&) = delete;
-    ProcessEvent& operator=(ProcessEvent&&) = delete;
 
     /// Signals the event and releases every waiter. Nothing more happens when it is signalled already.
     /// Returns 0, or the error number of the lock (nothing changed) or of the unlock.

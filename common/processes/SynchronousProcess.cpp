@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <memory>
 #include <new>
+#include <utility>
 
 namespace ORBCOMMON {
 
@@ -14,18 +16,13 @@ struct SynchronousProcess::Record {
     ProcessEvent response{false, false};
     // Atomic because stop() may write it while a caller that was just answered reads it.
     std::atomic<std::int32_t> result{1};
-    // Owned; null until the thread is started.
-    ThreadHandle* thread = nullptr;
+    // Null until the thread is started.
+    std::unique_ptr<ThreadHandle> thread;
 };
 
 SynchronousProcess::SynchronousProcess() : m_record(new (std::nothrow) Record) {}
 
-SynchronousProcess::~SynchronousProcess() {
-    if (m_record != nullptr) {
-        delete m_record->thread;
-        delete m_record;
-    }
-}
+SynchronousProcess::~SynchronousProcess() = default;
 
 int SynchronousProcess::call() {
     if (m_record == nullptr) {
@@ -39,14 +36,13 @@ int SynchronousProcess::call() {
 }
 
 int SynchronousProcess::startThread() {
-    auto* handle = m_record != nullptr ? new (std::nothrow) ThreadHandle : nullptr;
+    std::unique_ptr<ThreadHandle> handle(m_record != nullptr ? new (std::nothrow) ThreadHandle : nullptr);
     if (handle == nullptr) {
         return ENOMEM;
     }
     const int result = start(*handle, this);
     // The one before, if any, is of a start that failed or of a thread that was stopped.
-    delete m_record->thread;
-    m_record->thread = handle;
+    m_record->thread = std::move(handle);
     return result;
 }
 

@@ -3,6 +3,9 @@
 #include "common/threads/Threadable.h"
 
 #include <cstdint>
+#include <memory>
+
+namespace ORBCOMMON {
 
 /// A thread that serves one request at a time for a caller on another thread.
 ///
@@ -13,8 +16,6 @@
 /// The owner starts and stops the thread, on one thread, and keeps the object alive until it has ended.
 /// One caller at a time. Everything lives in one record on the heap; without memory for it the
 /// operations fail as each of them says.
-namespace ORBCOMMON {
-
 class SynchronousProcess : public Threadable {
 public:
     SynchronousProcess();
@@ -24,8 +25,6 @@ public:
 
     SynchronousProcess(const SynchronousProcess&) = delete;
     SynchronousProcess& operator=(const SynchronousProcess&) = delete;
-    SynchronousProcess(SynchronousProcess&&) = delete;
-    SynchronousProcess& operator=(SynchronousProcess&&) = delete;
 
     /// Hands a request to the thread and waits for its answer. Returns the result, 1 unless the
     /// subclass set another; 0 when stop() released the caller, or without memory. There is no limit to
@@ -55,8 +54,8 @@ protected:
 private:
     struct Record;
 
-    /// Owned; null when there was no memory.
-    Record* m_record;
+    /// Null when there was no memory.
+    std::unique_ptr<Record> m_record;
 };
 
 } // namespace ORBCOMMON

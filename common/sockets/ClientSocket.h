@@ -1,12 +1,12 @@
 #pragma once
 
+namespace ORBCOMMON {
+
 /// The client end of one connected stream socket, and the base of UXClientSocket and IPClientSocket.
 ///
 /// An object owns its descriptor: it alone closes it, at the latest when it is destroyed. A descriptor of -1
 /// means "not connected". Each object belongs to the thread that uses it; nothing is shared and nothing
 /// locked.
-namespace ORBCOMMON {
-
 class ClientSocket {
 public:
     /// Takes ownership of `descriptor`, a connected stream socket; -1 makes an object that is not connected.
@@ -17,8 +17,6 @@ public:
 
     ClientSocket(const ClientSocket&) = delete;
     ClientSocket& operator=(const ClientSocket&) = delete;
-    ClientSocket(ClientSocket&&) = delete;
-    ClientSocket& operator=(ClientSocket&&) = delete;
 
     /// Shuts the connection down in both directions, for every process that holds it, and closes the
     /// descriptor. Without a connection no system call is made. Afterwards isConnected() is false; failures

@@ -8,11 +8,11 @@
 struct hostent;
 struct sockaddr_in;
 
+namespace ORBCOMMON {
+
 /// The client end of a TCP connection over IPv4. Ownership and threads are those of ClientSocket; in addition
 /// connect() with a host name uses the C library's one shared resolver result, so two threads must not
 /// resolve at the same time.
-namespace ORBCOMMON {
-
 class IPClientSocket : public ClientSocket {
 public:
     /// Not connected. `host` is a name, when it begins with a letter, or else a dotted IPv4 address; `port`

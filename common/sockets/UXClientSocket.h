@@ -4,10 +4,10 @@
 
 #include <string>
 
-/// The client end of a UNIX-domain stream connection: one that it makes itself with connect(), or one that a
-/// server has accepted and hands over. Ownership and threads are those of ClientSocket.
 namespace ORBCOMMON {
 
+/// The client end of a UNIX-domain stream connection: one that it makes itself with connect(), or one that a
+/// server has accepted and hands over. Ownership and threads are those of ClientSocket.
 class UXClientSocket : public ClientSocket {
 public:
     /// Not connected; `path` is the socket file that connect() goes to. The path must not hold "%", and of a

@@ -2,108 +2,66 @@
 
 #include "common/threads/ThreadHandle.h"
 
+#include <iterator>
+#include <memory>
 #include <new>
 
 namespace ORBCOMMON {
-
-struct ThreadGroup::Node {
-    Node* next;
-    Node* previous;
-    ThreadHandle* handle;
-};
 
 ThreadGroup::~ThreadGroup() {
     detachAll();
 }
 
 bool ThreadGroup::add(ThreadHandle* handle) {
-    if (handle == nullptr || !createSentinel()) {
+    if (handle == nullptr) {
         return false;
     }
-    Node* node = new (std::nothrow) Node{m_sentinel, nullptr, handle};
-    if (node == nullptr) {
+    try {
+        m_handles.append(handle);
+    } catch (const std::bad_alloc&) {
         return false;
     }
-    removeNodes(handle, true);
-    node->previous = m_sentinel->previous;
-    node->previous->next = node;
-    m_sentinel->previous = node;
+    // A null handle is equal to nothing, yet must not be owned twice. The new place, the last one, stays.
+    for (auto place = m_handles.begin(); std::next(place) != m_handles.end();) {
+        const bool isSame = *place == handle || holdSameThread(*place, handle);
+        place = isSame ? m_handles.remove(place) : std::next(place);
+    }
     return true;
 }
 
 void ThreadGroup::remove(const ThreadHandle* handle) {
-    removeNodes(handle, false);
+    for (auto place = m_handles.begin(); place != m_handles.end();) {
+        place = holdSameThread(*place, handle) ? m_handles.remove(place) : std::next(place);
+    }
 }
 
 void ThreadGroup::joinAll() {
-    for (Node* node = first(); node != m_sentinel; node = node->next) {
-        join(*node->handle);
+    for (ThreadHandle* handle : m_handles) {
+        join(*handle);
     }
 }
 
 void ThreadGroup::detachAll() {
-    Node* node = first();
-    while (node != m_sentinel) {
-        detach(*node->handle);
-        delete node->handle;
-        node = unlinkAndDelete(node);
+    while (!m_handles.empty()) {
+        const std::unique_ptr<ThreadHandle> handle(m_handles.front());
+        detach(*handle);
+        m_handles.removeFirst();
     }
-    delete m_sentinel;
-    m_sentinel = nullptr;
-    m_hasSentinel = false;
+    m_handles = {};
 }
 
-unsigned ThreadGroup::size() const {
-    unsigned count = 0;
-    for (const Node* node = first(); node != m_sentinel; node = node->next) {
-        ++count;
-    }
-    return count;
+std::size_t ThreadGroup::size() const {
+    return m_handles.size();
 }
 
-ThreadHandle* ThreadGroup::at(unsigned position) const {
-    for (const Node* node = first(); node != m_sentinel; node = node->next) {
+ThreadHandle* ThreadGroup::at(std::size_t position) const {
+    for (ThreadHandle* handle : m_handles) {
         if (position == 0) {
-            return node->handle;
+            return handle;
         }
         --position;
     }
     return nullptr;
-}
-
-bool ThreadGroup::createSentinel() {
-    if (m_hasSentinel) {
-        return true;
-    }
-    m_sentinel = new (std::nothrow) Node{nullptr, nullptr, nullptr};
-    if (m_sentinel == nullptr) {
-        return false;
-    }
-    m_sentinel->next = m_sentinel;
-    m_sentinel->previous = m_sentinel;
-    m_hasSentinel = true;
-    return true;
-}
-
-ThreadGroup::Node* ThreadGroup::first() const {
-    return m_hasSentinel ? m_sentinel->next : m_sentinel;
-}
-
-ThreadGroup::Node* ThreadGroup::unlinkAndDelete(Node* node) {
-    Node* next = node->next;
-    node->previous->next = next;
-    next->previous = node->previous;
-    delete node;
-    return next;
-}
-
-void ThreadGroup::removeNodes(const ThreadHandle* handle, bool sameObjectToo) {
-    Node* node = first();
-    while (node != m_sentinel) {
-        const bool matches =
-            holdSameThread(node->handle, handle) || (sameObjectToo && node->handle == handle);
-        node = matches ? unlinkAndDelete(node) : node->next;
-    }
 }
 
 } // namespace ORBCOMMON

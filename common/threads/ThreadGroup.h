@@ -1,14 +1,17 @@
 #pragma once
 
-/// Several thread handles that are joined or detached together.
-///
-/// The group owns the heap handles it is given until they are removed. It has no lock: one thread uses
-/// it. The handles stand in a circular doubly linked list whose sentinel is allocated by the first
-/// add(), so that an unused group allocates nothing.
+#include "foundation/containers/List.h"
+
+#include <cstddef>
+
 namespace ORBCOMMON {
 
 class ThreadHandle;
 
+/// Several thread handles that are joined or detached together.
+///
+/// The group owns the heap handles it is given until they are removed. It has no lock: one thread uses
+/// it. An unused group allocates nothing.
 class ThreadGroup {
 public:
     constexpr ThreadGroup() = default;
@@ -18,8 +21,6 @@ public:
 
     ThreadGroup(const ThreadGroup&) = delete;
     ThreadGroup& operator=(const ThreadGroup&) = delete;
-    ThreadGroup(ThreadGroup&&) = delete;
-    ThreadGroup& operator=(ThreadGroup&&) = delete;
 
     /// Puts a handle made with `new` at the end and takes ownership of it. A node that already stands
     /// for this handle or for its thread goes first; a different handle object that leaves the group in
@@ -38,31 +39,14 @@ public:
     /// Detaches and deletes every handle in the group's order and leaves the group empty and unused.
     void detachAll();
 
-    [[nodiscard]] unsigned size() const;
+    [[nodiscard]] std::size_t size() const;
 
     /// The handle at `position`, counted from 0 in the order of adding; null beyond the last one. It
     /// stays the group's.
-    [[nodiscard]] ThreadHandle* at(unsigned position) const;
+    [[nodiscard]] ThreadHandle* at(std::size_t position) const;
 
 private:
-    struct Node;
-
-    /// False when there is no memory.
-    bool createSentinel();
-
-    /// The first node, or the sentinel (null in an unused group) when there is none.
-    [[nodiscard]] Node* first() const;
-
-    /// Returns the node that followed.
-    static Node* unlinkAndDelete(Node* node);
-
-    /// Takes out the nodes that hold the same thread as `handle` and, with `sameObjectToo`, those that
-    /// stand for the very object: a null handle is equal to nothing, yet must not be owned twice.
-    void removeNodes(const ThreadHandle* handle, bool sameObjectToo);
-
-    /// Null while m_hasSentinel is false.
-    Node* m_sentinel = nullptr;
-    bool m_hasSentinel = false;
+    Common::list<ThreadHandle*> m_handles; ///< all owned, none null
 };
 
 } // namespace ORBCOMMON

@@ -31,11 +31,11 @@ ThreadHandle::~ThreadHandle() {
 }
 
 int start(ThreadHandle& handle, Threadable* threadable) {
-    handle.m_thread = new (std::nothrow) pthread_t(noThread);
+    handle.m_thread.reset(new (std::nothrow) pthread_t(noThread));
     if (handle.m_thread == nullptr) {
         return ENOMEM;
     }
-    const int result = pthread_create(handle.m_thread, nullptr, threadEntry, threadable);
+    const int result = pthread_create(handle.m_thread.get(), nullptr, threadEntry, threadable);
     if (result != 0) {
         // A failed creation leaves an undefined value behind, which callers that ignore the result
         // would hand to join() or detach().
@@ -51,8 +51,7 @@ void join(ThreadHandle& handle) {
     if (*handle.m_thread != noThread) {
         (void)pthread_join(*handle.m_thread, nullptr);
     }
-    delete handle.m_thread;
-    handle.m_thread = nullptr;
+    handle.m_thread.reset();
 }
 
 void detach(ThreadHandle& handle) {
@@ -62,8 +61,7 @@ void detach(ThreadHandle& handle) {
     if (*handle.m_thread != noThread) {
         (void)pthread_detach(*handle.m_thread);
     }
-    delete handle.m_thread;
-    handle.m_thread = nullptr;
+    handle.m_thread.reset();
 }
 
 bool holdSameThread(const ThreadHandle* left, const ThreadHandle* right) {

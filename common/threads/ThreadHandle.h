@@ -2,14 +2,16 @@
 
 #include <pthread.h>
 
-/// The identifier of one started thread, and the few operations on it.
-///
-/// A handle is owned and used by one thread, the one that starts it; it has no lock. It is single-use:
-/// null, then started, then joined or detached and null again.
+#include <memory>
+
 namespace ORBCOMMON {
 
 class Threadable;
 
+/// The identifier of one started thread, and the few operations on it.
+///
+/// A handle is owned and used by one thread, the one that starts it; it has no lock. It is single-use:
+/// null, then started, then joined or detached and null again.
 class ThreadHandle {
 public:
     constexpr ThreadHandle() = default;
@@ -19,8 +21,6 @@ public:
 
     ThreadHandle(const ThreadHandle&) = delete;
     ThreadHandle& operator=(const ThreadHandle&) = delete;
-    ThreadHandle(ThreadHandle&&) = delete;
-    ThreadHandle& operator=(ThreadHandle&&) = delete;
 
     /// True when the handle holds no identifier: never started, joined or detached. A handle whose
     /// thread could not be created still holds one.
@@ -32,8 +32,8 @@ private:
     friend void detach(ThreadHandle& handle);
     friend bool holdSameThread(const ThreadHandle* left, const ThreadHandle* right);
 
-    /// On the heap, owned; null when there is no thread.
-    pthread_t* m_thread = nullptr;
+    /// Null when there is no thread.
+    std::unique_ptr<pthread_t> m_thread;
 };
 
 /// Starts a thread that calls run() and then finish() on `threadable`, which must not be null and must

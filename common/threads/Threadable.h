@@ -1,19 +1,17 @@
 #pragma once
 
+namespace ORBCOMMON {
+
 /// Base of every object that runs on a thread of its own.
 ///
 /// The owner keeps the object alive until its thread has ended: a thread holds a plain pointer to it
 /// and nothing here counts references. See ThreadHandle.h for starting and ending the thread.
-namespace ORBCOMMON {
-
 class Threadable {
 public:
     virtual ~Threadable();
 
     Threadable(const Threadable&) = delete;
     Threadable& operator=(const Threadable&) = delete;
-    Threadable(Threadable&&) = delete;
-    Threadable& operator=(Threadable&&) = delete;
 
     /// The thread's body. Called once per started thread, on that thread. It must not throw: an
     /// exception that leaves it ends the process.
