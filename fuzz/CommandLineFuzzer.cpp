@@ -207,10 +207,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     }
     Model model(scene);
     const bool isExpected = model.parse();
-    const bool isAccepted = ZNORBRESPONDER::parseCommandLine(
-        scene.words, {scene.commands.data(), static_cast<unsigned>(scene.commands.size())},
-        {scene.flags.data(), static_cast<unsigned>(scene.flags.size())},
-        {scene.options.data(), static_cast<unsigned>(scene.options.size())});
+    const bool isAccepted =
+        ZNORBRESPONDER::parseCommandLine(scene.words, scene.commands, scene.flags, scene.options);
     requireEqual(isAccepted, isExpected, "whether the line was accepted");
     model.check();
     return 0;

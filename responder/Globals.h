@@ -4,7 +4,7 @@
 #include "common/processes/ProcessEvent.h"
 #include "foundation/containers/Map.h"
 #include "foundation/containers/Set.h"
-#include "responder/commands/CommandLine.h"
+#include "responder/CommandTables.h"
 #include "responder/idle/ConfigurationMonitor.h"
 #include "responder/idle/WBXResponderMonitor.h"
 

@@ -9,19 +9,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <exception>
 #include <string>
 #include <vector>
-
-/// What std::terminate calls. The C++ library's own handler would name the exception, and brings 50 KiB for
-/// it into the executable. This is the library's variable, which stands before anything runs. A shared C++
-/// library keeps its own.
-namespace __cxxabiv1 { // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
-extern std::terminate_handler __terminate_handler;
-std::terminate_handler __terminate_handler = std::abort;
-} // namespace __cxxabiv1
-// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 using namespace ZNORBRESPONDER;
 
@@ -31,14 +21,13 @@ bool isRoot() {
     if (geteuid() == 0) {
         return true;
     }
-    tellUser(stderr, "ERROR: You must be root to use this application");
+    tellUser(STDERR_FILENO, "ERROR: You must be root to use this application");
     return false;
 }
 
 bool parse(int argc, char** argv) {
     const std::vector<std::string> words(argv + std::min(argc, 1), argv + argc); // argc may be 0
-    return parseCommandLine(words, {commandTable.data(), commandTable.size()},
-                            {flagTable.data(), flagTable.size()}, {});
+    return parseCommandLine(words, commandTable, flagTable, {});
 }
 
 int dispatch() {

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <initializer_list>
+#include <memory>
 #include <new>
 #include <string_view>
 
@@ -16,15 +17,15 @@ namespace {
 /// How runProcess() copies the process.
 constinit auto copyProcess = fork;
 
-/// The parts as one new NUL-terminated text, to be released with delete[]; null when memory ran out.
-char* newText(std::initializer_list<std::string_view> parts) noexcept {
+/// The parts as one NUL-terminated text; null when memory ran out.
+std::unique_ptr<char[]> newText(std::initializer_list<std::string_view> parts) noexcept {
     std::size_t length = 0;
     for (const std::string_view part : parts) {
         length += part.size();
     }
-    char* const text = new (std::nothrow) char[length + 1]();
+    std::unique_ptr<char[]> text(new (std::nothrow) char[length + 1]());
     if (text != nullptr) {
-        char* end = text;
+        char* end = text.get();
         for (const std::string_view part : parts) {
             end += part.copy(end, part.size());
         }
@@ -53,26 +54,26 @@ public:
         for (std::size_t i = 0; i < m_count; ++i) {
             delete[] m_texts[i];
         }
-        delete[] m_texts;
     }
 
     ArgumentArray(const ArgumentArray&) = delete;
     ArgumentArray& operator=(const ArgumentArray&) = delete;
-    ArgumentArray(ArgumentArray&&) = delete;
-    ArgumentArray& operator=(ArgumentArray&&) = delete;
 
     [[nodiscard]] bool isComplete() const noexcept { return m_complete; }
-    [[nodiscard]] char* const* texts() const noexcept { return m_texts; }
+    [[nodiscard]] char* const* texts() const noexcept { return m_texts.get(); }
 
 private:
-    // False when `text`, which it takes over, is null.
-    bool append(char* text) noexcept {
-        m_texts[m_count] = text;
-        m_count += text != nullptr ? 1 : 0;
-        return text != nullptr;
+    // False when `text` is null.
+    bool append(std::unique_ptr<char[]> text) noexcept {
+        if (text == nullptr) {
+            return false;
+        }
+        m_texts[m_count] = text.release();
+        ++m_count;
+        return true;
     }
 
-    char** m_texts;
+    std::unique_ptr<char*[]> m_texts; // each of the first m_count is owned
     std::size_t m_count = 0;
     bool m_complete = false;
 };
@@ -96,7 +97,7 @@ void waitForEnd(pid_t process) noexcept {
 
 } // namespace
 
-void promiseLoneAllocator() {
+void forkWithoutLocks() {
     copyProcess = _Fork;
 }
 

@@ -8,11 +8,11 @@
 /// Starting an external program.
 namespace ORBCOMMON {
 
-/// Says that from now on only one thread, the one that calls runProcess(), allocates memory or uses streams
-/// of the C library. A fork then need not take the locks of these, and touches half as many pages. In a
-/// process that breaks this promise, the second copy that a failed execution leaves could meet a lock that
+/// From now on runProcess() forks without taking the C library's locks of memory and streams, and touches
+/// half as many pages. REQUIRES that from now on only the thread that calls runProcess() allocates or uses
+/// streams of the C library: otherwise the second copy that a failed execution leaves could meet a lock that
 /// nobody is left to release. There is no way back.
-void promiseLoneAllocator();
+void forkWithoutLocks();
 
 /// Starts `program` with `arguments` in a process of its own, with `wait` blocking until it has ended; its
 /// exit status is discarded.

@@ -9,13 +9,10 @@ namespace ZNORBRESPONDER {
 namespace {
 
 template <typename Row>
-int findRow(const Table<Row>& table, const std::string& name) {
-    for (unsigned index = 0; index < table.count; ++index) {
-        if (table.rows[index].name == name) {
-            return static_cast<int>(index);
-        }
-    }
-    return noRow;
+int findRow(std::span<Row> table, const std::string& name) {
+    const auto row =
+        std::find_if(table.begin(), table.end(), [&name](const Row& each) { return each.name == name; });
+    return row == table.end() ? noRow : static_cast<int>(row - table.begin());
 }
 
 void appendNames(const std::string& column, std::vector<std::string>& names) {
@@ -37,8 +34,8 @@ bool isGiven(const std::string& option) {
 /// One pass over one line. The results outlive it in the daemon's globals.
 class CommandLineParser {
 public:
-    CommandLineParser(const Table<const CommandRow>& commands, const Table<const FlagRow>& flags,
-                      const Table<ValueOptionRow>& options)
+    CommandLineParser(std::span<const CommandRow> commands, std::span<const FlagRow> flags,
+                      std::span<ValueOptionRow> options)
         : m_commands(commands), m_flags(flags), m_options(options) {}
 
     bool parse(const std::vector<std::string>& words) {
@@ -86,7 +83,7 @@ private:
         if (row == noRow) {
             return false;
         }
-        *m_flags.rows[row].target = true;
+        *m_flags[static_cast<std::size_t>(row)].target = true;
         (void)parsedOptionSet.insert(name);
         return true;
     }
@@ -97,7 +94,7 @@ private:
         if (row == noRow) {
             return false;
         }
-        m_waiting = &m_options.rows[row];
+        m_waiting = &m_options[static_cast<std::size_t>(row)];
         (void)parsedOptionSet.insert(name);
         return true;
     }
@@ -112,13 +109,14 @@ private:
     [[nodiscard]] bool mayFollow(const std::string& name) const {
         return std::all_of(
             parsedCommandList.begin(), parsedCommandList.end(), [this, &name](const std::string& earlier) {
-                const std::string& companions = m_commands.rows[findCommand(m_commands, earlier)].companions;
+                const std::string& companions =
+                    m_commands[static_cast<std::size_t>(findCommand(m_commands, earlier))].companions;
                 return earlier != name && !companions.empty() && companions.find(name) != std::string::npos;
             });
     }
 
     void record(unsigned row) {
-        const CommandRow& command = m_commands.rows[row];
+        const CommandRow& command = m_commands[row];
         parsedCommandList.push_back(command.name);
         (void)parsedCommandMap.insert(command.name, row);
         appendNames(command.required, m_required);
@@ -146,9 +144,9 @@ private:
                });
     }
 
-    const Table<const CommandRow>& m_commands;
-    const Table<const FlagRow>& m_flags;
-    const Table<ValueOptionRow>& m_options;
+    const std::span<const CommandRow> m_commands;
+    const std::span<const FlagRow> m_flags;
+    const std::span<ValueOptionRow> m_options;
     ValueOptionRow* m_waiting = nullptr; ///< the option that the next word is the value of
     std::vector<std::string> m_required;
     std::vector<std::string> m_permitted;
@@ -156,20 +154,20 @@ private:
 
 } // namespace
 
-int findCommand(const Table<const CommandRow>& commands, const std::string& name) {
+int findCommand(std::span<const CommandRow> commands, const std::string& name) {
     return findRow(commands, name);
 }
 
-int findFlag(const Table<const FlagRow>& flags, const std::string& name) {
+int findFlag(std::span<const FlagRow> flags, const std::string& name) {
     return findRow(flags, name);
 }
 
-int findValueOption(const Table<ValueOptionRow>& options, const std::string& name) {
+int findValueOption(std::span<ValueOptionRow> options, const std::string& name) {
     return findRow(options, name);
 }
 
-bool parseCommandLine(const std::vector<std::string>& words, const Table<const CommandRow>& commands,
-                      const Table<const FlagRow>& flags, const Table<ValueOptionRow>& options) {
+bool parseCommandLine(const std::vector<std::string>& words, std::span<const CommandRow> commands,
+                      std::span<const FlagRow> flags, std::span<ValueOptionRow> options) {
     parsedCommandList.clear();
     parsedCommandMap.clear();
     parsedOptionSet.clear();

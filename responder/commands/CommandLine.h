@@ -1,7 +1,9 @@
 #pragma once
 
 #include "foundation/containers/Set.h"
+#include "responder/CommandTables.h"
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -9,41 +11,13 @@
 /// tables that the caller passes. Nothing is ever printed for a rejected line. Main thread only.
 namespace ZNORBRESPONDER {
 
-/// One command: its name and three constraint columns, lists of names separated by "|". An empty column
-/// constrains nothing, except that an empty `companions` lets no other command follow.
-struct CommandRow {
-    std::string name;
-    std::string required;   ///< options that must be given with the command
-    std::string permitted;  ///< further options that may be given with it
-    std::string companions; ///< text in which the name of every later command must occur
-};
-
-/// One flag: when `name` is given, `*target` becomes true. The bool is not owned.
-struct FlagRow {
-    std::string name;
-    bool* target;
-};
-
-/// One value option: the word after `name` is stored into `value`.
-struct ValueOptionRow {
-    std::string name;
-    std::string value;
-};
-
-/// A table as the parser takes it: `count` rows from `rows`, not owned; null with a count of 0 for none.
-template <typename Row>
-struct Table {
-    Row* rows = nullptr;
-    unsigned count = 0;
-};
-
 inline constexpr int noRow = -1;
 
 /// Index of the first row whose name equals `name` byte for byte, or `noRow`. An empty name matches an
 /// empty row name only.
-int findCommand(const Table<const CommandRow>& commands, const std::string& name);
-int findFlag(const Table<const FlagRow>& flags, const std::string& name);
-int findValueOption(const Table<ValueOptionRow>& options, const std::string& name);
+int findCommand(std::span<const CommandRow> commands, const std::string& name);
+int findFlag(std::span<const FlagRow> flags, const std::string& name);
+int findValueOption(std::span<ValueOptionRow> options, const std::string& name);
 
 /// Parses the words (without the program's name) against the tables. True when the whole line was
 /// accepted. Results go to `parsedCommandList`, `parsedCommandMap` and `parsedOptionSet`, which are
@@ -52,8 +26,8 @@ int findValueOption(const Table<ValueOptionRow>& options, const std::string& nam
 /// A line of options without any command stands for the table's row with the empty name, when there is
 /// one. When the commands' `required` and `permitted` columns name any option, an option that neither
 /// names is rejected.
-bool parseCommandLine(const std::vector<std::string>& words, const Table<const CommandRow>& commands,
-                      const Table<const FlagRow>& flags, const Table<ValueOptionRow>& options);
+bool parseCommandLine(const std::vector<std::string>& words, std::span<const CommandRow> commands,
+                      std::span<const FlagRow> flags, std::span<ValueOptionRow> options);
 
 /// Copies out the commands, in the order given, and the options of the last parse.
 void getParsedCommandLine(std::vector<std::string>& commands, Common::set<std::string>& options);

@@ -1,6 +1,7 @@
 #include "responder/commands/StartStop.h"
 
 #include "common/processes/ProcessRunner.h"
+#include "common/threads/SignalMask.h"
 #include "responder/Globals.h"
 #include "responder/RuntimeNames.h"
 #include "responder/commands/CommandClient.h"
@@ -13,7 +14,6 @@
 #include <malloc.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace ZNORBRESPONDER {
@@ -31,7 +31,7 @@ constexpr unsigned namePollLimitMicroseconds = 200'000;
 /// and a fork without their locks.
 void prepareForLaunches() {
     (void)mallopt(M_ARENA_MAX, 1);
-    ORBCOMMON::promiseLoneAllocator();
+    ORBCOMMON::forkWithoutLocks();
 }
 
 bool isAnotherInstanceActive() {
@@ -68,14 +68,10 @@ void awaitNameRemoval() {
 
 /// What the invoking process does: waits until the daemon is ready, tells the user and ends.
 [[noreturn]] void endInvoker(const sigset_t& callersMask) {
-    restoreSignalMask(callersMask);
+    ORBCOMMON::restoreSignalMask(callersMask);
     ORBFrontProcessBarrier.setOwner(true);
     (void)ORBFrontProcessBarrier.wait();
-    // Spares the start the C library's own buffer: two page faults, two system calls. Into one of less than
-    // 128 bytes it would write the text and the line end apart.
-    static char line[128];
-    (void)std::setvbuf(stdout, line, _IOFBF, sizeof line);
-    tellUser(stdout, "The ZN Orbisan daemon has started.");
+    tellUser(STDOUT_FILENO, "The ZN Orbisan daemon has started.");
     std::exit(startedStatus);
 }
 
@@ -91,15 +87,16 @@ bool startInBackground(const sigset_t& callersMask) {
 
 int startDaemon() {
     if (isAnotherInstanceActive()) {
-        tellUser(stderr, "Error: Only one instance of the ZN Orbisan daemon can be active at one time.");
+        tellUser(STDERR_FILENO,
+                 "Error: Only one instance of the ZN Orbisan daemon can be active at one time.");
         return refusedStatus;
     }
     // From its first moment the daemon holds SIGTERM back until its handler stands and the lock is whole.
-    const sigset_t callersMask = holdTermination();
+    const sigset_t callersMask = ORBCOMMON::holdTermination();
     (void)startInBackground(callersMask);
     installTerminationHandler();
     (void)appLock.create(true); // ignored: a daemon that raced past the probe runs without the name
-    clearSignalMask();
+    ORBCOMMON::clearSignalMask();
 
     prepareForLaunches();
     ResponderThread responder;
@@ -113,18 +110,18 @@ int startDaemon() {
 
 int stopDaemon() {
     if (!appLock.openExisting()) {
-        tellUser(stderr, "The ZN Orbisan daemon is not running.");
+        tellUser(STDERR_FILENO, "The ZN Orbisan daemon is not running.");
         return refusedStatus;
     }
     if (!sendQuit()) {
         return otherEndStatus;
     }
     if (!awaitLockRelease()) {
-        tellUser(stderr, "The ZN Orbisan daemon did not respond to the stop command in time.");
+        tellUser(STDERR_FILENO, "The ZN Orbisan daemon did not respond to the stop command in time.");
         return stopTimedOutStatus;
     }
     awaitNameRemoval();
-    tellUser(stdout, "The ZN Orbisan daemon has stopped.");
+    tellUser(STDOUT_FILENO, "The ZN Orbisan daemon has stopped.");
     return otherEndStatus;
 }
 

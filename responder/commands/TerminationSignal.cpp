@@ -1,12 +1,13 @@
 #include "responder/commands/TerminationSignal.h"
 
+#include "common/threads/SignalMask.h"
 #include "responder/Globals.h"
 #include "responder/commands/ExitStatus.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <csignal>
 
 namespace ZNORBRESPONDER {
 
@@ -37,31 +38,11 @@ void installTerminationHandler() {
     (void)std::signal(SIGTERM, ExitSignalHandler);
 }
 
-sigset_t holdTermination() {
-    sigset_t termination;
-    sigset_t previous;
-    (void)sigemptyset(&termination);
-    (void)sigaddset(&termination, SIGTERM);
-    (void)sigemptyset(&previous);
-    (void)pthread_sigmask(SIG_BLOCK, &termination, &previous);
-    return previous;
-}
-
-void restoreSignalMask(const sigset_t& mask) {
-    (void)pthread_sigmask(SIG_SETMASK, &mask, nullptr);
-}
-
-void clearSignalMask() {
-    sigset_t none;
-    (void)sigemptyset(&none);
-    restoreSignalMask(none);
-}
-
 void releaseApplicationLock() {
-    const sigset_t mask = holdTermination();
+    const sigset_t mask = ORBCOMMON::holdTermination();
     appLock.remove(true);
     (void)std::signal(SIGTERM, endProcess);
-    restoreSignalMask(mask);
+    ORBCOMMON::restoreSignalMask(mask);
 }
 
 } // namespace ZNORBRESPONDER

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <csignal>
-
 /// SIGTERM ends the daemon at any moment with status 10 and with the lock's name gone.
 ///
 /// The handler runs on whichever thread the signal meets, usually main, and may meet it anywhere, so it
@@ -17,16 +15,6 @@ void ExitSignalHandler(int signalNumber);
 
 /// Installs `ExitSignalHandler` for SIGTERM.
 void installTerminationHandler();
-
-/// Holds SIGTERM back in the calling thread, and in whatever it forks, until its mask is set again.
-/// Returns the mask that was in force.
-sigset_t holdTermination();
-
-/// Sets the calling thread's mask; a SIGTERM that was held back and is not in it is delivered at once.
-void restoreSignalMask(const sigset_t& mask);
-
-/// Lets the calling thread take every signal, whatever mask the process was started with.
-void clearSignalMask();
 
 /// The lock's orderly end: removes `appLock` by force. From here on a SIGTERM still ends the process with
 /// status 10, but touches the lock no more: the name may already be the next daemon's, and the object

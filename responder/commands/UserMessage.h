@@ -1,11 +1,9 @@
 #pragma once
 
-#include <cstdio>
-
 namespace ZNORBRESPONDER {
 
-/// Writes the message and a newline to the stream (standard output or standard error) and flushes it at
-/// once. A failure is ignored: there is nobody left to tell.
-void tellUser(std::FILE* stream, const char* message);
+/// Writes the message and a newline, at once and as one piece, to the descriptor: standard output or standard
+/// error. A failure is ignored: there is nobody left to tell.
+void tellUser(int descriptor, const char* message);
 
 } // namespace ZNORBRESPONDER

@@ -5,9 +5,7 @@
 #include "responder/RuntimeNames.h"
 #include "responder/clients/ClientLauncher.h"
 #include "responder/clients/ExitSweep.h"
-#include "responder/service/CodePages.h"
 #include "responder/service/CommandSocket.h"
-#include "responder/service/ThreadEnd.h"
 #include "responder/table/ClientTable.h"
 #include "responder/table/SharedObject.h"
 #include "responder/webconsole/WebConsoleRegistration.h"
@@ -69,7 +67,6 @@ UnifiedResponderMonitor::UnifiedResponderMonitor(ORBCOMMON::ProcessEvent* exitEv
     : m_exitEvent(exitEvent) {}
 
 void UnifiedResponderMonitor::run() {
-    announceThreadEnd();
     SharedObject object;
     object.create();
     Logger::log("Unified responder starting");
@@ -104,17 +101,9 @@ void UnifiedResponderMonitor::acceptUntilQuit(CommandSocket& listener, SharedVar
         Logger::log("Unable to put socket in listen mode");
         return;
     }
-    bool isResting = false; // the code has been let go: once in a pause, as each waking brings a little back
-    bool isQuit = false;
-    while (!isQuit) {
+    for (bool isQuit = false; !isQuit;) {
         const int connection = listener.accept(acceptWaitSeconds);
-        if (connection != -1) {
-            isResting = false;
-            isQuit = serveConnection(connection, table);
-        } else if (!isResting) {
-            releaseCode();
-            isResting = true;
-        }
+        isQuit = connection != -1 && serveConnection(connection, table);
     }
 }
 

@@ -28,8 +28,7 @@ public:
     explicit UnifiedResponderMonitor(ORBCOMMON::ProcessEvent* exitEvent);
 
     /// The thread's body: returns when "QUIT" has been served or when the table or the socket could not be
-    /// set up. The shared table is gone when it returns; the socket file stays. The end of the calling thread
-    /// is announced (ThreadEnd.h).
+    /// set up. The shared table is gone when it returns; the socket file stays.
     void run() override;
 
     /// Takes one request from an accepted connection: the command and all tokens, the command included.

@@ -8,6 +8,11 @@
 #include <string_view>
 #include <type_traits>
 
+namespace ZNORBRESPONDER {
+
+inline constexpr unsigned clientCapacity = 64;
+inline constexpr unsigned identifierSize = 117;
+
 /// The shared table of client instances, as it lies in shared memory in host byte order.
 ///
 /// The life of an entry: free (inUse 0) → claimed by the daemon (inUse 1, the other fields zero) → filled
@@ -17,11 +22,6 @@
 /// The object is writable by everybody and guarded by no lock: the daemon accepts torn reads, and reads
 /// and writes it only through ClientTable.h, which bounds whatever it finds, even an object that somebody has
 /// shortened: to the daemon that table is empty and admits no claim.
-namespace ZNORBRESPONDER {
-
-inline constexpr unsigned clientCapacity = 64;
-inline constexpr unsigned identifierSize = 117;
-
 struct ClientEntry {
     std::uint8_t inUse; ///< 0 = free; any other value = in use
     char identifier[identifierSize];

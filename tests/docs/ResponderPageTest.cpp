@@ -167,8 +167,8 @@ std::vector<std::string> logMessages() {
 TEST_F(ResponderPage, HasEveryMessageOfTheSourcesUnderItsStreamAndNoOther) {
     const std::vector<std::vector<std::string>> lists = page.lists("DIAGNOSTICS");
     ASSERT_EQ(lists.size(), 3U);
-    EXPECT_THAT(lists[0], UnorderedElementsAreArray(messagesIn(R"(tellUser\(stdout, )")));
-    EXPECT_THAT(lists[1], UnorderedElementsAreArray(messagesIn(R"(tellUser\(stderr, )")));
+    EXPECT_THAT(lists[0], UnorderedElementsAreArray(messagesIn(R"(tellUser\(STDOUT_FILENO,\s+)")));
+    EXPECT_THAT(lists[1], UnorderedElementsAreArray(messagesIn(R"(tellUser\(STDERR_FILENO,\s+)")));
     EXPECT_THAT(lists[2], UnorderedElementsAreArray(logMessages()));
 }
 

@@ -1,7 +1,6 @@
 #include "tests/soak/Possessions.h"
 
 #include "tests/soak/Soak.h"
-#include "tests/support/CodeMemory.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
@@ -21,13 +20,17 @@ namespace {
 constexpr std::size_t threadsOfADaemon = 2;
 constexpr unsigned long mostGrowth = 64; // KiB
 
-/// Without the executable's code, which comes and goes with the pauses.
-unsigned long residentOf(pid_t process) {
+/// In KiB; 0 without such a line.
+unsigned long sizeIn(const std::string& text, const std::string& label) {
+    const std::size_t place = text.find("\n" + label);
+    return place == std::string::npos ? 0
+                                      : std::strtoul(text.c_str() + place + 1 + label.size(), nullptr, 10);
+}
+
+/// Written pages alone: unchanged pages of files come and go with the system's need for memory.
+unsigned long writtenMemoryOf(pid_t process) {
     const std::string text = readFile("/proc/" + std::to_string(process) + "/smaps_rollup");
-    const std::size_t place = text.find("Rss:");
-    const unsigned long all =
-        place == std::string::npos ? 0 : std::strtoul(text.c_str() + place + 4, nullptr, 10);
-    return all - std::min(all, residentCode(process));
+    return sizeIn(text, "Private_Dirty:") + sizeIn(text, "Shared_Dirty:");
 }
 
 std::size_t socketsAmong(const std::string& folder, const std::vector<std::string>& descriptors) {
@@ -43,7 +46,7 @@ Possessions possessionsOf(pid_t daemon) {
     const std::string folder = process + "/fd";
     const std::vector<std::string> descriptors = namesIn(folder);
     return {descriptors, socketsAmong(folder, descriptors), namesIn(process + "/task").size(),
-            childrenOf(daemon).size(), residentOf(daemon)};
+            childrenOf(daemon).size(), writtenMemoryOf(daemon)};
 }
 
 } // namespace
@@ -65,14 +68,14 @@ void expectNothingMore(Part& part, const Possessions& before, const Possessions&
     part.expect(after.descriptors == before.descriptors, "a descriptor was left open");
     part.expect(after.threads == before.threads && after.threads == threadsOfADaemon,
                 "there were other threads");
-    part.expect(after.resident <= before.resident + mostGrowth, "resident memory grew from " +
-                                                                    std::to_string(before.resident) + " to " +
-                                                                    std::to_string(after.resident) + " KiB");
+    part.expect(after.written <= before.written + mostGrowth, "written memory grew from " +
+                                                                  std::to_string(before.written) + " to " +
+                                                                  std::to_string(after.written) + " KiB");
     part.note("descriptors more", after.descriptors.size() - before.descriptors.size());
     part.note("threads more", after.threads - before.threads);
     part.note("zombies", after.children);
-    part.note("KiB resident before", before.resident);
-    part.note("KiB resident after", after.resident);
+    part.note("KiB written before", before.written);
+    part.note("KiB written after", after.written);
 }
 
 } // namespace ZNORBSOAK

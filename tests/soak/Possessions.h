@@ -15,8 +15,8 @@ struct Possessions {
     std::vector<std::string> descriptors;
     std::size_t sockets = 0; ///< the one that listens, and those of the connections that are not closed yet
     std::size_t threads = 0;
-    std::size_t children = 0;   ///< running or zombies
-    unsigned long resident = 0; ///< KiB, counted page by page, without the executable's code
+    std::size_t children = 0;  ///< running or zombies
+    unsigned long written = 0; ///< KiB of pages that were written, counted page by page
 };
 
 /// What the daemon has when everything asked of it is over. Asks it once itself, and waits.

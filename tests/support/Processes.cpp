@@ -110,11 +110,6 @@ std::string nameOf(pid_t pid) {
                                                                   : line.substr(begin + 1, end - begin - 1);
 }
 
-unsigned long pageFaultsOf(pid_t pid) {
-    const long count = statField(pid, 6);
-    return count > 0 ? static_cast<unsigned long>(count) : 0;
-}
-
 std::vector<pid_t> processesRunning(const std::string& program) {
     std::vector<pid_t> result;
     for (const pid_t pid : allProcesses()) {

@@ -18,10 +18,6 @@ std::string programOf(pid_t pid);
 /// The process' name, at most 15 characters; empty when there is no such process. Zombies keep theirs.
 std::string nameOf(pid_t pid);
 
-/// The page faults that needed nothing from a disk, of all the process' threads; 0 when there is no such
-/// process.
-unsigned long pageFaultsOf(pid_t pid);
-
 /// All processes that run this very program file.
 std::vector<pid_t> processesRunning(const std::string& program);
 

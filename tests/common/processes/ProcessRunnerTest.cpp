@@ -26,7 +26,7 @@ namespace {
 
 using ZNORBTEST::statusInOwnProcess;
 
-using ORBCOMMON::promiseLoneAllocator;
+using ORBCOMMON::forkWithoutLocks;
 using ORBCOMMON::runProcess;
 
 constexpr uid_t unprivilegedUser = 65534;
@@ -358,18 +358,18 @@ TEST_F(ProcessRunnerTest, ForkTakesTheLocksOfTheCLibrary) {
     EXPECT_EQ(status, 1);
 }
 
-TEST_F(ProcessRunnerTest, LoneAllocatorsForkDoesNot) {
+TEST_F(ProcessRunnerTest, ForkWithoutLocksDoesNot) {
     const int status = statusInOwnProcess([] {
         countForks();
-        promiseLoneAllocator();
+        forkWithoutLocks();
         return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
     });
     EXPECT_EQ(status, 0);
 }
 
-TEST_F(ProcessRunnerTest, LoneAllocatorsCopyAllocatesAfterAFailedExecution) {
+TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
     const int status = statusInOwnProcess([] {
-        promiseLoneAllocator();
+        forkWithoutLocks();
         const std::string earlier(100'000, 'x');
         const pid_t process = runProcess("znorb-no-such-program", "", {}, false);
         if (process == 0) {

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <map>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -43,10 +44,7 @@ protected:
     CommandLineTest(const CommandLineTest&) = delete;
     CommandLineTest& operator=(const CommandLineTest&) = delete;
 
-    static bool parse(const Words& words) {
-        return parseCommandLine(words, {commandTable.data(), commandTable.size()},
-                                {flagTable.data(), flagTable.size()}, {});
-    }
+    static bool parse(const Words& words) { return parseCommandLine(words, commandTable, flagTable, {}); }
 
 private:
     static void forget() {
@@ -63,11 +61,7 @@ private:
 // commands that the test fills in.
 class CommandLineTablesTest : public CommandLineTest {
 protected:
-    bool parse(const Words& words) {
-        return parseCommandLine(words, {commands.data(), static_cast<unsigned>(commands.size())},
-                                {flags.data(), static_cast<unsigned>(flags.size())},
-                                {options.data(), static_cast<unsigned>(options.size())});
-    }
+    bool parse(const Words& words) { return parseCommandLine(words, commands, flags, options); }
 
     std::vector<CommandRow> commands = {{"go", "", "", ""}};
     bool red = false;
@@ -78,18 +72,18 @@ protected:
 
 TEST_F(CommandLineTablesTest, LookupGivesTheIndexOfTheRowOfEachKind) {
     commands = {{"go", "", "", ""}, {"halt", "", "", ""}};
-    EXPECT_EQ(findCommand({commands.data(), 2}, "go"), 0);
-    EXPECT_EQ(findCommand({commands.data(), 2}, "halt"), 1);
-    EXPECT_EQ(findFlag({flags.data(), 2}, "red"), 0);
-    EXPECT_EQ(findFlag({flags.data(), 2}, "blue"), 1);
-    EXPECT_EQ(findValueOption({options.data(), 2}, "size"), 0);
-    EXPECT_EQ(findValueOption({options.data(), 2}, "name"), 1);
+    EXPECT_EQ(findCommand(commands, "go"), 0);
+    EXPECT_EQ(findCommand(commands, "halt"), 1);
+    EXPECT_EQ(findFlag(flags, "red"), 0);
+    EXPECT_EQ(findFlag(flags, "blue"), 1);
+    EXPECT_EQ(findValueOption(options, "size"), 0);
+    EXPECT_EQ(findValueOption(options, "name"), 1);
 }
 
 TEST_F(CommandLineTablesTest, LookupOfAnUnknownNameGivesNoRow) {
-    EXPECT_EQ(findCommand({commands.data(), 1}, "red"), noRow);
-    EXPECT_EQ(findFlag({flags.data(), 2}, "size"), noRow);
-    EXPECT_EQ(findValueOption({options.data(), 2}, "go"), noRow);
+    EXPECT_EQ(findCommand(commands, "red"), noRow);
+    EXPECT_EQ(findFlag(flags, "size"), noRow);
+    EXPECT_EQ(findValueOption(options, "go"), noRow);
     EXPECT_LT(noRow, 0) << "no index of a row";
 }
 
@@ -97,46 +91,46 @@ TEST_F(CommandLineTablesTest, LookupTakesTheFirstOfRowsWithTheSameName) {
     commands = {{"a", "", "", ""}, {"b", "first", "", ""}, {"b", "second", "", ""}};
     flags = {{"b", &red}, {"b", &blue}};
     options = {{"a", ""}, {"b", "first"}, {"b", "second"}};
-    EXPECT_EQ(findCommand({commands.data(), 3}, "b"), 1);
-    EXPECT_EQ(findFlag({flags.data(), 2}, "b"), 0);
-    EXPECT_EQ(findValueOption({options.data(), 3}, "b"), 1);
+    EXPECT_EQ(findCommand(commands, "b"), 1);
+    EXPECT_EQ(findFlag(flags, "b"), 0);
+    EXPECT_EQ(findValueOption(options, "b"), 1);
 }
 
 TEST_F(CommandLineTablesTest, LookupIsCaseSensitive) {
-    EXPECT_EQ(findCommand({commands.data(), 1}, "Go"), noRow);
-    EXPECT_EQ(findFlag({flags.data(), 2}, "RED"), noRow);
-    EXPECT_EQ(findValueOption({options.data(), 2}, "sizE"), noRow);
+    EXPECT_EQ(findCommand(commands, "Go"), noRow);
+    EXPECT_EQ(findFlag(flags, "RED"), noRow);
+    EXPECT_EQ(findValueOption(options, "sizE"), noRow);
 }
 
 TEST_F(CommandLineTablesTest, LookupMatchesNamesOfEqualLengthOnly) {
     for (const std::string name : {"g", "goo", " go", "go ", ""}) {
-        EXPECT_EQ(findCommand({commands.data(), 1}, name), noRow) << name;
+        EXPECT_EQ(findCommand(commands, name), noRow) << name;
     }
     for (const std::string name : {"re", "redd", ""}) {
-        EXPECT_EQ(findFlag({flags.data(), 2}, name), noRow) << name;
+        EXPECT_EQ(findFlag(flags, name), noRow) << name;
     }
     for (const std::string name : {"siz", "sizes", ""}) {
-        EXPECT_EQ(findValueOption({options.data(), 2}, name), noRow) << name;
+        EXPECT_EQ(findValueOption(options, name), noRow) << name;
     }
 }
 
 TEST_F(CommandLineTablesTest, LookupComparesBytesBeyondANulByte) {
     const std::string name("go\0x", 4);
-    EXPECT_EQ(findCommand({commands.data(), 1}, name), noRow);
+    EXPECT_EQ(findCommand(commands, name), noRow);
     commands.push_back({name, "", "", ""});
-    EXPECT_EQ(findCommand({commands.data(), 2}, name), 1);
+    EXPECT_EQ(findCommand(commands, name), 1);
 }
 
 TEST_F(CommandLineTablesTest, LookupOfAnEmptyNameMatchesAnEmptyRowNameOnly) {
     commands = {{"go", "", "", ""}, {"", "", "", ""}};
-    EXPECT_EQ(findCommand({commands.data(), 2}, ""), 1);
-    EXPECT_EQ(findCommand({commands.data(), 1}, ""), noRow);
+    EXPECT_EQ(findCommand(commands, ""), 1);
+    EXPECT_EQ(findCommand(std::span(commands).first(1), ""), noRow);
 }
 
 TEST_F(CommandLineTablesTest, LookupReadsNoRowBeyondTheCount) {
-    EXPECT_EQ(findFlag({flags.data(), 1}, "blue"), noRow);
-    EXPECT_EQ(findValueOption({options.data(), 1}, "name"), noRow);
-    EXPECT_EQ(findCommand({commands.data(), 0}, "go"), noRow);
+    EXPECT_EQ(findFlag(std::span(flags).first(1), "blue"), noRow);
+    EXPECT_EQ(findValueOption(std::span(options).first(1), "name"), noRow);
+    EXPECT_EQ(findCommand(std::span(commands).first(0), "go"), noRow);
 }
 
 TEST(CommandLine, LookupInNoTableGivesNoRow) {

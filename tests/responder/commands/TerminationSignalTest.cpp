@@ -1,5 +1,6 @@
 #include "responder/commands/TerminationSignal.h"
 
+#include "common/threads/SignalMask.h"
 #include "responder/Globals.h"
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
@@ -21,6 +22,9 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
+using ORBCOMMON::clearSignalMask;
+using ORBCOMMON::holdTermination;
+using ORBCOMMON::restoreSignalMask;
 using ZNORBTEST::endedBy;
 using ZNORBTEST::endOfForked;
 using ZNORBTEST::exitedWith;

@@ -1,9 +1,11 @@
 #include "responder/service/ResponderThread.h"
 
+#include "common/log/Logger.h"
 #include "responder/Globals.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/ProcessEnd.h"
 #include "tests/support/Waiting.h"
 
 #include <gmock/gmock.h>
@@ -12,10 +14,13 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <ctime>
+#include <csignal>
+#include <cstdlib>
+#include <functional>
 #include <limits>
 #include <string>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -32,6 +37,28 @@ using Responder = ZNORBRESPONDER::ResponderThread;
 constexpr const char* socketPath = "/var/run/znorb.socket";
 constexpr const char* tablePath = "/dev/shm/znorb.shvars";
 
+/// Acts on the responder's thread when it logs its last record: the exit event is set, the table still there.
+class AtTheLastRecord : public Common::OutputStream {
+public:
+    explicit AtTheLastRecord(std::function<void()> action) : m_action(std::move(action)) {}
+
+    void write(const char* data, const unsigned int& /*length*/) override {
+        if (std::string(data) == "Unified responder stopped") {
+            m_action();
+        }
+    }
+
+private:
+    const std::function<void()> m_action;
+};
+
+bool isTerminationHeld() {
+    sigset_t mask;
+    (void)sigemptyset(&mask);
+    (void)pthread_sigmask(SIG_BLOCK, nullptr, &mask);
+    return sigismember(&mask, SIGTERM) == 1;
+}
+
 class ResponderThread : public testing::Test {
 protected:
     ResponderThread() { (void)mainExitBarrier.reset(); }
@@ -44,6 +71,21 @@ protected:
     static void start(Responder& responder) {
         responder.start();
         ASSERT_TRUE(waitUntil([]() { return askDaemon("are you there?") == "0"; }));
+    }
+
+    static void atTheLastRecord(const std::function<void()>& action) {
+        ORBCOMMON::Logger::addOutputStream(
+            Common::shared_ptr<Common::OutputStream>(new AtTheLastRecord(action)));
+    }
+
+    /// The whole life, with the action in it.
+    static void liveWith(const std::function<void()>& action) {
+        atTheLastRecord(action);
+        Responder responder;
+        start(responder);
+        EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+        responder.awaitEnd();
+        responder.detach();
     }
 
     static bool isBarrierSet() { return mainExitBarrier.timedWait(0); }
@@ -86,6 +128,71 @@ TEST_F(ResponderThread, AwaitBlocksWhileItServes) {
     EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
     waiter.join();
     responder.detach();
+}
+
+TEST_F(ResponderThread, AwaitBlocksAfterTheExitEventUntilTheThreadIsThrough) {
+    std::atomic<bool> isOpen = false;
+    atTheLastRecord([&isOpen]() { isOpen.wait(false); });
+    Responder responder;
+    start(responder);
+    EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+    ASSERT_TRUE(mainExitBarrier.wait());
+    std::atomic<bool> isOver = false;
+    std::thread waiter([&responder, &isOver]() {
+        responder.awaitEnd();
+        EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+        isOver = true;
+    });
+    EXPECT_FALSE(waitUntil([&isOver]() { return isOver.load(); }, std::chrono::milliseconds(100)));
+    isOpen = true;
+    isOpen.notify_all();
+    waiter.join();
+    responder.detach();
+}
+
+TEST_F(ResponderThread, TheEndCanBeAwaitedAgain) {
+    Responder responder;
+    start(responder);
+    EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+    responder.awaitEnd();
+    responder.detach();
+    responder.awaitEnd();
+}
+
+std::atomic<bool> s_wasHeldAtTheEnd = false;
+
+TEST_F(ResponderThread, TakesTerminationWhileItWorksAndNotAfterItsEnd) {
+    pthread_key_t key = 0;
+    ASSERT_EQ(pthread_key_create(&key,
+                                 [](void* isEnded) {
+                                     s_wasHeldAtTheEnd = isTerminationHeld();
+                                     static_cast<std::atomic<bool>*>(isEnded)->store(true);
+                                 }),
+              0);
+    bool isHeldAtWork = true;
+    std::atomic<bool> isEnded = false;
+    liveWith([&key, &isHeldAtWork, &isEnded]() {
+        isHeldAtWork = isTerminationHeld();
+        EXPECT_EQ(pthread_setspecific(key, &isEnded), 0); // its destructor is what the thread runs last
+    });
+    EXPECT_FALSE(isHeldAtWork);
+    ASSERT_TRUE(waitUntil([&isEnded]() { return isEnded.load(); }));
+    EXPECT_TRUE(s_wasHeldAtTheEnd);
+    (void)pthread_key_delete(key);
+}
+
+TEST_F(ResponderThread, EndOfAForkedCopyOfTheThreadIsTheEndOfItsProcess) {
+    pid_t copy = -1;
+    liveWith([&copy]() {
+        // What is registered for an orderly exit must not run in the copy: it would end with another status.
+        const pid_t process = fork();
+        if (process == 0) {
+            (void)std::atexit([]() { _exit(1); });
+        } else {
+            copy = process;
+        }
+    });
+    EXPECT_EQ(ZNORBTEST::waitForEndOf(copy), ZNORBTEST::exitedWith(0));
 }
 
 TEST_F(ResponderThread, SetUpThatFailsIsAnEnd) {
