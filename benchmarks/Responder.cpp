@@ -4,6 +4,8 @@
 #include <poll.h>
 #include <sched.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
@@ -83,31 +85,39 @@ pid_t findServer() {
     return credentials.pid;
 }
 
-/// A moment that another process notes.
-class SharedMoment {
+/// When a program took the place of the process that executed it, and what that had cost by then: noted
+/// there.
+class Execution {
 public:
-    SharedMoment()
-        : m_moment(
-              static_cast<Clock::time_point*>(mmap(nullptr, sizeof(Clock::time_point), PROT_READ | PROT_WRITE,
-                                                   MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
-        if (m_moment == MAP_FAILED) {
+    Execution()
+        : m_note(static_cast<Note*>(
+              mmap(nullptr, sizeof(Note), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0))) {
+        if (m_note == MAP_FAILED) {
             fail("no memory");
         }
         note();
     }
-    ~SharedMoment() { (void)munmap(m_moment, sizeof *m_moment); }
-    SharedMoment(const SharedMoment&) = delete;
-    SharedMoment& operator=(const SharedMoment&) = delete;
+    ~Execution() { (void)munmap(m_note, sizeof *m_note); }
+    Execution(const Execution&) = delete;
+    Execution& operator=(const Execution&) = delete;
 
-    void note() const { *m_moment = Clock::now(); }
-    [[nodiscard]] Seconds past() const { return Clock::now() - *m_moment; }
+    void note() const {
+        rusage usage = {};
+        (void)getrusage(RUSAGE_SELF, &usage);
+        *m_note = {Clock::now(), usage.ru_minflt};
+    }
+    [[nodiscard]] Seconds past() const { return Clock::now() - m_note->moment; }
+    [[nodiscard]] long faultsBefore() const { return m_note->faults; }
 
 private:
-    Clock::time_point* m_moment;
+    struct Note {
+        Clock::time_point moment;
+        long faults;
+    };
+    Note* m_note;
 };
 
-/// `execution` is when the program took the place of this one.
-pid_t spawn(std::vector<std::string> words, int processor, const SharedMoment& execution) {
+pid_t spawn(std::vector<std::string> words, int processor, const Execution& execution) {
     std::vector<char*> arguments;
     for (std::string& word : words) {
         arguments.push_back(word.data());
@@ -142,6 +152,19 @@ std::vector<pid_t> threadsOf(pid_t process) {
     return threads;
 }
 
+/// The page faults without input or output that a process or a thread, by its folder in /proc, has had so
+/// far.
+long minorFaultsOf(const std::string& folder) {
+    // The tenth word; the second one is the name in parentheses.
+    const std::string text = contentOf(folder + "/stat");
+    std::istringstream words(text.substr(text.rfind(')') + 1));
+    std::string word;
+    for (int number = 3; number <= 10; ++number) {
+        words >> word;
+    }
+    return std::stol(word);
+}
+
 bool isTraced(pid_t thread) {
     return contentOf("/proc/" + std::to_string(thread) + "/status").find("TracerPid:\t0\n") ==
            std::string::npos;
@@ -152,6 +175,12 @@ bool isTraced(pid_t thread) {
 void fail(const std::string& what) {
     (void)std::fprintf(stderr, "bench: FAILED: %s\n", what.c_str());
     std::exit(1);
+}
+
+void adoptOrphans() {
+    if (prctl(PR_SET_CHILD_SUBREAPER, 1, 0, 0, 0) != 0) {
+        fail("orphans cannot be adopted");
+    }
 }
 
 void pinTo(int processor) {
@@ -183,10 +212,13 @@ Responder::Responder(const std::string& program, const std::string& argument, in
         words.push_back(argument);
     }
     (void)unlink(socketPath);
-    const SharedMoment execution;
+    const Execution execution;
     const pid_t invoked = spawn(words, processor, execution);
     int status = -1;
-    const std::function<bool()> isExited = [&] { return waitpid(invoked, &status, WNOHANG) == invoked; };
+    rusage usage = {};
+    const std::function<bool()> isExited = [&] {
+        return wait4(invoked, &status, WNOHANG, &usage) == invoked;
+    };
     if (end == Started::Exited) {
         await("the program's exit", isExited);
         m_startTime = execution.past();
@@ -199,7 +231,10 @@ Responder::Responder(const std::string& program, const std::string& argument, in
     if (status != 0) {
         fail(program + " did not start");
     }
+    m_startFaults = usage.ru_minflt - execution.faultsBefore();
+    await("the end of the process between", [&usage] { return wait4(-1, nullptr, WNOHANG, &usage) > 0; });
     m_pid = findServer();
+    m_startFaults += usage.ru_minflt + minorFaultsOf("/proc/" + std::to_string(m_pid));
 }
 
 Responder::~Responder() {
@@ -247,6 +282,7 @@ Seconds Responder::quit() {
     for (const pollfd& end : ends) {
         (void)close(end.fd);
     }
+    (void)waitpid(m_pid, nullptr, 0);
     m_pid = -1;
     await("the end of the lock", [] { return access(lockFile, F_OK) != 0; });
     return duration;
@@ -265,22 +301,13 @@ long Responder::memory(const std::string& name) const {
 }
 
 long Responder::minorFaults() const {
-    // The tenth word; the second one is the name in parentheses.
-    const std::string text =
-        contentOf("/proc/" + std::to_string(m_pid) + "/task/" + std::to_string(servingThread()) + "/stat");
-    std::istringstream words(text.substr(text.rfind(')') + 1));
-    std::string word;
-    for (int number = 3; number <= 10; ++number) {
-        words >> word;
-    }
-    return std::stol(word);
+    return minorFaultsOf("/proc/" + std::to_string(m_pid) + "/task/" + std::to_string(servingThread()));
 }
 
 double Responder::systemCallsPer(const std::string& request, int count) const {
     const std::string log = "/tmp/znorb-bench-strace." + std::to_string(getpid());
     const pid_t thread = servingThread();
-    const pid_t tracer =
-        spawn({"strace", "-qq", "-o", log, "-p", std::to_string(thread)}, -1, SharedMoment());
+    const pid_t tracer = spawn({"strace", "-qq", "-o", log, "-p", std::to_string(thread)}, -1, Execution());
     bool isRefused = false;
     await("strace", [&] {
         isRefused = waitpid(tracer, nullptr, WNOHANG) == tracer;

@@ -17,6 +17,9 @@ using Seconds = std::chrono::duration<double>;
 /// What is said before the end of a benchmark that cannot go on.
 [[noreturn]] void fail(const std::string& what);
 
+/// Makes this process the parent of what its children leave behind. REQUIRED before the first Responder.
+void adoptOrphans();
+
 /// Restricts this process, and all that it starts from now on, to one processor.
 void pinTo(int processor);
 
@@ -47,6 +50,10 @@ public:
     /// From the execution of the program to the end of its start.
     [[nodiscard]] Seconds startTime() const { return m_startTime; }
 
+    /// The page faults without input or output of its start: of the invoked program from its execution on, of
+    /// the process between, and of the responder to its first reply.
+    [[nodiscard]] long startFaults() const { return m_startFaults; }
+
     /// The thread that serves the requests.
     [[nodiscard]] pid_t servingThread() const;
 
@@ -70,6 +77,7 @@ public:
 private:
     pid_t m_pid = -1;
     Seconds m_startTime{};
+    long m_startFaults = 0;
 };
 
 /// The shared table, mapped for the life of the object. REQUIRES: a responder that serves.
