@@ -4,12 +4,11 @@
 
 #include <string>
 
-namespace Common::Synchronization {
-
 /// Routines over POSIX named semaphores, which work between processes and outlive them. A name is made
-/// absolute by putting "/" in front of it unless it begins with one. Semaphores are created with count 0
-/// and mode 0644 less the umask. No routine throws; without memory
-/// each behaves as for a name that the system refuses.
+/// absolute by putting "/" in front of it unless it begins with one. Semaphores are created with count 0 and
+/// mode 0644 less the umask. No routine throws; without memory each behaves as for a name that the system
+/// refuses.
+namespace Common::Synchronization {
 
 /// True when a semaphore of the name existed. When it did not, it does afterwards: the check creates it.
 /// False also when the system refuses the name. Every check, and so every other routine here, keeps the

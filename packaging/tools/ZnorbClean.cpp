@@ -18,9 +18,8 @@
 /// one's. What makes it safe to run at any time:
 ///
 /// - It looks for processes, not at the lock's count: a count tells nothing about who held it.
-/// - The lock goes last. As long as its name exists every `znorbresponder -d` is refused, so that no new
-/// daemon
-///   can make names of its own in between.
+/// - The lock goes last: while its name exists every `znorbresponder -d` is refused, and no new daemon can
+///   make names of its own in between.
 /// - An object is removed only while it is the one that was there before the processes were looked at.
 /// - Cleaners take turns.
 namespace {

@@ -88,7 +88,7 @@ private:
         return true;
     }
 
-    /// REQUIRES: acceptFlag() has not accepted the name: a flag's, unless it is a command's as well.
+    /// REQUIRES: acceptFlag() has rejected the name.
     bool acceptValueOption(const std::string& name) {
         const int row = findCommand(m_commands, name) == noRow ? findValueOption(m_options, name) : noRow;
         if (row == noRow) {

@@ -150,7 +150,7 @@ bool registerWebConsole() {
             publish(console);
         }
     } catch (const std::exception&) {
-        // What there was no memory for stays unpublished, like anything else that cannot be done.
+        // Out of memory: the rest is not published. As with every other failure here, nobody is told.
     }
     return isInstalled;
 }
