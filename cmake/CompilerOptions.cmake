@@ -1,9 +1,12 @@
-# Strict warnings as errors for every target, and the sanitizers of the asan and tsan presets.
+# Strict warnings for every target (errors in the presets), and the sanitizers of the asan and tsan presets.
+
+include(CheckCompilerFlag)
+include(CheckLinkerFlag)
 
 add_library(znorb_options INTERFACE)
 target_include_directories(znorb_options INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
 target_compile_options(znorb_options INTERFACE
-    -Wall -Wextra -Wpedantic -Werror
+    -Wall -Wextra -Wpedantic
     -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wcast-qual -Wformat=2
     -Wundef -Wunused -Wdouble-promotion -Wmissing-declarations
     $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual>
@@ -21,20 +24,29 @@ if(ZNORB_SANITIZE)
 endif()
 
 # What the compiler and the linker can do against a defect that we have not found: checked library calls,
-# guarded stacks, tables that are read-only after the start, constants that cannot be executed.
+# guarded stacks, tables that are read-only after the start, constants that cannot be executed. Not in a build for the
+# debugger, which is not optimised.
+set(optimised $<NOT:$<CONFIG:Debug>>)
 add_library(znorb_hardening INTERFACE)
-target_compile_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
-    -D_FORTIFY_SOURCE=2 -fstack-protector-strong -fstack-clash-protection -fcf-protection
-    -ffunction-sections -fdata-sections>)
-target_link_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:
+target_compile_options(znorb_hardening INTERFACE $<${optimised}:
+    -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -ffunction-sections -fdata-sections>)
+target_link_options(znorb_hardening INTERFACE $<${optimised}:
     LINKER:-z,relro,-z,now,-z,noexecstack LINKER:-z,separate-code
     LINKER:--gc-sections LINKER:--as-needed>)
+foreach(flag -fstack-clash-protection -fcf-protection -mbranch-protection=standard) # where the processor has them
+    string(MAKE_C_IDENTIFIER "ZNORB_HAS${flag}" has)
+    check_compiler_flag(CXX "-Werror ${flag}" ${has})
+    if(${has})
+        target_compile_options(znorb_hardening INTERFACE $<${optimised}:${flag}>)
+    endif()
+endforeach()
 
-# The daemon's release build is optimised as a whole when it is linked, which drops a tenth of it. The libraries keep
-# their usual code as well: the tests link that, and need not wait for it.
+# Programs that are installed are optimised as a whole when they are linked, which drops a tenth of them. The libraries
+# keep their usual code as well: the tests link that, and need not wait for it.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    target_compile_options(znorb_hardening INTERFACE $<$<CONFIG:Release>:-flto -ffat-lto-objects>)
-    set(ZNORB_WHOLE_PROGRAM $<$<CONFIG:Release>:-flto=auto>)
+    target_compile_options(znorb_hardening INTERFACE $<${optimised}:-flto -ffat-lto-objects>)
+    set(ZNORB_WHOLE_PROGRAM $<${optimised}:-flto=auto>)
+    set(ZNORB_USUAL_CODE $<${optimised}:-fno-lto>)
 endif()
 
 # The counters live in mapped files, so that they survive fork, _exit and SIGKILL; many
@@ -55,8 +67,14 @@ endif()
 # without shared libraries as well, whose page tables every fork would copy.
 function(znorb_position_independent name)
     target_compile_options(${name} PRIVATE -fPIE)
-    target_link_options(${name} PRIVATE $<IF:$<BOOL:${ZNORB_STATIC}>,-static-pie,-pie>)
+    target_link_options(${name} PRIVATE ${ZNORB_WHOLE_PROGRAM} $<IF:$<BOOL:${ZNORB_STATIC}>,-static-pie,-pie>)
+    # The linker warns that a static gethostbyname may want shared libraries when it runs. It wants them only for the
+    # sources of names that nsswitch.conf adds to files and DNS.
+    if(ZNORB_STATIC AND ZNORB_LINKER_CAN_BE_SILENT)
+        target_link_options(${name} PRIVATE LINKER:--no-warnings)
+    endif()
 endfunction()
+check_linker_flag(CXX LINKER:--no-warnings ZNORB_LINKER_CAN_BE_SILENT)
 
 # znorb_layer(<name> <lower layer>...): the library of the folder that calls it. The sources are
 # globbed, so that a file in the tree is always a file in the build.
