@@ -25,11 +25,13 @@ endif()
 
 # What the compiler and the linker can do against a defect that we have not found: checked library calls,
 # guarded stacks, tables that are read-only after the start, constants that cannot be executed. Not in a build for the
-# debugger, which is not optimised.
-set(optimised $<NOT:$<CONFIG:Debug>>)
+# debugger, or of no type: they are not optimised.
+set(optimised $<NOT:$<OR:$<CONFIG:Debug>,$<STREQUAL:$<CONFIG>,>>>)
+string(FIND "${CMAKE_CXX_FLAGS} ${CMAKE_CXX_FLAGS_RELEASE}" _FORTIFY_SOURCE place) # a distribution may want more
+string(REPLACE -1 "" fortified ${place})
 add_library(znorb_hardening INTERFACE)
 target_compile_options(znorb_hardening INTERFACE $<${optimised}:
-    -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -ffunction-sections -fdata-sections>)
+    $<$<NOT:$<BOOL:${fortified}>>:-D_FORTIFY_SOURCE=2> -fstack-protector-strong -ffunction-sections -fdata-sections>)
 target_link_options(znorb_hardening INTERFACE $<${optimised}:
     LINKER:-z,relro,-z,now,-z,noexecstack LINKER:-z,separate-code
     LINKER:--gc-sections LINKER:--as-needed>)

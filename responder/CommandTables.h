@@ -2,7 +2,8 @@
 
 #include <string>
 
-/// The rows of the command line's tables. A table is a span of rows, which the parser does not own.
+/// The types of the rows in the command line's tables; the daemon's own tables are in Globals.cpp. A table is
+/// a span of rows, which the parser does not own.
 namespace ZNORBRESPONDER {
 
 /// One command: its name and three constraint columns, lists of names separated by "|". An empty column

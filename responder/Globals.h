@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-/// Every global of the daemon. They are constructed before `main` in this order and destroyed at exit in
-/// the reverse order. All belong to the main thread, except where a line says otherwise.
+/// Every global that several files of the daemon share. They are constructed before `main` in this order and
+/// destroyed at exit in the reverse order. All belong to the main thread, except where a line says otherwise.
 namespace ZNORBRESPONDER {
 
 /// Kept as a constant of the console's protocol on other platforms; nothing reads it here.
@@ -28,7 +28,8 @@ extern Common::set<std::string> parsedOptionSet;
 extern const std::array<FlagRow, 3> flagTable;
 extern const std::array<CommandRow, 4> commandTable;
 
-/// Set by the unified responder's thread at the end of its run; main waits on it.
+/// Set by the unified responder's thread at the end of its run, or by main when there is none; main waits on
+/// it.
 extern ORBCOMMON::ProcessEvent mainExitBarrier;
 
 /// Set by the daemon when it is ready; the invoking process waits on it. Shared between both processes.

@@ -40,7 +40,7 @@ bool semaphoreFile(const char* name, char (&path)[prefixLength + longestName + 1
 
 /// Whether the semaphore's memory can be read. Somebody else may have put a file into the name's place that
 /// is too short for a semaphore: the C library opens it all the same, and the first access would end the
-/// process. A system that does not tell counts as yes.
+/// process. Where the system cannot be asked, the answer is yes.
 bool isBacked(sem_t* semaphore) {
     sem_t copy;
     const iovec destination{&copy, sizeof(copy)};

@@ -69,7 +69,7 @@ private:
 ///
 /// A list allocates nothing until the first value is put in; until then there is no sentinel. It needs no
 /// constructor at run time, so a static list is usable before any static object has been constructed.
-/// When an allocation or the copy of a value throws, the list is as it was. One thread at a time.
+/// When an allocation or the copy of a value throws, the list holds what it held. One thread at a time.
 template <typename T>
 class list {
 public:

@@ -50,8 +50,8 @@ void detachDescriptors() {
     }
 }
 
-/// What the starter had open above those stays open on purpose, but no client gets it. A kernel before 5.11
-/// cannot do that, and passes it on.
+/// The daemon keeps what the starter had open above the last closed descriptor, on purpose; the clients do
+/// not get it, except on a kernel before 5.11.
 void keepRestFromClients() {
     (void)close_range(lastClosedDescriptor + 1, ~0U, CLOSE_RANGE_CLOEXEC);
 }

@@ -26,9 +26,9 @@ constexpr unsigned stopLimitMicroseconds = 5'000'000;
 constexpr unsigned namePollMicroseconds = 1'000;
 constexpr unsigned namePollLimitMicroseconds = 200'000;
 
-/// Makes the copy of the process small that starting a client takes. From its thread's start to that thread's
-/// end the daemon's main thread only waits: it neither allocates nor writes. That allows one arena for all
-/// and a fork without their locks.
+/// Makes starting a client cheaper, for which the process is copied: one arena of memory for all threads, and
+/// a fork without the C library's locks. Both are allowed because main only waits while the responder's
+/// thread lives: it neither allocates nor writes.
 void prepareForLaunches() {
     (void)mallopt(M_ARENA_MAX, 1);
     ORBCOMMON::forkWithoutLocks();

@@ -2,11 +2,13 @@
 
 /// SIGTERM ends the daemon at any moment with status 10 and with the lock's name gone.
 ///
-/// The handler runs on whichever thread the signal meets, usually main, and may meet it anywhere, so it
-/// relies on async-signal-safe calls only; of two signals that meet both threads, one ends the process. What
-/// it cannot stand is to meet `appLock` half changed: the main thread holds SIGTERM back while it creates or
-/// removes the lock, and the responder's thread, which could take the signal in its stead, does not exist
-/// yet at the first of these moments and holds SIGTERM back itself at the second.
+/// The handler runs on whichever thread the signal meets, usually main, and may interrupt it anywhere: so it
+/// relies on async-signal-safe calls only. When one signal meets each thread, the handler that came first
+/// ends the process.
+///
+/// It must never find `appLock` half changed. So the main thread holds SIGTERM back while it creates or
+/// removes the lock. The responder's thread cannot take the signal in its stead: at the first of these
+/// moments it does not exist yet, at the second it holds SIGTERM back itself.
 namespace ZNORBRESPONDER {
 
 /// Posts the lock's count back if it is held, unlinks its name and ends the process with status 10,

@@ -10,9 +10,9 @@ namespace ZNORBRESPONDER {
 ResponderThread::ResponderThread() : m_monitor(&mainExitBarrier), m_process(getpid()) {}
 
 void ResponderThread::start() {
-    m_isRunning = true;
+    setRunning(true);
     if (ORBCOMMON::start(m_handle, this) != 0) {
-        m_isRunning = false;
+        setRunning(false);
         (void)mainExitBarrier.set(); // nobody else ever will
     }
 }
@@ -40,12 +40,12 @@ void ResponderThread::finish() {
         _exit(0);
     }
     (void)ORBCOMMON::holdTermination();
-    announceEnd();
+    setRunning(false);
 }
 
-void ResponderThread::announceEnd() {
+void ResponderThread::setRunning(bool isRunning) {
     (void)pthread_mutex_lock(&m_mutex);
-    m_isRunning = false;
+    m_isRunning = isRunning;
     (void)pthread_cond_signal(&m_ended);
     (void)pthread_mutex_unlock(&m_mutex);
 }

@@ -11,13 +11,13 @@ namespace ZNORBRESPONDER {
 
 /// The unified responder and the one thread that works on it, as the start sequence and the test console
 /// hold them on main's stack. `start`, `awaitEnd` and `detach` are main's; `awaitEnd` must have returned
-/// before the object is destroyed.
+/// before the object of a started thread is destroyed.
 ///
-/// How main learns that the detached thread has nothing left to do: the responder sets `mainExitBarrier`
-/// early. After it, it still logs, and unmaps and unlinks the shared table; a process that ended then would
-/// leave the table behind, and the next start would fail on it. So the thread announces its end, after the
-/// responder's `run` and `finish` have returned, as its last act. From then on it also holds SIGTERM back, so
-/// that only main can take it.
+/// How main learns that the thread, which is never joined, has nothing left to do: the responder sets
+/// `mainExitBarrier` early. After it, it still logs, and unmaps and unlinks the shared table; a process that
+/// ended then would leave the table behind, and the next start would fail on it. So the thread announces its
+/// end when the responder's `run` and `finish` have returned. Before that it holds SIGTERM back, so that from
+/// the announcement on only main can take it.
 ///
 /// A failed execution leaves a copy of the process in which only this thread runs. There is no main to tell:
 /// the thread's end is then the end of that process, with status 0, as a last thread's end is; but without
@@ -38,15 +38,17 @@ public:
 
 private:
     void run() override;
+
+    /// Announces the end. Not run(): behind that, the thread's entry still comes back to this object.
     void finish() override;
 
-    void announceEnd();
+    void setRunning(bool isRunning);
 
     UnifiedResponderMonitor m_monitor;
     ORBCOMMON::ThreadHandle m_handle;
     const pid_t m_process; ///< the one that made this object, not a copy of it
 
-    /// Statically initialised and never destroyed: whoever has seen the end may let them go at once.
+    // Need no destruction: once main has seen the end, this object may go while the thread leaves its unlock.
     pthread_mutex_t m_mutex = PTHREAD_MUTEX_INITIALIZER;
     pthread_cond_t m_ended = PTHREAD_COND_INITIALIZER;
     bool m_isRunning = false; ///< guarded by m_mutex

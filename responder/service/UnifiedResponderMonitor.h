@@ -12,14 +12,14 @@ namespace ZNORBRESPONDER {
 
 class CommandSocket;
 
-/// The daemon's one working thread: owns the shared table for its run, listens on the command socket and
-/// serves one connection at a time, each carrying one request and at most one reply.
+/// What the daemon's working thread does: owns the shared table for its run, listens on the command socket
+/// and serves one connection at a time, each carrying one request and at most one reply.
 ///
 /// The life of a request: accepted, waited for (up to 60 seconds), read with one `recv` of at most 1024
 /// bytes, split at "|", dispatched on its first token, answered with one `send`, closed. "GET" launches a
 /// client and answers its entry number, "PRINT" lists the table in the log, "QUIT" asks every client to
-/// exit and ends the run; these two and everything unknown are answered "0". A slow requester holds up
-/// everyone behind it.
+/// exit and ends the run; everything but "GET" is answered "0", also what is unknown. A slow requester holds
+/// up everyone behind it.
 ///
 /// No exception leaves `run`: a request for which memory runs out is closed without a reply.
 class UnifiedResponderMonitor : public ORBCOMMON::Threadable {

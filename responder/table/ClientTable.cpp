@@ -29,8 +29,7 @@ unsigned lowestFree(const SharedVariables& table, unsigned count) {
 } // namespace
 
 unsigned boundedCount(const SharedVariables& table) {
-    // A shortened object keeps its first pages: wherever pages of it were cut off, the loss shows at its last
-    // byte.
+    // Whoever shortens the object takes its last page first: so its last byte is looked at.
     (void)readOnce(table.entries[clientCapacity - 1].unused2[1]);
     const std::uint32_t count = readOnce(table.count);
     return isTruncated() ? 0 : std::min<std::uint32_t>(count, clientCapacity);

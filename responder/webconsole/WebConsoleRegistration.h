@@ -20,8 +20,8 @@ void fillTemplate(const std::string& sourceFile, const std::string& destinationF
 /// Copies the named file from one directory to the other, replacing what is there. True when the source
 /// could be opened, even if the destination could not.
 ///
-/// Here and above, what is no regular file counts as one that cannot be opened, and an existing destination
-/// keeps the right to be written to for its owner only.
+/// Both of these count what is no regular file as one that cannot be opened, and take from an existing
+/// destination everybody's right to write to it but its owner's.
 bool copyFileTo(const std::string& sourceDirectory, const std::string& destinationDirectory,
                 const std::string& fileName);
 

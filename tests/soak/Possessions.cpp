@@ -68,6 +68,7 @@ void expectNothingMore(Part& part, const Possessions& before, const Possessions&
     part.expect(after.descriptors == before.descriptors, "a descriptor was left open");
     part.expect(after.threads == before.threads && after.threads == threadsOfADaemon,
                 "there were other threads");
+    part.expect(before.written > 0, "the memory could not be looked at");
     part.expect(after.written <= before.written + mostGrowth, "written memory grew from " +
                                                                   std::to_string(before.written) + " to " +
                                                                   std::to_string(after.written) + " KiB");
