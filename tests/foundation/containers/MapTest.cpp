@@ -117,6 +117,7 @@ TEST(Map, FindInAConstMapReadsTheSameEntries) {
     const TextMap entries = exampleMap();
     const TextMap::const_iterator found = entries.find("b");
     EXPECT_EQ(found->second, "2");
+    EXPECT_EQ(entries.find("c")->second, "3"); // the key inserted last
     EXPECT_TRUE((std::is_same_v<decltype(*found), const pair<std::string, std::string>&>));
     EXPECT_EQ(entries.find("x"), entries.end());
 }
