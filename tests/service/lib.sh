@@ -1,4 +1,5 @@
-# What the stories share. They run in a copy of the machine (see machine), those of the tools in the sandbox.
+# What the stories share. They run in a copy of the machine (see machine), those of the tools in the sandbox; the
+# package is checked where it was built.
 # shellcheck shell=sh disable=SC2034 # for those who include this
 
 scratch=${scratch:-/tmp}
@@ -12,6 +13,11 @@ table=/dev/shm/znorb.shvars
 fail() {
     echo "FAILED: $*"
     exit 1
+}
+
+skip() {
+    echo "skipped: $*"
+    exit 77
 }
 
 # expect STATUS COMMAND...: the command must end so; its output is kept in $scratch/said.

@@ -1,6 +1,6 @@
 # What the Containerfile says, word for word, without an engine: the package is installed by its RUN line, and its
 # entry point is process 1 of namespaces of its own.
-command -v tini >/dev/null || { echo "skipped: tini is not installed"; exit 77; }
+command -v tini >/dev/null || skip "tini is not installed"
 grep -q '^FROM debian:bookworm' Containerfile || fail "another system than this one"
 
 # words KEY: the JSON list of strings behind the key, one per line.

@@ -1,0 +1,4 @@
+start_sleeper
+expect 3 await -t 0
+says "does not listen yet"
+expect 3 await -t 1 "$sleeper"
