@@ -3,6 +3,7 @@
 #include "tests/responder/SocketPair.h"
 #include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 
 #include <gmock/gmock.h>
@@ -100,12 +101,6 @@ TEST_F(ReadResponseBody, LastOfSeveralLengthsCounts) {
     EXPECT_EQ(body(), "hello, world");
 }
 
-TEST_F(ReadResponseBody, BodyThatEndsWithTheFirstReadNeedsNoOther) {
-    const SelectRecorder waits;
-    EXPECT_TRUE(readAll(head("12") + "hello, world"));
-    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
-}
-
 TEST_F(ReadResponseBody, BodyThatLacksOneByteNeedsAnotherRead) {
     const SelectRecorder waits;
     SocketPair peer(SOCK_SEQPACKET);
@@ -134,21 +129,18 @@ TEST_F(ReadResponseBody, BytesBeyondTheLengthAreLeftUnreadByLaterReads) {
     EXPECT_STREQ(rest, "!");
 }
 
-TEST_F(ReadResponseBody, BodyThatFillsTheFirstReadExactly) {
-    const std::string sent = pattern(8192 - head("8151").size());
-    ASSERT_EQ(sent.size(), 8151U);
-    const SelectRecorder waits;
-    EXPECT_TRUE(readAll(head("8151") + sent));
-    EXPECT_TRUE(body() == sent);
-    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
-}
-
-TEST_F(ReadResponseBody, BodyOneByteBeyondTheFirstRead) {
-    const std::string sent = pattern(8152);
-    const SelectRecorder waits;
-    EXPECT_TRUE(readAll(head("8152") + sent));
-    EXPECT_TRUE(body() == sent);
-    EXPECT_EQ(SelectRecorder::calls().size(), 2U);
+TEST_F(ReadResponseBody, ReadsAreAsManyAsTheResponseFills) {
+    const ZNORBTEST::Row<std::string, std::size_t> bodies[] = {
+        {"ends with the first read", "hello, world", 1},
+        {"fills the first read exactly", pattern(8192 - head("8151").size()), 1},
+        {"one byte beyond the first read", pattern(8152), 2},
+    };
+    for (const auto& row : bodies) {
+        const SelectRecorder waits;
+        EXPECT_TRUE(readAll(head(std::to_string(row.given.size())) + row.given)) << row.name;
+        EXPECT_TRUE(body() == row.given) << row.name;
+        EXPECT_EQ(SelectRecorder::calls().size(), row.expected) << row.name;
+    }
 }
 
 TEST_F(ReadResponseBody, LongBodyIsReadWhole) {
@@ -201,65 +193,34 @@ TEST_F(ReadResponseBody, EachWaitIsForHalfAnHourAnew) {
 
 // ---- what a length may look like -----------------------------------------------------------------------
 
-TEST_F(ReadResponseBody, LeadingZerosDoNotCount) {
-    EXPECT_TRUE(readAll(head("0005") + "hello"));
-    EXPECT_EQ(body(), "hello");
-}
+/// A length's texts, and what of "hello" is the body.
+using LengthTexts = ZNORBTEST::Row<std::vector<std::string>, std::string>;
 
-TEST_F(ReadResponseBody, LengthZeroIsAnEmptyBody) {
-    EXPECT_TRUE(readAll(head("00") + "hello"));
-    EXPECT_TRUE(hasData());
-    EXPECT_EQ(length, 0U);
-}
+class LengthText : public ReadResponseBody, public testing::WithParamInterface<LengthTexts> {};
 
-TEST_F(ReadResponseBody, WhiteSpaceBeforeTheNumberIsSkipped) {
-    EXPECT_TRUE(readAll(head("\t\v\f\n 5") + "hello"));
-    EXPECT_EQ(body(), "hello");
-}
-
-TEST_F(ReadResponseBody, PlusSignIsAccepted) {
-    EXPECT_TRUE(readAll(head("+5") + "hello"));
-    EXPECT_EQ(body(), "hello");
-}
-
-TEST_F(ReadResponseBody, OnlyOneSignIsAccepted) {
-    for (const char* text : {"++5", "+-5", "-+5", "--5", "+ 5", "- 5", "+\t5"}) {
+TEST_P(LengthText, SaysHowLongTheBodyIs) {
+    for (const std::string& text : GetParam().given) {
         EXPECT_TRUE(readAll(head(text) + "hello")) << text;
-        EXPECT_TRUE(hasData()) << text;
-        EXPECT_EQ(length, 0U) << text;
+        EXPECT_EQ(body(), GetParam().expected) << text;
     }
 }
 
-TEST_F(ReadResponseBody, NumberEndsAtTheFirstOtherCharacter) {
-    for (const char* text : {"5x", "5 7", "5.9", "5,000", "5;q=1", "5 ", "5-", "05e9"}) {
-        EXPECT_TRUE(readAll(head(text) + "hello")) << text;
-        EXPECT_EQ(body(), "hello") << text;
-    }
-}
+const LengthTexts lengthTexts[] = {
+    {"LeadingZerosDoNotCount", {"0005"}, "hello"},
+    {"WhiteSpaceBeforeTheNumberIsSkipped", {"\t\v\f\n 5"}, "hello"},
+    {"PlusSignIsAccepted", {"+5"}, "hello"},
+    {"NumberEndsAtTheFirstOtherCharacter",
+     {"5x", "5 7", "5.9", "5,000", "5;q=1", "5 ", "5-", "05e9"},
+     "hello"},
+    {"ZeroIsAnEmptyBody", {"00"}, ""},
+    {"MinusZeroIsZero", {"-0"}, ""},
+    {"OnlyOneSignIsAccepted", {"++5", "+-5", "-+5", "--5", "+ 5", "- 5", "+\t5"}, ""},
+    {"TextWithoutADigitInFrontIsZero", {"x5", "garbage", "-x", "+-", "\t ", "--", "0x10"}, ""},
+    {"CountOf32BitsStartsAnewAtZero", {"4294967296"}, ""},
+    {"CountOf32BitsWrapsAround", {"4294967301", "-4294967291"}, "hello"},
+};
 
-TEST_F(ReadResponseBody, TextWithoutADigitInFrontIsZero) {
-    for (const char* text : {"x5", "garbage", "-x", "+-", "\t ", "--", "0x10"}) {
-        EXPECT_TRUE(readAll(head(text) + "hello")) << text;
-        EXPECT_TRUE(hasData()) << text;
-        EXPECT_EQ(length, 0U) << text;
-    }
-}
-
-TEST_F(ReadResponseBody, MinusZeroIsZero) {
-    EXPECT_TRUE(readAll(head("-0") + "hello"));
-    EXPECT_TRUE(hasData());
-    EXPECT_EQ(length, 0U);
-}
-
-TEST_F(ReadResponseBody, CountIsOf32Bits) {
-    EXPECT_TRUE(readAll(head("4294967296") + "hello"));
-    EXPECT_TRUE(hasData());
-    EXPECT_EQ(length, 0U);
-    EXPECT_TRUE(readAll(head("4294967301") + "hello"));
-    EXPECT_EQ(body(), "hello");
-    EXPECT_TRUE(readAll(head("-4294967291") + "hello"));
-    EXPECT_EQ(body(), "hello");
-}
+INSTANTIATE_TEST_SUITE_P(ReadResponseBody, LengthText, testing::ValuesIn(lengthTexts), ZNORBTEST::rowName);
 
 /// Lengths that no response holds: whether the machine has the memory for them or not, the peer's reset ends
 /// the read, and nothing is handed over.
@@ -272,14 +233,17 @@ TEST_P(HugeLength, EndsInAFailedRead) {
     EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
 }
 
-INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength,
-                         testing::Values(NamedText{"Largest", "4294967295"},
-                                         NamedText{"SecondLargest", "4294967294"},
-                                         NamedText{"MinusOne", "-1"}, NamedText{"MinusFive", "-5"},
-                                         NamedText{"Half", "2147483648"},
-                                         NamedText{"BeyondCounts", "99999999999999"},
-                                         NamedText{"BeyondNumbers", std::string(38, '9')}),
-                         ZNORBTEST::nameOf);
+const NamedText hugeLengths[] = {
+    {"Largest", "4294967295"},
+    {"SecondLargest", "4294967294"},
+    {"MinusOne", "-1"},
+    {"MinusFive", "-5"},
+    {"Half", "2147483648"},
+    {"BeyondCounts", "99999999999999"},
+    {"BeyondNumbers", std::string(38, '9')},
+};
+
+INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength, testing::ValuesIn(hugeLengths), ZNORBTEST::nameOf);
 
 TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
     if (!AllocationFailure::isPossible()) {

@@ -3,6 +3,7 @@
 #include "tests/responder/SocketPair.h"
 #include "tests/responder/clients/SendRecorder.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 
 #include <gmock/gmock.h>
@@ -80,36 +81,38 @@ std::string pattern(std::size_t length) {
     return text;
 }
 
-TEST_F(SendRequest, PostIsItsLineItsLengthAndItsBody) {
-    EXPECT_EQ(sentBytes("POST", "/some/url", "hello, world"),
-              "POST /some/url HTTP/1.0\r\nContent-Length: 12\r\n\r\nhello, world");
+/// A request with a body and what is sent of it.
+struct Request {
+    const char* name;
+    const char* method;
+    const char* url;
+    const char* sent;
+
+    friend void PrintTo(const Request& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class SentRequest : public SendRequest, public testing::WithParamInterface<Request> {};
+
+TEST_P(SentRequest, IsItsLineAndOfAPostItsLengthAndItsBody) {
+    EXPECT_EQ(sentBytes(GetParam().method, GetParam().url, "hello, world"), GetParam().sent);
 }
+
+const Request requests[] = {
+    {"Post", "POST", "/some/url", "POST /some/url HTTP/1.0\r\nContent-Length: 12\r\n\r\nhello, world"},
+    {"Get", "GET", "/", "GET / HTTP/1.0\r\n\r\n"},
+    {"AnyOtherMethod", "PUT", "/", "PUT / HTTP/1.0\r\n\r\n"},
+    {"PostInSmallLetters", "post", "/", "post / HTTP/1.0\r\n\r\n"},
+    {"MethodThatOnlyBeginsWithPost", "POSTER", "/", "POSTER / HTTP/1.0\r\n\r\n"},
+    {"EmptyMethodAndUrl", "", "", "  HTTP/1.0\r\n\r\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(SendRequest, SentRequest, testing::ValuesIn(requests), ZNORBTEST::rowName);
 
 TEST_F(SendRequest, EmptyPostStatesALengthOfZeroAndHasNoBody) {
     const SendRecorder sends;
     EXPECT_EQ(sentBytes("POST", "/ExitApplication.json", ""),
               "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n");
     EXPECT_THAT(sends.lengths(), ElementsAre(58));
-}
-
-TEST_F(SendRequest, GetCarriesNeitherLengthNorBody) {
-    EXPECT_EQ(sentBytes("GET", "/", "a body"), "GET / HTTP/1.0\r\n\r\n");
-}
-
-TEST_F(SendRequest, AnyOtherMethodCarriesNeitherLengthNorBody) {
-    EXPECT_EQ(sentBytes("PUT", "/", "a body"), "PUT / HTTP/1.0\r\n\r\n");
-}
-
-TEST_F(SendRequest, PostIsMeantOnlyInCapitals) {
-    EXPECT_EQ(sentBytes("post", "/", "a body"), "post / HTTP/1.0\r\n\r\n");
-}
-
-TEST_F(SendRequest, MethodThatOnlyBeginsWithPostIsAnother) {
-    EXPECT_EQ(sentBytes("POSTER", "/", "a body"), "POSTER / HTTP/1.0\r\n\r\n");
-}
-
-TEST_F(SendRequest, EmptyMethodAndUrlAreSentAsTheyAre) {
-    EXPECT_EQ(sentBytes("", "", "a body"), "  HTTP/1.0\r\n\r\n");
 }
 
 TEST_F(SendRequest, BodyMayHoldAnyBytes) {
@@ -131,42 +134,30 @@ TEST_F(SendRequest, BodyIsSentWithoutASignal) {
     EXPECT_THAT(sends.calls(), Each(Field(&SendRecorder::Call::flags, MSG_NOSIGNAL)));
 }
 
-/// The lengths of the sends of a body, the head's apart; checks that the peer gets the whole body.
-class BodyChunks : public SendRequest {
-protected:
-    std::vector<std::size_t> chunksOf(std::size_t length) {
-        const std::string body = pattern(length);
-        const SendRecorder sends;
-        EXPECT_EQ(sentBytes("POST", "/u", body), headOfPost(length) + body);
-        std::vector<std::size_t> lengths = sends.lengths();
-        lengths.erase(lengths.begin());
-        return lengths;
-    }
+/// A body's length and those of the sends of it, the head's apart.
+using Chunks = ZNORBTEST::Row<std::size_t, std::vector<std::size_t>>;
+
+class BodyChunks : public SendRequest, public testing::WithParamInterface<Chunks> {};
+
+TEST_P(BodyChunks, AreAtMostOfTheLimitEach) {
+    const std::string body = pattern(GetParam().given);
+    const SendRecorder sends;
+    EXPECT_EQ(sentBytes("POST", "/u", body), headOfPost(body.size()) + body);
+    std::vector<std::size_t> lengths = sends.lengths();
+    lengths.erase(lengths.begin());
+    EXPECT_EQ(lengths, GetParam().expected);
+}
+
+const Chunks chunks[] = {
+    {"OneByteIsOne", 1, {1}},
+    {"OneLessThanTheLimitIsOne", 8191, {8191}},
+    {"TheLimitIsOne", 8192, {8192}},
+    {"OneMoreThanTheLimitIsTwo", 8193, {8192, 1}},
+    {"TwiceTheLimitIsTwo", 16384, {8192, 8192}},
+    {"LongerBodyIsFullOnesAndTheRest", 40000, {8192, 8192, 8192, 8192, 7232}},
 };
 
-TEST_F(BodyChunks, OneByteIsOneChunk) {
-    EXPECT_THAT(chunksOf(1), ElementsAre(1));
-}
-
-TEST_F(BodyChunks, OneLessThanTheLimitIsOneChunk) {
-    EXPECT_THAT(chunksOf(8191), ElementsAre(8191));
-}
-
-TEST_F(BodyChunks, TheLimitIsOneChunk) {
-    EXPECT_THAT(chunksOf(8192), ElementsAre(8192));
-}
-
-TEST_F(BodyChunks, OneMoreThanTheLimitIsTwoChunks) {
-    EXPECT_THAT(chunksOf(8193), ElementsAre(8192, 1));
-}
-
-TEST_F(BodyChunks, TwiceTheLimitIsTwoChunks) {
-    EXPECT_THAT(chunksOf(16384), ElementsAre(8192, 8192));
-}
-
-TEST_F(BodyChunks, LongerBodyIsFullChunksAndTheRest) {
-    EXPECT_THAT(chunksOf(40000), ElementsAre(8192, 8192, 8192, 8192, 7232));
-}
+INSTANTIATE_TEST_SUITE_P(SendRequest, BodyChunks, testing::ValuesIn(chunks), ZNORBTEST::rowName);
 
 TEST_F(SendRequest, BodyGoesOnBehindWhatWasActuallySent) {
     const std::string body = pattern(20000);
@@ -285,32 +276,27 @@ TEST_F(SendRequest, GetIsAnsweredToo) {
     EXPECT_THAT(stream.writes(), ElementsAre("hello, world"));
 }
 
-TEST_F(SendRequest, BodyGoesToTheStreamInOneWriteHoweverItArrived) {
-    const std::string body = pattern(30000);
-    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 30000\r\n\r\n" + body);
-    EXPECT_TRUE(post(""));
-    EXPECT_THAT(stream.writes(), ElementsAre(body));
-}
+/// What follows an answer's status line, and what the stream gets of it.
+using Answer = ZNORBTEST::Row<std::string, std::vector<std::string>>;
 
-TEST_F(SendRequest, BodyMayHoldNulBytes) {
-    const std::string body("a\0b\0\0cdefghi", 12);
-    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 12\r\n\r\n" + body);
-    EXPECT_TRUE(post(""));
-    EXPECT_THAT(stream.writes(), ElementsAre(body));
-}
+class AnswersBody : public SendRequest, public testing::WithParamInterface<Answer> {};
 
-TEST_F(SendRequest, AnswerWithoutALengthWritesNothing) {
-    peer.write("HTTP/1.0 200 OK\r\n\r\nignored");
+TEST_P(AnswersBody, GoesToTheStreamInOneWriteHoweverItArrived) {
+    peer.write("HTTP/1.0 200 OK\r\n" + GetParam().given);
     EXPECT_TRUE(post(""));
     EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
-    EXPECT_THAT(stream.writes(), IsEmpty());
+    EXPECT_EQ(stream.writes(), GetParam().expected);
 }
 
-TEST_F(SendRequest, AnswerOfLengthZeroWritesNothing) {
-    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 00\r\n\r\nignored");
-    EXPECT_TRUE(post(""));
-    EXPECT_THAT(stream.writes(), IsEmpty());
-}
+const std::string withNulBytes("a\0b\0\0cdefghi", 12);
+const Answer answers[] = {
+    {"LongerThanARead", "Content-Length: 30000\r\n\r\n" + pattern(30000), {pattern(30000)}},
+    {"OfAnyBytes", "Content-Length: 12\r\n\r\n" + withNulBytes, {withNulBytes}},
+    {"WithoutALength", "\r\nignored", {}},
+    {"OfLengthZero", "Content-Length: 00\r\n\r\nignored", {}},
+};
+
+INSTANTIATE_TEST_SUITE_P(SendRequest, AnswersBody, testing::ValuesIn(answers), ZNORBTEST::rowName);
 
 TEST_F(SendRequest, RequestCountsAsSentWhenThePeerClosesWithoutAnAnswer) {
     peer.finish();

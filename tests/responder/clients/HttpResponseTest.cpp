@@ -1,7 +1,9 @@
 #include "responder/clients/HttpClient.h"
 #include "tests/responder/AllocationFailure.h"
 #include "tests/responder/SocketPair.h"
+#include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 
 #include <gmock/gmock.h>
@@ -18,10 +20,10 @@ namespace {
 using namespace ZNORBRESPONDER;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Pair;
-using testing::UnorderedElementsAre;
+
 using ZNORBTEST::AllocationFailure;
 using ZNORBTEST::LogRecorder;
+using ZNORBTEST::NamedText;
 using ZNORBTEST::SelectRecorder;
 using ZNORBTEST::SocketPair;
 
@@ -89,33 +91,16 @@ TEST(ReadResponseHead, StatusLineMayHoldLineFeedsAndNuls) {
     EXPECT_EQ(outcome.statusLine, line);
 }
 
-TEST(ReadResponseHead, ResponseThatStartsWithACarriageReturnFails) {
-    EXPECT_FALSE(readAll("\r").isRead);
-    EXPECT_FALSE(readAll("\r\n").isRead);
-    EXPECT_FALSE(readAll("\r\n\r\n").isRead);
-    EXPECT_FALSE(readAll("\rHTTP/1.0 200 OK\r\n\r\n").isRead);
-}
-
 TEST(ReadResponseHead, StatusLineWithoutAnEndFails) {
     const Outcome outcome = readAll("HTTP/1.0 200 OK");
     EXPECT_FALSE(outcome.isRead);
     EXPECT_EQ(outcome.statusLine, "");
 }
 
-TEST(ReadResponseHead, StatusLineThatEndsWithALineFeedAloneFails) {
-    EXPECT_FALSE(readAll("HTTP/1.0 200 OK\n\n").isRead);
-}
-
 TEST(ReadResponseHead, LoneCarriageReturnInTheStatusLineFails) {
     const Outcome outcome = readAll("HTTP/1.0\r200 OK\r\n\r\n");
     EXPECT_FALSE(outcome.isRead);
     EXPECT_EQ(outcome.statusLine, "");
-}
-
-TEST(ReadResponseHead, CarriageReturnAsTheLastByteFails) {
-    EXPECT_FALSE(readAll("HTTP/1.0 200 OK\r").isRead);
-    EXPECT_FALSE(readAll("HTTP/1.0 200 OK\r\n\r").isRead);
-    EXPECT_FALSE(readAll("HTTP/1.0 200 OK\r\nName: value\r").isRead);
 }
 
 TEST(ReadResponseHead, HeadersThatDoNotEndFail) {
@@ -125,84 +110,61 @@ TEST(ReadResponseHead, HeadersThatDoNotEndFail) {
     EXPECT_FALSE(outcome.hasData);
 }
 
-TEST(ReadResponseHead, LoneCarriageReturnInAHeaderFails) {
-    EXPECT_FALSE(readAll("HTTP/1.0 200 OK\r\nName: one\rtwo\r\n\r\n").isRead);
-    EXPECT_FALSE(readAll("HTTP/1.0 200 OK\r\n\rName: value\r\n\r\n").isRead);
+/// Heads that fail whatever else is right about them.
+class ReadResponseOfABadHead : public testing::TestWithParam<NamedText> {};
+
+TEST_P(ReadResponseOfABadHead, Fails) {
+    EXPECT_FALSE(readAll(GetParam().text).isRead);
 }
 
-TEST(ReadResponseHead, LineFeedAloneDoesNotEndAHeader) {
-    EXPECT_THAT(headersOf("One: 11\nTwo: 22"), ElementsAre(Pair("One", "11\nTwo: 22")));
+const NamedText badHeads[] = {
+    {"CarriageReturnAlone", "\r"},
+    {"LineEndAlone", "\r\n"},
+    {"LineEndsAlone", "\r\n\r\n"},
+    {"CarriageReturnFirst", "\rHTTP/1.0 200 OK\r\n\r\n"},
+    {"StatusLineThatEndsWithALineFeedAlone", "HTTP/1.0 200 OK\n\n"},
+    {"CarriageReturnAsTheLastByteOfTheStatusLine", "HTTP/1.0 200 OK\r"},
+    {"CarriageReturnAsTheLastByteBehindTheStatusLine", "HTTP/1.0 200 OK\r\n\r"},
+    {"CarriageReturnAsTheLastByteOfAHeader", "HTTP/1.0 200 OK\r\nName: value\r"},
+    {"LoneCarriageReturnInAHeader", "HTTP/1.0 200 OK\r\nName: one\rtwo\r\n\r\n"},
+    {"LoneCarriageReturnBeforeAHeader", "HTTP/1.0 200 OK\r\n\rName: value\r\n\r\n"},
+};
+
+INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseOfABadHead, testing::ValuesIn(badHeads),
+                         ZNORBTEST::nameOf);
+
+/// The lines behind a status line and what is recorded of them.
+using HeaderLines = ZNORBTEST::Row<std::string, std::map<std::string, std::string>>;
+
+class ReadResponseHeaders : public testing::TestWithParam<HeaderLines> {};
+
+TEST_P(ReadResponseHeaders, AreRecorded) {
+    EXPECT_EQ(headersOf(GetParam().given), GetParam().expected);
 }
 
-TEST(ReadResponseHead, HeadersAreRecordedByTheirNames) {
-    EXPECT_THAT(headersOf("Server: test\r\nX-Name: some value"),
-                UnorderedElementsAre(Pair("Server", "test"), Pair("X-Name", "some value")));
-}
+const HeaderLines headerLines[] = {
+    {"ByTheirNames", "Server: test\r\nX-Name: some value", {{"Server", "test"}, {"X-Name", "some value"}}},
+    {"LineFeedAloneDoesNotEndAHeader", "One: 11\nTwo: 22", {{"One", "11\nTwo: 22"}}},
+    {"LineWithoutAColonIsSkipped", "no colon here\r\nServer: test", {{"Server", "test"}}},
+    {"ValueMayFollowTheColonDirectly", "X-Name:ab", {{"X-Name", "ab"}}},
+    {"SpacesBeforeTheValueAreSkipped", "X-Name:  ab", {{"X-Name", "ab"}}},
+    {"ValueOfOneCharacterIsDropped", "X-Name: a\r\nY-Name:b\r\nZ-Name:   c", {}},
+    {"EmptyValueIsDropped", "X-Name:\r\nY-Name: \r\nZ-Name:     ", {}},
+    {"ColonAloneIsDropped", ":\r\n: \r\n:a", {}},
+    {"EmptyNameIsAName", ": value", {{"", "value"}}},
+    {"TrailingSpacesBelongToTheValue", "X: ab  \r\nY: c ", {{"X", "ab  "}, {"Y", "c "}}},
+    {"TabBelongsToTheValue", "X:\tab\r\nY: \tc\r\nZ:\t", {{"X", "\tab"}, {"Y", "\tc"}}},
+    {"NameIsNotTrimmed", " X-Name : ab", {{" X-Name ", "ab"}}},
+    {"NameEndsAtTheFirstColon", "X-Name: a:b:c", {{"X-Name", "a:b:c"}}},
+    {"SecondColonIsAValueOfOneCharacter", "X-Name::", {}},
+    {"LaterHeaderOfTheSameNameReplacesTheEarlier", "X: one\r\nX: two", {{"X", "two"}}},
+    {"DroppedHeaderReplacesNothing", "X: one\r\nX: 2", {{"X", "one"}}},
+    {"NamesThatDifferInCaseAreDifferent", "X: one\r\nx: two", {{"X", "one"}, {"x", "two"}}},
+    {"MayHoldNuls", {"X\0Y: a\0b", 8}, {{{"X\0Y", 3}, {"a\0b", 3}}}},
+};
 
-TEST(ReadResponseHead, LineWithoutAColonIsSkipped) {
-    EXPECT_THAT(headersOf("no colon here\r\nServer: test"), ElementsAre(Pair("Server", "test")));
-}
-
-TEST(ReadResponseHead, ValueMayFollowTheColonDirectly) {
-    EXPECT_THAT(headersOf("X-Name:ab"), ElementsAre(Pair("X-Name", "ab")));
-}
-
-TEST(ReadResponseHead, SpacesBeforeTheValueAreSkipped) {
-    EXPECT_THAT(headersOf("X-Name:  ab"), ElementsAre(Pair("X-Name", "ab")));
-}
-
-TEST(ReadResponseHead, ValueOfOneCharacterIsDropped) {
-    EXPECT_THAT(headersOf("X-Name: a\r\nY-Name:b\r\nZ-Name:   c"), IsEmpty());
-}
-
-TEST(ReadResponseHead, EmptyValueIsDropped) {
-    EXPECT_THAT(headersOf("X-Name:\r\nY-Name: \r\nZ-Name:     "), IsEmpty());
-}
-
-TEST(ReadResponseHead, ColonAloneIsDropped) {
-    EXPECT_THAT(headersOf(":\r\n: \r\n:a"), IsEmpty());
-}
-
-TEST(ReadResponseHead, EmptyNameIsAName) {
-    EXPECT_THAT(headersOf(": value"), ElementsAre(Pair("", "value")));
-}
-
-TEST(ReadResponseHead, TrailingSpacesBelongToTheValue) {
-    EXPECT_THAT(headersOf("X-Name: ab  \r\nY-Name: c "),
-                UnorderedElementsAre(Pair("X-Name", "ab  "), Pair("Y-Name", "c ")));
-}
-
-TEST(ReadResponseHead, TabBelongsToTheValue) {
-    EXPECT_THAT(headersOf("X-Name:\tab\r\nY-Name: \tc\r\nZ-Name:\t"),
-                UnorderedElementsAre(Pair("X-Name", "\tab"), Pair("Y-Name", "\tc")));
-}
-
-TEST(ReadResponseHead, NameIsNotTrimmed) {
-    EXPECT_THAT(headersOf(" X-Name : ab"), ElementsAre(Pair(" X-Name ", "ab")));
-}
-
-TEST(ReadResponseHead, NameEndsAtTheFirstColon) {
-    EXPECT_THAT(headersOf("X-Name: a:b:c"), ElementsAre(Pair("X-Name", "a:b:c")));
-    EXPECT_THAT(headersOf("X-Name::"), IsEmpty()) << "the second colon is a value of one character";
-}
-
-TEST(ReadResponseHead, LaterHeaderOfTheSameNameReplacesTheEarlier) {
-    EXPECT_THAT(headersOf("X-Name: one\r\nX-Name: two"), ElementsAre(Pair("X-Name", "two")));
-}
-
-TEST(ReadResponseHead, DroppedHeaderReplacesNothing) {
-    EXPECT_THAT(headersOf("X-Name: one\r\nX-Name: 2"), ElementsAre(Pair("X-Name", "one")));
-}
-
-TEST(ReadResponseHead, NamesThatDifferInCaseAreDifferent) {
-    EXPECT_THAT(headersOf("X-Name: one\r\nx-name: two"),
-                UnorderedElementsAre(Pair("X-Name", "one"), Pair("x-name", "two")));
-}
-
-TEST(ReadResponseHead, HeaderMayHoldNuls) {
-    EXPECT_THAT(headersOf(std::string("X\0Y: a\0b", 8)),
-                ElementsAre(Pair(std::string("X\0Y", 3), std::string("a\0b", 3))));
-}
+INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseHeaders, testing::ValuesIn(headerLines),
+                         ZNORBTEST::rowName);
 
 TEST(ReadResponseHead, ManyHeadersAreAllRecorded) {
     std::string lines;
