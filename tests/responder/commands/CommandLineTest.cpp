@@ -1,10 +1,12 @@
 #include "responder/commands/CommandLine.h"
 
 #include "responder/Globals.h"
+#include "tests/support/Rows.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <map>
 #include <span>
@@ -17,14 +19,26 @@ using namespace ZNORBRESPONDER;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
-using testing::UnorderedElementsAre;
 using Words = std::vector<std::string>;
+using CommandRows = std::vector<CommandRow>;
 
 Words optionsGiven() {
     Words names;
     for (const std::string& name : parsedOptionSet) {
         names.push_back(name);
     }
+    return names;
+}
+
+/// The flags of the daemon that are set, as `optionsGiven()` lists them.
+Words flagsSet() {
+    Words names;
+    for (const FlagRow& flag : flagTable) {
+        if (*flag.target) {
+            names.push_back(flag.name);
+        }
+    }
+    std::sort(names.begin(), names.end());
     return names;
 }
 
@@ -63,7 +77,7 @@ class CommandLineTablesTest : public CommandLineTest {
 protected:
     bool parse(const Words& words) { return parseCommandLine(words, commands, flags, options); }
 
-    std::vector<CommandRow> commands = {{"go", "", "", ""}};
+    CommandRows commands = {{"go", "", "", ""}};
     bool red = false;
     bool blue = false;
     std::vector<FlagRow> flags = {{"red", &red}, {"blue", &blue}};
@@ -139,120 +153,82 @@ TEST(CommandLine, LookupInNoTableGivesNoRow) {
     EXPECT_EQ(findValueOption({}, ""), noRow);
 }
 
-TEST_F(CommandLineTest, NoArgumentsAreAcceptedWithoutACommand) {
-    EXPECT_TRUE(parse({}));
-    EXPECT_THAT(parsedCommandList, IsEmpty());
-    EXPECT_THAT(rowsOfCommands(), IsEmpty());
-    EXPECT_THAT(optionsGiven(), IsEmpty());
-}
-
-TEST_F(CommandLineTest, EachCommandIsAcceptedAloneAndRecordedWithItsRow) {
-    const std::vector<std::pair<std::string, unsigned>> rows = {{"d", 0}, {"stop", 1}, {"test", 2}};
+TEST_F(CommandLineTest, EachCommandIsRecordedWithItsRow) {
+    const std::vector<std::pair<std::string, unsigned>> rows = {{"d", 0}, {"stop", 1}, {"test", 2}, {"", 3}};
     for (const auto& [name, row] : rows) {
         EXPECT_TRUE(parse({"-" + name})) << name;
-        EXPECT_THAT(parsedCommandList, ElementsAre(name));
         EXPECT_THAT(rowsOfCommands(), ElementsAre(Pair(name, row)));
-        EXPECT_THAT(optionsGiven(), IsEmpty());
     }
 }
 
-TEST_F(CommandLineTest, WordWithoutADashIsRejected) {
-    for (const std::string word : {"stop", "d", "test", "enable", "x", " -d"}) {
-        EXPECT_FALSE(parse({word})) << word;
-        EXPECT_THAT(parsedCommandList, IsEmpty());
-    }
-    EXPECT_FALSE(enableFlag);
+/// Whether a line is accepted, and what of it is recorded.
+struct Parsed {
+    bool isAccepted = false;
+    Words commands = {};
+    Words options = {}; ///< sorted
+};
+
+using Line = ZNORBTEST::Row<Words, Parsed>;
+
+class CommandLineOf : public CommandLineTest, public testing::WithParamInterface<Line> {};
+
+TEST_P(CommandLineOf, IsRecordedAsFarAsItIsAccepted) {
+    const Parsed& expected = GetParam().expected;
+    EXPECT_EQ(parse(GetParam().given), expected.isAccepted);
+    EXPECT_EQ(parsedCommandList, expected.commands);
+    EXPECT_EQ(rowsOfCommands().size(), expected.commands.size());
+    EXPECT_EQ(optionsGiven(), expected.options);
+    EXPECT_EQ(flagsSet(), expected.options) << "each flag sets its own bool and no other";
 }
 
-TEST_F(CommandLineTest, WordWithoutADashIsRejectedBehindACommandToo) {
-    EXPECT_FALSE(parse({"-d", "stop"}));
-    EXPECT_FALSE(parse({"-enable", "silent"}));
-    EXPECT_FALSE(silentFlag);
-}
+const Words allFlags = {"disable", "enable", "silent"};
 
-TEST_F(CommandLineTest, EmptyWordIsRejected) {
-    EXPECT_FALSE(parse({""}));
-    EXPECT_FALSE(parse({"-d", ""}));
-}
+const Line lines[] = {
+    {"NoWords", {}, {true}},
+    {"DAlone", {"-d"}, {true, {"d"}}},
+    {"StopAlone", {"-stop"}, {true, {"stop"}}},
+    {"TestAlone", {"-test"}, {true, {"test"}}},
+    {"LoneDashIsTheCommandWithTheEmptyName", {"-"}, {true, {""}}},
+    {"EnableAloneStandsForTheDefaultRow", {"-enable"}, {true, {""}, {"enable"}}},
+    {"DisableAloneStandsForTheDefaultRow", {"-disable"}, {true, {""}, {"disable"}}},
+    {"SilentAloneStandsForTheDefaultRow", {"-silent"}, {true, {""}, {"silent"}}},
+    {"EnableBehindACommand", {"-d", "-enable"}, {true, {"d"}, {"enable"}}},
+    {"DisableBehindACommand", {"-d", "-disable"}, {true, {"d"}, {"disable"}}},
+    {"SilentBehindACommand", {"-d", "-silent"}, {true, {"d"}, {"silent"}}},
+    {"FlagsAroundD", {"-enable", "-d", "-disable", "-silent"}, {true, {"d"}, allFlags}},
+    {"FlagsAroundStop", {"-enable", "-stop", "-disable", "-silent"}, {true, {"stop"}, allFlags}},
+    {"FlagsAroundTest", {"-enable", "-test", "-disable", "-silent"}, {true, {"test"}, allFlags}},
+    {"FlagGivenTwiceIsRecordedOnce", {"-d", "-silent", "-silent"}, {true, {"d"}, {"silent"}}},
+    {"StopWithoutADash", {"stop"}, {}},
+    {"DWithoutADash", {"d"}, {}},
+    {"TestWithoutADash", {"test"}, {}},
+    {"FlagWithoutADash", {"enable"}, {}},
+    {"UnknownWordWithoutADash", {"x"}, {}},
+    {"DashBehindASpace", {" -d"}, {}},
+    {"WordWithoutADashBehindACommand", {"-d", "stop"}, {false, {"d"}}},
+    {"WordWithoutADashBehindAFlag", {"-enable", "silent"}, {false, {}, {"enable"}}},
+    {"EmptyWord", {""}, {}},
+    {"EmptyWordBehindACommand", {"-d", ""}, {false, {"d"}}},
+    {"UnknownName", {"-x"}, {}},
+    {"NameThatBeginsWithAKnownOne", {"-dd"}, {}},
+    {"NameThatIsTheBeginningOfAKnownOne", {"-sto"}, {}},
+    {"NameOneLetterLongerThanAKnownOne", {"-stopp"}, {}},
+    {"Help", {"-help"}, {}},
+    {"SpaceBehindAName", {"-d "}, {}},
+    {"ValueBehindAName", {"-d=1"}, {}},
+    {"TwoDashesBeforeACommand", {"--d"}, {}},
+    {"TwoDashesBeforeAFlag", {"--enable"}, {}},
+    {"UpperCaseD", {"-D"}, {}},
+    {"UpperCaseInStop", {"-Stop"}, {}},
+    {"UpperCaseTest", {"-TEST"}, {}},
+    {"UpperCaseInAFlag", {"-Enable"}, {}},
+    {"NulByteBehindAName", {std::string("-d\0", 3)}, {}},
+    {"StopAndThenD", {"-stop", "-d"}, {false, {"stop"}}},
+    {"DTwice", {"-d", "-d"}, {false, {"d"}}},
+    {"OnlyWhatStandsBeforeABadWord", {"-d", "-enable", "bad", "-silent"}, {false, {"d"}, {"enable"}}},
+};
 
-TEST_F(CommandLineTest, UnknownNameIsRejected) {
-    for (const std::string word : {"-x", "-dd", "-sto", "-stopp", "-help", "-d ", "-d=1"}) {
-        EXPECT_FALSE(parse({word})) << word;
-    }
-}
-
-TEST_F(CommandLineTest, OnlyOneDashIsTakenOff) {
-    EXPECT_FALSE(parse({"--d"}));
-    EXPECT_FALSE(parse({"--enable"}));
-    EXPECT_FALSE(enableFlag);
-}
-
-TEST_F(CommandLineTest, NamesAreCaseSensitive) {
-    for (const std::string word : {"-D", "-Stop", "-TEST", "-Enable"}) {
-        EXPECT_FALSE(parse({word})) << word;
-    }
-    EXPECT_FALSE(enableFlag);
-}
-
-TEST_F(CommandLineTest, NulByteInAWordIsPartOfItsName) {
-    EXPECT_FALSE(parse({std::string("-d\0", 3)}));
-}
-
-TEST_F(CommandLineTest, LoneDashStandsForTheCommandWithTheEmptyName) {
-    EXPECT_TRUE(parse({"-"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre(""));
-    EXPECT_THAT(rowsOfCommands(), ElementsAre(Pair("", 3U)));
-}
-
-TEST_F(CommandLineTest, EachFlagSetsItsOwnBoolAndNoOther) {
-    EXPECT_TRUE(parse({"-d", "-enable"}));
-    EXPECT_TRUE(enableFlag && !disableFlag && !silentFlag);
-    enableFlag = false;
-    EXPECT_TRUE(parse({"-d", "-disable"}));
-    EXPECT_TRUE(!enableFlag && disableFlag && !silentFlag);
-    disableFlag = false;
-    EXPECT_TRUE(parse({"-d", "-silent"}));
-    EXPECT_TRUE(!enableFlag && !disableFlag && silentFlag);
-}
-
-TEST_F(CommandLineTest, EnableAloneStandsForTheDefaultRowAndSetsItsFlag) {
-    EXPECT_TRUE(parse({"-enable"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre(""));
-    EXPECT_THAT(rowsOfCommands(), ElementsAre(Pair("", 3U)));
-    EXPECT_THAT(optionsGiven(), ElementsAre("enable"));
-    EXPECT_TRUE(enableFlag);
-}
-
-TEST_F(CommandLineTest, EachOtherFlagAloneStandsForTheDefaultRowToo) {
-    for (const std::string name : {"disable", "silent"}) {
-        EXPECT_TRUE(parse({"-" + name}));
-        EXPECT_THAT(parsedCommandList, ElementsAre(""));
-        EXPECT_THAT(optionsGiven(), ElementsAre(name));
-    }
-    EXPECT_TRUE(disableFlag && silentFlag);
-}
-
-TEST_F(CommandLineTest, FlagsMayAccompanyAnyCommandBeforeAndBehindIt) {
-    for (const std::string name : {"d", "stop", "test"}) {
-        EXPECT_TRUE(parse({"-enable", "-" + name, "-disable", "-silent"})) << name;
-        EXPECT_THAT(parsedCommandList, ElementsAre(name));
-        EXPECT_THAT(optionsGiven(), UnorderedElementsAre("enable", "disable", "silent"));
-    }
-    EXPECT_TRUE(enableFlag && disableFlag && silentFlag);
-}
-
-TEST_F(CommandLineTest, FlagGivenTwiceIsAcceptedAndRecordedOnce) {
-    EXPECT_TRUE(parse({"-d", "-silent", "-silent"}));
-    EXPECT_THAT(optionsGiven(), ElementsAre("silent"));
-}
-
-TEST_F(CommandLineTest, StopFollowedByDIsRejected) {
-    EXPECT_FALSE(parse({"-stop", "-d"}));
-}
-
-TEST_F(CommandLineTest, DTwiceIsRejected) {
-    EXPECT_FALSE(parse({"-d", "-d"}));
-}
+INSTANTIATE_TEST_SUITE_P(CommandLine, CommandLineOf, testing::ValuesIn(lines), ZNORBTEST::rowName);
 
 TEST_F(CommandLineTest, AnyTwoCommandsAreRejectedTheEmptyOneIncluded) {
     const Words commands = {"-d", "-stop", "-test", "-"};
@@ -262,14 +238,6 @@ TEST_F(CommandLineTest, AnyTwoCommandsAreRejectedTheEmptyOneIncluded) {
             EXPECT_FALSE(parse({first, "-silent", second})) << first << ' ' << second;
         }
     }
-}
-
-TEST_F(CommandLineTest, WordsBeforeARejectedOneHaveTakenEffectThoseBehindItHaveNot) {
-    EXPECT_FALSE(parse({"-d", "-enable", "bad", "-silent"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre("d"));
-    EXPECT_THAT(optionsGiven(), ElementsAre("enable"));
-    EXPECT_TRUE(enableFlag);
-    EXPECT_FALSE(silentFlag);
 }
 
 TEST_F(CommandLineTest, EachParseForgetsTheResultsOfTheOneBefore) {
@@ -316,22 +284,178 @@ TEST_F(CommandLineTest, GetterReplacesWhatItIsGivenByCopiesOfTheResults) {
     EXPECT_THAT(optionsGiven(), ElementsAre("enable"));
 }
 
-TEST_F(CommandLineTablesTest, ValueOptionTakesTheNextWordAndIsRecorded) {
-    EXPECT_TRUE(parse({"-go", "-size", "42"}));
-    EXPECT_EQ(options[0].value, "42");
-    EXPECT_EQ(options[1].value, "unset");
-    EXPECT_THAT(parsedCommandList, ElementsAre("go"));
-    EXPECT_THAT(optionsGiven(), ElementsAre("size"));
+/// A line that is parsed against a table of commands of its own. Values follow their options behind "=".
+struct TableLine {
+    const char* name;
+    CommandRows commands;
+    Words words;
+    Parsed expected;
+
+    friend void PrintTo(const TableLine& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class CommandLineOfTables : public CommandLineTablesTest, public testing::WithParamInterface<TableLine> {
+protected:
+    /// What the line has set or recorded: flags, and value options with their values.
+    Words optionsSet() const {
+        Words set;
+        for (const FlagRow& flag : flags) {
+            if (*flag.target) {
+                set.push_back(flag.name);
+            }
+        }
+        for (const ValueOptionRow& option : options) {
+            if (option.value != "unset" || parsedOptionSet.find(option.name) != parsedOptionSet.end()) {
+                set.push_back(option.name + "=" + option.value);
+            }
+        }
+        std::sort(set.begin(), set.end());
+        return set;
+    }
+};
+
+TEST_P(CommandLineOfTables, IsRecordedAsFarAsItIsAccepted) {
+    const Parsed& expected = GetParam().expected;
+    commands = GetParam().commands;
+    EXPECT_EQ(parse(GetParam().words), expected.isAccepted);
+    EXPECT_EQ(parsedCommandList, expected.commands);
+    for (const auto& [name, row] : rowsOfCommands()) {
+        EXPECT_EQ(row, static_cast<unsigned>(findCommand({commands.data(), row + 1}, name)));
+    }
+    EXPECT_EQ(rowsOfCommands().size(), expected.commands.size());
+    EXPECT_EQ(optionsSet(), expected.options);
+    Words given = expected.options;
+    for (std::string& option : given) {
+        option = option.substr(0, option.find('='));
+    }
+    EXPECT_EQ(optionsGiven(), given);
 }
 
-TEST_F(CommandLineTablesTest, ParsingGoesOnBehindAValue) {
-    EXPECT_TRUE(parse({"-size", "42", "-name", "x", "-go", "-red"}));
-    EXPECT_EQ(options[0].value, "42");
-    EXPECT_EQ(options[1].value, "x");
-    EXPECT_THAT(parsedCommandList, ElementsAre("go"));
-    EXPECT_THAT(optionsGiven(), UnorderedElementsAre("size", "name", "red"));
-    EXPECT_FALSE(parse({"-size", "42", "stray"}));
+const CommandRow go = {"go", "", "", ""};
+const CommandRow withoutName = {"", "", "", ""};
+const CommandRow red = {"red", "", "", ""};
+const CommandRow size = {"size", "", "", ""};
+const CommandRows abThenC = {{"a", "", "", "b|c"}, {"b", "", "", "c"}, {"c", "", "", ""}, {"d", "", "", "c"}};
+
+const TableLine valueLines[] = {
+    {"ValueIsTheNextWord", {go}, {"-go", "-size", "42"}, {true, {"go"}, {"size=42"}}},
+    {"ParsingGoesOnBehindAValue",
+     {go},
+     {"-size", "42", "-name", "x", "-go", "-red"},
+     {true, {"go"}, {"name=x", "red", "size=42"}}},
+    {"WordWithoutADashBehindAValue", {go}, {"-size", "42", "stray"}, {false, {}, {"size=42"}}},
+    {"ValueThatIsADashAndAKnownCommand", {go}, {"-size", "-go"}, {false, {}, {"size=unset"}}},
+    {"ValueThatIsADashAndAKnownFlag", {go}, {"-go", "-size", "-red"}, {false, {"go"}, {"size=unset"}}},
+    {"ValueThatIsADashAndAnotherOption",
+     {go},
+     {"-go", "-size", "-name", "x"},
+     {false, {"go"}, {"size=unset"}}},
+    {"ValueThatIsADashAndTheOptionItself", {go}, {"-go", "-size", "-size"}, {false, {"go"}, {"size=unset"}}},
+    {"NoValueAtTheEnd", {go}, {"-size"}, {false, {}, {"size=unset"}}},
+    {"NoValueAtTheEndBehindAFlag", {go}, {"-go", "-red", "-size"}, {false, {"go"}, {"red", "size=unset"}}},
+    {"NoValueAtTheEndBehindAValue",
+     {go},
+     {"-go", "-name", "x", "-size"},
+     {false, {"go"}, {"name=x", "size=unset"}}},
+    {"LaterValueIsKept", {go}, {"-go", "-size", "1", "-size", "2"}, {true, {"go"}, {"size=2"}}},
+    {"ValueOptionAloneStandsForTheDefaultRow", {go, withoutName}, {"-size", "1"}, {true, {""}, {"size=1"}}},
+    {"FlagAloneWithoutADefaultRow", {go}, {"-red"}, {true, {}, {"red"}}},
+    {"CommandGoesBeforeAFlagOfItsName", {go, red, size}, {"-red"}, {true, {"red"}}},
+    {"CommandGoesBeforeAValueOptionOfItsName", {go, red, size}, {"-size"}, {true, {"size"}}},
+    {"RefusedCommandIsNotTakenForAFlag", {go, red, size}, {"-go", "-red"}, {false, {"go"}}},
+    {"RefusedCommandIsNotTakenForAValueOption", {go, red, size}, {"-go", "-size", "1"}, {false, {"go"}}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Values, CommandLineOfTables, testing::ValuesIn(valueLines), ZNORBTEST::rowName);
+
+const TableLine companionLines[] = {
+    {"CommandThatTheFirstOneNames",
+     {{"a", "", "", "b"}, {"b", "", "", ""}},
+     {"-a", "-b"},
+     {true, {"a", "b"}}},
+    {"FirstCommandsColumnDecides", {{"a", "", "", "b"}, {"b", "", "", ""}}, {"-b", "-a"}, {false, {"b"}}},
+    {"CommandsAreListedInTheOrderGiven",
+     {{"a", "", "", "b"}, {"b", "", "", "a"}},
+     {"-b", "-red", "-a"},
+     {true, {"b", "a"}, {"red"}}},
+    {"NameInsideALongerName", {{"a", "", "", "xby|c"}, {"b", "", "", ""}}, {"-a", "-b"}, {true, {"a", "b"}}},
+    {"NameAcrossABar", {{"a", "", "", "xby|c"}, {"y|c", "", "", ""}}, {"-a", "-y|c"}, {true, {"a", "y|c"}}},
+    {"NameInUpperCase", {{"a", "", "", "xby|c"}, {"B", "", "", ""}}, {"-a", "-B"}, {false, {"a"}}},
+    {"NamedByBothBeforeIt", abThenC, {"-a", "-b", "-c"}, {true, {"a", "b", "c"}}},
+    {"RefusedByTheSecond",
+     {{"a", "", "", "b|c"}, {"b", "", "", ""}, {"c", "", "", ""}},
+     {"-a", "-b", "-c"},
+     {false, {"a", "b"}}},
+    {"RefusedByTheFirst",
+     {{"a", "", "", "b"}, {"b", "", "", "c"}, {"c", "", "", ""}},
+     {"-a", "-b", "-c"},
+     {false, {"a", "b"}}},
+    {"TwiceEvenIfItNamesItself", {{"a", "", "", "a|b"}}, {"-a", "-a"}, {false, {"a"}}},
+    {"AgainEvenIfBothNameIt",
+     {{"a", "", "", "a|b"}, {"b", "", "", "a|b"}},
+     {"-a", "-b", "-a"},
+     {false, {"a", "b"}}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Companions, CommandLineOfTables, testing::ValuesIn(companionLines),
+                         ZNORBTEST::rowName);
+
+/// The lines that a table of commands accepts, and those that it does not.
+struct Judgement {
+    const char* name;
+    CommandRows commands;
+    std::vector<Words> accepted;
+    std::vector<Words> rejected;
+
+    friend void PrintTo(const Judgement& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class CommandLineOptions : public CommandLineTablesTest, public testing::WithParamInterface<Judgement> {};
+
+TEST_P(CommandLineOptions, AreJudgedByTheColumnsOfTheirCommands) {
+    commands = GetParam().commands;
+    for (const Words& words : GetParam().accepted) {
+        EXPECT_TRUE(parse(words)) << testing::PrintToString(words);
+    }
+    for (const Words& words : GetParam().rejected) {
+        EXPECT_FALSE(parse(words)) << testing::PrintToString(words);
+    }
 }
+
+const Judgement judgements[] = {
+    {"RequiredFlagMustBeGivenOnEitherSide",
+     {{"go", "red", "", ""}},
+     {{"-go", "-red"}, {"-red", "-go"}},
+     {{"-go"}}},
+    {"ValueOptionCanBeRequired", {{"go", "size", "", ""}}, {{"-go", "-size", "1"}}, {{"-go"}}},
+    {"EveryRequiredItemMustBeGiven",
+     {{"go", "red|size|blue", "", ""}},
+     {{"-go", "-red", "-blue", "-size", "1"}},
+     {{"-go", "-red", "-blue"}, {"-go", "-red", "-size", "1"}, {"-go", "-blue", "-size", "1"}}},
+    {"RequiredOptionsOfEveryCommandMustBeGiven",
+     {{"a", "red", "", "b"}, {"b", "blue", "", ""}},
+     {{"-a", "-b", "-red", "-blue"}},
+     {{"-a", "-b", "-red"}, {"-a", "-b", "-blue"}}},
+    {"RequiredNamesAreMatchedWhole", {{"go", "re", "", ""}}, {}, {{"-go", "-red"}}},
+    {"PermittedOptionMayBeGivenOrLeftOutAndNoOther",
+     {{"go", "", "red|size", ""}},
+     {{"-go"}, {"-go", "-red"}, {"-go", "-size", "1", "-red"}},
+     {{"-go", "-blue"}, {"-go", "-red", "-name", "x"}}},
+    {"RequiredOptionsArePermittedAsWell",
+     {{"go", "red", "size", ""}},
+     {{"-go", "-red", "-size", "1"}},
+     {{"-go", "-red", "-blue"}}},
+    {"PermittedListIsThatOfAllCommandsTogether",
+     {{"a", "", "red", "b"}, {"b", "", "blue", ""}},
+     {{"-a", "-b", "-red", "-blue"}},
+     {{"-a", "-b", "-red", "-size", "1"}}},
+    {"EmptyColumnsImposeNothing",
+     {{"go", "", "", ""}},
+     {{"-go"}, {"-go", "-red", "-blue", "-size", "1", "-name", "x"}},
+     {}},
+};
+
+INSTANTIATE_TEST_SUITE_P(CommandLine, CommandLineOptions, testing::ValuesIn(judgements), ZNORBTEST::rowName);
 
 TEST_F(CommandLineTablesTest, ValueIsTakenAsItIs) {
     for (const std::string value : {"", "go", "red", "name", "-5", "--go", "-goo", "a|b", " "}) {
@@ -341,77 +465,11 @@ TEST_F(CommandLineTablesTest, ValueIsTakenAsItIs) {
     EXPECT_FALSE(red);
 }
 
-TEST_F(CommandLineTablesTest, ValueThatIsADashAndAKnownCommandIsRejected) {
-    EXPECT_FALSE(parse({"-size", "-go"}));
-    EXPECT_EQ(options[0].value, "unset");
-    EXPECT_THAT(parsedCommandList, IsEmpty());
-}
-
-TEST_F(CommandLineTablesTest, ValueThatIsADashAndAKnownFlagIsRejected) {
-    EXPECT_FALSE(parse({"-go", "-size", "-red"}));
-    EXPECT_EQ(options[0].value, "unset");
-    EXPECT_FALSE(red);
-}
-
-TEST_F(CommandLineTablesTest, ValueThatIsADashAndAKnownValueOptionIsRejected) {
-    EXPECT_FALSE(parse({"-go", "-size", "-name", "x"}));
-    EXPECT_FALSE(parse({"-go", "-size", "-size"})) << "the option itself included";
-    EXPECT_EQ(options[0].value, "unset");
-    EXPECT_EQ(options[1].value, "unset");
-}
-
 TEST_F(CommandLineTablesTest, LoneDashIsAValueUnlessSomethingHasTheEmptyName) {
     EXPECT_TRUE(parse({"-go", "-size", "-"}));
     EXPECT_EQ(options[0].value, "-");
     commands.push_back({"", "", "", ""});
     EXPECT_FALSE(parse({"-go", "-size", "-"}));
-}
-
-TEST_F(CommandLineTablesTest, OptionStillWaitingForItsValueAtTheEndIsRejected) {
-    EXPECT_FALSE(parse({"-size"}));
-    EXPECT_FALSE(parse({"-go", "-red", "-size"}));
-    EXPECT_FALSE(parse({"-go", "-name", "x", "-size"}));
-    EXPECT_EQ(options[0].value, "unset");
-}
-
-TEST_F(CommandLineTablesTest, ValueOptionGivenTwiceKeepsTheLaterValue) {
-    EXPECT_TRUE(parse({"-go", "-size", "1", "-size", "2"}));
-    EXPECT_EQ(options[0].value, "2");
-    EXPECT_THAT(optionsGiven(), ElementsAre("size"));
-}
-
-TEST_F(CommandLineTablesTest, ValueOptionAloneStandsForTheDefaultRow) {
-    commands.push_back({"", "", "", ""});
-    EXPECT_TRUE(parse({"-size", "1"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre(""));
-    EXPECT_THAT(rowsOfCommands(), ElementsAre(Pair("", 1U)));
-}
-
-TEST_F(CommandLineTablesTest, OptionsWithoutADefaultRowAreAcceptedWithoutACommand) {
-    EXPECT_TRUE(parse({"-red"}));
-    EXPECT_THAT(parsedCommandList, IsEmpty());
-    EXPECT_THAT(rowsOfCommands(), IsEmpty());
-    EXPECT_TRUE(red);
-}
-
-TEST_F(CommandLineTablesTest, CommandGoesBeforeAFlagAndAValueOptionOfItsName) {
-    commands.push_back({"red", "", "", ""});
-    commands.push_back({"size", "", "", ""});
-    EXPECT_TRUE(parse({"-red"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre("red"));
-    EXPECT_FALSE(red);
-    EXPECT_TRUE(parse({"-size"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre("size"));
-    EXPECT_THAT(optionsGiven(), IsEmpty());
-}
-
-TEST_F(CommandLineTablesTest, RefusedCommandIsNotTakenForAFlagOrValueOptionOfItsName) {
-    commands.push_back({"red", "", "", ""});
-    commands.push_back({"size", "", "", ""});
-    EXPECT_FALSE(parse({"-go", "-red"}));
-    EXPECT_FALSE(red);
-    EXPECT_FALSE(parse({"-go", "-size", "1"}));
-    EXPECT_EQ(options[0].value, "unset");
 }
 
 TEST_F(CommandLineTablesTest, FlagGoesBeforeAValueOptionOfItsName) {
@@ -421,66 +479,6 @@ TEST_F(CommandLineTablesTest, FlagGoesBeforeAValueOptionOfItsName) {
     EXPECT_EQ(options[2].value, "unset");
 }
 
-TEST_F(CommandLineTablesTest, CommandMayFollowOneWhoseFourthColumnNamesIt) {
-    commands = {{"a", "", "", "b"}, {"b", "", "", ""}};
-    EXPECT_TRUE(parse({"-a", "-b"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre("a", "b"));
-    EXPECT_THAT(rowsOfCommands(), ElementsAre(Pair("a", 0U), Pair("b", 1U)));
-    EXPECT_FALSE(parse({"-b", "-a"})) << "the first command's column decides";
-}
-
-TEST_F(CommandLineTablesTest, CommandsAreListedInTheOrderGiven) {
-    commands = {{"a", "", "", "b"}, {"b", "", "", "a"}};
-    EXPECT_TRUE(parse({"-b", "-red", "-a"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre("b", "a"));
-    EXPECT_THAT(rowsOfCommands(), ElementsAre(Pair("a", 0U), Pair("b", 1U)));
-}
-
-TEST_F(CommandLineTablesTest, FourthColumnIsSearchedForThePlainText) {
-    commands = {{"a", "", "", "xby|c"}, {"b", "", "", ""}, {"y|c", "", "", ""}, {"B", "", "", ""}};
-    EXPECT_TRUE(parse({"-a", "-b"})) << "inside a longer name";
-    EXPECT_TRUE(parse({"-a", "-y|c"})) << "across a bar";
-    EXPECT_FALSE(parse({"-a", "-B"}));
-}
-
-TEST_F(CommandLineTablesTest, CommandMustBeNamedByEveryCommandBeforeIt) {
-    commands = {{"a", "", "", "b|c"}, {"b", "", "", "c"}, {"c", "", "", ""}, {"d", "", "", "c"}};
-    EXPECT_TRUE(parse({"-a", "-b", "-c"}));
-    EXPECT_THAT(parsedCommandList, ElementsAre("a", "b", "c"));
-    commands[1].companions = "";
-    EXPECT_FALSE(parse({"-a", "-b", "-c"})) << "refused by the second";
-    commands[1].companions = "c";
-    commands[0].companions = "b";
-    EXPECT_FALSE(parse({"-a", "-b", "-c"})) << "refused by the first";
-}
-
-TEST_F(CommandLineTablesTest, CommandThatIsRecordedAlreadyIsRejectedEvenIfItNamesItself) {
-    commands = {{"a", "", "", "a|b"}, {"b", "", "", "a|b"}};
-    EXPECT_FALSE(parse({"-a", "-a"}));
-    EXPECT_FALSE(parse({"-a", "-b", "-a"}));
-}
-
-TEST_F(CommandLineTablesTest, RequiredOptionMustBeGivenOnEitherSideOfTheCommand) {
-    commands = {{"go", "red", "", ""}};
-    EXPECT_FALSE(parse({"-go"}));
-    EXPECT_TRUE(parse({"-go", "-red"}));
-    EXPECT_TRUE(parse({"-red", "-go"}));
-}
-
-TEST_F(CommandLineTablesTest, ValueOptionCanBeRequired) {
-    commands = {{"go", "size", "", ""}};
-    EXPECT_FALSE(parse({"-go"}));
-    EXPECT_TRUE(parse({"-go", "-size", "1"}));
-}
-
-TEST_F(CommandLineTablesTest, EveryItemOfTheRequiredColumnMustBeGiven) {
-    commands = {{"go", "red|size|blue", "", ""}};
-    EXPECT_TRUE(parse({"-go", "-red", "-blue", "-size", "1"}));
-    EXPECT_FALSE(parse({"-go", "-red", "-blue"})) << "without the middle item";
-    EXPECT_FALSE(parse({"-go", "-red", "-size", "1"})) << "without the last item";
-    EXPECT_FALSE(parse({"-go", "-blue", "-size", "1"})) << "without the first item";
-}
-
 TEST_F(CommandLineTablesTest, TextBehindTheLastBarIsAnItemEvenIfItIsEmpty) {
     commands = {{"go", "red|", "", ""}};
     EXPECT_FALSE(parse({"-go", "-red"})) << "the empty name is required as well";
@@ -488,48 +486,6 @@ TEST_F(CommandLineTablesTest, TextBehindTheLastBarIsAnItemEvenIfItIsEmpty) {
     flags.push_back({"", &nameless});
     EXPECT_TRUE(parse({"-go", "-red", "-"}));
     EXPECT_TRUE(nameless);
-}
-
-TEST_F(CommandLineTablesTest, RequiredOptionsOfEveryCommandMustBeGiven) {
-    commands = {{"a", "red", "", "b"}, {"b", "blue", "", ""}};
-    EXPECT_TRUE(parse({"-a", "-b", "-red", "-blue"}));
-    EXPECT_FALSE(parse({"-a", "-b", "-red"}));
-    EXPECT_FALSE(parse({"-a", "-b", "-blue"}));
-}
-
-TEST_F(CommandLineTablesTest, RequiredNamesAreMatchedWholeNotAsASubstring) {
-    commands = {{"go", "re", "", ""}};
-    EXPECT_FALSE(parse({"-go", "-red"}));
-}
-
-TEST_F(CommandLineTablesTest, PermittedOptionMayBeGivenOrLeftOut) {
-    commands = {{"go", "", "red|size", ""}};
-    EXPECT_TRUE(parse({"-go"}));
-    EXPECT_TRUE(parse({"-go", "-red"}));
-    EXPECT_TRUE(parse({"-go", "-size", "1", "-red"}));
-}
-
-TEST_F(CommandLineTablesTest, OptionThatANonEmptyPermittedListDoesNotNameIsRejected) {
-    commands = {{"go", "", "red|size", ""}};
-    EXPECT_FALSE(parse({"-go", "-blue"}));
-    EXPECT_FALSE(parse({"-go", "-red", "-name", "x"}));
-}
-
-TEST_F(CommandLineTablesTest, RequiredOptionsArePermittedAsWell) {
-    commands = {{"go", "red", "size", ""}};
-    EXPECT_TRUE(parse({"-go", "-red", "-size", "1"}));
-    EXPECT_FALSE(parse({"-go", "-red", "-blue"}));
-}
-
-TEST_F(CommandLineTablesTest, PermittedListIsThatOfAllCommandsTogether) {
-    commands = {{"a", "", "red", "b"}, {"b", "", "blue", ""}};
-    EXPECT_TRUE(parse({"-a", "-b", "-red", "-blue"}));
-    EXPECT_FALSE(parse({"-a", "-b", "-red", "-size", "1"}));
-}
-
-TEST_F(CommandLineTablesTest, EmptyColumnsImposeNothing) {
-    EXPECT_TRUE(parse({"-go"}));
-    EXPECT_TRUE(parse({"-go", "-red", "-blue", "-size", "1", "-name", "x"}));
 }
 
 TEST_F(CommandLineTablesTest, LineWithoutAnyTablesAcceptsNothingButNoWords) {

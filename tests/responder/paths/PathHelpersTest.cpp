@@ -2,6 +2,7 @@
 
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
+#include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -9,8 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <map>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -20,118 +21,92 @@ using ZNORBTEST::writeFile;
 
 constexpr uid_t ordinaryUser = 65534;
 
-/// One call of a function from text to text.
-struct Example {
-    std::string text;
-    std::string expected;
-};
+/// A function from text to text, texts, and what it makes of each.
+using Examples = ZNORBTEST::Row<std::string (*)(const std::string&), std::map<std::string, std::string>>;
 
-void expectAll(std::string (*function)(const std::string&), const std::vector<Example>& examples) {
-    for (const Example& example : examples) {
-        EXPECT_EQ(function(example.text), example.expected) << "of \"" << example.text << '"';
+class PathHelpersText : public testing::TestWithParam<Examples> {};
+
+TEST_P(PathHelpersText, IsAsExpected) {
+    for (const auto& [text, expected] : GetParam().expected) {
+        EXPECT_EQ(GetParam().given(text), expected) << "of \"" << text << '"';
     }
 }
 
-TEST(PathHelpers, FileNameOfATextWithoutSeparatorIsEmpty) {
-    expectAll(getFileName, {{"report", ""}, {"x.tar.gz", ""}, {"", ""}, {".", ""}});
-}
+const Examples examples[] = {
+    {"FileNameOfATextWithoutSeparatorIsEmpty",
+     getFileName,
+     {{"report", ""}, {"x.tar.gz", ""}, {"", ""}, {".", ""}}},
+    {"FileNameOfAPathThatEndsWithItsSeparatorIsEmpty",
+     getFileName,
+     {{"/tmp/", ""}, {"a\\", ""}, {"/", ""}, {"\\", ""}, {"///", ""}}},
+    {"FileNameIsTheTextBehindTheLastSlash",
+     getFileName,
+     {{"/tmp/report", "report"}, {"a/b/c", "c"}, {"/x", "x"}, {"//x", "x"}}},
+    {"FileNameIsCutAtTheLastBackslashOnlyWithoutASlash",
+     getFileName,
+     {{"C:\\dir\\x", "x"}, {"a\\b/c", "c"}, {"a/b\\c", "b\\c"}, {"a/\\", "\\"}}},
+    {"ExtensionBeginsWithTheLastDot",
+     getExtension,
+     {{"x.tar.gz", ".gz"}, {"x.y", ".y"}, {".profile", ".profile"}, {"/d/x.txt", ".txt"}}},
+    {"ExtensionWithoutADotIsEmpty", getExtension, {{"report", ""}, {"/a/b", ""}, {"", ""}}},
+    {"ExtensionOfATextThatEndsWithADotIsTheDot", getExtension, {{"x.", "."}, {".", "."}, {"..", "."}}},
+    {"ExtensionLooksPastSeparators", getExtension, {{"/d.d/x", ".d/x"}, {"a.b\\c", ".b\\c"}, {"./", "./"}}},
+    {"BaseNameIsTheFileNameWithoutItsExtension",
+     getBaseName,
+     {{"/d/x.tar.gz", "x.tar"}, {"a\\x.y", "x"}, {"/d/x.", "x"}, {"a/b.c\\d", "b"}}},
+    {"BaseNameWithoutAnExtensionIsTheFileName",
+     getBaseName,
+     {{"/d/report", "report"}, {"a\\b", "b"}, {"/d/", ""}}},
+    {"BaseNameOfANameThatIsAllExtensionIsEmpty", getBaseName, {{"/d/.profile", ""}, {"/d/.", ""}}},
+    {"BaseNameIsTheWholeFileNameWhereTheLastDotIsThatOfADirectory",
+     getBaseName,
+     {{"/d.d/x", "x"}, {"a.b\\c", "c"}, {"./report", "report"}, {"/d.d/", ""}}},
+    {"BaseNameWithoutAnySeparatorIsEmptyAsTheFileNameIs",
+     getBaseName,
+     {{"x.tar.gz", ""}, {"report", ""}, {"", ""}}},
+    {"DirectoryPartIncludesItsSeparator",
+     getDirectoryPart,
+     {{"/opt/zn/file", "/opt/zn/"}, {"/opt/zn/", "/opt/zn/"}, {"/x", "/"}, {"a\\b\\c", "a\\b\\"}}},
+    {"DirectoryPartIsCutAtTheLastBackslashOnlyWithoutASlash",
+     getDirectoryPart,
+     {{"a/b\\c", "a/"}, {"a\\b/c", "a\\b/"}}},
+    {"DirectoryPartWithoutSeparatorIsEmpty", getDirectoryPart, {{"report", ""}, {"", ""}}},
+    {"DirectoryPartOfOnlySeparatorsIsAllOfThem",
+     getDirectoryPart,
+     {{"///", "///"}, {"\\\\", "\\\\"}, {"/\\", "/"}}},
+    {"LastComponentIsRemovedTogetherWithItsSeparator",
+     removeLastComponent,
+     {{"/opt/zn/znorb/bin", "/opt/zn/znorb"}, {"/opt/zn/", "/opt/zn"}, {"/x", ""}, {"C:\\a\\b", "C:\\a"}}},
+    {"LastComponentIsCutAtTheLastSlashOnlyWithoutABackslash",
+     removeLastComponent,
+     {{"C:\\dir/sub\\x", "C:\\dir/sub"}, {"a\\b/c", "a"}, {"a/b\\c", "a/b"}}},
+    {"LastComponentOfATextWithoutSeparatorIsTheWholeTextAndStays",
+     removeLastComponent,
+     {{"name", "name"}, {"", ""}, {"x.y", "x.y"}}},
+    {"LastComponentOfOnlySeparatorsIsTheLastOfThem",
+     removeLastComponent,
+     {{"/", ""}, {"///", "//"}, {"\\", ""}, {"\\/", ""}, {"/\\", "/"}}},
+    {"TrailingSeparatorsOfEitherKindAreRemoved",
+     removeTrailingSeparators,
+     {{"/a/b//\\", "/a/b"}, {"a/", "a"}, {"a\\", "a"}, {"a\\/\\/", "a"}, {"/a\\b/", "/a\\b"}}},
+    {"TrailingSeparatorsAreRemovedWhereThereIsNothingElse",
+     removeTrailingSeparators,
+     {{"///", ""}, {"\\", ""}, {"/\\/", ""}, {"", ""}}},
+    {"TrailingSeparatorsMayBeAbsent",
+     removeTrailingSeparators,
+     {{"/a/b", "/a/b"}, {"name", "name"}, {"/a/b ", "/a/b "}}},
+    {"EscapedTextHasEveryBackslashDoubledAndNothingElse",
+     escapeBackslashes,
+     {{"", ""},
+      {"/opt/zn", "/opt/zn"},
+      {"\\", "\\\\"},
+      {"\\\\", "\\\\\\\\"},
+      {"C:\\a\\b", "C:\\\\a\\\\b"},
+      {"\\\"%\n", "\\\\\"%\n"},
+      {{"\0\\\0", 3}, {"\0\\\\\0", 4}}}},
+};
 
-TEST(PathHelpers, FileNameOfAPathThatEndsWithItsSeparatorIsEmpty) {
-    expectAll(getFileName, {{"/tmp/", ""}, {"a\\", ""}, {"/", ""}, {"\\", ""}, {"///", ""}});
-}
-
-TEST(PathHelpers, FileNameIsTheTextBehindTheLastSlash) {
-    expectAll(getFileName, {{"/tmp/report", "report"}, {"a/b/c", "c"}, {"/x", "x"}, {"//x", "x"}});
-}
-
-TEST(PathHelpers, FileNameIsCutAtTheLastBackslashOnlyWithoutASlash) {
-    expectAll(getFileName, {{"C:\\dir\\x", "x"}, {"a\\b/c", "c"}, {"a/b\\c", "b\\c"}, {"a/\\", "\\"}});
-}
-
-TEST(PathHelpers, ExtensionBeginsWithTheLastDot) {
-    expectAll(getExtension,
-              {{"x.tar.gz", ".gz"}, {"x.y", ".y"}, {".profile", ".profile"}, {"/d/x.txt", ".txt"}});
-}
-
-TEST(PathHelpers, ExtensionWithoutADotIsEmpty) {
-    expectAll(getExtension, {{"report", ""}, {"/a/b", ""}, {"", ""}});
-}
-
-TEST(PathHelpers, ExtensionOfATextThatEndsWithADotIsTheDot) {
-    expectAll(getExtension, {{"x.", "."}, {".", "."}, {"..", "."}});
-}
-
-TEST(PathHelpers, ExtensionLooksPastSeparators) {
-    expectAll(getExtension, {{"/d.d/x", ".d/x"}, {"a.b\\c", ".b\\c"}, {"./", "./"}});
-}
-
-TEST(PathHelpers, BaseNameIsTheFileNameWithoutItsExtension) {
-    expectAll(getBaseName, {{"/d/x.tar.gz", "x.tar"}, {"a\\x.y", "x"}, {"/d/x.", "x"}, {"a/b.c\\d", "b"}});
-}
-
-TEST(PathHelpers, BaseNameWithoutAnExtensionIsTheFileName) {
-    expectAll(getBaseName, {{"/d/report", "report"}, {"a\\b", "b"}, {"/d/", ""}});
-}
-
-TEST(PathHelpers, BaseNameOfANameThatIsAllExtensionIsEmpty) {
-    expectAll(getBaseName, {{"/d/.profile", ""}, {"/d/.", ""}});
-}
-
-TEST(PathHelpers, BaseNameIsTheWholeFileNameWhereTheLastDotIsThatOfADirectory) {
-    expectAll(getBaseName, {{"/d.d/x", "x"}, {"a.b\\c", "c"}, {"./report", "report"}, {"/d.d/", ""}});
-}
-
-TEST(PathHelpers, BaseNameWithoutAnySeparatorIsEmptyAsTheFileNameIs) {
-    expectAll(getBaseName, {{"x.tar.gz", ""}, {"report", ""}, {"", ""}});
-}
-
-TEST(PathHelpers, DirectoryPartIncludesItsSeparator) {
-    expectAll(getDirectoryPart,
-              {{"/opt/zn/file", "/opt/zn/"}, {"/opt/zn/", "/opt/zn/"}, {"/x", "/"}, {"a\\b\\c", "a\\b\\"}});
-}
-
-TEST(PathHelpers, DirectoryPartIsCutAtTheLastBackslashOnlyWithoutASlash) {
-    expectAll(getDirectoryPart, {{"a/b\\c", "a/"}, {"a\\b/c", "a\\b/"}});
-}
-
-TEST(PathHelpers, DirectoryPartWithoutSeparatorIsEmpty) {
-    expectAll(getDirectoryPart, {{"report", ""}, {"", ""}});
-}
-
-TEST(PathHelpers, DirectoryPartOfOnlySeparatorsIsAllOfThem) {
-    expectAll(getDirectoryPart, {{"///", "///"}, {"\\\\", "\\\\"}, {"/\\", "/"}});
-}
-
-TEST(PathHelpers, LastComponentIsRemovedTogetherWithItsSeparator) {
-    expectAll(
-        removeLastComponent,
-        {{"/opt/zn/znorb/bin", "/opt/zn/znorb"}, {"/opt/zn/", "/opt/zn"}, {"/x", ""}, {"C:\\a\\b", "C:\\a"}});
-}
-
-TEST(PathHelpers, LastComponentIsCutAtTheLastSlashOnlyWithoutABackslash) {
-    expectAll(removeLastComponent, {{"C:\\dir/sub\\x", "C:\\dir/sub"}, {"a\\b/c", "a"}, {"a/b\\c", "a/b"}});
-}
-
-TEST(PathHelpers, LastComponentOfATextWithoutSeparatorIsTheWholeTextAndStays) {
-    expectAll(removeLastComponent, {{"name", "name"}, {"", ""}, {"x.y", "x.y"}});
-}
-
-TEST(PathHelpers, LastComponentOfOnlySeparatorsIsTheLastOfThem) {
-    expectAll(removeLastComponent, {{"/", ""}, {"///", "//"}, {"\\", ""}, {"\\/", ""}, {"/\\", "/"}});
-}
-
-TEST(PathHelpers, EveryTrailingSeparatorOfEitherKindIsRemoved) {
-    expectAll(removeTrailingSeparators,
-              {{"/a/b//\\", "/a/b"}, {"a/", "a"}, {"a\\", "a"}, {"a\\/\\/", "a"}, {"/a\\b/", "/a\\b"}});
-}
-
-TEST(PathHelpers, TextOfOnlySeparatorsIsRemovedWhole) {
-    expectAll(removeTrailingSeparators, {{"///", ""}, {"\\", ""}, {"/\\/", ""}, {"", ""}});
-}
-
-TEST(PathHelpers, TextWithoutTrailingSeparatorsStays) {
-    expectAll(removeTrailingSeparators, {{"/a/b", "/a/b"}, {"name", "name"}, {"/a/b ", "/a/b "}});
-}
+INSTANTIATE_TEST_SUITE_P(PathHelpers, PathHelpersText, testing::ValuesIn(examples), ZNORBTEST::rowName);
 
 TEST(PathHelpers, NulBytesInPathsAreBytesLikeOthers) {
     const std::string name("c\0d.e", 5);
@@ -150,12 +125,10 @@ std::string replaced(std::string text, const std::string& find, const std::strin
     return text;
 }
 
-TEST(PathHelpers, OnlyTheFirstOccurrenceIsReplaced) {
+TEST(PathHelpers, OnlyTheFirstOccurrenceIsReplacedWhereverItStands) {
     EXPECT_EQ(replaced("%A% and %A%", "%A%", "x"), "x and %A%");
     EXPECT_EQ(replaced("aaa", "a", "b"), "baa");
-}
 
-TEST(PathHelpers, OccurrenceIsReplacedAtTheBeginningInTheMiddleAndAtTheEnd) {
     EXPECT_EQ(replaced("%A%b", "%A%", "x"), "xb");
     EXPECT_EQ(replaced("b%A%b", "%A%", "x"), "bxb");
     EXPECT_EQ(replaced("b%A%", "%A%", "x"), "bx");
@@ -176,16 +149,6 @@ TEST(PathHelpers, ReplacementMayBeEmptyLongerOrHoldWhatWasSearched) {
 TEST(PathHelpers, ReplacementTreatsNulBytesLikeOthers) {
     EXPECT_EQ(replaced(std::string("a\0%A%", 5), "%A%", std::string("\0x", 2)), std::string("a\0\0x", 4));
     EXPECT_EQ(replaced(std::string("a\0b", 3), std::string("\0", 1), "-"), "a-b");
-}
-
-TEST(PathHelpers, EveryBackslashIsDoubledAndNothingElse) {
-    expectAll(escapeBackslashes, {{"", ""},
-                                  {"/opt/zn", "/opt/zn"},
-                                  {"\\", "\\\\"},
-                                  {"\\\\", "\\\\\\\\"},
-                                  {"C:\\a\\b", "C:\\\\a\\\\b"},
-                                  {"\\\"%\n", "\\\\\"%\n"},
-                                  {std::string("\0\\\0", 3), std::string("\0\\\\\0", 4)}});
 }
 
 class PathHelpersFileTest : public testing::Test {
