@@ -1,48 +1,44 @@
 #include "foundation/containers/Less.h"
 
+#include "tests/support/Rows.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 
 namespace {
 
-bool isLess(const std::string& left, const std::string& right) {
-    return Common::less<std::string>()(left, right);
+/// Two texts and whether the first is less than the second.
+using Comparison = ZNORBTEST::Row<std::pair<std::string, std::string>, bool>;
+
+class LessText : public testing::TestWithParam<Comparison> {};
+
+TEST_P(LessText, ComparesByteByByte) {
+    const auto& [left, right] = GetParam().given;
+    EXPECT_EQ(Common::less<std::string>()(left, right), GetParam().expected);
 }
+
+const Comparison comparisons[] = {
+    {"SmallerLastByte", {"abc", "abd"}, true},
+    {"GreaterLastByte", {"abd", "abc"}, false},
+    {"UpperCaseBeforeLowerCase", {"B", "a"}, true},
+    {"UnsignedBytesAbove127", {"\x7f", "\x80"}, true},
+    {"LargestByteIsNotNegative", {"\xff", "a"}, false},
+    {"ShorterWhenTheRestIsEqual", {"ab", "abc"}, true},
+    {"LongerWhenTheRestIsEqual", {"abc", "ab"}, false},
+    {"EmptyBeforeAnyOther", {"", "a"}, true},
+    {"FirstDifferenceCountsMoreThanALongerLength", {"abc", "b"}, true},
+    {"FirstDifferenceCountsMoreThanAShorterLength", {"b", "abc"}, false},
+    {"EqualTexts", {"abc", "abc"}, false},
+    {"EmptyTexts", {"", ""}, false},
+    {"DifferenceBehindAZeroByte", {{"a\0b", 3}, {"a\0c", 3}}, true},
+    {"ZeroByteAsTheDifference", {"a", {"a\0", 2}}, true},
+};
+
+INSTANTIATE_TEST_SUITE_P(Less, LessText, testing::ValuesIn(comparisons), ZNORBTEST::rowName);
 
 } // namespace
-
-TEST(Less, ComparesStringsByteByByte) {
-    EXPECT_TRUE(isLess("abc", "abd"));
-    EXPECT_FALSE(isLess("abd", "abc"));
-    EXPECT_TRUE(isLess("B", "a"));
-}
-
-TEST(Less, TakesBytesAsUnsignedCharacters) {
-    EXPECT_TRUE(isLess("\x7f", "\x80"));
-    EXPECT_FALSE(isLess("\xff", "a"));
-}
-
-TEST(Less, ShorterStringIsLessWhenTheRestIsEqual) {
-    EXPECT_TRUE(isLess("ab", "abc"));
-    EXPECT_FALSE(isLess("abc", "ab"));
-    EXPECT_TRUE(isLess("", "a"));
-}
-
-TEST(Less, FirstDifferenceCountsMoreThanTheLength) {
-    EXPECT_TRUE(isLess("abc", "b"));
-    EXPECT_FALSE(isLess("b", "abc"));
-}
-
-TEST(Less, EqualStringsAreNotLess) {
-    EXPECT_FALSE(isLess("abc", "abc"));
-    EXPECT_FALSE(isLess("", ""));
-}
-
-TEST(Less, ComparesBehindZeroBytes) {
-    EXPECT_TRUE(isLess(std::string("a\0b", 3), std::string("a\0c", 3)));
-    EXPECT_TRUE(isLess(std::string("a"), std::string("a\0", 2)));
-}
 
 TEST(Less, ComparesNumbersByValue) {
     EXPECT_TRUE(Common::less<int>()(-1, 1));

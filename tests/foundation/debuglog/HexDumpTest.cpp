@@ -1,6 +1,7 @@
 #include "foundation/debuglog/HexDump.h"
 
 #include "tests/foundation/containers/Allocations.h"
+#include "tests/support/Rows.h"
 
 #include <gtest/gtest.h>
 
@@ -34,6 +35,57 @@ std::string rowOf(std::uint32_t offset, const std::string& bytes) {
     return target.row;
 }
 
+/// Bytes at an offset and the row that they make.
+struct DumpRow {
+    const char* name;
+    std::uint32_t offset;
+    std::string bytes;
+    std::string row;
+
+    friend void PrintTo(const DumpRow& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class HexDumpRow : public testing::TestWithParam<DumpRow> {};
+
+TEST_P(HexDumpRow, HasOffsetDigitsAndCharacters) {
+    EXPECT_EQ(rowOf(GetParam().offset, GetParam().bytes), GetParam().row);
+}
+
+std::string spaces(std::size_t count) {
+    return std::string(count, ' ');
+}
+
+/// The digits of the letters, as far as the row has room for them.
+std::string digits(std::size_t count) {
+    return digitsOfLetters.substr(0, count);
+}
+
+const DumpRow dumpRows[] = {
+    {"OfSixteenBytesIsFull", 0, letters, " 000  " + digitsOfLetters + letters},
+    {"OfTwoBytesIsPadded", 0, "AB", " 000  41 42 " + spaces(42) + "AB"},
+    {"OfOneByteIsPadded", 0x10, "Q", " 010  51 " + spaces(45) + "Q"},
+    {"OfNoBytesIsTheOffsetAlone", 0, "", " 000  " + spaces(48)},
+    {"TakesNoMoreThanSixteenBytes", 0, letters + "more", " 000  " + digitsOfLetters + letters},
+    {"OffsetHasAtLeastThreeDigits", 0x20, letters, " 020  " + digitsOfLetters + letters},
+    {"OffsetHasUpperCaseDigits", 0xABC, letters, " ABC  " + digitsOfLetters + letters},
+    {"LastOffsetOfThreeDigits", 0xFF0, letters, " FF0  " + digitsOfLetters + letters},
+    {"From0x1000TheCutTakesTheLastSpace", 0x1000, letters, " 1000  " + digits(47) + letters},
+    {"LastOffsetOfFourDigits", 0xFFF0, letters, " FFF0  " + digits(47) + letters},
+    {"From0x10000TheCutTakesTheLastDigit", 0x10000, letters, " 10000  " + digits(46) + letters},
+    {"From0x100000TheCutTakesTheLastByte", 0x100000, letters, " 100000  " + digits(45) + letters},
+    {"LargestOffsetKeepsTheColumn", 0xFFFFFFF0U, letters, " FFFFFFF0  " + digits(43) + letters},
+    {"ShortRowBehind0x1000LosesNoByte", 0x1000, "AB", " 1000  41 42 " + spaces(41) + "AB"},
+    {"FifteenBytesBehind0x10000LoseNoByte", 0x10000, letters.substr(0, 15),
+     " 10000  " + digits(45) + " " + letters.substr(0, 15)},
+    {"BytesThatDoNotPrintShowAsDots",
+     0,
+     {"\0\x1F\x7F\x80\xFF\n", 6},
+     " 000  00 1F 7F 80 FF 0A " + spaces(30) + "......"},
+    {"PercentSignShowsAsItself", 0, "%s", " 000  25 73 " + spaces(42) + "%s"},
+};
+
+INSTANTIATE_TEST_SUITE_P(HexDump, HexDumpRow, testing::ValuesIn(dumpRows), ZNORBTEST::rowName);
+
 } // namespace
 
 TEST(HexDump, HeaderNumbersTheColumns) {
@@ -43,16 +95,6 @@ TEST(HexDump, HeaderNumbersTheColumns) {
 
 TEST(HexDump, RuleIsSixSpacesAndSixtyFourHyphens) {
     EXPECT_EQ(hexDumpRule, std::string(6, ' ') + std::string(64, '-'));
-}
-
-TEST(HexDump, AFullRowHasOffsetDigitsAndCharacters) {
-    EXPECT_EQ(rowOf(0, letters), " 000  " + digitsOfLetters + letters);
-    EXPECT_EQ(rowOf(0, letters).size(), 70U);
-}
-
-TEST(HexDump, AShortRowIsPaddedToTheColumnOfTheCharacters) {
-    EXPECT_EQ(rowOf(0, "AB"), " 000  41 42 " + std::string(42, ' ') + "AB");
-    EXPECT_EQ(rowOf(0x10, "Q"), " 010  51 " + std::string(45, ' ') + "Q");
 }
 
 TEST(HexDump, EveryNumberOfBytesPutsTheCharactersIntoColumn54) {
@@ -65,49 +107,6 @@ TEST(HexDump, EveryNumberOfBytesPutsTheCharactersIntoColumn54) {
     }
 }
 
-TEST(HexDump, ARowOfNoBytesIsTheOffsetAlone) {
-    EXPECT_EQ(rowOf(0, ""), " 000  " + std::string(48, ' '));
-}
-
-TEST(HexDump, ARowTakesNoMoreThanSixteenBytes) {
-    EXPECT_EQ(rowOf(0, letters + "more"), rowOf(0, letters));
-}
-
-TEST(HexDump, OffsetsHaveAtLeastThreeUpperCaseDigits) {
-    EXPECT_EQ(rowOf(0x20, letters), " 020  " + digitsOfLetters + letters);
-    EXPECT_EQ(rowOf(0xABC, letters), " ABC  " + digitsOfLetters + letters);
-    EXPECT_EQ(rowOf(0xFF0, letters), " FF0  " + digitsOfLetters + letters);
-}
-
-TEST(HexDump, FromOffset0x1000TheCutTakesTheLastSpace) {
-    EXPECT_EQ(rowOf(0x1000, letters), " 1000  " + digitsOfLetters.substr(0, 47) + letters);
-    EXPECT_EQ(rowOf(0xFFF0, letters), " FFF0  " + digitsOfLetters.substr(0, 47) + letters);
-}
-
-TEST(HexDump, FromOffset0x10000TheCutTakesTheLastDigitOfTheSixteenthByte) {
-    EXPECT_EQ(rowOf(0x10000, letters), " 10000  " + digitsOfLetters.substr(0, 46) + letters);
-    EXPECT_EQ(rowOf(0x10000, letters).substr(50, 8), "4F 5ABCD");
-}
-
-TEST(HexDump, FromOffset0x100000TheCutTakesTheWholeSixteenthByte) {
-    EXPECT_EQ(rowOf(0x100000, letters), " 100000  " + digitsOfLetters.substr(0, 45) + letters);
-}
-
-TEST(HexDump, TheLargestOffsetKeepsTheColumnToo) {
-    EXPECT_EQ(rowOf(0xFFFFFFF0U, letters), " FFFFFFF0  " + digitsOfLetters.substr(0, 43) + letters);
-}
-
-TEST(HexDump, AShortRowBehindOffset0x1000LosesNoByte) {
-    EXPECT_EQ(rowOf(0x1000, "AB"), " 1000  41 42 " + std::string(41, ' ') + "AB");
-    EXPECT_EQ(rowOf(0x10000, letters.substr(0, 15)),
-              " 10000  " + digitsOfLetters.substr(0, 45) + " " + letters.substr(0, 15));
-}
-
-TEST(HexDump, BytesThatDoNotPrintShowAsDots) {
-    EXPECT_EQ(rowOf(0, std::string("\0\x1F\x7F\x80\xFF\n", 6)),
-              " 000  00 1F 7F 80 FF 0A " + std::string(30, ' ') + "......");
-}
-
 TEST(HexDump, EveryByteShowsItsDigitsAndItselfOrADot) {
     for (int value = 0; value < 256; ++value) {
         char digits[4];
@@ -116,10 +115,6 @@ TEST(HexDump, EveryByteShowsItsDigitsAndItselfOrADot) {
         const std::string row = rowOf(0, std::string(1, static_cast<char>(value)));
         EXPECT_EQ(row, std::string(" 000  ") + digits + std::string(45, ' ') + shown) << value;
     }
-}
-
-TEST(HexDump, APercentSignShowsAsItself) {
-    EXPECT_EQ(rowOf(0, "%s"), " 000  25 73 " + std::string(42, ' ') + "%s");
 }
 
 TEST_F(HexDumpAllocations, ARowHasNone) {

@@ -1,6 +1,7 @@
 #include "foundation/streams/InputStreamFromBuffer.h"
 
 #include "tests/foundation/containers/Allocations.h"
+#include "tests/foundation/streams/Reads.h"
 
 #include <gtest/gtest.h>
 
@@ -9,29 +10,11 @@
 
 using Common::InputStream;
 using Common::InputStreamFromBuffer;
-using ZNORBTEST::FailingAllocation;
+using namespace ZNORBTEST;
 
 namespace {
 
 using InputStreamFromBufferAllocations = ZNORBTEST::AllocationTest;
-
-std::string characterOf(InputStream& stream) {
-    std::string out = "unchanged";
-    stream.getCharacter(out);
-    return out;
-}
-
-std::string lineOf(InputStream& stream) {
-    std::string out = "unchanged";
-    stream.getLine(out);
-    return out;
-}
-
-std::string allOf(InputStream& stream) {
-    std::string out = "unchanged";
-    stream.getAll(out);
-    return out;
-}
 
 /// Brings its bytes only when it is flushed, as a writing side does.
 class LateBuffer : public InputStreamFromBuffer {
@@ -49,66 +32,42 @@ private:
     std::string m_late;
 };
 
-} // namespace
+class ReadsOfABuffer : public testing::TestWithParam<Reading> {};
 
-TEST(InputStreamFromBuffer, IsAlwaysOpen) {
-    InputStreamFromBuffer stream("");
+TEST_P(ReadsOfABuffer, GiveTheirParts) {
+    InputStreamFromBuffer stream(GetParam().given);
     EXPECT_TRUE(stream.isOpen());
+    expectReads(stream, GetParam().expected);
+    EXPECT_TRUE(stream.isOpen()) << "always";
 }
 
-TEST(InputStreamFromBuffer, IsAtItsEndWhenNoByteIsLeft) {
-    InputStreamFromBuffer stream("a");
-    EXPECT_FALSE(stream.isEof());
-    EXPECT_EQ(characterOf(stream), "a");
-    EXPECT_TRUE(stream.isEof());
-}
+const Reading readings[] = {
+    {"IsAtItsEndWhenNoByteIsLeft", "a", {notAtEnd, character("a"), atEnd}},
+    {"CharactersAreTakenFromTheFront",
+     {"a\0\n", 3},
+     {character("a"), character({'\0'}), character("\n"), character("")}},
+    {"LinesEndAtALineFeedAndTheCarriageReturnBehindIt", "a\n\rb", {line("a"), all("b")}},
+    {"CarriageReturnBeforeTheLineFeedBelongsToTheLine", "a\r\n", {line("a\r"), atEnd}},
+    {"OnlyOneCarriageReturnBehindTheLineFeedIsDropped", "a\n\r\rb\n", {line("a"), line("\rb")}},
+    {"LinesFollowOneAnother",
+     "one\n\ntwo\n\rthree\n",
+     {line("one"), line(""), line("two"), line("three"), line(unchanged)}},
+    {"LineFeedAndCarriageReturnAtTheVeryEndAreBothTaken", "a\n\r", {line("a"), atEnd}},
+    {"EmptyBufferLeavesTheStringOfALineUnchangedAndThrowsNothing", "", {line(unchanged)}},
+    {"AllTakesEverythingAndThenLeavesItsStringUnchanged",
+     {"a\n\0b", 4},
+     {all({"a\n\0b", 4}), atEnd, all(unchanged)}},
+};
+
+INSTANTIATE_TEST_SUITE_P(InputStreamFromBuffer, ReadsOfABuffer, testing::ValuesIn(readings), rowName);
+
+} // namespace
 
 TEST(InputStreamFromBuffer, ReadsACopyOfItsData) {
     std::string data = "abc";
     InputStreamFromBuffer stream(data);
     data = "xyz";
     EXPECT_EQ(allOf(stream), "abc");
-}
-
-TEST(InputStreamFromBuffer, CharactersAreTakenFromTheFront) {
-    InputStreamFromBuffer stream(std::string("a\0\n", 3));
-    EXPECT_EQ(characterOf(stream), "a");
-    EXPECT_EQ(characterOf(stream), std::string(1, '\0'));
-    EXPECT_EQ(characterOf(stream), "\n");
-    EXPECT_EQ(characterOf(stream), "");
-}
-
-TEST(InputStreamFromBuffer, LinesEndAtALineFeedAndTheCarriageReturnBehindIt) {
-    InputStreamFromBuffer stream("a\n\rb");
-    EXPECT_EQ(lineOf(stream), "a");
-    EXPECT_EQ(allOf(stream), "b");
-}
-
-TEST(InputStreamFromBuffer, ACarriageReturnBeforeTheLineFeedBelongsToTheLine) {
-    InputStreamFromBuffer stream("a\r\n");
-    EXPECT_EQ(lineOf(stream), "a\r");
-    EXPECT_TRUE(stream.isEof());
-}
-
-TEST(InputStreamFromBuffer, OnlyOneCarriageReturnBehindTheLineFeedIsDropped) {
-    InputStreamFromBuffer stream("a\n\r\rb\n");
-    EXPECT_EQ(lineOf(stream), "a");
-    EXPECT_EQ(lineOf(stream), "\rb");
-}
-
-TEST(InputStreamFromBuffer, LinesFollowOneAnother) {
-    InputStreamFromBuffer stream("one\n\ntwo\n\rthree\n");
-    EXPECT_EQ(lineOf(stream), "one");
-    EXPECT_EQ(lineOf(stream), "");
-    EXPECT_EQ(lineOf(stream), "two");
-    EXPECT_EQ(lineOf(stream), "three");
-    EXPECT_EQ(lineOf(stream), "unchanged");
-}
-
-TEST(InputStreamFromBuffer, ALineFeedAndCarriageReturnAtTheVeryEndAreBothTaken) {
-    InputStreamFromBuffer stream("a\n\r");
-    EXPECT_EQ(lineOf(stream), "a");
-    EXPECT_TRUE(stream.isEof());
 }
 
 TEST(InputStreamFromBuffer, ALastLineWithoutLineFeedSetsItsStringAndRaisesTheRangeError) {
@@ -133,11 +92,6 @@ TEST(InputStreamFromBuffer, AfterTheRangeErrorTheSameLineRaisesItAgain) {
     EXPECT_EQ(out, "last");
 }
 
-TEST(InputStreamFromBuffer, AnEmptyBufferLeavesTheStringOfALineUnchangedAndThrowsNothing) {
-    InputStreamFromBuffer stream("");
-    EXPECT_EQ(lineOf(stream), "unchanged");
-}
-
 TEST_F(InputStreamFromBufferAllocations, ALineBeyondTheMemoryChangesNothing) {
     const std::string line(1000, 'l');
     InputStreamFromBuffer stream(line + "\nnext");
@@ -148,14 +102,6 @@ TEST_F(InputStreamFromBufferAllocations, ALineBeyondTheMemoryChangesNothing) {
     }
     EXPECT_EQ(out, "old");
     EXPECT_EQ(lineOf(stream), line);
-}
-
-TEST(InputStreamFromBuffer, GetAllTakesEverythingAndThenLeavesItsStringUnchanged) {
-    const std::string data("a\n\0b", 4);
-    InputStreamFromBuffer stream(data);
-    EXPECT_EQ(allOf(stream), data);
-    EXPECT_TRUE(stream.isEof());
-    EXPECT_EQ(allOf(stream), "unchanged");
 }
 
 TEST_F(InputStreamFromBufferAllocations, GetAllNeedsNoMemory) {

@@ -1,6 +1,7 @@
 #include "foundation/streams/InputStreamFromConsole.h"
 
 #include "tests/foundation/containers/Allocations.h"
+#include "tests/foundation/streams/Reads.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -13,8 +14,7 @@
 
 using Common::InputStream;
 using Common::InputStreamFromConsole;
-using ZNORBTEST::TemporaryFolder;
-using ZNORBTEST::writeFile;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -42,90 +42,49 @@ protected:
         ASSERT_EQ(close(ends[1]), 0);
     }
 
-    std::string nextLine() {
-        std::string out = "unchanged";
-        m_stream.getLine(out);
-        return out;
-    }
-
-    std::string nextCharacter() {
-        std::string out = "unchanged";
-        m_stream.getCharacter(out);
-        return out;
-    }
-
-    std::string everything() {
-        std::string out = "unchanged";
-        m_stream.getAll(out);
-        return out;
-    }
-
     TemporaryFolder m_folder;
     InputStreamFromConsole m_stream;
 };
 
+class ReadsOfTheConsole : public InputStreamFromConsoleTest, public testing::WithParamInterface<Reading> {};
+
+TEST_P(ReadsOfTheConsole, GiveTheirParts) {
+    EXPECT_TRUE(m_stream.isOpen());
+    inputIs(GetParam().given);
+    expectReads(m_stream, GetParam().expected);
+    EXPECT_TRUE(m_stream.isOpen()) << "always";
+}
+
+const Reading readings[] = {
+    {"EndIsKnownOnceAReadHasMetIt", "a", {notAtEnd, character("a"), notAtEnd, character("\xFF"), atEnd}},
+    {"CharactersAreBytesOfAnyValue",
+     {"\0\xFF\n", 3},
+     {character({'\0'}), character("\xFF"), character("\n"), notAtEnd}},
+    {"CharacterAtTheEndIs0xFF", "", {character("\xFF"), character("\xFF")}},
+    {"LinesEndAtLineFeedsAndDropEveryCarriageReturn", "a\rb\r\n\n\rc\n", {line("ab"), line(""), line("c")}},
+    {"LineThatTheEndCutsShortHasThe0xFFOfTheFailedRead",
+     "a\nbc",
+     {line("a"), line("bc\xFF"), atEnd, line(unchanged)}},
+    {"ReadThatMeetsTheEndBehindTheLastLineEmptiesItsString",
+     "a\n",
+     {line("a"), notAtEnd, line(""), atEnd, line(unchanged)}},
+    {"A0xFFInALineDoesNotEndIt", "a\xFF-b\n", {line("a\xFF-b")}},
+    {"AllGivesWhatRemainsOfAFileAndDoesNotMeetItsEnd",
+     {"a\nb\0c\n", 6},
+     {line("a"), all({"b\0c\n", 4}), notAtEnd, all("")}},
+    {"AllAtTheEndLeavesItsStringUnchanged", "", {character("\xFF"), all(unchanged)}},
+};
+
+INSTANTIATE_TEST_SUITE_P(InputStreamFromConsole, ReadsOfTheConsole, testing::ValuesIn(readings), rowName);
+
 } // namespace
-
-TEST_F(InputStreamFromConsoleTest, IsAlwaysOpen) {
-    EXPECT_TRUE(m_stream.isOpen());
-    inputIs("");
-    EXPECT_EQ(nextCharacter(), "\xFF");
-    EXPECT_TRUE(m_stream.isOpen());
-}
-
-TEST_F(InputStreamFromConsoleTest, OnlyKnowsTheEndOnceAReadHasMetIt) {
-    inputIs("a");
-    EXPECT_FALSE(m_stream.isEof());
-    EXPECT_EQ(nextCharacter(), "a");
-    EXPECT_FALSE(m_stream.isEof());
-    (void)nextCharacter();
-    EXPECT_TRUE(m_stream.isEof());
-}
-
-TEST_F(InputStreamFromConsoleTest, CharactersAreBytesOfAnyValue) {
-    inputIs(std::string("\0\xFF\n", 3));
-    EXPECT_EQ(nextCharacter(), std::string(1, '\0'));
-    EXPECT_EQ(nextCharacter(), "\xFF");
-    EXPECT_EQ(nextCharacter(), "\n");
-    EXPECT_FALSE(m_stream.isEof());
-}
-
-TEST_F(InputStreamFromConsoleTest, TheCharacterAtTheEndIs0xFF) {
-    inputIs("");
-    EXPECT_EQ(nextCharacter(), "\xFF");
-    EXPECT_EQ(nextCharacter(), "\xFF");
-}
-
-TEST_F(InputStreamFromConsoleTest, LinesEndAtLineFeedsAndDropEveryCarriageReturn) {
-    inputIs("a\rb\r\n\n\rc\n");
-    EXPECT_EQ(nextLine(), "ab");
-    EXPECT_EQ(nextLine(), "");
-    EXPECT_EQ(nextLine(), "c");
-}
-
-TEST_F(InputStreamFromConsoleTest, ALineThatTheEndCutsShortHasThe0xFFOfTheFailedRead) {
-    inputIs("a\nbc");
-    EXPECT_EQ(nextLine(), "a");
-    EXPECT_EQ(nextLine(), "bc\xFF");
-    EXPECT_TRUE(m_stream.isEof());
-    EXPECT_EQ(nextLine(), "unchanged");
-}
-
-TEST_F(InputStreamFromConsoleTest, TheReadThatMeetsTheEndBehindTheLastLineEmptiesItsString) {
-    inputIs("a\n");
-    EXPECT_EQ(nextLine(), "a");
-    EXPECT_FALSE(m_stream.isEof());
-    EXPECT_EQ(nextLine(), "");
-    EXPECT_TRUE(m_stream.isEof());
-    EXPECT_EQ(nextLine(), "unchanged");
-}
 
 TEST_F(InputStreamFromConsoleTest, ALineBeyondTheMemoryEndsEarlyAndTheNextReadGoesOn) {
     if (!ZNORBTEST::allocationsAreObserved()) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     inputIs("x" + std::string(100000, 'l') + "\nnext");
-    EXPECT_EQ(nextCharacter(), "x"); // stdio has its own buffer from here on
+    EXPECT_EQ(characterOf(m_stream), "x"); // stdio has its own buffer from here on
     std::string out;
     {
         const ZNORBTEST::FailingAllocation fault(3);
@@ -134,50 +93,23 @@ TEST_F(InputStreamFromConsoleTest, ALineBeyondTheMemoryEndsEarlyAndTheNextReadGo
     EXPECT_LT(out.size(), 100000U);
     EXPECT_EQ(out, std::string(out.size(), 'l'));
     EXPECT_GT(out.size(), 0U);
-    EXPECT_EQ(nextLine(), std::string(99999 - out.size(), 'l')) << "without the one that found no room";
-    EXPECT_EQ(nextLine(), "next\xFF");
-}
-
-TEST_F(InputStreamFromConsoleTest, A0xFFInALineDoesNotEndIt) {
-    inputIs("a\xFF"
-            "b\n");
-    EXPECT_EQ(nextLine(), "a\xFF"
-                          "b");
+    EXPECT_EQ(lineOf(m_stream), std::string(99999 - out.size(), 'l')) << "without the one that found no room";
+    EXPECT_EQ(lineOf(m_stream), "next\xFF");
 }
 
 TEST_F(InputStreamFromConsoleTest, LinesOfAPipeAreReadTheSameWay) {
     pipedInputIs("p\r\nq");
-    EXPECT_EQ(nextLine(), "p");
-    EXPECT_EQ(nextLine(), "q\xFF");
-}
-
-TEST_F(InputStreamFromConsoleTest, GetAllGivesWhatRemainsOfAFileAndDoesNotMeetItsEnd) {
-    inputIs(std::string("a\nb\0c\n", 6));
-    EXPECT_EQ(nextLine(), "a");
-    EXPECT_EQ(everything(), std::string("b\0c\n", 4));
-    EXPECT_FALSE(m_stream.isEof());
-    EXPECT_EQ(everything(), "");
+    expectReads(m_stream, {line("p"), line("q\xFF")});
 }
 
 TEST_F(InputStreamFromConsoleTest, GetAllOfAPipeReadsUntilItsWritersAreGone) {
     pipedInputIs("x\nrest");
-    EXPECT_EQ(nextCharacter(), "x");
-    EXPECT_EQ(everything(), "\nrest");
-    EXPECT_TRUE(m_stream.isEof());
-}
-
-TEST_F(InputStreamFromConsoleTest, GetAllAtTheEndLeavesItsStringUnchanged) {
-    inputIs("");
-    (void)nextCharacter();
-    EXPECT_EQ(everything(), "unchanged");
+    expectReads(m_stream, {character("x"), all("\nrest"), atEnd});
 }
 
 TEST_F(InputStreamFromConsoleTest, AnInputThatCannotBeReadEndsEveryReadAtOnce) {
     redirectTo(m_folder.path());
-    EXPECT_EQ(nextLine(), "");
-    EXPECT_EQ(nextCharacter(), "\xFF");
-    EXPECT_EQ(everything(), "");
-    EXPECT_FALSE(m_stream.isEof());
+    expectReads(m_stream, {line(""), character("\xFF"), all(""), notAtEnd});
 }
 
 TEST_F(InputStreamFromConsoleTest, AReadErrorInALineEndsItLikeTheEndOfTheInput) {
@@ -186,8 +118,7 @@ TEST_F(InputStreamFromConsoleTest, AReadErrorInALineEndsItLikeTheEndOfTheInput) 
     ASSERT_EQ(write(ends[1], "ab", 2), 2);
     redirectTo("/proc/self/fd/" + std::to_string(ends[0]));
     ASSERT_EQ(fcntl(STDIN_FILENO, F_SETFL, O_NONBLOCK), 0); // nothing more to read is an error now
-    EXPECT_EQ(nextLine(), "ab\xFF");
-    EXPECT_FALSE(m_stream.isEof());
+    expectReads(m_stream, {line("ab\xFF"), notAtEnd});
     EXPECT_EQ(close(ends[0]), 0);
     EXPECT_EQ(close(ends[1]), 0);
 }
@@ -204,9 +135,7 @@ TEST_F(InputStreamFromConsoleTest, ReadTakesEverythingUntilTheLineReaderIsSet) {
 
 TEST_F(InputStreamFromConsoleTest, AllObjectsReadTheOneStandardInput) {
     inputIs("ab");
-    EXPECT_EQ(nextCharacter(), "a");
+    EXPECT_EQ(characterOf(m_stream), "a");
     InputStreamFromConsole other;
-    std::string out;
-    other.getCharacter(out);
-    EXPECT_EQ(out, "b");
+    EXPECT_EQ(characterOf(other), "b");
 }

@@ -1,6 +1,7 @@
 #include "foundation/streams/InputStreamFromFile.h"
 
 #include "tests/foundation/containers/Allocations.h"
+#include "tests/foundation/streams/Reads.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -18,9 +19,7 @@
 
 using Common::InputStream;
 using Common::InputStreamFromFile;
-using ZNORBTEST::FailingAllocation;
-using ZNORBTEST::TemporaryFolder;
-using ZNORBTEST::writeFile;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -46,25 +45,6 @@ protected:
         return m_folder / "file";
     }
 
-    /// The next line, or "unchanged".
-    static std::string lineOf(InputStream& stream) {
-        std::string out = "unchanged";
-        stream.getLine(out);
-        return out;
-    }
-
-    static std::string characterOf(InputStream& stream) {
-        std::string out = "unchanged";
-        stream.getCharacter(out);
-        return out;
-    }
-
-    static std::string allOf(InputStream& stream) {
-        std::string out = "unchanged";
-        stream.getAll(out);
-        return out;
-    }
-
     /// A stream on a pipe by name, and `writer`, its only writing end.
     InputStreamFromFile& streamOfPipe(int& writer) {
         const std::string path = m_folder / "pipe";
@@ -80,77 +60,53 @@ protected:
     std::optional<InputStreamFromFile> m_stream;
 };
 
+class ReadsOfAFile : public InputStreamFromFileTest, public testing::WithParamInterface<Reading> {};
+
+TEST_P(ReadsOfAFile, GiveTheirParts) {
+    InputStreamFromFile& stream = streamOf(GetParam().given);
+    EXPECT_TRUE(stream.isOpen());
+    expectReads(stream, GetParam().expected);
+}
+
+const std::string longLine(100000, 'l');
+
+const Reading readings[] = {
+    {"EndIsKnownOnceAReadHasMetIt",
+     "a",
+     {notAtEnd, character("a"), notAtEnd, character(""), atEnd, character("")}},
+    {"CharactersAreBytesOfAnyValue",
+     {"\0\xFF\r\n", 4},
+     {character({'\0'}), character("\xFF"), character("\r"), character("\n"), character("")}},
+    {"LinesLoseTheirEndsAndTheThirdOfTwoLeavesItsStringUnchanged",
+     "a\rb\nc",
+     {line("ab"), line("c"), line(unchanged)}},
+    {"LinesDropEveryCarriageReturn", "\r\ra\r\rb\r\n\rc\r", {line("ab"), line("c")}},
+    {"EmptyLineIsAnEmptyString", "\n\r\nx\n", {line(""), line(""), line("x")}},
+    {"ReadThatMeetsTheEndBehindTheLastLineEmptiesItsString",
+     "x\n",
+     {line("x"), notAtEnd, line(""), atEnd, line(unchanged)}},
+    {"LinesKeepNulBytesAndThe0xFFThatOtherKindsEndWith",
+     {"a\0b\xFF\nz", 6},
+     {line({"a\0b\xFF", 4}), line("z")}},
+    {"LinesMayBeLong", longLine + "\nnext", {line(longLine), line("next")}},
+    {"AllOfAnEmptyFileIsEmpty", "", {all("")}},
+    {"AllKeepsNulBytes", withNulBytes, {all(withNulBytes)}},
+    {"AllGivesWhatRemainsBehindEarlierReads",
+     "line\nxrest\nof it",
+     {line("line"), character("x"), all("rest\nof it")}},
+    {"AllDoesNotMeetTheEnd",
+     "abc",
+     {all("abc"), notAtEnd, all(""), notAtEnd, character(""), atEnd, all(unchanged)}},
+};
+
+INSTANTIATE_TEST_SUITE_P(InputStreamFromFile, ReadsOfAFile, testing::ValuesIn(readings), rowName);
+
 } // namespace
 
 TEST_F(InputStreamFromFileTest, AMissingFileIsNotOpenAndAtItsEnd) {
     InputStreamFromFile stream((m_folder / "missing").c_str());
     EXPECT_FALSE(stream.isOpen());
-    EXPECT_TRUE(stream.isEof());
-    EXPECT_EQ(characterOf(stream), "");
-    EXPECT_EQ(lineOf(stream), "unchanged");
-    EXPECT_EQ(allOf(stream), "unchanged");
-}
-
-TEST_F(InputStreamFromFileTest, OnlyKnowsItsEndOnceAReadHasMetIt) {
-    InputStreamFromFile& stream = streamOf("a");
-    EXPECT_TRUE(stream.isOpen());
-    EXPECT_FALSE(stream.isEof());
-    EXPECT_EQ(characterOf(stream), "a");
-    EXPECT_FALSE(stream.isEof());
-    EXPECT_EQ(characterOf(stream), "");
-    EXPECT_TRUE(stream.isEof());
-    EXPECT_EQ(characterOf(stream), "");
-}
-
-TEST_F(InputStreamFromFileTest, CharactersAreBytesOfAnyValue) {
-    InputStreamFromFile& stream = streamOf(std::string("\0\xFF\r\n", 4));
-    EXPECT_EQ(characterOf(stream), std::string(1, '\0'));
-    EXPECT_EQ(characterOf(stream), "\xFF");
-    EXPECT_EQ(characterOf(stream), "\r");
-    EXPECT_EQ(characterOf(stream), "\n");
-    EXPECT_EQ(characterOf(stream), "");
-}
-
-TEST_F(InputStreamFromFileTest, LinesLoseTheirEndsAndTheThirdOfTwoLeavesItsStringUnchanged) {
-    InputStreamFromFile& stream = streamOf("a\rb\nc");
-    EXPECT_EQ(lineOf(stream), "ab");
-    EXPECT_EQ(lineOf(stream), "c");
-    EXPECT_EQ(lineOf(stream), "unchanged");
-}
-
-TEST_F(InputStreamFromFileTest, LinesDropEveryCarriageReturn) {
-    InputStreamFromFile& stream = streamOf("\r\ra\r\rb\r\n\rc\r");
-    EXPECT_EQ(lineOf(stream), "ab");
-    EXPECT_EQ(lineOf(stream), "c");
-}
-
-TEST_F(InputStreamFromFileTest, AnEmptyLineIsAnEmptyString) {
-    InputStreamFromFile& stream = streamOf("\n\r\nx\n");
-    EXPECT_EQ(lineOf(stream), "");
-    EXPECT_EQ(lineOf(stream), "");
-    EXPECT_EQ(lineOf(stream), "x");
-}
-
-TEST_F(InputStreamFromFileTest, TheReadThatMeetsTheEndBehindTheLastLineEmptiesItsString) {
-    InputStreamFromFile& stream = streamOf("x\n");
-    EXPECT_EQ(lineOf(stream), "x");
-    EXPECT_FALSE(stream.isEof());
-    EXPECT_EQ(lineOf(stream), "");
-    EXPECT_TRUE(stream.isEof());
-    EXPECT_EQ(lineOf(stream), "unchanged");
-}
-
-TEST_F(InputStreamFromFileTest, LinesKeepNulBytesAndThe0xFFThatOtherKindsEndWith) {
-    InputStreamFromFile& stream = streamOf(std::string("a\0b\xFF\nz", 6));
-    EXPECT_EQ(lineOf(stream), std::string("a\0b\xFF", 4));
-    EXPECT_EQ(lineOf(stream), "z");
-}
-
-TEST_F(InputStreamFromFileTest, LinesMayBeLong) {
-    const std::string line(100000, 'l');
-    InputStreamFromFile& stream = streamOf(line + "\nnext");
-    EXPECT_EQ(lineOf(stream), line);
-    EXPECT_EQ(lineOf(stream), "next");
+    expectReads(stream, {atEnd, character(""), line(unchanged), all(unchanged)});
 }
 
 TEST_F(InputStreamFromFileTest, ALineBeyondTheMemoryEndsEarly) {
@@ -169,42 +125,12 @@ TEST_F(InputStreamFromFileTest, ALineBeyondTheMemoryEndsEarly) {
     EXPECT_GT(out.size(), 0U);
 }
 
-TEST_F(InputStreamFromFileTest, ReadBufferOfAnEmptyFileSetsTheStringToEmpty) {
-    std::string out = "old";
-    InputStream::readBuffer(streamOf(""), out);
-    EXPECT_EQ(out, "");
-}
-
-TEST_F(InputStreamFromFileTest, ReadBufferKeepsNulBytes) {
-    std::string out;
-    InputStream::readBuffer(streamOf(withNulBytes), out);
-    EXPECT_EQ(out, withNulBytes);
-}
-
 TEST_F(InputStreamFromFileTest, ReadBufferOfALargeFileGivesAllOfIt) {
     std::string content;
     for (int i = 0; i < 300000; ++i) {
         content += static_cast<char>(i % 251);
     }
     EXPECT_EQ(allOf(streamOf(content)), content);
-}
-
-TEST_F(InputStreamFromFileTest, GetAllGivesWhatRemainsBehindEarlierReads) {
-    InputStreamFromFile& stream = streamOf("line\nxrest\nof it");
-    EXPECT_EQ(lineOf(stream), "line");
-    EXPECT_EQ(characterOf(stream), "x");
-    EXPECT_EQ(allOf(stream), "rest\nof it");
-}
-
-TEST_F(InputStreamFromFileTest, GetAllDoesNotMeetTheEnd) {
-    InputStreamFromFile& stream = streamOf("abc");
-    EXPECT_EQ(allOf(stream), "abc");
-    EXPECT_FALSE(stream.isEof());
-    EXPECT_EQ(allOf(stream), "");
-    EXPECT_FALSE(stream.isEof());
-    EXPECT_EQ(characterOf(stream), "");
-    EXPECT_TRUE(stream.isEof());
-    EXPECT_EQ(allOf(stream), "unchanged");
 }
 
 TEST_F(InputStreamFromFileTest, GetAllOfAFileThatWasCutShortMeanwhileIsEmpty) {
@@ -284,27 +210,18 @@ TEST_F(InputStreamFromFileTest, GetAllOfAFileLongerThanAnyStringIsEmpty) {
     EXPECT_EQ(close(descriptor), 0);
 }
 
-TEST_F(InputStreamFromFileTest, ADirectoryOpensButEveryReadEndsWithNothing) {
-    InputStreamFromFile stream(m_folder.path().c_str());
-    EXPECT_TRUE(stream.isOpen());
-    EXPECT_EQ(characterOf(stream), "");
-    EXPECT_EQ(lineOf(stream), "");
-    EXPECT_EQ(allOf(stream), "");
-    EXPECT_FALSE(stream.isEof());
-}
-
-TEST_F(InputStreamFromFileTest, ADirectoryWhoseEndCannotBeSoughtIsTheSame) {
-    InputStreamFromFile stream("/dev/shm"); // of a file system in memory
-    EXPECT_TRUE(stream.isOpen());
-    EXPECT_EQ(allOf(stream), "");
-    EXPECT_FALSE(stream.isEof());
-}
-
-TEST_F(InputStreamFromFileTest, GetAllOfAFileThatClaimsToBeEmptyIsEmpty) {
-    InputStreamFromFile stream("/proc/self/status"); // its size is 0, its content is made when it is read
-    EXPECT_EQ(characterOf(stream), "N");
-    EXPECT_EQ(allOf(stream), "");
-    EXPECT_EQ(characterOf(stream), "a") << "the position stays";
+TEST_F(InputStreamFromFileTest, WhatIsNoOrdinaryFileIsReadAsFarAsItCanBe) {
+    const Row<std::string, std::vector<Read>> files[] = {
+        {"a directory", m_folder.path(), {character(""), line(""), all(""), notAtEnd}},
+        {"a directory in memory, whose end cannot be sought", "/dev/shm", {all(""), notAtEnd}},
+        {"a file of size 0 with a content", "/proc/self/status", {character("N"), all(""), character("a")}},
+    };
+    for (const auto& file : files) {
+        SCOPED_TRACE(file.name);
+        InputStreamFromFile stream(file.given.c_str());
+        EXPECT_TRUE(stream.isOpen());
+        expectReads(stream, file.expected);
+    }
 }
 
 TEST_F(InputStreamFromFileTest, ReadTakesEverythingUntilTheLineReaderIsSet) {

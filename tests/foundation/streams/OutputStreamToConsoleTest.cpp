@@ -1,6 +1,7 @@
 #include "foundation/streams/OutputStreamToConsole.h"
 
 #include "tests/support/Files.h"
+#include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -9,6 +10,7 @@
 
 #include <cstdio>
 #include <string>
+#include <vector>
 
 using Common::OutputStream;
 using Common::OutputStreamToConsole;
@@ -51,51 +53,38 @@ private:
     int m_saved = -1;
 };
 
+struct Write {
+    const char* data;
+    unsigned int length;
+};
+
+/// Writes to the stream and what the console has got as soon as they are done.
+using Output = ZNORBTEST::Row<std::vector<Write>, std::string>;
+
+class OutputToConsole : public testing::TestWithParam<Output> {};
+
+TEST_P(OutputToConsole, IsTheTextAtOnce) {
+    OutputStreamToConsole stream;
+    const CapturedOutput output;
+    for (const Write& write : GetParam().given) {
+        stream.write(write.data, write.length);
+    }
+    EXPECT_EQ(output.text(), GetParam().expected);
+}
+
+const Output outputs[] = {
+    {"TheTextsOfSeveralWrites", {{"Press: q, then Enter", 20}, {"\r\n", 2}}, "Press: q, then Enter\r\n"},
+    {"TheWholeTextEvenIfTheLengthIsSmaller", {{"whole text", 5}, {"!", 0}}, "whole text!"},
+    {"UpToTheNulEvenIfTheLengthIsLarger", {{"ab\0cd", 5}}, "ab"},
+    {"NothingOfAnEmptyText", {{"", 3}}, ""},
+    {"NoFormat", {{"100% %s %n", 10}}, "100% %s %n"},
+    {"WithoutALineEnd", {{"no line end", 11}}, "no line end"},
+};
+
+INSTANTIATE_TEST_SUITE_P(OutputStreamToConsole, OutputToConsole, testing::ValuesIn(outputs),
+                         ZNORBTEST::rowName);
+
 } // namespace
-
-TEST(OutputStreamToConsole, PrintsTheText) {
-    OutputStreamToConsole stream;
-    const CapturedOutput output;
-    stream.write("Press: q, then Enter to exit.", 29);
-    stream.write("\r\n", 2);
-    EXPECT_EQ(output.text(), "Press: q, then Enter to exit.\r\n");
-}
-
-TEST(OutputStreamToConsole, PrintsTheWholeTextEvenIfTheLengthIsSmaller) {
-    OutputStreamToConsole stream;
-    const CapturedOutput output;
-    stream.write("whole text", 5);
-    stream.write("!", 0);
-    EXPECT_EQ(output.text(), "whole text!");
-}
-
-TEST(OutputStreamToConsole, StopsAtTheNulEvenIfTheLengthIsLarger) {
-    OutputStreamToConsole stream;
-    const CapturedOutput output;
-    stream.write("ab\0cd", 5);
-    EXPECT_EQ(output.text(), "ab");
-}
-
-TEST(OutputStreamToConsole, PrintsNothingForAnEmptyText) {
-    OutputStreamToConsole stream;
-    const CapturedOutput output;
-    stream.write("", 3);
-    EXPECT_EQ(output.text(), "");
-}
-
-TEST(OutputStreamToConsole, DoesNotTakeTheTextForAFormat) {
-    OutputStreamToConsole stream;
-    const CapturedOutput output;
-    stream.write("100% %s %n", 10);
-    EXPECT_EQ(output.text(), "100% %s %n");
-}
-
-TEST(OutputStreamToConsole, EveryWriteIsOutAtOnce) {
-    OutputStreamToConsole stream;
-    const CapturedOutput output;
-    stream.write("no line end", 11);
-    EXPECT_EQ(output.text(), "no line end");
-}
 
 TEST(OutputStreamToConsole, AConsoleThatTakesNothingIsNotNoticed) {
     OutputStreamToConsole stream;
