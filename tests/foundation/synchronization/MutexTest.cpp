@@ -18,40 +18,43 @@ using ZNORBTEST::inChildProcess;
 using ZNORBTEST::ObservedThread;
 using ZNORBTEST::SemaphoreName;
 
-TEST(Mutex, ConstructionAsksNothingOfTheSystem) {
-    const SemaphoreName name("construct");
-    const Mutex mutex(name.plain());
+namespace {
+
+/// A name, and two objects of it.
+class MutexTest : public testing::Test {
+protected:
+    const SemaphoreName name = SemaphoreName("mutex");
+    Mutex mutex = Mutex(name.plain());
+    Mutex other = Mutex(name.plain());
+};
+
+} // namespace
+
+TEST_F(MutexTest, ConstructionAsksNothingOfTheSystem) {
     EXPECT_FALSE(name.exists());
 }
 
-TEST(Mutex, IsHeldByWhoeverCreatedTheSemaphore) {
-    const SemaphoreName name("hold");
-    Mutex mutex(name.plain());
+TEST_F(MutexTest, IsHeldByWhoeverCreatedTheSemaphore) {
     EXPECT_TRUE(mutex.tryLock());
     EXPECT_TRUE(name.exists());
 }
 
-TEST(Mutex, TryLockFailsWhenTheSemaphoreExistsAndEachCallTriesAgain) {
-    const SemaphoreName name("again");
+TEST_F(MutexTest, TryLockFailsWhenTheSemaphoreExistsAndEachCallTriesAgain) {
     EXPECT_FALSE(Common::Synchronization::semaphoreExists(name.plain()));
-    Mutex mutex(name.plain());
     EXPECT_FALSE(mutex.tryLock());
     EXPECT_FALSE(mutex.tryLock());
     name.unlink();
     EXPECT_TRUE(mutex.tryLock());
 }
 
-TEST(Mutex, TryLockOfAHolderIsTrueWithoutAskingAgain) {
-    const SemaphoreName name("holder");
-    Mutex mutex(name.plain());
+TEST_F(MutexTest, TryLockOfAHolderIsTrueWithoutAskingAgain) {
     EXPECT_TRUE(mutex.tryLock());
     name.unlink();
     EXPECT_TRUE(mutex.tryLock());
     EXPECT_FALSE(name.exists());
 }
 
-TEST(Mutex, SecondObjectOfTheNameGetsItAfterTheFirstUnlocks) {
-    const SemaphoreName name("second");
+TEST_F(MutexTest, SecondObjectOfTheNameGetsItAfterTheFirstUnlocks) {
     Mutex first(name.plain());
     Mutex second(name.absolute());
     EXPECT_TRUE(first.tryLock());
@@ -61,60 +64,47 @@ TEST(Mutex, SecondObjectOfTheNameGetsItAfterTheFirstUnlocks) {
     EXPECT_FALSE(first.tryLock());
 }
 
-TEST(Mutex, UnlockUnlinksTheNameAndIsTrue) {
-    const SemaphoreName name("unlock");
-    Mutex mutex(name.plain());
+TEST_F(MutexTest, UnlockUnlinksTheNameAndIsTrue) {
     EXPECT_TRUE(mutex.tryLock());
     EXPECT_TRUE(mutex.unlock());
     EXPECT_FALSE(name.exists());
     EXPECT_TRUE(mutex.tryLock());
 }
 
-TEST(Mutex, UnlockOfAnObjectThatNeverLockedIsTrueAndLeavesTheNameAlone) {
-    const SemaphoreName name("never");
-    Mutex holder(name.plain());
-    Mutex other(name.plain());
-    EXPECT_TRUE(holder.tryLock());
+TEST_F(MutexTest, UnlockOfAnObjectThatNeverLockedIsTrueAndLeavesTheNameAlone) {
+    EXPECT_TRUE(mutex.tryLock());
     EXPECT_TRUE(other.unlock());
     EXPECT_TRUE(name.exists());
 }
 
-TEST(Mutex, UnlockAfterAFailedTryLockIsFalseAndLeavesTheNameAlone) {
-    const SemaphoreName name("failed");
-    Mutex holder(name.plain());
-    Mutex other(name.plain());
-    EXPECT_TRUE(holder.tryLock());
+TEST_F(MutexTest, UnlockAfterAFailedTryLockIsFalseAndLeavesTheNameAlone) {
+    EXPECT_TRUE(mutex.tryLock());
     EXPECT_FALSE(other.tryLock());
     EXPECT_FALSE(other.unlock());
     EXPECT_TRUE(name.exists());
 }
 
-TEST(Mutex, UnlockWorksWhenTheNameIsGoneAlready) {
-    const SemaphoreName name("gone");
-    Mutex mutex(name.plain());
+TEST_F(MutexTest, UnlockWorksWhenTheNameIsGoneAlready) {
     EXPECT_TRUE(mutex.tryLock());
     name.unlink();
     EXPECT_TRUE(mutex.unlock());
     EXPECT_TRUE(mutex.tryLock());
 }
 
-TEST(Mutex, DestructorUnlocksWhatTheObjectHolds) {
-    const SemaphoreName name("destructor");
+TEST_F(MutexTest, DestructorUnlocksWhatTheObjectHolds) {
     std::optional<Mutex> holder(name.plain());
     EXPECT_TRUE(holder->tryLock());
     {
-        Mutex other(name.plain());
-        EXPECT_FALSE(other.tryLock());
+        Mutex third(name.plain());
+        EXPECT_FALSE(third.tryLock());
     }
     EXPECT_TRUE(name.exists());
     holder.reset();
     EXPECT_FALSE(name.exists());
 }
 
-TEST(Mutex, UnlockAndWaitReleasesTheLockAndBlocksUntilAPost) {
-    const SemaphoreName name("wait");
+TEST_F(MutexTest, UnlockAndWaitReleasesTheLockAndBlocksUntilAPost) {
     std::atomic<bool> posted = false;
-    Mutex mutex(name.plain());
     EXPECT_TRUE(mutex.tryLock());
     const ObservedThread waiter([&] { posted = mutex.unlockAndWait(); });
     EXPECT_TRUE(waiter.fallsAsleep());
@@ -127,22 +117,17 @@ TEST(Mutex, UnlockAndWaitReleasesTheLockAndBlocksUntilAPost) {
     EXPECT_FALSE(mutex.tryLock());
 }
 
-TEST(Mutex, UnlockAndWaitOfANonHolderWaitsOnTheHoldersSemaphore) {
-    const SemaphoreName name("wait-other");
-    Mutex holder(name.plain());
-    EXPECT_TRUE(holder.tryLock());
-    Mutex other(name.plain());
+TEST_F(MutexTest, UnlockAndWaitOfANonHolderWaitsOnTheHoldersSemaphore) {
+    EXPECT_TRUE(mutex.tryLock());
     const ObservedThread waiter([&] { (void)other.unlockAndWait(); });
     EXPECT_TRUE(waiter.fallsAsleep());
     EXPECT_TRUE(Common::Synchronization::postSemaphore(name.plain()));
     EXPECT_TRUE(waiter.finishes());
-    EXPECT_TRUE(holder.unlock());
+    EXPECT_TRUE(mutex.unlock());
     EXPECT_FALSE(name.exists());
 }
 
-TEST(Mutex, WorksBetweenProcesses) {
-    const SemaphoreName name("process");
-    Mutex mutex(name.plain());
+TEST_F(MutexTest, WorksBetweenProcesses) {
     EXPECT_TRUE(mutex.tryLock());
     EXPECT_TRUE(inChildProcess([&] { return !Mutex(name.plain()).tryLock(); }));
     EXPECT_TRUE(mutex.unlock());
@@ -150,8 +135,7 @@ TEST(Mutex, WorksBetweenProcesses) {
     EXPECT_TRUE(mutex.tryLock());
 }
 
-TEST(Mutex, HolderThatEndsWithoutUnlockingLeavesTheLockTaken) {
-    const SemaphoreName name("killed");
+TEST_F(MutexTest, HolderThatEndsWithoutUnlockingLeavesTheLockTaken) {
     EXPECT_TRUE(inChildProcess([&] {
         Mutex held(name.plain());
         if (!held.tryLock()) {
@@ -159,7 +143,6 @@ TEST(Mutex, HolderThatEndsWithoutUnlockingLeavesTheLockTaken) {
         }
         _exit(0);
     }));
-    Mutex mutex(name.plain());
     EXPECT_FALSE(mutex.tryLock());
     name.unlink();
     EXPECT_TRUE(mutex.tryLock());

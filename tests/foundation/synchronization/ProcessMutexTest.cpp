@@ -1,5 +1,6 @@
 #include "foundation/synchronization/ProcessMutex.h"
 
+#include "foundation/synchronization/RecursiveProcessMutex.h"
 #include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/synchronization/ObservedThread.h"
 
@@ -13,18 +14,32 @@
 
 using Common::NonCopyable;
 using Common::Synchronization::ProcessMutex;
+using Common::Synchronization::RecursiveProcessMutex;
 using ZNORBTEST::AllocationWatch;
 using ZNORBTEST::FailingAllocation;
 using ZNORBTEST::ObservedThread;
 
 namespace {
 
-using ProcessMutexAllocations = ZNORBTEST::AllocationTest;
+/// What both kinds of locks between the threads of a process have in common.
+template <typename Mutex>
+class ProcessMutexOfEachKind : public testing::Test {};
+
+template <typename Mutex>
+class ProcessMutexAllocations : public ZNORBTEST::AllocationTest {
+protected:
+    static constexpr long heapObjects = std::is_same_v<Mutex, ProcessMutex> ? 1 : 3;
+};
+
+using Mutexes = testing::Types<ProcessMutex, RecursiveProcessMutex>;
+
+TYPED_TEST_SUITE(ProcessMutexOfEachKind, Mutexes);
+TYPED_TEST_SUITE(ProcessMutexAllocations, Mutexes);
 
 } // namespace
 
-TEST(ProcessMutex, KeepsOthersOutUntilItIsUnlocked) {
-    ProcessMutex mutex;
+TYPED_TEST(ProcessMutexOfEachKind, KeepsOthersOutUntilItIsUnlocked) {
+    TypeParam mutex;
     std::atomic<bool> released = false;
     std::atomic<bool> enteredAfterRelease = false;
     mutex.lock();
@@ -40,10 +55,10 @@ TEST(ProcessMutex, KeepsOthersOutUntilItIsUnlocked) {
     EXPECT_TRUE(enteredAfterRelease);
 }
 
-TEST(ProcessMutex, OnlyOneThreadAtATimeHoldsIt) {
+TYPED_TEST(ProcessMutexOfEachKind, OnlyOneThreadAtATimeHoldsIt) {
     constexpr int threadCount = 4;
     constexpr int rounds = 5000;
-    ProcessMutex mutex;
+    TypeParam mutex;
     int counter = 0;
     std::vector<std::thread> threads;
     for (int i = 0; i < threadCount; ++i) {
@@ -61,28 +76,33 @@ TEST(ProcessMutex, OnlyOneThreadAtATimeHoldsIt) {
     EXPECT_EQ(counter, threadCount * rounds);
 }
 
-TEST_F(ProcessMutexAllocations, KeepsItsOneHeapObjectUntilDestroyed) {
+TYPED_TEST(ProcessMutexAllocations, AreKeptUntilItIsDestroyed) {
     const AllocationWatch watch;
     {
-        const ProcessMutex mutex;
-        EXPECT_EQ(watch.outstanding(), 1);
+        const TypeParam mutex;
+        EXPECT_EQ(watch.outstanding(), TestFixture::heapObjects);
     }
     EXPECT_EQ(watch.outstanding(), 0);
 }
 
-TEST_F(ProcessMutexAllocations, FailedConstructionLeavesNothingBehind) {
-    const AllocationWatch watch;
-    {
-        const FailingAllocation failure(0);
-        EXPECT_THROW(ProcessMutex(), std::bad_alloc);
+TYPED_TEST(ProcessMutexAllocations, AreNoneAfterAFailedConstruction) {
+    for (long succeeding = 0; succeeding < TestFixture::heapObjects; ++succeeding) {
+        const AllocationWatch watch;
+        {
+            const FailingAllocation failure(succeeding);
+            EXPECT_THROW(TypeParam(), std::bad_alloc);
+        }
+        EXPECT_EQ(watch.outstanding(), 0);
     }
-    EXPECT_EQ(watch.outstanding(), 0);
 }
 
-TEST(ProcessMutex, IsAPrivateNonCopyableWithOneField) {
-    EXPECT_TRUE((std::is_base_of_v<NonCopyable, ProcessMutex>));
-    EXPECT_FALSE((std::is_convertible_v<ProcessMutex*, NonCopyable*>));
-    EXPECT_FALSE(std::is_copy_constructible_v<ProcessMutex>);
-    EXPECT_TRUE(std::has_virtual_destructor_v<ProcessMutex>);
+TYPED_TEST(ProcessMutexOfEachKind, IsAPrivateNonCopyable) {
+    EXPECT_TRUE((std::is_base_of_v<NonCopyable, TypeParam>));
+    EXPECT_FALSE((std::is_convertible_v<TypeParam*, NonCopyable*>));
+    EXPECT_FALSE(std::is_copy_constructible_v<TypeParam>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<TypeParam>);
+}
+
+TEST(ProcessMutex, HasOneField) {
     EXPECT_EQ(sizeof(ProcessMutex), sizeof(NonCopyable) + sizeof(void*));
 }

@@ -1,27 +1,21 @@
 #include "foundation/synchronization/RecursiveProcessMutex.h"
 
-#include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/synchronization/ObservedThread.h"
+#include "tests/support/Rows.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <memory>
-#include <new>
+#include <string>
 #include <thread>
-#include <type_traits>
 #include <vector>
 
-using Common::NonCopyable;
 using Common::Synchronization::RecursiveProcessMutex;
-using ZNORBTEST::AllocationWatch;
-using ZNORBTEST::FailingAllocation;
 using ZNORBTEST::ObservedThread;
 
 namespace {
-
-using RecursiveProcessMutexAllocations = ZNORBTEST::AllocationTest;
 
 /// A thread that takes the lock, leaves it again and ends.
 std::unique_ptr<ObservedThread> startVisitor(RecursiveProcessMutex& mutex) {
@@ -41,22 +35,46 @@ void unlockOnAnotherThread(RecursiveProcessMutex& mutex) {
     std::thread([&mutex] { mutex.unlock(); }).join();
 }
 
-} // namespace
+/// The calling thread's locks and unlocks of it ("L" and "U"), and stray unlocks of another thread ("S"),
+/// each with what a visitor does after it: it waits until the last one.
+class LockedToDepth : public testing::TestWithParam<ZNORBTEST::Row<std::string, std::string>> {};
 
-TEST(RecursiveProcessMutex, ThreeLocksNeedThreeUnlocks) {
+TEST_P(LockedToDepth, WakesAVisitorWithItsLastUnlock) {
     RecursiveProcessMutex mutex;
-    for (int i = 0; i < 3; ++i) {
-        mutex.lock();
+    const auto act = [&mutex](char step) {
+        if (step == 'L') {
+            mutex.lock();
+        } else if (step == 'U') {
+            mutex.unlock();
+        } else {
+            unlockOnAnotherThread(mutex);
+        }
+    };
+    for (const char step : GetParam().given) {
+        act(step);
     }
     const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.unlock();
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.unlock();
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.unlock();
+    for (const char step : GetParam().expected) {
+        EXPECT_TRUE(visitor->fallsAsleep()) << "before " << step;
+        act(step);
+    }
     EXPECT_TRUE(visitor->finishes());
 }
+
+// Before the visitor comes, and while it waits.
+const ZNORBTEST::Row<std::string, std::string> depths[] = {
+    {"ThreeLocksNeedThreeUnlocks", "LLL", "UUU"},
+    {"OwnerTakesItAgainWhileOthersWait", "L", "LUU"},
+    {"StrayUnlockReleasesTheOwnersOnlyLevel", "L", "S"},
+    {"StrayUnlockTakesOneLevelOfSeveral", "LLLS", "UU"},
+    {"UnlockAfterAStrayReleaseDoesNothing", "LSU", ""},
+    {"UnlocksOfALockThatNobodyHoldsDoNothing", "UUU", ""},
+    {"IsTakenAfterUnlocksThatDidNothing", "UUUL", "U"},
+};
+
+INSTANTIATE_TEST_SUITE_P(RecursiveProcessMutex, LockedToDepth, testing::ValuesIn(depths), ZNORBTEST::rowName);
+
+} // namespace
 
 TEST(RecursiveProcessMutex, BlockedThreadWakesWhenTheDepthDropsToZeroAndNotBefore) {
     RecursiveProcessMutex mutex;
@@ -76,18 +94,6 @@ TEST(RecursiveProcessMutex, BlockedThreadWakesWhenTheDepthDropsToZeroAndNotBefor
     mutex.unlock();
     EXPECT_TRUE(blocked.finishes());
     EXPECT_TRUE(enteredInTime);
-}
-
-TEST(RecursiveProcessMutex, OwnerTakesItAgainWhileOthersWait) {
-    RecursiveProcessMutex mutex;
-    mutex.lock();
-    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.lock();
-    mutex.unlock();
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.unlock();
-    EXPECT_TRUE(visitor->finishes());
 }
 
 TEST(RecursiveProcessMutex, WaitersAreWokenOneByOneUntilAllHaveHadIt) {
@@ -154,37 +160,6 @@ TEST(RecursiveProcessMutex, OnlyOneThreadAtATimeOwnsItHoweverDeep) {
     EXPECT_EQ(counter, 2 * threadCount * rounds);
 }
 
-TEST(RecursiveProcessMutex, StrayUnlockReleasesTheOwnersOnlyLevelAndWakesAWaiter) {
-    RecursiveProcessMutex mutex;
-    mutex.lock();
-    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
-    EXPECT_TRUE(visitor->fallsAsleep());
-    unlockOnAnotherThread(mutex);
-    EXPECT_TRUE(visitor->finishes());
-}
-
-TEST(RecursiveProcessMutex, StrayUnlockTakesOneLevelOfSeveral) {
-    RecursiveProcessMutex mutex;
-    for (int i = 0; i < 3; ++i) {
-        mutex.lock();
-    }
-    unlockOnAnotherThread(mutex);
-    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.unlock();
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.unlock();
-    EXPECT_TRUE(visitor->finishes());
-}
-
-TEST(RecursiveProcessMutex, UnlockAfterAStrayReleaseDoesNothing) {
-    RecursiveProcessMutex mutex;
-    mutex.lock();
-    unlockOnAnotherThread(mutex);
-    mutex.unlock();
-    EXPECT_TRUE(isFree(mutex));
-}
-
 TEST(RecursiveProcessMutex, OwnerWhoLostTheLockToAStrayUnlockTakesALevelOffItsSuccessor) {
     RecursiveProcessMutex mutex;
     mutex.lock();
@@ -203,19 +178,6 @@ TEST(RecursiveProcessMutex, OwnerWhoLostTheLockToAStrayUnlockTakesALevelOffItsSu
     leave = true;
     EXPECT_TRUE(successor.finishes());
     EXPECT_TRUE(isFree(mutex));
-}
-
-TEST(RecursiveProcessMutex, UnlockOfALockThatNobodyHoldsDoesNothing) {
-    RecursiveProcessMutex mutex;
-    for (int i = 0; i < 3; ++i) {
-        mutex.unlock();
-    }
-    EXPECT_TRUE(isFree(mutex));
-    mutex.lock();
-    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
-    EXPECT_TRUE(visitor->fallsAsleep());
-    mutex.unlock();
-    EXPECT_TRUE(visitor->finishes());
 }
 
 TEST(RecursiveProcessMutex, StaysUsableUnderStrayUnlocksFromManyThreads) {
@@ -239,31 +201,4 @@ TEST(RecursiveProcessMutex, StaysUsableUnderStrayUnlocksFromManyThreads) {
         thread.join();
     }
     EXPECT_TRUE(isFree(mutex));
-}
-
-TEST_F(RecursiveProcessMutexAllocations, KeepsItsThreeHeapObjectsUntilDestroyed) {
-    const AllocationWatch watch;
-    {
-        const RecursiveProcessMutex mutex;
-        EXPECT_EQ(watch.outstanding(), 3);
-    }
-    EXPECT_EQ(watch.outstanding(), 0);
-}
-
-TEST_F(RecursiveProcessMutexAllocations, FailedConstructionLeavesNothingBehind) {
-    for (long succeeding = 0; succeeding < 3; ++succeeding) {
-        const AllocationWatch watch;
-        {
-            const FailingAllocation failure(succeeding);
-            EXPECT_THROW(RecursiveProcessMutex(), std::bad_alloc);
-        }
-        EXPECT_EQ(watch.outstanding(), 0);
-    }
-}
-
-TEST(RecursiveProcessMutex, IsAPrivateNonCopyable) {
-    EXPECT_TRUE((std::is_base_of_v<NonCopyable, RecursiveProcessMutex>));
-    EXPECT_FALSE((std::is_convertible_v<RecursiveProcessMutex*, NonCopyable*>));
-    EXPECT_FALSE(std::is_copy_constructible_v<RecursiveProcessMutex>);
-    EXPECT_TRUE(std::has_virtual_destructor_v<RecursiveProcessMutex>);
 }
