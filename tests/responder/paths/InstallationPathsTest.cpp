@@ -5,6 +5,7 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/ProcessEnd.h"
+#include "tests/support/Rows.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -48,9 +49,58 @@ protected:
     }
 };
 
-TEST_F(InstallationPathsTest, BinaryPathIsTheDirectoryOfTheExecutable) {
-    EXPECT_EQ(binaryPathOf("/opt/zn/znorb/bin/znorbresponder"), "/opt/zn/znorb/bin");
+/// What the executable's link reads as, a subdirectory that is asked for, and the binary path.
+struct Link {
+    const char* name;
+    std::string link;
+    std::string subdirectory;
+    std::string path;
+
+    friend void PrintTo(const Link& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class BinaryPath : public InstallationPathsTest, public testing::WithParamInterface<Link> {};
+
+TEST_P(BinaryPath, IsTheDirectoryOfTheExecutable) {
+    EXPECT_EQ(binaryPathOf(GetParam().link, GetParam().subdirectory), GetParam().path);
 }
+
+const std::string longName = std::string(80, 'd');
+const std::string above = componentOf(40);
+
+// The link is read into 80 bytes, and its last component is removed from what fits.
+const Link links[] = {
+    {"OfTheUsualInstallation", "/opt/zn/znorb/bin/znorbresponder", "", "/opt/zn/znorb/bin"},
+    {"SubdirectoryBehindASlash", "/srv/app/bin/program", "plugins", "/srv/app/bin/plugins"},
+    {"SubdirectoryOfSeveralComponents", "/srv/app/bin/program", "a/b/", "/srv/app/bin/a/b/"},
+    {"SubdirectoryWithASlashOfItsOwn", "/srv/app/bin/program", "/rooted", "/srv/app/bin//rooted"},
+    {"CutAtABackslashThoughSlashesFollow", "/opt/a\\b/bin/program", "", "/opt/a"},
+    {"CutAtTheLastBackslash", "C:\\app\\bin\\program", "", "C:\\app\\bin"},
+    {"CutAtTheOnlyBackslash", "C:\\app/bin/program", "", "C:"},
+    {"LinkWithoutASeparator", "program", "", "program"},
+    {"LinkWithoutASeparatorAndASubdirectory", "program", "sub", "program/sub"},
+    {"TrailingSlashes", "/opt/zn//program", "", "/opt/zn"},
+    {"TrailingSeparatorsOfEitherKind", "/opt/zn\\/\\program", "", "/opt/zn"},
+    {"RootDirectory", "/program", "", ""},
+    {"SubdirectoryOfTheRootDirectory", "/program", "sub", "/sub"},
+    {"RootDirectoryOfManySlashes", "///program", "", ""},
+    {"EmptyLink", "", "", ""},
+    {"EmptyLinkAndASubdirectory", "", "sub", "/sub"},
+    {"LinkOf78Bytes", componentOf(76) + "/p", "", componentOf(76)},
+    {"LinkOf79Bytes", componentOf(77) + "/p", "", componentOf(77)},
+    {"LinkOf80Bytes", componentOf(78) + "/p", "", componentOf(78)},
+    {"NestedLinkOf78Bytes", "/a" + componentOf(74) + "/p", "", "/a" + componentOf(74)},
+    {"NestedLinkOf79Bytes", "/a" + componentOf(75) + "/p", "", "/a" + componentOf(75)},
+    {"NestedLinkOf80Bytes", "/a" + componentOf(76) + "/p", "", "/a" + componentOf(76)},
+    {"DirectoryThatIsCut", above + componentOf(60) + "/program", "", above},
+    {"DirectoryOf80BytesLosesItsEnd", above + componentOf(40) + "/p", "", above},
+    {"DirectoryOf79BytesKeepsItsSeparator", above + componentOf(39) + "/p", "", above + componentOf(39)},
+    {"OnlyTheNameIsCut", above + "/" + std::string(5000, 'p'), "", above},
+    {"OnlySeparatorBeyondTheCut", longName + "/program", "", longName},
+    {"OnlySeparatorBeyondTheCutAndASubdirectory", longName + "/program", "sub", longName + "/sub"},
+};
+
+INSTANTIATE_TEST_SUITE_P(InstallationPaths, BinaryPath, testing::ValuesIn(links), rowName);
 
 TEST_F(InstallationPathsTest, BinaryPathOfTheRunningProgramIsReadFromItsLink) {
     const std::string program = realExecutable().substr(0, 80);
@@ -61,39 +111,6 @@ TEST_F(InstallationPathsTest, ProductDoesNotMatterWhereTheLinkCanBeRead) {
     const ExecutableLink link("/srv/app/bin/program");
     EXPECT_EQ(getBinaryPath("ris", ""), "/srv/app/bin");
     EXPECT_EQ(getBinaryPath("", ""), "/srv/app/bin");
-}
-
-TEST_F(InstallationPathsTest, SubdirectoryFollowsBehindASlash) {
-    EXPECT_EQ(binaryPathOf("/srv/app/bin/program", "plugins"), "/srv/app/bin/plugins");
-    EXPECT_EQ(binaryPathOf("/srv/app/bin/program", "a/b/"), "/srv/app/bin/a/b/");
-    EXPECT_EQ(binaryPathOf("/srv/app/bin/program", "/rooted"), "/srv/app/bin//rooted");
-}
-
-TEST_F(InstallationPathsTest, LinkIsCutAtTheLastBackslashWhereItHasOne) {
-    EXPECT_EQ(binaryPathOf("/opt/a\\b/bin/program"), "/opt/a");
-    EXPECT_EQ(binaryPathOf("C:\\app\\bin\\program"), "C:\\app\\bin");
-    EXPECT_EQ(binaryPathOf("C:\\app/bin/program"), "C:");
-}
-
-TEST_F(InstallationPathsTest, LinkWithoutASeparatorStaysWhole) {
-    EXPECT_EQ(binaryPathOf("program"), "program");
-    EXPECT_EQ(binaryPathOf("program", "sub"), "program/sub");
-}
-
-TEST_F(InstallationPathsTest, TrailingSeparatorsOfTheDirectoryAreRemoved) {
-    EXPECT_EQ(binaryPathOf("/opt/zn//program"), "/opt/zn");
-    EXPECT_EQ(binaryPathOf("/opt/zn\\/\\program"), "/opt/zn");
-}
-
-TEST_F(InstallationPathsTest, ExecutableInTheRootDirectoryGivesAnEmptyDirectory) {
-    EXPECT_EQ(binaryPathOf("/program"), "");
-    EXPECT_EQ(binaryPathOf("/program", "sub"), "/sub");
-    EXPECT_EQ(binaryPathOf("///program"), "");
-}
-
-TEST_F(InstallationPathsTest, LinkThatReadsAsNothingGivesAnEmptyDirectory) {
-    EXPECT_EQ(binaryPathOf(""), "");
-    EXPECT_EQ(binaryPathOf("", "sub"), "/sub");
 }
 
 TEST_F(InstallationPathsTest, LinkThatCannotBeReadGivesAnEmptyDirectory) {
@@ -109,29 +126,6 @@ TEST_F(InstallationPathsTest, LinkIsReadIntoExactly80Bytes) {
     const ExecutableLink link("/srv/app/bin/program");
     (void)getBinaryPath("znorb", "");
     EXPECT_EQ(ExecutableLink::sizeAskedFor(), 80U);
-}
-
-TEST_F(InstallationPathsTest, LinkOfUpTo80BytesIsReadWhole) {
-    for (const std::size_t length : {78U, 79U, 80U}) {
-        const std::string directory = componentOf(length - 2);
-        EXPECT_EQ(binaryPathOf(directory + "/p"), directory) << length;
-        const std::string nested = "/a" + componentOf(length - 4);
-        EXPECT_EQ(binaryPathOf(nested + "/p"), nested) << length;
-    }
-}
-
-TEST_F(InstallationPathsTest, LongerLinkIsCutAt80BytesBeforeItsLastComponentIsRemoved) {
-    const std::string outer = componentOf(40);
-    EXPECT_EQ(binaryPathOf(outer + componentOf(60) + "/program"), outer) << "the directory itself is cut";
-    EXPECT_EQ(binaryPathOf(outer + componentOf(40) + "/p"), outer) << "a directory of 80 bytes loses its end";
-    EXPECT_EQ(binaryPathOf(outer + componentOf(39) + "/p"), outer + componentOf(39))
-        << "of 79, the separator is kept as the 80th byte";
-    EXPECT_EQ(binaryPathOf(outer + "/" + std::string(5000, 'p')), outer) << "only the name is cut";
-}
-
-TEST_F(InstallationPathsTest, LongLinkWithItsOnlySeparatorBeyondTheCutStaysWhole) {
-    EXPECT_EQ(binaryPathOf(std::string(80, 'd') + "/program"), std::string(80, 'd'));
-    EXPECT_EQ(binaryPathOf(std::string(80, 'd') + "/program", "sub"), std::string(80, 'd') + "/sub");
 }
 
 // ---- programs that are really started from a path of some length -----------------------------------
@@ -242,19 +236,10 @@ void expectWithoutProc(const std::function<std::string()>& question, const std::
     EXPECT_EQ(*answer, expected);
 }
 
-TEST_F(InstallationPathsTest, WithoutProcBinaryPathIsTheUsualInstallation) {
+TEST_F(InstallationPathsTest, WithoutProcThePathsAreThoseOfTheUsualInstallation) {
     expectWithoutProc([]() { return getBinaryPath("znorb", ""); }, "/opt/zn/znorb/bin");
-}
-
-TEST_F(InstallationPathsTest, WithoutProcProductNamesTheInstallation) {
     expectWithoutProc([]() { return getBinaryPath("ris", ""); }, "/opt/zn/ris/bin");
-}
-
-TEST_F(InstallationPathsTest, WithoutProcSubdirectoryFollowsToo) {
     expectWithoutProc([]() { return getBinaryPath("znorb", "sub"); }, "/opt/zn/znorb/bin/sub");
-}
-
-TEST_F(InstallationPathsTest, WithoutProcHtmlPathIsThatOfTheUsualInstallation) {
     expectWithoutProc([]() { return getHtmlPath("znorb", ""); }, "/opt/zn/znorb/HTML/ORB1");
 }
 
@@ -281,15 +266,9 @@ protected:
     ExecutableLink m_link = ExecutableLink("/opt/zn/znorb/bin/znorbresponder");
 };
 
-TEST_F(InstallationPathsHtmlTest, VariantOfZnorbIsOrb1) {
+TEST_F(InstallationPathsHtmlTest, VariantIsThatOfTheProduct) {
     EXPECT_EQ(getHtmlPath("znorb", ""), "/opt/zn/znorb/HTML/ORB1");
-}
-
-TEST_F(InstallationPathsHtmlTest, VariantOfRisIsRis) {
     EXPECT_EQ(getHtmlPath("ris", ""), "/opt/zn/znorb/HTML/RIS");
-}
-
-TEST_F(InstallationPathsHtmlTest, VariantOfAnyOtherProductIsEmpty) {
     for (const std::string product : {"", "ZNORB", "Ris", "znorb1", "zn"}) {
         EXPECT_EQ(getHtmlPath(product, ""), "/opt/zn/znorb/HTML/") << product;
     }
@@ -325,18 +304,16 @@ TEST_F(InstallationPathsHtmlTest, SubPathFollowsTheVariableToo) {
 }
 
 TEST_F(InstallationPathsTest, HtmlPathWithoutTheVariableLiesBesideTheExecutablesDirectory) {
-    const ExecutableLink link("C:\\znorb\\bin\\program");
-    EXPECT_EQ(getHtmlPath("znorb", ""), "C:\\znorb/HTML/ORB1");
-}
-
-TEST_F(InstallationPathsTest, HtmlPathOfAnEmptyExecutablesDirectoryLiesInTheRoot) {
-    const ExecutableLink link("");
-    EXPECT_EQ(getHtmlPath("znorb", ""), "/HTML/ORB1");
-}
-
-TEST_F(InstallationPathsTest, HtmlPathOfAnExecutableInATopDirectoryLiesInTheRoot) {
-    const ExecutableLink link("/bin/program");
-    EXPECT_EQ(getHtmlPath("znorb", "x"), "/HTML/ORB1/x");
+    const Row<std::string, std::string> executables[] = {
+        {"usual", "C:\\znorb\\bin\\program", "C:\\znorb/HTML/ORB1/x"},
+        {"an empty directory", "", "/HTML/ORB1/x"},
+        {"a top directory", "/bin/program", "/HTML/ORB1/x"},
+    };
+    for (const auto& executable : executables) {
+        const ExecutableLink link(executable.given);
+        EXPECT_EQ(getHtmlPath("znorb", "x"), executable.expected) << executable.name;
+        EXPECT_EQ(getHtmlPath("znorb", "") + "/x", executable.expected) << executable.name;
+    }
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "responder/service/UnifiedResponderMonitor.h"
 #include "tests/responder/SocketPair.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 
 #include <gmock/gmock.h>
@@ -25,15 +26,6 @@ protected:
 
     bool read() { return UnifiedResponderMonitor::readRequest(socket, command, tokens); }
 
-    /// The tokens of a request that arrives whole.
-    std::vector<std::string> tokensOf(const std::string& request) {
-        peer.write(request);
-        EXPECT_TRUE(read());
-        EXPECT_FALSE(tokens.empty());
-        EXPECT_EQ(command, tokens.empty() ? "" : tokens.front());
-        return tokens;
-    }
-
     void expectNothingRead() {
         EXPECT_FALSE(read());
         EXPECT_EQ(command, "");
@@ -49,65 +41,45 @@ protected:
     std::vector<std::string> tokens = {"before", "that"};
 };
 
-TEST_F(ReadRequest, WordAloneIsTheOnlyToken) {
-    EXPECT_THAT(tokensOf("QUIT"), ElementsAre("QUIT"));
+/// A request that arrives whole, and its tokens.
+using Request = ZNORBTEST::Row<std::string, std::vector<std::string>>;
+
+class RequestTokens : public ReadRequest, public testing::WithParamInterface<Request> {};
+
+TEST_P(RequestTokens, AreWhatItsBarsSeparate) {
+    peer.write(GetParam().given);
+    EXPECT_TRUE(read());
+    EXPECT_EQ(tokens, GetParam().expected) << "and those before are forgotten";
+    EXPECT_EQ(command, GetParam().expected.front());
 }
 
-TEST_F(ReadRequest, BarSeparatesTokens) {
-    EXPECT_THAT(tokensOf("GET|en|30"), ElementsAre("GET", "en", "30"));
-}
+const std::string longLanguage(1020, 'l');
 
-TEST_F(ReadRequest, BarAtTheEndIsFollowedByAnEmptyToken) {
-    EXPECT_THAT(tokensOf("GET|en|"), ElementsAre("GET", "en", ""));
-}
+const Request requests[] = {
+    {"WordAlone", "QUIT", {"QUIT"}},
+    {"BarsBetweenWords", "GET|en|30", {"GET", "en", "30"}},
+    {"BarAtTheEndIsFollowedByAnEmptyToken", "GET|en|", {"GET", "en", ""}},
+    {"BarAtTheBeginFollowsAnEmptyCommand", "|GET", {"", "GET"}},
+    {"BarsInARowHaveEmptyTokensBetween", "GET|||x", {"GET", "", "", "x"}},
+    {"BarAloneIsTwoEmptyTokens", "|", {"", ""}},
+    {"BarsOnlyAreOneTokenMoreThanBars", std::string(2000, '|'), std::vector<std::string>(1025)},
+    {"AWordIsNotTrimmed", " QUIT \r\n", {" QUIT \r\n"}},
+    {"NoTokenIsTrimmed", "GET | en\n", {"GET ", " en\n"}},
+    {"NulIsAByteLikeOthers", {"QUIT\0", 5}, {{"QUIT\0", 5}}},
+    {"NulsAroundABar", {"\0|\0", 3}, {std::string(1, '\0'), std::string(1, '\0')}},
+    {"BytesAboveAscii", "GET|\xc3\xa9\xff", {"GET", "\xc3\xa9\xff"}},
+    {"RequestOf1024Bytes", "GET|" + longLanguage, {"GET", longLanguage}},
+};
 
-TEST_F(ReadRequest, BarAtTheBeginFollowsAnEmptyCommand) {
-    EXPECT_THAT(tokensOf("|GET"), ElementsAre("", "GET"));
-    EXPECT_EQ(command, "");
-}
-
-TEST_F(ReadRequest, BarsInARowHaveEmptyTokensBetween) {
-    EXPECT_THAT(tokensOf("GET|||x"), ElementsAre("GET", "", "", "x"));
-}
-
-TEST_F(ReadRequest, BarAloneIsTwoEmptyTokens) {
-    EXPECT_THAT(tokensOf("|"), ElementsAre("", ""));
-}
-
-TEST_F(ReadRequest, NothingIsTrimmed) {
-    EXPECT_THAT(tokensOf(" QUIT \r\n"), ElementsAre(" QUIT \r\n"));
-    EXPECT_THAT(tokensOf("GET | en\n"), ElementsAre("GET ", " en\n"));
-}
-
-TEST_F(ReadRequest, NulsAreBytesLikeOthers) {
-    EXPECT_THAT(tokensOf(std::string("QUIT\0", 5)), ElementsAre(std::string("QUIT\0", 5)));
-    EXPECT_THAT(tokensOf(std::string("\0|\0", 3)), ElementsAre(std::string(1, '\0'), std::string(1, '\0')));
-}
-
-TEST_F(ReadRequest, BytesAboveAsciiAreKept) {
-    EXPECT_THAT(tokensOf("GET|\xc3\xa9\xff"), ElementsAre("GET", "\xc3\xa9\xff"));
-}
-
-TEST_F(ReadRequest, EarlierResultsAreForgotten) {
-    EXPECT_THAT(tokensOf("GET|en|30"), ElementsAre("GET", "en", "30"));
-    EXPECT_THAT(tokensOf("PRINT"), ElementsAre("PRINT"));
-}
-
-TEST_F(ReadRequest, RequestOf1024BytesIsReadWhole) {
-    const std::string language(1020, 'l');
-    EXPECT_THAT(tokensOf("GET|" + language), ElementsAre("GET", language));
-}
+INSTANTIATE_TEST_SUITE_P(ReadRequest, RequestTokens, testing::ValuesIn(requests), ZNORBTEST::rowName);
 
 TEST_F(ReadRequest, LongerRequestIsCutAt1024BytesAndTheRestStaysUnread) {
-    EXPECT_THAT(tokensOf("GET|" + std::string(1020, 'l') + "rest|"),
-                ElementsAre("GET", std::string(1020, 'l')));
+    peer.write("GET|" + longLanguage + "rest|");
+    EXPECT_TRUE(read());
+    EXPECT_THAT(tokens, ElementsAre("GET", longLanguage));
     char rest[16] = {};
     EXPECT_EQ(recvfrom(socket.descriptor(), rest, sizeof rest, MSG_DONTWAIT, nullptr, nullptr), 5);
     EXPECT_STREQ(rest, "rest|");
-}
-
-TEST_F(ReadRequest, RequestOfBarsOnlyIsOneTokenMoreThanBars) {
-    EXPECT_EQ(tokensOf(std::string(2000, '|')).size(), 1025U);
 }
 
 TEST_F(ReadRequest, RequestIsOneReadHoweverMuchFollows) {
@@ -144,24 +116,19 @@ TEST_F(ReadRequest, NothingInTimeIsNoRequest) {
     EXPECT_EQ(SelectRecorder::calls().size(), 1U) << "one wait and no other";
 }
 
-TEST_F(ReadRequest, WaitThatFailsIsNoRequest) {
+TEST_F(ReadRequest, WaitThatFailsOrFlagsAnotherDescriptorIsNoRequest) {
     peer.write("QUIT");
     SelectRecorder::fail(EINTR);
     expectNothingRead();
-}
-
-TEST_F(ReadRequest, WaitThatFlagsAnotherDescriptorIsNoRequest) {
-    peer.write("QUIT");
+    command = "before";
     SelectRecorder::returnOneWithoutDescriptor();
     expectNothingRead();
 }
 
-TEST_F(ReadRequest, PeerThatSendsNothingAndNoMoreIsNoRequest) {
+TEST_F(ReadRequest, PeerThatSendsNothingAndNoMoreOrHasClosedIsNoRequest) {
     peer.finish();
     expectNothingRead();
-}
-
-TEST_F(ReadRequest, PeerThatHasClosedIsNoRequest) {
+    command = "before";
     peer.closeFar();
     expectNothingRead();
 }

@@ -2,6 +2,7 @@
 #include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 
 #include <gmock/gmock.h>
@@ -33,43 +34,38 @@ TEST_F(UnifiedResponderMonitor, FirstGetOnAnEmptyTableIsEntryZeroAndTheNextEntry
     EXPECT_EQ(table->entries[1].in_use, 1U);
 }
 
-TEST_F(UnifiedResponderMonitor, ThirdTokenOfGetIsTheTimeOut) {
+/// The tokens behind GET on an empty table, and the client's arguments around its index.
+struct Get {
+    const char* name;
+    std::string tokens;
+    std::string language;
+    std::string timeOut;
+
+    friend void PrintTo(const Get& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class GetRequest : public UnifiedResponderMonitor, public testing::WithParamInterface<Get> {};
+
+TEST_P(GetRequest, StartsAClientWithItsTokens) {
     startServing();
-    EXPECT_THAT(askDaemon("GET|de|30"), Optional(Eq("0")));
-    EXPECT_EQ(argumentsOfClient(), "<-lang><de><-wbx><-index><0><-timeout><30>");
+    for (const std::string entry : {"0", "1"}) {
+        EXPECT_THAT(askDaemon("GET|" + GetParam().tokens), Optional(Eq(entry)));
+        EXPECT_EQ(argumentsOfClient(),
+                  "<-lang>" + GetParam().language + "<-wbx><-index><" + entry + ">" + GetParam().timeOut);
+    }
 }
 
-TEST_F(UnifiedResponderMonitor, FurtherTokensOfGetAreIgnored) {
-    startServing();
-    EXPECT_THAT(askDaemon("GET|de|30|40|x"), Optional(Eq("0")));
-    EXPECT_EQ(argumentsOfClient(), "<-lang><de><-wbx><-index><0><-timeout><30>");
-}
+const Get gets[] = {
+    {"ThirdTokenIsTheTimeOut", "de|30", "<de>", "<-timeout><30>"},
+    {"FurtherTokensAreIgnored", "de|30|40|x", "<de>", "<-timeout><30>"},
+    {"EmptyTimeOutIsNone", "de|", "<de>", ""},
+    {"EmptyLanguageIsPassedOn", "", "<>", ""},
+    {"EmptyLanguageDoesNotShiftTheTimeOut", "|7", "<>", "<-timeout><7>"},
+    {"RequestIsCutAt1024Bytes", std::string(3000, 'l'), "<" + std::string(1020, 'l') + ">", ""},
+    {"NulEndsTheLanguage", {"e\0n", 3}, "<e>", ""},
+};
 
-TEST_F(UnifiedResponderMonitor, EmptyTimeOutIsNone) {
-    startServing();
-    EXPECT_THAT(askDaemon("GET|de|"), Optional(Eq("0")));
-    EXPECT_EQ(argumentsOfClient(), "<-lang><de><-wbx><-index><0>");
-}
-
-TEST_F(UnifiedResponderMonitor, EmptyLanguageIsPassedOn) {
-    startServing();
-    EXPECT_THAT(askDaemon("GET|"), Optional(Eq("0")));
-    EXPECT_EQ(argumentsOfClient(), "<-lang><><-wbx><-index><0>");
-    EXPECT_THAT(askDaemon("GET||7"), Optional(Eq("1")));
-    EXPECT_EQ(argumentsOfClient(), "<-lang><><-wbx><-index><1><-timeout><7>");
-}
-
-TEST_F(UnifiedResponderMonitor, GetIsCutAt1024Bytes) {
-    startServing();
-    EXPECT_THAT(askDaemon("GET|" + std::string(3000, 'l')), Optional(Eq("0")));
-    EXPECT_EQ(argumentsOfClient(), "<-lang><" + std::string(1020, 'l') + "><-wbx><-index><0>");
-}
-
-TEST_F(UnifiedResponderMonitor, NulEndsTheLanguage) {
-    startServing();
-    EXPECT_THAT(askDaemon(std::string("GET|e\0n", 7)), Optional(Eq("0")));
-    EXPECT_EQ(argumentsOfClient(), "<-lang><e><-wbx><-index><0>");
-}
+INSTANTIATE_TEST_SUITE_P(UnifiedResponderMonitor, GetRequest, testing::ValuesIn(gets), ZNORBTEST::rowName);
 
 TEST_F(UnifiedResponderMonitor, ReplyToGetIsTheEntryInDecimal) {
     startServing();
@@ -158,22 +154,33 @@ TEST_P(UnknownRequest, IsAnsweredWithZeroAndDoesNothing) {
     EXPECT_THAT(linesOfService(), ElementsAre("Entry:  0, Valid?: N, ID: "));
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    UnifiedResponderMonitor, UnknownRequest,
-    testing::Values(NamedText{"QuitAndLineFeed", "QUIT\n"}, NamedText{"QuitAndLineEnd", "QUIT\r\n"},
-                    NamedText{"SpaceAndQuit", " QUIT"}, NamedText{"QuitAndSpace", "QUIT "},
-                    NamedText{"LowerCaseQuit", "quit"}, NamedText{"MixedCaseQuit", "Quit"},
-                    NamedText{"ShortQuit", "QUI"}, NamedText{"LongQuit", "QUITX"},
-                    NamedText{"QuitAndNul", std::string("QUIT\0", 5)},
-                    NamedText{"QuitAndMoreThanOneRead", "QUIT" + std::string(1100, ' ')},
-                    NamedText{"LowerCasePrint", "print"}, NamedText{"PrintAndLineFeed", "PRINT\n"},
-                    NamedText{"LowerCaseGet", "get|en"}, NamedText{"GetAndSpace", "GET |en"},
-                    NamedText{"SpaceAndGet", " GET|en"}, NamedText{"EmptyTokenAndGet", "|GET|en"},
-                    NamedText{"GetAndNul", std::string("GET\0|en", 7)}, NamedText{"Bar", "|"},
-                    NamedText{"BarsOnly", std::string(1024, '|')}, NamedText{"Nul", std::string(1, '\0')},
-                    NamedText{"BytesAboveAscii", std::string(100, '\xff')},
-                    NamedText{"FormatCharacters", "%s%n"},
-                    NamedText{"MoreThanOneRead", std::string(4000, 'Q')}),
-    ZNORBTEST::nameOf);
+const NamedText unknownRequests[] = {
+    {"QuitAndLineFeed", "QUIT\n"},
+    {"QuitAndLineEnd", "QUIT\r\n"},
+    {"SpaceAndQuit", " QUIT"},
+    {"QuitAndSpace", "QUIT "},
+    {"LowerCaseQuit", "quit"},
+    {"MixedCaseQuit", "Quit"},
+    {"ShortQuit", "QUI"},
+    {"LongQuit", "QUITX"},
+    {"QuitAndNul", {"QUIT\0", 5}},
+    {"QuitAndMoreThanOneRead", "QUIT" + std::string(1100, ' ')},
+    {"LowerCasePrint", "print"},
+    {"PrintAndLineFeed", "PRINT\n"},
+    {"LowerCaseGet", "get|en"},
+    {"GetAndSpace", "GET |en"},
+    {"SpaceAndGet", " GET|en"},
+    {"EmptyTokenAndGet", "|GET|en"},
+    {"GetAndNul", {"GET\0|en", 7}},
+    {"Bar", "|"},
+    {"BarsOnly", std::string(1024, '|')},
+    {"Nul", std::string(1, '\0')},
+    {"BytesAboveAscii", std::string(100, '\xff')},
+    {"FormatCharacters", "%s%n"},
+    {"MoreThanOneRead", std::string(4000, 'Q')},
+};
+
+INSTANTIATE_TEST_SUITE_P(UnifiedResponderMonitor, UnknownRequest, testing::ValuesIn(unknownRequests),
+                         ZNORBTEST::nameOf);
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/support/Files.h"
+#include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -9,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -34,47 +36,22 @@ protected:
     const std::string m_copy = m_to + "/file";
 };
 
-TEST_F(CopyFileToTest, ContentIsCopiedByteForByte) {
-    writeFile(m_source, allBytes() + allBytes());
-    EXPECT_TRUE(copy());
-    EXPECT_EQ(readFile(m_copy), allBytes() + allBytes());
-    EXPECT_EQ(readFile(m_source), allBytes() + allBytes());
-}
-
-TEST_F(CopyFileToTest, EmptyFileIsCopied) {
-    writeFile(m_source, "");
-    EXPECT_TRUE(copy());
-    EXPECT_EQ(readFile(m_copy), "");
-}
-
-TEST_F(CopyFileToTest, FileOfOneNulByteIsCopied) {
-    writeFile(m_source, std::string(1, '\0'));
-    EXPECT_TRUE(copy());
-    EXPECT_EQ(readFile(m_copy), std::string(1, '\0'));
-}
-
-TEST_F(CopyFileToTest, LargeFileIsCopiedWhole) {
-    std::string content;
+TEST_F(CopyFileToTest, ContentIsCopiedByteForByteOverWhateverWasThere) {
+    std::string large;
     for (int i = 0; i < 20000; ++i) {
-        content += allBytes();
+        large += allBytes();
     }
-    writeFile(m_source, content);
-    EXPECT_TRUE(copy());
-    EXPECT_TRUE(readFile(m_copy) == content);
-}
-
-TEST_F(CopyFileToTest, LongerContentOfTheDestinationIsReplacedWhole) {
-    writeFile(m_source, "new");
-    writeFile(m_copy, std::string(10000, 'o'));
-    EXPECT_TRUE(copy());
-    EXPECT_EQ(readFile(m_copy), "new");
-}
-
-TEST_F(CopyFileToTest, ExistingDestinationIsEmptiedByAnEmptySource) {
-    writeFile(m_source, "");
-    writeFile(m_copy, "old");
-    EXPECT_TRUE(copy());
-    EXPECT_EQ(readFile(m_copy), "");
+    for (const std::string& content : {allBytes() + allBytes(), std::string(), std::string(1, '\0'), large}) {
+        SCOPED_TRACE(content.size());
+        writeFile(m_source, content);
+        EXPECT_TRUE(copy());
+        EXPECT_TRUE(readFile(m_copy) == content);
+        EXPECT_TRUE(readFile(m_source) == content);
+        writeFile(m_copy, std::string(content.size() + 10000, 'o'));
+        EXPECT_TRUE(copy());
+        EXPECT_TRUE(readFile(m_copy) == content) << "longer content is replaced whole";
+        std::filesystem::remove(m_copy);
+    }
 }
 
 TEST_F(CopyFileToTest, ModeOfTheDestinationIsNotTheCopysBusiness) {
@@ -124,23 +101,24 @@ TEST_F(CopyFileToTest, LinksAreFollowedOnBothSides) {
     EXPECT_EQ(readFile(m_folder / "real copy"), "content");
 }
 
-TEST_F(CopyFileToTest, DirectoryAsSourceIsNotCopied) {
-    EXPECT_EQ(mkdir(m_source.c_str(), 0755), 0);
-    writeFile(m_copy, "old");
-    EXPECT_FALSE(copy());
-    EXPECT_EQ(readFile(m_copy), "old");
-}
-
-TEST_F(CopyFileToTest, FifoAsSourceDoesNotBlock) {
-    EXPECT_EQ(mkfifo(m_source.c_str(), 0644), 0);
-    EXPECT_FALSE(copy());
-    EXPECT_FALSE(exists(m_copy));
-}
-
-TEST_F(CopyFileToTest, EndlessDeviceAsSourceDoesNotBlock) {
-    EXPECT_EQ(symlink("/dev/zero", m_source.c_str()), 0);
-    EXPECT_FALSE(copy());
-    EXPECT_FALSE(exists(m_copy));
+TEST_F(CopyFileToTest, SourceThatIsNoOrdinaryFileIsNotCopiedAndDoesNotBlock) {
+    using Make = int (*)(const char*);
+    const ZNORBTEST::Row<Make, int> sources[] = {
+        {"a directory", [](const char* path) { return mkdir(path, 0755); }, 0},
+        {"a FIFO", [](const char* path) { return mkfifo(path, 0644); }, 0},
+        {"an endless device", [](const char* path) { return symlink("/dev/zero", path); }, 0},
+    };
+    for (const auto& source : sources) {
+        SCOPED_TRACE(source.name);
+        EXPECT_EQ(source.given(m_source.c_str()), source.expected);
+        EXPECT_FALSE(copy());
+        EXPECT_FALSE(exists(m_copy));
+        writeFile(m_copy, "old");
+        EXPECT_FALSE(copy());
+        EXPECT_EQ(readFile(m_copy), "old");
+        std::filesystem::remove(m_source);
+        std::filesystem::remove(m_copy);
+    }
 }
 
 TEST_F(CopyFileToTest, SourceThatNoMemoryHoldsNeitherThrowsNorBlocks) {

@@ -3,6 +3,7 @@
 #include "tests/responder/paths/ExecutableLink.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/support/Files.h"
+#include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>
@@ -10,6 +11,7 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -42,39 +44,34 @@ protected:
     const std::string m_filled = m_folder / "filled";
 };
 
-TEST_F(FillTemplateTest, BothPlaceholdersAreReplaced) {
-    EXPECT_EQ(fill(filled), "bin=[/opt/zn/znorb/bin] html=[/opt/zn/znorb/HTML/ORB1]");
+/// A template and what is made of it.
+class FilledTemplate : public FillTemplateTest,
+                       public testing::WithParamInterface<Row<std::string, std::string>> {};
+
+TEST_P(FilledTemplate, IsAsExpected) {
+    EXPECT_EQ(fill(GetParam().given), GetParam().expected);
 }
 
-TEST_F(FillTemplateTest, PlaceholdersAreReplacedInEitherOrderAndAtEitherEnd) {
-    EXPECT_EQ(fill("%ZNORB_HTML_PATH%:%ZNORB_BIN_PATH%"), "/opt/zn/znorb/HTML/ORB1:/opt/zn/znorb/bin");
-    EXPECT_EQ(fill("%ZNORB_BIN_PATH%"), "/opt/zn/znorb/bin");
-}
+const std::string inexact = "%ZNORB_BIN_PATH %znorb_bin_path% ZNORB_HTML_PATH% %ZNORB_HTML_PATH";
 
-TEST_F(FillTemplateTest, OnlyTheFirstOfEachPlaceholderIsReplaced) {
-    EXPECT_EQ(fill("%ZNORB_BIN_PATH% %ZNORB_BIN_PATH%"), "/opt/zn/znorb/bin %ZNORB_BIN_PATH%");
-    EXPECT_EQ(fill("%ZNORB_HTML_PATH% %ZNORB_HTML_PATH%"), "/opt/zn/znorb/HTML/ORB1 %ZNORB_HTML_PATH%");
-}
+const Row<std::string, std::string> templates[] = {
+    {"BothPlaceholders", filled, "bin=[/opt/zn/znorb/bin] html=[/opt/zn/znorb/HTML/ORB1]"},
+    {"TheOtherOrder", "%ZNORB_HTML_PATH%:%ZNORB_BIN_PATH%", "/opt/zn/znorb/HTML/ORB1:/opt/zn/znorb/bin"},
+    {"PlaceholderAlone", "%ZNORB_BIN_PATH%", "/opt/zn/znorb/bin"},
+    {"SecondBinPathIsKept", "%ZNORB_BIN_PATH% %ZNORB_BIN_PATH%", "/opt/zn/znorb/bin %ZNORB_BIN_PATH%"},
+    {"SecondHtmlPathIsKept", "%ZNORB_HTML_PATH% %ZNORB_HTML_PATH%",
+     "/opt/zn/znorb/HTML/ORB1 %ZNORB_HTML_PATH%"},
+    {"NoPlaceholder", "<?php echo '100%'; ?>\r\n", "<?php echo '100%'; ?>\r\n"},
+    {"EmptyTemplate", "", ""},
+    {"BinPathWithoutTheOther", "a %ZNORB_BIN_PATH% b", "a /opt/zn/znorb/bin b"},
+    {"HtmlPathWithoutTheOther", "a %ZNORB_HTML_PATH% b", "a /opt/zn/znorb/HTML/ORB1 b"},
+    {"InexactPlaceholders", inexact, inexact},
+    {"AllOtherBytes", allBytes() + "%ZNORB_BIN_PATH%" + allBytes(),
+     allBytes() + "/opt/zn/znorb/bin" + allBytes()},
+    {"BackslashesOfTheTemplate", "\\n %ZNORB_BIN_PATH%", "\\n /opt/zn/znorb/bin"},
+};
 
-TEST_F(FillTemplateTest, TemplateWithoutPlaceholdersIsCopied) {
-    EXPECT_EQ(fill("<?php echo '100%'; ?>\r\n"), "<?php echo '100%'; ?>\r\n");
-    EXPECT_EQ(fill(""), "");
-}
-
-TEST_F(FillTemplateTest, OnePlaceholderIsReplacedWithoutTheOther) {
-    EXPECT_EQ(fill("a %ZNORB_BIN_PATH% b"), "a /opt/zn/znorb/bin b");
-    EXPECT_EQ(fill("a %ZNORB_HTML_PATH% b"), "a /opt/zn/znorb/HTML/ORB1 b");
-}
-
-TEST_F(FillTemplateTest, OnlyTheExactPlaceholdersCount) {
-    const std::string text = "%ZNORB_BIN_PATH %znorb_bin_path% ZNORB_HTML_PATH% %ZNORB_HTML_PATH";
-    EXPECT_EQ(fill(text), text);
-}
-
-TEST_F(FillTemplateTest, AllOtherBytesAreKept) {
-    EXPECT_EQ(fill(allBytes() + "%ZNORB_BIN_PATH%" + allBytes()),
-              allBytes() + "/opt/zn/znorb/bin" + allBytes());
-}
+INSTANTIATE_TEST_SUITE_P(FillTemplate, FilledTemplate, testing::ValuesIn(templates), rowName);
 
 TEST_F(FillTemplateTest, BackslashesOfTheExecutablesDirectoryAreDoubled) {
     const ExecutableLink link("C:\\zn\\bin\\znorbresponder");
@@ -87,10 +84,6 @@ TEST_F(FillTemplateTest, BackslashesOfTheHtmlPathAreDoubled) {
     (void)unsetenv(htmlVariable);
     const ExecutableLink link("C:\\zn\\znorb\\bin\\znorbresponder");
     EXPECT_EQ(fill("%ZNORB_HTML_PATH%"), "C:\\\\zn\\\\znorb/HTML/ORB1");
-}
-
-TEST_F(FillTemplateTest, BackslashesOfTheTemplateItselfAreKept) {
-    EXPECT_EQ(fill("\\n %ZNORB_BIN_PATH%"), "\\n /opt/zn/znorb/bin");
 }
 
 TEST_F(FillTemplateTest, HtmlPathVariableIsTheWholeHtmlValue) {
@@ -133,17 +126,17 @@ TEST_F(FillTemplateTest, DestinationThatCannotBeOpenedIsIgnored) {
     EXPECT_THAT(namesIn(m_folder.path()), ElementsAre("filled", "template"));
 }
 
-TEST_F(FillTemplateTest, DirectoryAsTemplateLeavesTheDestinationAlone) {
-    EXPECT_EQ(mkdir(m_source.c_str(), 0755), 0);
-    writeFile(m_filled, "old");
-    fillTemplate(m_source, m_filled);
-    EXPECT_EQ(readFile(m_filled), "old");
-}
-
-TEST_F(FillTemplateTest, FifoAsTemplateDoesNotBlock) {
-    EXPECT_EQ(mkfifo(m_source.c_str(), 0644), 0);
-    fillTemplate(m_source, m_filled);
-    EXPECT_FALSE(exists(m_filled));
+TEST_F(FillTemplateTest, TemplateThatIsNoOrdinaryFileDoesNotBlockAndLeavesTheDestinationAlone) {
+    for (int (*const make)(const char*, mode_t) : {mkdir, mkfifo}) {
+        EXPECT_EQ(make(m_source.c_str(), 0644), 0);
+        fillTemplate(m_source, m_filled);
+        EXPECT_FALSE(exists(m_filled));
+        writeFile(m_filled, "old");
+        fillTemplate(m_source, m_filled);
+        EXPECT_EQ(readFile(m_filled), "old");
+        std::filesystem::remove(m_source);
+        std::filesystem::remove(m_filled);
+    }
 }
 
 TEST_F(FillTemplateTest, TemplateThatNoMemoryHoldsNeitherThrowsNorBlocks) {

@@ -8,8 +8,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <map>
 #include <string>
 #include <system_error>
@@ -116,33 +118,27 @@ protected:
         (void)unsetenv(htmlVariable);
     }
 
-    static void expectDescriptorPublished() {
-        EXPECT_EQ(readFile(descriptor), descriptorContent);
-        EXPECT_EQ(modeOf(descriptor), 0644U);
-    }
-    static void expectPagePublished() {
-        EXPECT_EQ(readFile(page), pageContent);
-        EXPECT_EQ(modeOf(page), 0644U);
-    }
-    static void expectEntryScriptPublished() {
-        EXPECT_EQ(readFile(entryScript), filledIn);
-        EXPECT_EQ(modeOf(entryScript), 0644U);
-    }
-    static void expectRequestorPublished() {
-        EXPECT_EQ(readFile(requestor), requestorContent);
-        EXPECT_EQ(modeOf(requestor), 0755U);
+    /// The file as it is published to the console.
+    static void expectPublished(const std::string& path) {
+        const File& file = *std::find_if(std::begin(files), std::end(files),
+                                         [&path](const File& each) { return each.path == path; });
+        EXPECT_EQ(readFile(path), file.content);
+        EXPECT_EQ(modeOf(path), file.mode) << path;
     }
     static void expectDirectories() {
         EXPECT_EQ(modeOf(pages), 0755U);
         EXPECT_EQ(modeOf(productPrograms), 0755U);
     }
-    static void expectAllPublished() {
-        expectDescriptorPublished();
+    /// Everything but this file, which may be none.
+    static void expectAllPublishedBut(const std::string& path) {
         expectDirectories();
-        expectPagePublished();
-        expectEntryScriptPublished();
-        expectRequestorPublished();
+        for (const File& file : files) {
+            if (file.path != path) {
+                expectPublished(file.path);
+            }
+        }
     }
+    static void expectAllPublished() { expectAllPublishedBut(""); }
 
     /// Registers where one of the console's directories is missing, and expects that nothing happens.
     static void expectNoConsole() {
@@ -160,12 +156,24 @@ protected:
         EXPECT_EQ(chmod(productPrograms.c_str(), directories), 0);
     }
 
+    /// What is published: where it comes from and where it goes to, with which content and mode.
+    struct File {
+        std::string source;
+        std::string path;
+        std::string content;
+        mode_t mode;
+    };
+
     inline static const std::string descriptorContent = "<xml>" + allBytes() + "</xml>";
     inline static const std::string pageContent = "<html>%ZNORB_BIN_PATH% %ZNORB_HTML_PATH%</html>\r\n";
     inline static const std::string requestorContent = std::string("\x7f"
                                                                    "ELF\0\0",
                                                                    6) +
                                                        allBytes();
+    inline static const File files[] = {{descriptorSource, descriptor, descriptorContent, 0644},
+                                        {pageSource, page, pageContent, 0644},
+                                        {entryScriptSource, entryScript, filledIn, 0644},
+                                        {requestorSource, requestor, requestorContent, 0755}};
 
     Watchdog m_watchdog;
     StagedInstallation m_installation;

@@ -23,24 +23,15 @@ TEST_F(WebConsoleRegistrationTest, WithoutAConsoleNothingIsDone) {
     EXPECT_FALSE(exists(console));
 }
 
-TEST_F(WebConsoleRegistrationTest, WithTheRootAloneNothingIsDone) {
+TEST_F(WebConsoleRegistrationTest, WithoutOneOfItsDirectoriesNothingIsDone) {
+    for (const std::string& path : {console + "/webapp", console + "/data", documents}) {
+        SCOPED_TRACE(path);
+        StagedInstallation::installConsole();
+        std::filesystem::remove_all(path);
+        expectNoConsole();
+    }
     std::filesystem::remove_all(console);
     std::filesystem::create_directory(console);
-    expectNoConsole();
-}
-
-TEST_F(WebConsoleRegistrationTest, WithoutTheDescriptorDirectoryNothingIsDone) {
-    std::filesystem::remove_all(console + "/webapp");
-    expectNoConsole();
-}
-
-TEST_F(WebConsoleRegistrationTest, WithoutTheDataDirectoryNothingIsDone) {
-    std::filesystem::remove_all(console + "/data");
-    expectNoConsole();
-}
-
-TEST_F(WebConsoleRegistrationTest, WithoutTheDocumentRootNothingIsDone) {
-    std::filesystem::remove_all(documents);
     expectNoConsole();
 }
 
@@ -154,9 +145,9 @@ TEST_F(WebConsoleRegistrationTest, SecondRegistrationPublishesWhatIsNew) {
     EXPECT_TRUE(registerWebConsole());
     writeFile(entryScriptSource, "b");
     EXPECT_TRUE(registerWebConsole());
-    expectDescriptorPublished();
+    expectPublished(descriptor);
     EXPECT_EQ(readFile(entryScript), "b");
-    expectRequestorPublished();
+    expectPublished(requestor);
 }
 
 TEST_F(WebConsoleRegistrationTest, SourcesLieBesideTheDirectoryOfTheRunningExecutable) {
@@ -167,10 +158,10 @@ TEST_F(WebConsoleRegistrationTest, SourcesLieBesideTheDirectoryOfTheRunningExecu
         EXPECT_TRUE(registerWebConsole());
     }
     std::filesystem::remove_all("/opt/zn/znorb.moved");
-    expectDescriptorPublished();
-    expectPagePublished();
+    expectPublished(descriptor);
+    expectPublished(page);
     EXPECT_EQ(readFile(entryScript), "bin=[/opt/zn/znorb.moved/bin] html=[/opt/zn/znorb.moved/HTML/ORB1]");
-    expectRequestorPublished();
+    expectPublished(requestor);
 }
 
 TEST_F(WebConsoleRegistrationTest, NoDescriptorStaysOpen) {
