@@ -5,6 +5,7 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Rows.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
@@ -219,7 +220,7 @@ protected:
 
     [[nodiscard]] Witness client() const { return Witness(driver.clients().at(0)); }
 
-    void expectTheStandardDescriptorsAlone() const {
+    void expectDescriptors() const {
         const std::map<int, std::string> found = client().descriptors();
         print("descriptors", std::to_string(found.size()));
         for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
@@ -250,30 +251,33 @@ protected:
     DaemonDriver driver;
 };
 
-TEST_F(ClientEnvironment, HasTheStandardDescriptorsOnNullAndNoOther) {
-    launchFrom(doNothing);
-    expectTheStandardDescriptorsAlone();
-}
+/// What the starter has done to itself.
+struct Starter {
+    const char* name;
+    void (*prepare)();
 
-TEST_F(ClientEnvironment, HasTheStandardDescriptorsAloneWhateverTheStarterHadOpen) {
-    launchFrom(openEverything);
-    expectTheStandardDescriptorsAlone();
-}
+    friend void PrintTo(const Starter& row, std::ostream* stream) { *stream << row.name; }
+};
 
-TEST_F(ClientEnvironment, HasTheStandardDescriptorsAlsoWhenTheStarterHadNone) {
-    launchFrom(closeStandardDescriptors);
-    expectTheStandardDescriptorsAlone();
-}
+class ClientOfAnyStarter : public ClientEnvironment, public testing::WithParamInterface<Starter> {};
 
-TEST_F(ClientEnvironment, BlocksAndCatchesNoSignalAndIgnoresWhatTheDaemonIgnores) {
-    launchFrom(doNothing);
+TEST_P(ClientOfAnyStarter, HasTheStandardDescriptorsAloneNoSignalBlockedAndNoUmask) {
+    launchFrom(GetParam().prepare);
+    expectDescriptors();
     expectSignals(ignoredByTheDaemon);
+    expectUmask();
 }
 
-TEST_F(ClientEnvironment, BlocksNoSignalAlsoWhenTheStarterBlockedAll) {
-    launchFrom(blockEverything);
-    expectSignals(ignoredByTheDaemon);
-}
+const Starter starters[] = {
+    {"Unprepared", doNothing},
+    {"WithEverythingOpen", openEverything},
+    {"WithoutStandardDescriptors", closeStandardDescriptors},
+    {"WithEverySignalBlocked", blockEverything},
+    {"WithAFullUmask", []() { (void)umask(0777); }},
+    {"WithoutAUmask", []() { (void)umask(0); }},
+};
+
+INSTANTIATE_TEST_SUITE_P(ClientEnvironment, ClientOfAnyStarter, testing::ValuesIn(starters), rowName);
 
 TEST_F(ClientEnvironment, IgnoresWhatTheStarterIgnoredExceptWhatTheDaemonHandles) {
     launchFrom(ignoreEverything);
@@ -286,16 +290,6 @@ TEST_F(ClientEnvironment, IgnoresWhatTheStarterIgnoredExceptWhatTheDaemonHandles
         (void)ignored.erase(SIGFPE);
     }
     expectSignals(ignored);
-}
-
-TEST_F(ClientEnvironment, HasNoUmaskWhateverTheStartersWas) {
-    launchFrom([]() { (void)umask(0777); });
-    expectUmask();
-}
-
-TEST_F(ClientEnvironment, HasNoUmaskWhereTheStarterHadNone) {
-    launchFrom([]() { (void)umask(0); });
-    expectUmask();
 }
 
 TEST_F(ClientEnvironment, RunsInTheExecutablesDirectoryWhereverTheStarterWas) {
@@ -429,7 +423,7 @@ protected:
 };
 
 TEST_F(ClientOfADaemonOfProcessOne, HasTheSameDescriptorsUmaskAndDirectory) {
-    expectTheStandardDescriptorsAlone();
+    expectDescriptors();
     expectUmask();
     EXPECT_EQ(client().link("cwd"), driver.directory());
 }

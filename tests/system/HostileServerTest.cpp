@@ -5,6 +5,7 @@
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/ProcessorTime.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 #include "tests/support/SilentPort.h"
 
@@ -46,13 +47,6 @@ protected:
         EXPECT_THAT(next.received(), ElementsAre(exitRequest));
     }
 
-    void expectPassedOver(const PeerScript& script) {
-        const ListeningPeer server(script);
-        quitWith(server.port());
-        expectPassedOver();
-        EXPECT_EQ(server.received().size(), 1U);
-    }
-
     void expectWaitedFor() {
         const ProcessorUse use = watchProcessor(driver.daemon(), Milliseconds(1000));
         EXPECT_TRUE(use.isWaiting()) << use;
@@ -61,18 +55,8 @@ protected:
         EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
     }
 
-    void expectWaitedFor(const PeerScript& script) {
-        const ListeningPeer server(script);
-        quitWith(server.port());
-        ASSERT_TRUE(server.waitForServed(1));
-        expectWaitedFor();
-    }
-
     /// Whether there is memory for what is announced is the machine's matter.
-    void expectWaitedForOrPassedOver(const PeerScript& script) {
-        const ListeningPeer server(script);
-        quitWith(server.port());
-        ASSERT_TRUE(server.waitForServed(1));
+    void expectWaitedForOrPassedOver() {
         if (next.waitForServed(1, Milliseconds(1000))) {
             expectPassedOver();
             forgetReportsOfFailedAllocations();
@@ -90,23 +74,94 @@ protected:
         driver.sanitizerReports().clear();
     }
 
-    static PeerScript answering(std::vector<std::string> pieces) {
-        PeerScript script;
-        script.receiveFirst = requestSize;
-        script.pieces = std::move(pieces);
-        return script;
-    }
-
-    static PeerScript stating(const std::string& length, const std::string& body) {
-        return answering({statusLine + "Content-Length: " + length + "\r\n\r\n" + body});
-    }
-
     DaemonDriver driver;
-    const ListeningPeer next{answering({statusLine + "\r\n"})};
+    const ListeningPeer next{{requestSize, {statusLine + "\r\n"}}};
     std::optional<LocalConnection> connection;
 };
 
-// ---- passed over ---------------------------------------------------------------------------------------
+/// A server's script and what becomes of it.
+enum Fate { PassedOver, WaitedFor, EitherOfThem };
+using Server = Row<PeerScript, Fate>;
+
+class ScriptedServer : public HostileServer, public testing::WithParamInterface<Server> {};
+
+TEST_P(ScriptedServer, IsPassedOverOrWaitedForWithoutWork) {
+    const ListeningPeer server(GetParam().given);
+    quitWith(server.port());
+    if (GetParam().expected == PassedOver) {
+        expectPassedOver();
+        EXPECT_EQ(server.received().size(), 1U);
+        return;
+    }
+    ASSERT_TRUE(server.waitForServed(1));
+    if (GetParam().expected == WaitedFor) {
+        expectWaitedFor();
+    } else {
+        expectWaitedForOrPassedOver();
+    }
+}
+
+std::string garbage() {
+    std::string bytes;
+    for (int number = 0; number < 8192; ++number) {
+        bytes += static_cast<char>(number * 167 + 13);
+    }
+    return bytes;
+}
+
+std::string stating(const std::string& length, const std::string& body) {
+    return statusLine + "Content-Length: " + length + "\r\n\r\n" + body;
+}
+
+constexpr bool holdOpen = true;
+constexpr bool repeatLast = true;
+constexpr bool finishSending = true;
+constexpr bool reset = true;
+constexpr Milliseconds atOnce{0};
+constexpr Milliseconds drip{20};
+
+const std::string beyondNumbers = "99999999999999999999999999999999";
+
+const Server servers[] = {
+    {"ClosesAtOnce", {0, {}}, PassedOver},
+    {"ClosesInTheMiddleOfTheRequest", {20, {}}, PassedOver},
+    {"ClosesWithoutAnAnswer", {requestSize, {}}, PassedOver},
+    {"ResetsTheConnection",
+     {requestSize, {}, !holdOpen, atOnce, !repeatLast, !finishSending, reset},
+     PassedOver},
+    {"ResetsInItsBody",
+     {requestSize, {stating("1000", "x")}, !holdOpen, Milliseconds(50), !repeatLast, !finishSending, reset},
+     PassedOver},
+    {"SendsGarbage", {requestSize, {garbage()}}, PassedOver},
+    {"SendsOnlyZeroBytes", {requestSize, {std::string(8192, '\0')}}, PassedOver},
+    {"BeginsWithALineEnd", {requestSize, {"\r\nHTTP/1.0 200 OK\r\n\r\n"}}, PassedOver},
+    {"EndsNoLine", {requestSize, {"HTTP/1.0 200 OK"}}, PassedOver},
+    {"SendsOneByte", {requestSize, {"\r"}}, PassedOver},
+    {"SendsAnEndlessHeaderLine",
+     {requestSize, {statusLine + "X-Name: ", std::string(8192, 'a')}, !holdOpen, atOnce, repeatLast},
+     PassedOver},
+    {"SendsHeadersWithoutEnd",
+     {requestSize, {statusLine, "X-Name: value\r\n"}, !holdOpen, atOnce, repeatLast},
+     PassedOver},
+    {"DripsItsHead", {requestSize, {"H", "T"}, !holdOpen, drip, repeatLast}, PassedOver},
+    {"StatesNoNumber", {requestSize, {stating("many", "body")}}, PassedOver},
+    {"StatesZeroInTwoDigits", {requestSize, {stating("00", "body")}}, PassedOver},
+    {"StatesMinusZero", {requestSize, {stating("-0", "body")}}, PassedOver},
+    {"SendsMoreThanItStates", {requestSize, {stating("10", std::string(100000, 'x'))}}, PassedOver},
+    {"StatesAndSendsMuch", {requestSize, {stating("20000000", std::string(20000000, 'x'))}}, PassedOver},
+    {"NeverAnswers", {requestSize, {}, holdOpen}, WaitedFor},
+    {"SendsLessThanItStates", {requestSize, {stating("1000", "x")}, holdOpen}, WaitedFor},
+    {"ClosesInItsBody", {requestSize, {stating("1000", "x")}}, WaitedFor},
+    {"HalfClosesInItsBody",
+     {requestSize, {stating("1000", "x")}, holdOpen, atOnce, !repeatLast, finishSending},
+     WaitedFor},
+    {"DripsItsBody", {requestSize, {stating("1000000", ""), "x"}, !holdOpen, drip, repeatLast}, WaitedFor},
+    {"StatesTheGreatestLength", {requestSize, {stating("4294967295", "x")}, holdOpen}, EitherOfThem},
+    {"StatesANegativeLength", {requestSize, {stating("-1", "x")}, holdOpen}, EitherOfThem},
+    {"StatesMoreThanANumberCanBe", {requestSize, {stating(beyondNumbers, "x")}, holdOpen}, EitherOfThem},
+};
+
+INSTANTIATE_TEST_SUITE_P(HostileServer, ScriptedServer, testing::ValuesIn(servers), rowName);
 
 TEST_F(HostileServer, ThatRefusesIsPassedOver) {
     const SilentPort port(false);
@@ -114,151 +169,10 @@ TEST_F(HostileServer, ThatRefusesIsPassedOver) {
     expectPassedOver();
 }
 
-TEST_F(HostileServer, ThatClosesAtOnceIsPassedOver) {
-    expectPassedOver(PeerScript{});
-}
-
-TEST_F(HostileServer, ThatClosesInTheMiddleOfTheRequestIsPassedOver) {
-    PeerScript script;
-    script.receiveFirst = 20;
-    expectPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatClosesWithoutAnAnswerIsPassedOver) {
-    expectPassedOver(answering({}));
-}
-
-TEST_F(HostileServer, ThatResetsTheConnectionIsPassedOver) {
-    PeerScript script = answering({});
-    script.reset = true;
-    expectPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatResetsInItsBodyIsPassedOver) {
-    PeerScript script = stating("1000", "x");
-    script.pause = Milliseconds(50);
-    script.reset = true;
-    expectPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatSendsGarbageIsPassedOver) {
-    std::string garbage;
-    for (int number = 0; number < 8192; ++number) {
-        garbage += static_cast<char>(number * 167 + 13);
-    }
-    expectPassedOver(answering({garbage}));
-}
-
-TEST_F(HostileServer, ThatSendsOnlyZeroBytesIsPassedOver) {
-    expectPassedOver(answering({std::string(8192, '\0')}));
-}
-
-TEST_F(HostileServer, ThatBeginsWithALineEndIsPassedOver) {
-    expectPassedOver(answering({"\r\nHTTP/1.0 200 OK\r\n\r\n"}));
-}
-
-TEST_F(HostileServer, ThatEndsNoLineIsPassedOver) {
-    expectPassedOver(answering({"HTTP/1.0 200 OK"}));
-}
-
-TEST_F(HostileServer, ThatSendsOneByteIsPassedOver) {
-    expectPassedOver(answering({"\r"}));
-}
-
-TEST_F(HostileServer, ThatSendsAnEndlessHeaderLineIsPassedOver) {
-    PeerScript script = answering({statusLine + "X-Name: ", std::string(8192, 'a')});
-    script.repeatLast = true;
-    expectPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatSendsHeadersWithoutEndIsPassedOver) {
-    PeerScript script = answering({statusLine, "X-Name: value\r\n"});
-    script.repeatLast = true;
-    expectPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatDripsItsHeadIsPassedOver) {
-    PeerScript script = answering({"H", "T"});
-    script.pause = Milliseconds(20);
-    script.repeatLast = true;
-    expectPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatStatesNoNumberIsPassedOver) {
-    expectPassedOver(stating("many", "body"));
-}
-
-TEST_F(HostileServer, ThatStatesZeroInTwoDigitsIsPassedOver) {
-    expectPassedOver(stating("00", "body"));
-}
-
-TEST_F(HostileServer, ThatStatesMinusZeroIsPassedOver) {
-    expectPassedOver(stating("-0", "body"));
-}
-
-TEST_F(HostileServer, ThatSendsMoreThanItStatesIsPassedOver) {
-    expectPassedOver(stating("10", std::string(100000, 'x')));
-}
-
-TEST_F(HostileServer, ThatStatesAndSendsMuchIsReadAndPassedOver) {
-    expectPassedOver(stating("20000000", std::string(20000000, 'x')));
-}
-
-// ---- waited for ----------------------------------------------------------------------------------------
-
 TEST_F(HostileServer, ThatNeverAcceptsIsWaitedForWithoutWork) {
     const SilentPort port(true);
     quitWith(port.number());
     expectWaitedFor();
-}
-
-TEST_F(HostileServer, ThatNeverAnswersIsWaitedForWithoutWork) {
-    PeerScript script = answering({});
-    script.holdOpen = true;
-    expectWaitedFor(script);
-}
-
-TEST_F(HostileServer, ThatSendsLessThanItStatesIsWaitedForWithoutWork) {
-    PeerScript script = stating("1000", "x");
-    script.holdOpen = true;
-    expectWaitedFor(script);
-}
-
-TEST_F(HostileServer, ThatClosesInItsBodyIsWaitedForWithoutWork) {
-    expectWaitedFor(stating("1000", "x"));
-}
-
-TEST_F(HostileServer, ThatHalfClosesInItsBodyIsWaitedForWithoutWork) {
-    PeerScript script = stating("1000", "x");
-    script.finishSending = true;
-    script.holdOpen = true;
-    expectWaitedFor(script);
-}
-
-TEST_F(HostileServer, ThatDripsItsBodyIsWaitedForWithoutWork) {
-    PeerScript script = stating("1000000", "");
-    script.pieces.emplace_back("x");
-    script.pause = Milliseconds(20);
-    script.repeatLast = true;
-    expectWaitedFor(script);
-}
-
-TEST_F(HostileServer, ThatStatesTheGreatestLengthIsWaitedForOrPassedOver) {
-    PeerScript script = stating("4294967295", "x");
-    script.holdOpen = true;
-    expectWaitedForOrPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatStatesANegativeLengthIsWaitedForOrPassedOver) {
-    PeerScript script = stating("-1", "x"); // the greatest there is
-    script.holdOpen = true;
-    expectWaitedForOrPassedOver(script);
-}
-
-TEST_F(HostileServer, ThatStatesMoreThanANumberCanBeIsWaitedForOrPassedOver) {
-    PeerScript script = stating("99999999999999999999999999999999", "x");
-    script.holdOpen = true;
-    expectWaitedForOrPassedOver(script);
 }
 
 } // namespace

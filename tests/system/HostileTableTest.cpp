@@ -5,6 +5,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 
 #include <fcntl.h>
@@ -45,9 +46,13 @@ protected:
         return text;
     }
 
-    void expectNothingLeft() {
+    void expectListed(const std::string& lines) {
         EXPECT_EQ(askDaemon("PRINT"), "0");
-        EXPECT_EQ(newOutput(), "");
+        EXPECT_EQ(newOutput(), lines);
+    }
+
+    void expectNothingLeft() {
+        expectListed("");
         EXPECT_EQ(askDaemon("GET|en"), "0");
         EXPECT_EQ(newOutput(), "Received GET command\r\n"); // and no new process
         EXPECT_THAT(driver.clients(), IsEmpty());
@@ -79,12 +84,11 @@ std::string line(unsigned index, const std::string& valid, const std::string& id
 
 TEST_F(HostileTable, WithTheHighestCountIsListedToItsLastEntry) {
     ASSERT_TRUE(writeSharedTable(0, "\xff\xff\xff\xff"));
-    EXPECT_EQ(askDaemon("PRINT"), "0");
     std::string expected;
     for (unsigned index = 0; index < ZNORB_TABLE_CAPACITY; ++index) {
         expected += line(index, "N", "");
     }
-    EXPECT_EQ(newOutput(), expected);
+    expectListed(expected);
     quit();
 }
 
@@ -99,12 +103,11 @@ TEST_F(HostileTable, WithoutATerminatorAnywhereIsListedFieldByField) {
     znorb_shared_table table;
     std::memset(&table, 'x', sizeof table);
     ASSERT_TRUE(writeSharedTable(0, bytesOf(table)));
-    EXPECT_EQ(askDaemon("PRINT"), "0");
     std::string expected;
     for (unsigned index = 0; index < ZNORB_TABLE_CAPACITY; ++index) {
         expected += line(index, "Y", std::string(ZNORB_IDENTIFIER_SIZE, 'x'));
     }
-    EXPECT_EQ(newOutput(), expected);
+    expectListed(expected);
 }
 
 TEST_F(HostileTable, FullOfOnesAdmitsNoClaim) {
@@ -119,8 +122,7 @@ TEST_F(HostileTable, WhoseCountWasTakenBackGivesEntriesOutAnew) {
     EXPECT_EQ(askDaemon("GET|en"), "1");
     ASSERT_TRUE(writeSharedTable(0, std::string(4, '\0')));
     (void)newOutput();
-    EXPECT_EQ(askDaemon("PRINT"), "0");
-    EXPECT_EQ(newOutput(), "");
+    expectListed("");
     EXPECT_EQ(askDaemon("GET|en"), "0");
 }
 
@@ -129,8 +131,7 @@ TEST_F(HostileTable, WithFormatsForIdentifiersIsListedAsItStands) {
     table.count = 1;
     (void)std::string("%n%s%1000000d\r\n").copy(table.entries[0].identifier, 15);
     ASSERT_TRUE(writeSharedTable(0, bytesOf(table)));
-    EXPECT_EQ(askDaemon("PRINT"), "0");
-    EXPECT_EQ(newOutput(), line(0, "N", "%n%s%1000000d\r\n"));
+    expectListed(line(0, "N", "%n%s%1000000d\r\n"));
 }
 
 TEST_F(HostileTable, ShortenedToNothingIsLost) {
@@ -141,43 +142,6 @@ TEST_F(HostileTable, ShortenedToNothingIsLost) {
     (void)newOutput();
     ASSERT_TRUE(resizeSharedTable(0));
     expectNothingLeft();
-    quit();
-}
-
-TEST_F(HostileTable, ShortenedToOnePageIsLost) {
-    ASSERT_TRUE(resizeSharedTable(4096));
-    expectNothingLeft();
-    quit();
-}
-
-TEST_F(HostileTable, ShortenedByItsLastFourBytesIsLost) {
-    ASSERT_TRUE(resizeSharedTable(8192));
-    expectNothingLeft();
-    quit();
-}
-
-TEST_F(HostileTable, ShortenedAndPutBackStaysLost) {
-    ASSERT_TRUE(resizeSharedTable(0));
-    EXPECT_EQ(askDaemon("PRINT"), "0");
-    ASSERT_TRUE(writeSharedTable(0, std::string(ZNORB_TABLE_SIZE, '\xff')));
-    expectNothingLeft();
-    quit();
-}
-
-TEST_F(HostileTable, ShortenedAndPutBackBetweenTwoLooksIsJustEmpty) {
-    ASSERT_TRUE(writeSharedTable(0, "\x05"));
-    ASSERT_TRUE(resizeSharedTable(0));
-    ASSERT_TRUE(resizeSharedTable(ZNORB_TABLE_SIZE));
-    EXPECT_EQ(askDaemon("PRINT"), "0");
-    EXPECT_EQ(newOutput(), "");
-    EXPECT_EQ(askDaemon("GET|en"), "0");
-    EXPECT_TRUE(waitUntil([&]() { return driver.clients().size() == 1; }));
-}
-
-TEST_F(HostileTable, MadeLongerIsUsedAsFarAsItIsTheTable) {
-    ASSERT_TRUE(resizeSharedTable(1 << 20));
-    EXPECT_EQ(askDaemon("GET|en"), "0");
-    EXPECT_TRUE(DaemonDriver::waitForClient(0));
     quit();
 }
 
@@ -199,16 +163,51 @@ void HostileTable::loseWhileReading(std::int64_t size) {
     EXPECT_TRUE(resizeSharedTable(size));
     EXPECT_EQ(askDaemon("PRINT"), "0");
     (void)newOutput();
+}
+
+class ShortenedTable : public HostileTable, public testing::WithParamInterface<Row<std::int64_t, bool>> {};
+
+TEST_P(ShortenedTable, IsLost) {
+    if (GetParam().expected) {
+        loseWhileReading(GetParam().given);
+    }
+    ASSERT_TRUE(resizeSharedTable(GetParam().given));
     expectNothingLeft();
     quit();
 }
 
-TEST_F(HostileTable, ShortenedToNothingWhileItIsReadIsLost) {
-    loseWhileReading(0);
+// The size, and whether that happens while the table is read.
+const Row<std::int64_t, bool> sizes[] = {
+    {"ToOnePage", 4096, false},
+    {"ByItsLastFourBytes", 8192, false},
+    {"ToNothingWhileItIsRead", 0, true},
+    {"ToOnePageWhileItIsRead", 4096, true},
+};
+
+INSTANTIATE_TEST_SUITE_P(HostileTable, ShortenedTable, testing::ValuesIn(sizes), rowName);
+
+TEST_F(HostileTable, ShortenedAndPutBackStaysLost) {
+    ASSERT_TRUE(resizeSharedTable(0));
+    EXPECT_EQ(askDaemon("PRINT"), "0");
+    ASSERT_TRUE(writeSharedTable(0, std::string(ZNORB_TABLE_SIZE, '\xff')));
+    expectNothingLeft();
+    quit();
 }
 
-TEST_F(HostileTable, ShortenedToOnePageWhileItIsReadIsLost) {
-    loseWhileReading(4096);
+TEST_F(HostileTable, ShortenedAndPutBackBetweenTwoLooksIsJustEmpty) {
+    ASSERT_TRUE(writeSharedTable(0, "\x05"));
+    ASSERT_TRUE(resizeSharedTable(0));
+    ASSERT_TRUE(resizeSharedTable(ZNORB_TABLE_SIZE));
+    expectListed("");
+    EXPECT_EQ(askDaemon("GET|en"), "0");
+    EXPECT_TRUE(waitUntil([&]() { return driver.clients().size() == 1; }));
+}
+
+TEST_F(HostileTable, MadeLongerIsUsedAsFarAsItIsTheTable) {
+    ASSERT_TRUE(resizeSharedTable(1 << 20));
+    EXPECT_EQ(askDaemon("GET|en"), "0");
+    EXPECT_TRUE(DaemonDriver::waitForClient(0));
+    quit();
 }
 
 TEST_F(HostileTable, ShortenedBeforeTheSweepIsSweptAsAnEmptyOne) {
@@ -238,16 +237,14 @@ TEST_F(HostileTable, ShortenedInTheMiddleOfTheSweepEndsItThere) {
 TEST_F(HostileTable, WhoseNameIsGoneGoesOnForTheDaemon) {
     ASSERT_TRUE(writeSharedTable(0, "\1"));
     ASSERT_EQ(shm_unlink("/znorb.shvars"), 0);
-    EXPECT_EQ(askDaemon("PRINT"), "0");
-    EXPECT_EQ(newOutput(), line(0, "N", ""));
+    expectListed(line(0, "N", ""));
     quit();
 }
 
 TEST_F(HostileTable, UnderWhoseNameThereIsAnotherGoesOnForTheDaemonWhichRemovesTheOther) {
     ASSERT_EQ(unlink(tableFile), 0);
     writeFile(tableFile, std::string(ZNORB_TABLE_SIZE, '\xff'), 0666);
-    EXPECT_EQ(askDaemon("PRINT"), "0");
-    EXPECT_EQ(newOutput(), "");
+    expectListed("");
     quit();
 }
 

@@ -5,6 +5,8 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Results.h"
+#include "tests/support/Rows.h"
 #include "tests/support/Sandbox.h"
 #include "tests/support/Sanitizers.h"
 
@@ -61,9 +63,7 @@ protected:
 
 TEST_F(Start, PrintsTheStartMessageAndReturnsZero) {
     ASSERT_TRUE(driver.start());
-    EXPECT_EQ(driver.startResult().end, exitedWith(0));
-    EXPECT_EQ(driver.startResult().output, startedMessage);
-    EXPECT_EQ(driver.startResult().errors, "");
+    EXPECT_THAT(driver.startResult(), resultIs(exitedWith(0), startedMessage));
 }
 
 TEST_F(Start, LeavesALockAndATableAndASocketThatAnswers) {
@@ -87,10 +87,7 @@ TEST_F(Start, HoldsTheLockSoThatItsCountIsZero) {
 
 TEST_F(Start, OfASecondInstanceIsRefusedAndChangesNothing) {
     ASSERT_TRUE(driver.startServing());
-    const ProgramResult second = driver.run({"-d"});
-    EXPECT_EQ(second.end, exitedWith(2));
-    EXPECT_EQ(second.output, "");
-    EXPECT_EQ(second.errors, secondInstanceMessage);
+    EXPECT_THAT(driver.run({"-d"}), resultIs(exitedWith(2), "", secondInstanceMessage));
     EXPECT_TRUE(isAlone(driver.daemon()));
     EXPECT_EQ(askDaemon("PRINT"), "0");
 }
@@ -101,9 +98,8 @@ TEST_F(Start, WithSilentStartsAsWithoutIt) {
 }
 
 TEST_F(Start, AcceptsEveryFlagInAnyPlace) {
-    const ProgramResult result = driver.run({"-silent", "-enable", "-d", "-disable"});
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_EQ(result.output, startedMessage);
+    EXPECT_THAT(driver.run({"-silent", "-enable", "-d", "-disable"}),
+                resultIs(exitedWith(0), startedMessage));
     EXPECT_TRUE(waitUntil([]() { return askDaemon("QUIT") == "0"; }));
 }
 
@@ -112,9 +108,7 @@ TEST_F(Start, IsRefusedByAStaleLockOfAKilledDaemon) {
     ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
     EXPECT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
     EXPECT_TRUE(exists(lockFile));
-    const ProgramResult next = driver.run({"-d"});
-    EXPECT_EQ(next.end, exitedWith(2));
-    EXPECT_EQ(next.errors, secondInstanceMessage);
+    EXPECT_THAT(driver.run({"-d"}), resultIs(exitedWith(2), "", secondInstanceMessage));
 }
 
 TEST_F(Start, OnAStaleTableSaysStartedEndsAndRemovesItSoThatTheNextSucceeds) {
@@ -248,36 +242,37 @@ TEST_F(Start, IsRefusedToAnOrdinaryUserWhateverTheArguments) {
          {std::vector<std::string>{"-d"}, {}, {"nonsense"}, {"-stop", "-d"}}) {
         Launch launch = driver.launch(arguments);
         launch.asOrdinaryUser = true;
-        const ProgramResult result = runProgram(launch);
-        EXPECT_EQ(result.end, exitedWith(1));
-        EXPECT_EQ(result.output, "");
-        EXPECT_EQ(result.errors, "ERROR: You must be root to use this application\n");
+        EXPECT_THAT(runProgram(launch),
+                    resultIs(exitedWith(1), "", "ERROR: You must be root to use this application\n"));
     }
 }
 
-class RejectedLine : public testing::TestWithParam<std::vector<std::string>> {};
+/// Arguments, and the status of their end.
+using Line = Row<std::vector<std::string>, int>;
+
+class RejectedLine : public testing::TestWithParam<Line> {};
 
 TEST_P(RejectedLine, EndsWith255AndPrintsAndStartsNothing) {
     DaemonDriver driver;
-    const ProgramResult result = driver.run(GetParam());
-    EXPECT_EQ(result.end, exitedWith(255));
-    EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, "");
+    EXPECT_THAT(driver.run(GetParam().given), resultIs(exitedWith(GetParam().expected)));
     EXPECT_THAT(driver.newNames(), IsEmpty());
     EXPECT_THAT(processesRunning(driver.program()), IsEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(CommandLine, RejectedLine,
-                         testing::Values(std::vector<std::string>{},              // no arguments at all
-                                         std::vector<std::string>{"stop"},        // no dash
-                                         std::vector<std::string>{""},            // an empty word
-                                         std::vector<std::string>{"-"},           // the row without a name
-                                         std::vector<std::string>{"-enable"},     // a flag alone
-                                         std::vector<std::string>{"-stop", "-d"}, // two commands
-                                         std::vector<std::string>{"-d", "-d"},    // the same twice
-                                         std::vector<std::string>{"-D"},          // upper case
-                                         std::vector<std::string>{"--d"},         //
-                                         std::vector<std::string>{"-d", "-unknown"},
-                                         std::vector<std::string>{"-d", "trailing"}));
+const Line rejectedLines[] = {
+    {"NoArguments", {}, 255},
+    {"NoDash", {"stop"}, 255},
+    {"EmptyWord", {""}, 255},
+    {"RowWithoutAName", {"-"}, 255},
+    {"FlagAlone", {"-enable"}, 255},
+    {"TwoCommands", {"-stop", "-d"}, 255},
+    {"SameCommandTwice", {"-d", "-d"}, 255},
+    {"UpperCase", {"-D"}, 255},
+    {"TwoDashes", {"--d"}, 255},
+    {"UnknownFlag", {"-d", "-unknown"}, 255},
+    {"TrailingWord", {"-d", "trailing"}, 255},
+};
+
+INSTANTIATE_TEST_SUITE_P(CommandLine, RejectedLine, testing::ValuesIn(rejectedLines), rowName);
 
 } // namespace

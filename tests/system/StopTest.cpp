@@ -4,6 +4,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Results.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -66,10 +67,7 @@ private:
 
 TEST_F(Stop, EndsTheDaemonAndReturns255) {
     ASSERT_TRUE(driver.startServing());
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, stoppedMessage);
-    EXPECT_EQ(stop.errors, "");
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255), stoppedMessage));
     EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
 }
 
@@ -84,65 +82,50 @@ TEST_F(Stop, LeavesTheSocketFileOnlyAndTheNextStartSucceedsAtOnce) {
 }
 
 TEST_F(Stop, WithoutADaemonSaysSoAndReturnsTwo) {
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(2));
-    EXPECT_EQ(stop.output, "");
-    EXPECT_EQ(stop.errors, "The ZN Orbisan daemon is not running.\n");
+    EXPECT_THAT(driver.run({"-stop"}),
+                resultIs(exitedWith(2), "", "The ZN Orbisan daemon is not running.\n"));
 }
 
 TEST_F(Stop, FindsTheLockOfAKilledDaemonAndReturns255Silently) {
     ASSERT_TRUE(driver.start());
     ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
     ASSERT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, "");
-    EXPECT_EQ(stop.errors, "");
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255)));
 }
 
 TEST_F(Stop, SendsQuitAloneAndTakesAnyReply) {
     Impostor daemon("anything at all");
     daemon.releaseAfterAnswer(Milliseconds(0));
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, stoppedMessage);
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255), stoppedMessage));
     EXPECT_THAT(daemon.received(), ElementsAre("QUIT"));
 }
 
 TEST_F(Stop, IsSilentWhenTheDaemonClosesWithoutAReply) {
     const Impostor daemon("");
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, "");
-    EXPECT_EQ(stop.errors, "");
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255)));
 }
 
 // The exact count of its sleeps is the unit test's.
 TEST_F(Stop, WaitsForADaemonThatTakesNearlyFiveSeconds) {
     Impostor daemon("0");
     daemon.releaseAfterAnswer(Milliseconds(4500));
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, stoppedMessage);
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255), stoppedMessage));
 }
 
 TEST_F(Stop, IsNotHeldUpByANameThatStays) {
     Impostor daemon("0");
     daemon.releaseAfterAnswer(Milliseconds(0));
-    const ProgramResult stop = driver.run({"-stop"});
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255), stoppedMessage));
     EXPECT_TRUE(exists("/dev/shm/sem.znorb.appLock"));
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, stoppedMessage);
 }
 
 TEST_F(Stop, GivesUpWithThreeAfterFiftySleeps) {
     const Impostor daemon("0");
     const auto before = std::chrono::steady_clock::now();
-    const ProgramResult stop = driver.run({"-stop"});
+    EXPECT_THAT(
+        driver.run({"-stop"}),
+        resultIs(exitedWith(3), "", "The ZN Orbisan daemon did not respond to the stop command in time.\n"));
     EXPECT_GE(std::chrono::steady_clock::now() - before, Milliseconds(5000));
-    EXPECT_EQ(stop.end, exitedWith(3));
-    EXPECT_EQ(stop.output, "");
-    EXPECT_EQ(stop.errors, "The ZN Orbisan daemon did not respond to the stop command in time.\n");
 }
 
 TEST_F(Stop, ReleasesItsOwnProbeOfTheLock) {

@@ -5,6 +5,7 @@
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SharedTable.h"
 
@@ -182,6 +183,10 @@ const std::string greeting = "Press: p, then Enter to show stats.\r\n"
 const std::string farewell = "Received QUIT command\r\n"
                              "Unified responder stopped\r\n";
 
+/// Of the clients that a test enters.
+constexpr const char* table = "Entry:  0, Valid?: Y, ID: one\r\n"
+                              "Entry:  1, Valid?: N, ID: \r\n";
+
 /// Test mode in a process of its own, its standard output in a file of memory.
 class TestConsole : public testing::Test {
 protected:
@@ -255,9 +260,6 @@ protected:
         (void)munmap(memory, ZNORB_TABLE_SIZE);
     }
 
-    static constexpr const char* table = "Entry:  0, Valid?: Y, ID: one\r\n"
-                                         "Entry:  1, Valid?: N, ID: \r\n";
-
     Keys keys;
     const ZNORBTEST::SharedReport<Findings> findings;
     std::unique_ptr<ForkedChild> console;
@@ -277,26 +279,26 @@ TEST_F(TestConsole, GreetsPrintsAndEnds) {
     EXPECT_EQ(output(), greeting + table + farewell);
 }
 
-TEST_F(TestConsole, TitleIsNotShown) {
-    start();
-    keys.type("q\n");
-    expectEnd();
-    EXPECT_EQ(output(), greeting + farewell);
-}
+/// Keys, and what they show between the greeting and the farewell.
+class TypedKeys : public TestConsole,
+                  public testing::WithParamInterface<ZNORBTEST::Row<std::string, std::string>> {};
 
-TEST_F(TestConsole, KeysCountAsTheyArrive) {
+TEST_P(TypedKeys, EndTestMode) {
     start();
     enterClients();
-    keys.type("pq\n");
+    keys.type(GetParam().given);
     expectEnd();
-    EXPECT_EQ(output(), greeting + table + farewell);
+    EXPECT_EQ(output(), greeting + GetParam().expected + farewell) << "without a title";
 }
 
-TEST_F(TestConsole, KeyNeedsNoEnterAfterIt) {
-    start();
-    keys.type("q");
-    expectEnd();
-}
+const ZNORBTEST::Row<std::string, std::string> typedKeys[] = {
+    {"QAndEnter", "q\n", ""},
+    {"QWithoutEnter", "q", ""},
+    {"CountAsTheyArrive", "pq\n", table},
+    {"BehindTheLastAreNotRead", "qp\nppp", ""},
+};
+
+INSTANTIATE_TEST_SUITE_P(TestConsole, TypedKeys, testing::ValuesIn(typedKeys), ZNORBTEST::rowName);
 
 TEST_F(TestConsole, OtherKeysAreIgnored) {
     start();
@@ -308,14 +310,6 @@ TEST_F(TestConsole, OtherKeysAreIgnored) {
     keys.type("q");
     expectEnd();
     EXPECT_EQ(output(), greeting + table + farewell);
-}
-
-TEST_F(TestConsole, KeysBehindTheLastAreNotRead) {
-    start();
-    enterClients();
-    keys.type("qp\nppp");
-    expectEnd();
-    EXPECT_EQ(output(), greeting + farewell);
 }
 
 TEST_F(TestConsole, LeavesNothingBehindAndNobodyInTheLog) {
