@@ -1,6 +1,7 @@
 #include "common/log/Logger.h"
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
+#include "tests/support/Rows.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -28,41 +29,42 @@ using ZNORBTEST::logList;
 using ZNORBTEST::StreamPointer;
 using ZNORBTEST::Writes;
 
-TEST_F(LoggerTest, RecordIsTheMessageAndThenTheLineEndInTwoWrites) {
+/// A call of the Logger and the message of its record.
+using Call = ZNORBTEST::Row<void (*)(), std::string>;
+
+class LoggedMessage : public LoggerTest, public testing::WithParamInterface<Call> {};
+
+TEST_P(LoggedMessage, AndThenTheLineEndAreTheTwoWritesOfARecord) {
     addRecorder();
-    Logger::log("message");
-    EXPECT_THAT(writes, ElementsAre("message", "\r\n"));
+    GetParam().given();
+    EXPECT_THAT(writes, ElementsAre(GetParam().expected, "\r\n"));
 }
 
-TEST_F(LoggerTest, LogFormatsItsArguments) {
-    addRecorder();
-    Logger::log("Entry: %2d, Valid?: %s, ID: %s", 3, "Yes", "abc");
-    EXPECT_THAT(writes, ElementsAre("Entry:  3, Valid?: Yes, ID: abc", "\r\n"));
-}
+const std::string longestMessage(8191, 'm');
+const std::string longText(100000, 't');
 
-TEST_F(LoggerTest, LogAtFormatsItsArguments) {
-    addRecorder();
-    Logger::logAt(0, "Error Receiving from Server. Code: %d", 104);
-    EXPECT_THAT(writes, ElementsAre("Error Receiving from Server. Code: 104", "\r\n"));
-}
+const Call calls[] = {
+    {"WithoutArguments", [] { Logger::log("message"); }, "message"},
+    {"LogFormats", [] { Logger::log("Entry: %2d, ID: %s", 3, "abc"); }, "Entry:  3, ID: abc"},
+    {"LogAtFormats", [] { Logger::logAt(0, "Error. Code: %d", 104); }, "Error. Code: 104"},
+    {"VlogFormatsAnArgumentList", [] { logList(0, "%s=%u", "length", 58U); }, "length=58"},
+    {"WithALineFeedOfItsOwn", [] { Logger::log("line\n"); }, "line\n"},
+    {"Empty", [] { Logger::log("%s", ""); }, ""},
+    {"TextOfWriteLineIsNoFormat", [] { Logger::writeLine(0, "100%s %n %d %%"); }, "100%s %n %d %%"},
+    {"ArgumentIsNoFormat", [] { Logger::log("%s", "%s %n"); }, "%s %n"},
+    {"Of8191BytesIsWhole", [] { Logger::log("%s", longestMessage.c_str()); }, longestMessage},
+    {"OfOneByteMoreIsCut", [] { Logger::log("%sx", longestMessage.c_str()); }, longestMessage},
+    {"OfTwoBytesMoreIsCut", [] { Logger::log("%sxy", longestMessage.c_str()); }, longestMessage},
+    {"OfAnyMoreIsCut", [] { Logger::log("%s%s", longestMessage.c_str(), longText.c_str()); }, longestMessage},
+    {"WriteLineCutsNothing", [] { Logger::writeLine(0, longText.c_str()); }, longText},
+};
 
-TEST_F(LoggerTest, VlogFormatsAnArgumentList) {
+INSTANTIATE_TEST_SUITE_P(Logger, LoggedMessage, testing::ValuesIn(calls), ZNORBTEST::rowName);
+
+TEST_F(LoggerTest, VlogLooksAtTheLevel) {
     addRecorder();
-    logList(0, "%s=%u", "length", 58U);
     logList(1, "%s", "too verbose");
-    EXPECT_THAT(writes, ElementsAre("length=58", "\r\n"));
-}
-
-TEST_F(LoggerTest, MessageWithALineFeedGetsTheLineEndAllTheSame) {
-    addRecorder();
-    Logger::log("line\n");
-    EXPECT_THAT(writes, ElementsAre("line\n", "\r\n"));
-}
-
-TEST_F(LoggerTest, EmptyMessageIsARecordToo) {
-    addRecorder();
-    Logger::log("%s", "");
-    EXPECT_THAT(writes, ElementsAre("", "\r\n"));
+    EXPECT_THAT(writes, testing::IsEmpty());
 }
 
 TEST_F(LoggerTest, ConsoleStreamPrintsExactlyTheMessageAndTheLineEnd) {
@@ -70,41 +72,6 @@ TEST_F(LoggerTest, ConsoleStreamPrintsExactlyTheMessageAndTheLineEnd) {
     testing::internal::CaptureStdout();
     Logger::log("Press: q, then Enter to exit.");
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "Press: q, then Enter to exit.\r\n");
-}
-
-TEST_F(LoggerTest, WriteLineDoesNotReadItsTextAsAFormat) {
-    addRecorder();
-    Logger::writeLine(0, "100%s %n %d %%");
-    EXPECT_THAT(writes, ElementsAre("100%s %n %d %%", "\r\n"));
-}
-
-TEST_F(LoggerTest, ArgumentsAreNotReadAsAFormat) {
-    addRecorder();
-    Logger::log("%s", "%s %n");
-    EXPECT_THAT(writes, ElementsAre("%s %n", "\r\n"));
-}
-
-TEST_F(LoggerTest, MessageOf8191BytesIsWrittenWhole) {
-    addRecorder();
-    const std::string message(8191, 'm');
-    Logger::log("%s", message.c_str());
-    EXPECT_THAT(writes, ElementsAre(message, "\r\n"));
-}
-
-TEST_F(LoggerTest, LongerMessageIsCutAt8191Bytes) {
-    addRecorder();
-    for (const std::size_t length : {8192U, 8193U, 100000U}) {
-        writes.clear();
-        Logger::log("%s", std::string(length, 'm').c_str());
-        EXPECT_THAT(writes, ElementsAre(std::string(8191, 'm'), "\r\n"));
-    }
-}
-
-TEST_F(LoggerTest, WriteLineCutsNothing) {
-    addRecorder();
-    const std::string text(100000, 't');
-    Logger::writeLine(0, text.c_str());
-    EXPECT_THAT(writes, ElementsAre(text, "\r\n"));
 }
 
 // The C locale has no bytes for the wide character, so the formatter gives up halfway.
@@ -201,20 +168,13 @@ TEST_F(LoggerTest, TimeWithoutATextGivesAnEmptyStamp) {
     EXPECT_THAT(writes, ElementsAre("[", "", "] ", "message", "\r\n"));
 }
 
-TEST_F(LoggerTest, TimeTextHas24CharactersAndNoNewline) {
-    setZone("UTC");
-    char text[ORBCOMMON::logTimeSize];
-    EXPECT_EQ(formatLogTime(0, text), 24U);
-    EXPECT_STREQ(text, "Thu Jan  1 00:00:00 1970");
-}
-
-TEST_F(LoggerTest, TimeTextFollowsAChangedZone) {
+TEST_F(LoggerTest, TimeTextHas24CharactersAndNoNewlineAndFollowsAChangedZone) {
     char text[ORBCOMMON::logTimeSize];
     ASSERT_EQ(setenv("TZ", "UTC", 1), 0);
-    (void)formatLogTime(0, text);
+    EXPECT_EQ(formatLogTime(0, text), 24U);
     EXPECT_STREQ(text, "Thu Jan  1 00:00:00 1970");
     ASSERT_EQ(setenv("TZ", "XYZ-5", 1), 0);
-    (void)formatLogTime(0, text);
+    EXPECT_EQ(formatLogTime(0, text), 24U);
     EXPECT_STREQ(text, "Thu Jan  1 05:00:00 1970");
 }
 
@@ -240,39 +200,37 @@ Writes rowsOf(const Writes& writes) {
     return rows;
 }
 
-TEST_F(LoggerTest, DumpOfTwoBytesIsHeaderRuleAndOneRow) {
+/// Bytes and the rows of their dump.
+using Dump = ZNORBTEST::Row<std::string, Writes>;
+
+class LoggedDump : public LoggerTest, public testing::WithParamInterface<Dump> {};
+
+TEST_P(LoggedDump, IsHeaderRuleAndRowsInRecordsOfTheirOwn) {
     addRecorder();
-    Logger::hexDump(0, "AB", 2);
-    EXPECT_EQ(joined(writes), dumpHeader + dumpRule + " 000  41 42 " + std::string(42, ' ') + "AB\r\n");
+    Logger::hexDump(0, GetParam().given.data(), static_cast<unsigned int>(GetParam().given.size()));
+    Writes expected = {dumpHeader.substr(0, 71), "\r\n", dumpRule.substr(0, 71), "\r\n"};
+    for (const std::string& row : GetParam().expected) {
+        expected.insert(expected.end(), {row, "\r\n"});
+    }
+    EXPECT_EQ(writes, expected);
 }
 
-TEST_F(LoggerTest, EveryLineOfADumpIsARecordOfItsOwn) {
-    addRecorder();
-    Logger::hexDump(0, "AB", 2);
-    EXPECT_THAT(writes, ElementsAre(dumpHeader.substr(0, 71), "\r\n", dumpRule.substr(0, 71), "\r\n",
-                                    " 000  41 42 " + std::string(42, ' ') + "AB", "\r\n"));
-}
+const std::string fullRow = " 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef";
 
-TEST_F(LoggerTest, DumpOfNoBytesIsHeaderAndRule) {
+const Dump dumps[] = {
+    {"OfNoBytes", "", {}},
+    {"OfTwoBytes", "AB", {" 000  41 42 " + std::string(42, ' ') + "AB"}},
+    {"OfSixteenBytes", "0123456789abcdef", {fullRow}},
+    {"OfSeventeenBytes", "0123456789abcdefg", {fullRow, " 010  67 " + std::string(45, ' ') + "g"}},
+    {"OfPercentSigns", "%s%n%d%%", {" 000  25 73 25 6E 25 64 25 25 " + std::string(24, ' ') + "%s%n%d%%"}},
+};
+
+INSTANTIATE_TEST_SUITE_P(Logger, LoggedDump, testing::ValuesIn(dumps), ZNORBTEST::rowName);
+
+TEST_F(LoggerTest, DumpOfNoBytesNeedsNone) {
     addRecorder();
     Logger::hexDump(0, nullptr, 0);
     EXPECT_EQ(joined(writes), dumpHeader + dumpRule);
-}
-
-TEST_F(LoggerTest, DumpOfSixteenBytesIsOneRow) {
-    addRecorder();
-    Logger::hexDump(0, "0123456789abcdef", 16);
-    EXPECT_EQ(joined(writes),
-              dumpHeader + dumpRule +
-                  " 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef\r\n");
-}
-
-TEST_F(LoggerTest, DumpOfSeventeenBytesIsAFullRowAndAPaddedOne) {
-    addRecorder();
-    Logger::hexDump(0, "0123456789abcdefg", 17);
-    EXPECT_THAT(rowsOf(writes),
-                ElementsAre(" 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef",
-                            " 010  67 " + std::string(45, ' ') + "g"));
 }
 
 TEST_F(LoggerTest, DumpShowsUnprintableBytesAsDots) {
@@ -287,13 +245,6 @@ TEST_F(LoggerTest, DumpShowsUnprintableBytesAsDots) {
         characters += row.substr(54);
     }
     EXPECT_EQ(characters, std::string(32, '.') + bytes.substr(0x20, 0x5f) + std::string(129, '.'));
-}
-
-TEST_F(LoggerTest, DumpShowsAPercentSignAsItIs) {
-    addRecorder();
-    Logger::hexDump(0, "%s%n%d%%", 8);
-    EXPECT_THAT(rowsOf(writes),
-                ElementsAre(" 000  25 73 25 6E 25 64 25 25 " + std::string(24, ' ') + "%s%n%d%%"));
 }
 
 TEST_F(LoggerTest, DumpRowFromOffset1000LosesItsLastSpace) {

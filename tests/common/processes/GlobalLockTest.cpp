@@ -3,6 +3,7 @@
 #include "foundation/synchronization/NonCopyable.h"
 #include "tests/common/processes/GlobalLockFixture.h"
 #include "tests/support/Files.h"
+#include "tests/support/Rows.h"
 #include "tests/support/Scarcity.h"
 
 #include <fcntl.h>
@@ -18,9 +19,10 @@
 #include <climits>
 #include <csignal>
 #include <functional>
-#include <memory>
+#include <optional>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 namespace {
 
@@ -65,18 +67,122 @@ TEST_F(GlobalLockTest, IsClosedAndTouchesNothingUntilItIsUsed) {
     EXPECT_FALSE(nameExists(m_name));
 }
 
-TEST_F(GlobalLockTest, CreatingLockedMakesAHeldSemaphore) {
-    GlobalLock lock(m_name);
+using Steps = std::vector<void (*)(GlobalLock&)>;
+
+/// The life of an object: the semaphore's count before it, what it does, the count then, whether its end
+/// leaves the name, and the count at last.
+struct Life {
+    const char* name;
+    int before; ///< `none` for no semaphore of the name
+    Steps steps;
+    int then;
+    bool isNameLeft;
+    int atLast;
+
+    friend void PrintTo(const Life& row, std::ostream* stream) { *stream << row.name; }
+};
+
+constexpr int none = -1;
+constexpr bool left = true;
+constexpr bool unlinked = false;
+
+void creates(GlobalLock& lock) {
     EXPECT_TRUE(lock.create(true));
-    EXPECT_EQ(Onlooker(m_name).count(), 0);
+}
+void createsFree(GlobalLock& lock) {
+    EXPECT_TRUE(lock.create(false));
+}
+void failsToCreate(GlobalLock& lock) {
+    EXPECT_FALSE(lock.create(true));
+}
+void opens(GlobalLock& lock) {
+    EXPECT_TRUE(lock.openExisting());
+}
+void takes(GlobalLock& lock) {
+    EXPECT_TRUE(lock.tryLock(false));
+}
+void takesAndOwns(GlobalLock& lock) {
+    EXPECT_TRUE(lock.tryLock(true));
+}
+void failsToTake(GlobalLock& lock) {
+    EXPECT_FALSE(lock.tryLock(true));
+}
+void isHeld(GlobalLock& lock) {
     EXPECT_TRUE(lock.isHeld());
 }
-
-TEST_F(GlobalLockTest, CreatingUnlockedMakesAFreeSemaphore) {
-    GlobalLock lock(m_name);
-    EXPECT_TRUE(lock.create(false));
-    EXPECT_EQ(Onlooker(m_name).count(), 1);
+void isNotHeld(GlobalLock& lock) {
     EXPECT_FALSE(lock.isHeld());
+}
+void unlocks(GlobalLock& lock) {
+    lock.unlock(false);
+}
+void disowns(GlobalLock& lock) {
+    lock.unlock(true);
+}
+void closes(GlobalLock& lock) {
+    lock.close();
+}
+void removes(GlobalLock& lock) {
+    lock.remove(false);
+}
+
+class GlobalLockLife : public GlobalLockTest, public testing::WithParamInterface<Life> {};
+
+TEST_P(GlobalLockLife, IsAsItsStepsSay) {
+    std::optional<Onlooker> onlooker;
+    if (GetParam().before != none) {
+        onlooker.emplace(m_name, static_cast<unsigned>(GetParam().before));
+    }
+    {
+        GlobalLock lock(m_name);
+        for (const auto& step : GetParam().steps) {
+            step(lock);
+        }
+        if (!onlooker.has_value()) {
+            onlooker.emplace(m_name);
+        }
+        EXPECT_EQ(onlooker->count(), GetParam().then);
+    }
+    EXPECT_EQ(nameExists(m_name), GetParam().isNameLeft);
+    EXPECT_EQ(onlooker->count(), GetParam().atLast);
+}
+
+const Life lives[] = {
+    {"CreatedLockedIsHeldAndUnlinkedAtTheEnd", none, {creates, isHeld}, 0, unlinked, 1},
+    {"CreatedUnlockedIsFreeAndUnlinkedAtTheEnd", none, {createsFree, isNotHeld}, 1, unlinked, 1},
+    {"CreateOnAnOpenedLockTakesNothing", 1, {opens, creates}, 1, left, 1},
+    {"CreateOfAnExistingNameFailsAndOpensNothing",
+     1,
+     {failsToCreate, isNotHeld, failsToTake, removes},
+     1,
+     left,
+     1},
+    {"FailedCreateMayBeFollowedByAnOpen", 1, {failsToCreate, opens, takes}, 0, left, 1},
+    {"OpenExistingDoesNotLock", 1, {opens, opens}, 1, left, 1},
+    {"IsHeldIsFalseOnAnObjectThatIsNotOpen", 0, {isNotHeld}, 0, left, 0},
+    {"IsHeldIsTrueWhenSomebodyElseHoldsIt", 0, {opens, isHeld}, 0, left, 0},
+    {"IsHeldGivesAFreeLockBackAtOnce", 1, {opens, isNotHeld, isNotHeld}, 1, left, 1},
+    {"TryLockTakesAFreeLock", 2, {opens, takes, isHeld}, 1, left, 2},
+    {"TryLockTakesAFreeLockOnce", 2, {opens, takes, takes, isHeld}, 1, left, 2},
+    {"TryLockFailsOnALockThatIsNotOpen", 0, {failsToTake}, 0, left, 0},
+    {"TryLockFailsOnATakenLockAndTakesNoOwnership", 0, {opens, failsToTake}, 0, left, 0},
+    {"TryLockWithOwnershipUnlinksAtTheEnd", 1, {opens, takesAndOwns}, 0, unlinked, 1},
+    {"TryLockWhileHeldTakesNoOwnership", 1, {opens, takes, takesAndOwns}, 0, left, 1},
+    {"UnlockKeepsTheOwnership", none, {creates, unlocks, isNotHeld}, 1, unlinked, 1},
+    {"UnlockDisownsWhenToldTo", none, {creates, disowns, isNotHeld}, 1, left, 1},
+    {"UnlockDisownsEvenWhenNothingIsHeld", none, {createsFree, disowns}, 1, left, 1},
+    {"CloseGivesBackAndKeepsTheName", none, {creates, closes, isNotHeld, failsToTake, closes}, 1, left, 1},
+    {"RemoveLeavesANameThatIsNotOwnedAndCloses", 1, {opens, takes, removes, failsToTake}, 1, left, 1},
+};
+
+INSTANTIATE_TEST_SUITE_P(GlobalLock, GlobalLockLife, testing::ValuesIn(lives), ZNORBTEST::rowName);
+
+TEST_F(GlobalLockTest, CloseKeepsTheOwnership) {
+    GlobalLock lock(m_name);
+    ASSERT_TRUE(lock.create(true));
+    lock.close();
+    lock.remove(false);
+    EXPECT_FALSE(nameExists(m_name));
 }
 
 TEST_F(GlobalLockTest, CreatesTheNameWithMode0644) {
@@ -100,55 +206,12 @@ TEST_F(GlobalLockTest, CreatingTwiceReturnsTrueWithoutTouchingTheSystem) {
     EXPECT_TRUE(lock.isHeld());
 }
 
-TEST_F(GlobalLockTest, CreateOnAnOpenedLockReturnsTrueAndTakesNothing) {
-    const Onlooker onlooker(m_name, 1);
-    {
-        GlobalLock lock(m_name);
-        ASSERT_TRUE(lock.openExisting());
-        EXPECT_TRUE(lock.create(true));
-        EXPECT_EQ(onlooker.count(), 1);
-    }
-    EXPECT_TRUE(nameExists(m_name)) << "it did not become the owner";
-}
-
-TEST_F(GlobalLockTest, CreateOfAnExistingNameFailsAndChangesNothing) {
-    const Onlooker onlooker(m_name, 1);
-    {
-        GlobalLock lock(m_name);
-        EXPECT_FALSE(lock.create(true));
-        EXPECT_EQ(onlooker.count(), 1);
-        EXPECT_FALSE(lock.isHeld());
-        EXPECT_FALSE(lock.tryLock(true)) << "it is not open";
-        EXPECT_EQ(onlooker.count(), 1);
-        lock.remove(false);
-    }
-    EXPECT_TRUE(nameExists(m_name));
-    EXPECT_EQ(onlooker.count(), 1);
-}
-
-TEST_F(GlobalLockTest, CanOpenTheNameThatItFailedToCreate) {
-    const Onlooker onlooker(m_name, 1);
-    GlobalLock lock(m_name);
-    ASSERT_FALSE(lock.create(true));
-    EXPECT_TRUE(lock.openExisting());
-    EXPECT_TRUE(lock.tryLock(false));
-    EXPECT_EQ(onlooker.count(), 0);
-}
-
 TEST_F(GlobalLockTest, OpenExistingNeverCreates) {
     GlobalLock lock(m_name);
     EXPECT_FALSE(lock.openExisting());
     EXPECT_FALSE(nameExists(m_name));
     EXPECT_FALSE(lock.isHeld());
     EXPECT_TRUE(lock.create(false)) << "the failure leaves the object usable";
-}
-
-TEST_F(GlobalLockTest, OpenExistingOpensWithoutLocking) {
-    const Onlooker onlooker(m_name, 1);
-    GlobalLock lock(m_name);
-    EXPECT_TRUE(lock.openExisting());
-    EXPECT_TRUE(lock.openExisting());
-    EXPECT_EQ(onlooker.count(), 1);
 }
 
 TEST_F(GlobalLockTest, NamesThatTheSystemRefusesFailToCreateAndToOpen) {
@@ -162,110 +225,12 @@ TEST_F(GlobalLockTest, NamesThatTheSystemRefusesFailToCreateAndToOpen) {
     }
 }
 
-TEST_F(GlobalLockTest, IsHeldOnAnObjectThatIsNotOpenIsFalse) {
-    const Onlooker holder(m_name, 0);
-    GlobalLock lock(m_name);
-    EXPECT_FALSE(lock.isHeld());
-}
-
 TEST_F(GlobalLockTest, IsHeldByTheCreatorIsTrueWithoutASystemCall) {
     GlobalLock lock(m_name);
     ASSERT_TRUE(lock.create(true));
     const Onlooker onlooker(m_name);
     onlooker.post();
     EXPECT_TRUE(lock.isHeld()) << "the semaphore's count is not looked at";
-    EXPECT_EQ(onlooker.count(), 1);
-}
-
-TEST_F(GlobalLockTest, IsHeldBySomebodyElseIsTrue) {
-    const Onlooker holder(m_name, 0);
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.openExisting());
-    EXPECT_TRUE(lock.isHeld());
-    EXPECT_EQ(holder.count(), 0);
-}
-
-TEST_F(GlobalLockTest, IsHeldGivesAFreeLockBackAtOnce) {
-    const Onlooker onlooker(m_name, 1);
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.openExisting());
-    EXPECT_FALSE(lock.isHeld());
-    EXPECT_FALSE(lock.isHeld());
-    EXPECT_EQ(onlooker.count(), 1);
-}
-
-TEST_F(GlobalLockTest, IsHeldKeepsTheOwnershipOfTheName) {
-    {
-        GlobalLock lock(m_name);
-        ASSERT_TRUE(lock.create(false));
-        EXPECT_FALSE(lock.isHeld());
-    }
-    EXPECT_FALSE(nameExists(m_name));
-}
-
-TEST_F(GlobalLockTest, TryLockTakesAFreeLockOnce) {
-    const Onlooker onlooker(m_name, 2);
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.openExisting());
-    EXPECT_TRUE(lock.tryLock(false));
-    EXPECT_EQ(onlooker.count(), 1);
-    EXPECT_TRUE(lock.tryLock(false)) << "held already";
-    EXPECT_EQ(onlooker.count(), 1);
-    EXPECT_TRUE(lock.isHeld());
-}
-
-TEST_F(GlobalLockTest, TryLockFailsOnATakenLockAndOnOneThatIsNotOpen) {
-    const Onlooker holder(m_name, 0);
-    {
-        GlobalLock lock(m_name);
-        EXPECT_FALSE(lock.tryLock(true));
-        ASSERT_TRUE(lock.openExisting());
-        EXPECT_FALSE(lock.tryLock(true));
-    }
-    EXPECT_EQ(holder.count(), 0);
-    EXPECT_TRUE(nameExists(m_name)) << "a failure takes no ownership";
-}
-
-TEST_F(GlobalLockTest, TryLockWithOwnershipUnlinksTheOpenedNameOnDestruction) {
-    const Onlooker onlooker(m_name, 1);
-    {
-        GlobalLock lock(m_name);
-        ASSERT_TRUE(lock.openExisting());
-        ASSERT_TRUE(lock.tryLock(true));
-    }
-    EXPECT_FALSE(nameExists(m_name));
-    EXPECT_EQ(onlooker.count(), 1);
-}
-
-TEST_F(GlobalLockTest, TryLockWhileHeldTakesNoOwnership) {
-    const Onlooker onlooker(m_name, 1);
-    {
-        GlobalLock lock(m_name);
-        ASSERT_TRUE(lock.openExisting());
-        ASSERT_TRUE(lock.tryLock(false));
-        EXPECT_TRUE(lock.tryLock(true));
-    }
-    EXPECT_TRUE(nameExists(m_name));
-}
-
-TEST_F(GlobalLockTest, DestroyingAnOpenedLockOnlyGivesItBackAndCloses) {
-    const Onlooker onlooker(m_name, 1);
-    {
-        GlobalLock lock(m_name);
-        ASSERT_TRUE(lock.openExisting());
-        ASSERT_TRUE(lock.tryLock(false));
-        EXPECT_EQ(onlooker.count(), 0);
-    }
-    EXPECT_TRUE(nameExists(m_name));
-    EXPECT_EQ(onlooker.count(), 1);
-}
-
-TEST_F(GlobalLockTest, DestroyingACreatedLockGivesItBackAndUnlinksTheName) {
-    auto lock = std::make_unique<GlobalLock>(m_name);
-    ASSERT_TRUE(lock->create(true));
-    const Onlooker onlooker(m_name);
-    lock.reset();
-    EXPECT_FALSE(nameExists(m_name));
     EXPECT_EQ(onlooker.count(), 1);
 }
 
@@ -284,50 +249,6 @@ TEST_F(GlobalLockTest, UnlockGivesBackOnlyWhatIsHeld) {
     EXPECT_FALSE(lock.isHeld());
 }
 
-TEST_F(GlobalLockTest, UnlockKeepsTheOwnershipUnlessToldToDisown) {
-    for (const bool disown : {false, true}) {
-        {
-            GlobalLock lock(m_name);
-            ASSERT_TRUE(lock.create(true));
-            lock.unlock(disown);
-            EXPECT_FALSE(lock.isHeld());
-        }
-        EXPECT_EQ(nameExists(m_name), disown);
-    }
-}
-
-TEST_F(GlobalLockTest, UnlockDisownsEvenWhenNothingIsHeld) {
-    {
-        GlobalLock lock(m_name);
-        ASSERT_TRUE(lock.create(false));
-        lock.unlock(true);
-        EXPECT_EQ(Onlooker(m_name).count(), 1);
-    }
-    EXPECT_TRUE(nameExists(m_name));
-}
-
-TEST_F(GlobalLockTest, CloseGivesBackAndKeepsTheName) {
-    {
-        GlobalLock lock(m_name);
-        ASSERT_TRUE(lock.create(true));
-        lock.close();
-        EXPECT_EQ(Onlooker(m_name).count(), 1);
-        EXPECT_FALSE(lock.isHeld());
-        EXPECT_FALSE(lock.tryLock(false));
-        lock.close();
-        EXPECT_EQ(Onlooker(m_name).count(), 1);
-    }
-    EXPECT_TRUE(nameExists(m_name)) << "destroying a closed lock does nothing";
-}
-
-TEST_F(GlobalLockTest, CloseKeepsTheOwnership) {
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.create(true));
-    lock.close();
-    lock.remove(false);
-    EXPECT_FALSE(nameExists(m_name));
-}
-
 TEST_F(GlobalLockTest, CanBeOpenedAgainAfterAClose) {
     GlobalLock lock(m_name);
     ASSERT_TRUE(lock.create(true));
@@ -336,17 +257,6 @@ TEST_F(GlobalLockTest, CanBeOpenedAgainAfterAClose) {
     EXPECT_TRUE(lock.openExisting());
     EXPECT_FALSE(lock.isHeld());
     EXPECT_TRUE(lock.tryLock(false));
-}
-
-TEST_F(GlobalLockTest, RemoveWithoutForceUnlinksOnlyAnOwnedName) {
-    const Onlooker onlooker(m_name, 1);
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.openExisting());
-    ASSERT_TRUE(lock.tryLock(false));
-    lock.remove(false);
-    EXPECT_TRUE(nameExists(m_name));
-    EXPECT_EQ(onlooker.count(), 1);
-    EXPECT_FALSE(lock.tryLock(false)) << "it is closed";
 }
 
 TEST_F(GlobalLockTest, RemoveWithForceUnlinksEvenANameThatIsNotOpen) {

@@ -115,16 +115,14 @@ TEST_F(ClientSocketTest, CloseIgnoresADescriptorThatIsNoSocket) {
 }
 
 // A shutdown or close of -1 would leave EBADF behind.
-TEST(ClientSocket, ClosingWithoutAConnectionMakesNoSystemCall) {
-    ClientSocket socket;
+TEST(ClientSocket, ClosingAndDestroyingWithoutAConnectionMakeNoSystemCall) {
     errno = 0;
-    socket.close();
-    EXPECT_EQ(errno, 0);
-    EXPECT_EQ(socket.descriptor(), -1);
-}
-
-TEST(ClientSocket, DestroyingWithoutAConnectionMakesNoSystemCall) {
-    errno = 0;
+    {
+        ClientSocket socket;
+        socket.close();
+        EXPECT_EQ(errno, 0);
+        EXPECT_EQ(socket.descriptor(), -1);
+    }
     { const ClientSocket socket; }
     EXPECT_EQ(errno, 0);
 }

@@ -1,5 +1,7 @@
 #include "common/sockets/IPClientSocket.h"
 
+#include "tests/support/Rows.h"
+
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -115,26 +117,6 @@ TEST_F(IPClientSocketTest, GoesToTheGivenPortInNetworkByteOrder) {
     EXPECT_EQ(peer.sin_addr.s_addr, htonl(INADDR_LOOPBACK));
 }
 
-TEST_F(IPClientSocketTest, HostThatBeginsWithALetterIsResolved) {
-    IPClientSocket socket("localhost", port.number());
-    socket.connect();
-    EXPECT_TRUE(socket.isConnected());
-}
-
-TEST_F(IPClientSocketTest, UpperCaseLetterCountsAsALetterToo) {
-    IPClientSocket socket("LOCALHOST", port.number());
-    socket.connect();
-    EXPECT_TRUE(socket.isConnected());
-}
-
-// No label of a host name may be that long, so the resolver refuses it without asking anybody.
-TEST_F(IPClientSocketTest, NameThatDoesNotResolveStaysUnconnected) {
-    IPClientSocket socket(std::string(300, 'a'), port.number());
-    socket.connect();
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_EQ(port.acceptOne(), -1);
-}
-
 TEST_F(IPClientSocketTest, NameThatResolvesToNoAddressStaysUnconnected) {
     char* none[1] = {nullptr};
     hostent answer{};
@@ -163,26 +145,41 @@ TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
     EXPECT_EQ(recv(peer.descriptor(), &byte, 1, MSG_DONTWAIT), 0);
 }
 
-TEST_F(IPClientSocketTest, TextThatIsNoAddressStaysUnconnected) {
-    for (const char* host : {"", "999.0.0.1", "-", "#localhost", "\xe4host"}) {
-        IPClientSocket socket(host, port.number());
-        socket.connect();
-        EXPECT_FALSE(socket.isConnected()) << host;
-    }
-    EXPECT_EQ(port.acceptOne(), -1);
+/// A host and whether it is connected to.
+using Host = ZNORBTEST::Row<std::string, bool>;
+
+class ConnectToAHost : public IPClientSocketTest, public testing::WithParamInterface<Host> {};
+
+TEST_P(ConnectToAHost, SucceedsOrStaysUnconnected) {
+    IPClientSocket socket(GetParam().given, port.number());
+    socket.connect();
+    EXPECT_EQ(socket.isConnected(), GetParam().expected);
+    const ClientSocket accepted(port.acceptOne());
+    EXPECT_EQ(accepted.isConnected(), GetParam().expected);
 }
 
-TEST(IPClientSocket, RefusedConnectionStaysUnconnected) {
+const Host hosts[] = {
+    {"DottedAddress", "127.0.0.1", true},
+    {"NameIsResolved", "localhost", true},
+    {"UpperCaseNameIsResolvedToo", "LOCALHOST", true},
+    // No label may be that long, so the resolver refuses it without asking anybody.
+    {"NameThatDoesNotResolve", std::string(300, 'a'), false},
+    {"EmptyText", "", false},
+    {"NumberOutOfRange", "999.0.0.1", false},
+    {"Dash", "-", false},
+    {"NumberSignBeforeAName", "#localhost", false},
+    {"LetterBeyondAscii", "\xe4host", false},
+};
+
+INSTANTIATE_TEST_SUITE_P(IPClientSocket, ConnectToAHost, testing::ValuesIn(hosts), ZNORBTEST::rowName);
+
+TEST(IPClientSocket, PortThatRefusesOrIsZeroStaysUnconnected) {
     const LocalPort silent;
-    IPClientSocket socket("127.0.0.1", silent.number());
-    socket.connect();
-    EXPECT_FALSE(socket.isConnected());
-}
-
-TEST(IPClientSocket, PortZeroStaysUnconnected) {
-    IPClientSocket socket("127.0.0.1", 0);
-    socket.connect();
-    EXPECT_FALSE(socket.isConnected());
+    for (const std::uint16_t port : {silent.number(), std::uint16_t{0}}) {
+        IPClientSocket socket("127.0.0.1", port);
+        socket.connect();
+        EXPECT_FALSE(socket.isConnected()) << port;
+    }
 }
 
 // The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.

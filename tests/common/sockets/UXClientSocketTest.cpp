@@ -1,5 +1,6 @@
 #include "common/sockets/UXClientSocket.h"
 
+#include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -99,23 +100,19 @@ TEST_F(UXClientSocketTest, ConnectReachesTheListenerOnThePath) {
     EXPECT_STREQ(received, "QUIT");
 }
 
-TEST_F(UXClientSocketTest, StaysUnconnectedWhenThePathIsAbsent) {
-    UXClientSocket socket(path);
-    socket.connect();
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_EQ(socket.descriptor(), -1);
+TEST_F(UXClientSocketTest, StaysUnconnectedWhenThePathIsAbsentOrEmpty) {
+    for (const std::string& absent : {path, std::string()}) {
+        UXClientSocket socket(absent);
+        socket.connect();
+        EXPECT_FALSE(socket.isConnected()) << absent;
+        EXPECT_EQ(socket.descriptor(), -1);
+    }
 }
 
 TEST_F(UXClientSocketTest, StaysUnconnectedWhenTheSocketFileIsStale) {
     Descriptor(listenOn(path)).reset();
     ASSERT_TRUE(std::filesystem::exists(path));
     UXClientSocket socket(path);
-    socket.connect();
-    EXPECT_FALSE(socket.isConnected());
-}
-
-TEST_F(UXClientSocketTest, StaysUnconnectedWithAnEmptyPath) {
-    UXClientSocket socket("");
     socket.connect();
     EXPECT_FALSE(socket.isConnected());
 }
@@ -216,30 +213,22 @@ TEST_F(UXClientSocketTest, ServerHandsAnAcceptedConnectionOver) {
         << "destruction closes the connection";
 }
 
-TEST_F(UXClientSocketTest, PathOf107BytesIsUsedWhole) {
-    path.resize(107, 'p');
-    const Descriptor listener(listenOn(path));
-    ASSERT_NE(listener.get(), -1);
-    UXClientSocket socket(path);
-    socket.connect();
-    EXPECT_TRUE(socket.isConnected());
-}
-
-TEST_F(UXClientSocketTest, LongerPathIsCutAt107Bytes) {
-    path.resize(107, 'p');
-    const Descriptor listener(listenOn(path));
-    ASSERT_NE(listener.get(), -1);
-    UXClientSocket socket(path + std::string(5000, 'q'));
-    socket.connect();
-    EXPECT_TRUE(socket.isConnected());
-}
-
-TEST_F(UXClientSocketTest, PathIsReadAsAFormat) {
-    const Descriptor listener(listenOn(folder / "100%"));
-    ASSERT_NE(listener.get(), -1);
-    UXClientSocket socket(folder / "100%%");
-    socket.connect();
-    EXPECT_TRUE(socket.isConnected());
+TEST_F(UXClientSocketTest, PathIsAFormatOf107BytesAtMost) {
+    const std::string longest = path + std::string(107 - path.size(), 'p');
+    const ZNORBTEST::Row<std::string, std::string> paths[] = {
+        {"the longest is used whole", longest, longest},
+        {"a longer one is cut", longest + std::string(5000, 'q'), longest},
+        {"it is read as a format", folder / "100%%", folder / "100%"},
+    };
+    for (const auto& row : paths) {
+        SCOPED_TRACE(row.name);
+        const Descriptor listener(listenOn(row.expected));
+        ASSERT_NE(listener.get(), -1);
+        UXClientSocket socket(row.given);
+        socket.connect();
+        EXPECT_TRUE(socket.isConnected());
+        EXPECT_TRUE(std::filesystem::remove(row.expected));
+    }
 }
 
 } // namespace

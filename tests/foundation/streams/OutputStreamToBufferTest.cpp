@@ -1,6 +1,7 @@
 #include "foundation/streams/OutputStreamToBuffer.h"
 
 #include "tests/foundation/containers/Allocations.h"
+#include "tests/support/Rows.h"
 
 #include <gtest/gtest.h>
 
@@ -240,39 +241,34 @@ TEST(OutputStreamToBuffer, IsNeverCopied) {
     EXPECT_FALSE(std::is_copy_assignable_v<OutputStreamToBuffer>);
 }
 
-TEST(OutputStreamToBuffer, CopyOutCopiesWithoutConsumingOrFlushing) {
-    VisibleStream stream;
-    stream.write("abcdef", 6);
-    std::size_t copied = 0;
-    EXPECT_EQ(copyOf(stream, 2, 3, copied), "cde");
-    EXPECT_EQ(copied, 3U);
-    EXPECT_EQ(stream.chunkCount(), 1U);
-    EXPECT_EQ(stream.getString(), "abcdef");
-}
+/// A text in the stream, from where and how much is copied, and what comes of it.
+struct Copy {
+    const char* name;
+    std::string text;
+    std::size_t offset;
+    std::size_t count;
+    std::string destination;
+    std::size_t copied;
+};
 
-TEST(OutputStreamToBuffer, CopyOutFillsTheRestOfTheDestinationWithSpaces) {
-    OutputStreamToBuffer stream;
-    stream.write("abc", 3);
-    std::size_t copied = 0;
-    EXPECT_EQ(copyOf(stream, 1, 6, copied), "bc    ");
-    EXPECT_EQ(copied, 2U);
-}
-
-TEST(OutputStreamToBuffer, CopyOutFromTheEndOrBeyondCopiesNothing) {
-    OutputStreamToBuffer stream;
-    stream.write("abc", 3);
+TEST(OutputStreamToBuffer, CopyOutCopiesWithoutConsumingOrFlushingAndFillsTheRestWithSpaces) {
+    const Copy copies[] = {
+        {"from within", "abcdef", 2, 3, "cde", 3},   {"more than there is", "abc", 1, 6, "bc    ", 2},
+        {"from the end", "abc", 3, 4, "    ", 0},    {"from beyond the end", "abc", SIZE_MAX, 4, "    ", 0},
+        {"from an empty stream", "", 0, 2, "  ", 0},
+    };
+    for (const Copy& copy : copies) {
+        SCOPED_TRACE(copy.name);
+        VisibleStream stream;
+        writeText(stream, copy.text);
+        std::size_t copied = 99;
+        EXPECT_EQ(copyOf(stream, copy.offset, copy.count, copied), copy.destination);
+        EXPECT_EQ(copied, copy.copied);
+        EXPECT_EQ(stream.chunkCount(), 1U);
+        EXPECT_EQ(stream.getString(), copy.text);
+    }
     std::size_t copied = 99;
-    EXPECT_EQ(copyOf(stream, 3, 4, copied), "    ");
-    EXPECT_EQ(copied, 0U);
-    copied = 99;
-    EXPECT_EQ(copyOf(stream, SIZE_MAX, 4, copied), "    ");
-    EXPECT_EQ(copied, 0U);
-}
-
-TEST(OutputStreamToBuffer, CopyOutOfAnEmptyStreamOnlyFills) {
-    const OutputStreamToBuffer stream;
-    std::size_t copied = 99;
-    EXPECT_EQ(copyOf(stream, 0, 2, copied), "  ");
+    EXPECT_EQ(copyOf(OutputStreamToBuffer(), 0, 2, copied), "  ") << "from one that nothing was written to";
     EXPECT_EQ(copied, 0U);
 }
 

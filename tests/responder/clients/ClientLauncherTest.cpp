@@ -8,6 +8,7 @@
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Files.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Rows.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -94,44 +95,57 @@ protected:
     SharedVariables m_table;
 };
 
-TEST_F(ClientLauncherTest, InNormalModeWithoutATimeoutArgumentsAreLanguageConsoleAndIndex) {
-    EXPECT_THAT(wordsOf(launch(3, "en", "")), ElementsAre(program, "-lang", "en", "-wbx", "-index", "3"));
+/// A launch and the words behind the program's name.
+struct LaunchedWords {
+    const char* name;
+    bool isTestMode;
+    std::uint16_t index;
+    std::string language;
+    std::string timeout;
+    std::vector<std::string> words;
+
+    friend void PrintTo(const LaunchedWords& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class ClientArguments : public ClientLauncherTest, public testing::WithParamInterface<LaunchedWords> {};
+
+TEST_P(ClientArguments, AreModeLanguageConsoleIndexAndTimeout) {
+    gIsTestMode = GetParam().isTestMode;
+    std::vector<std::string> expected = GetParam().words;
+    expected.insert(expected.begin(), program);
+    EXPECT_EQ(wordsOf(launch(GetParam().index, GetParam().language, GetParam().timeout)), expected);
 }
 
-TEST_F(ClientLauncherTest, TimeoutFollowsAtTheEnd) {
-    EXPECT_THAT(wordsOf(launch(3, "en", "600")),
-                ElementsAre(program, "-lang", "en", "-wbx", "-index", "3", "-timeout", "600"));
-}
+const std::string oddLanguage = "-timeout \"%s\" $HOME\n*";
+const std::string longLanguage(1024, 'x'); // a request's size
 
-TEST_F(ClientLauncherTest, InTestModeTheFirstArgumentIsV) {
-    gIsTestMode = true;
-    EXPECT_THAT(wordsOf(launch(3, "en", "")),
-                ElementsAre(program, "-v", "-lang", "en", "-wbx", "-index", "3"));
-    EXPECT_THAT(wordsOf(launch(4, "de", "1")),
-                ElementsAre(program, "-v", "-lang", "de", "-wbx", "-index", "4", "-timeout", "1"));
-}
+const LaunchedWords launchedWords[] = {
+    {"WithoutATimeout", false, 3, "en", "", {"-lang", "en", "-wbx", "-index", "3"}},
+    {"WithATimeout", false, 3, "en", "600", {"-lang", "en", "-wbx", "-index", "3", "-timeout", "600"}},
+    {"InTestMode", true, 3, "en", "", {"-v", "-lang", "en", "-wbx", "-index", "3"}},
+    {"InTestModeWithATimeout",
+     true,
+     4,
+     "de",
+     "1",
+     {"-v", "-lang", "de", "-wbx", "-index", "4", "-timeout", "1"}},
+    {"EmptyLanguageIsAnEmptyArgument", false, 0, "", "", {"-lang", "", "-wbx", "-index", "0"}},
+    {"EmptyLanguageDoesNotShiftTheTimeout",
+     false,
+     0,
+     "",
+     "5",
+     {"-lang", "", "-wbx", "-index", "0", "-timeout", "5"}},
+    {"LanguageAndTimeoutAreUnchanged",
+     false,
+     7,
+     oddLanguage,
+     "-1; true",
+     {"-lang", oddLanguage, "-wbx", "-index", "7", "-timeout", "-1; true"}},
+    {"LongLanguageIsWhole", false, 7, longLanguage, "", {"-lang", longLanguage, "-wbx", "-index", "7"}},
+};
 
-TEST_F(ClientLauncherTest, EmptyLanguageIsPassedAsAnEmptyArgumentAndEmptyTimeoutNotAtAll) {
-    EXPECT_THAT(wordsOf(launch(0, "", "")), ElementsAre(program, "-lang", "", "-wbx", "-index", "0"));
-}
-
-TEST_F(ClientLauncherTest, EmptyLanguageDoesNotShiftTheTimeout) {
-    EXPECT_THAT(wordsOf(launch(0, "", "5")),
-                ElementsAre(program, "-lang", "", "-wbx", "-index", "0", "-timeout", "5"));
-}
-
-TEST_F(ClientLauncherTest, LanguageAndTimeoutArePassedUnchanged) {
-    const std::string language = "-timeout \"%s\" $HOME\n*";
-    const std::string timeout = "-1; true";
-    EXPECT_THAT(wordsOf(launch(7, language, timeout)),
-                ElementsAre(program, "-lang", language, "-wbx", "-index", "7", "-timeout", timeout));
-}
-
-TEST_F(ClientLauncherTest, LanguageOfARequestsSizeIsPassedWhole) {
-    const std::string language(1024, 'x');
-    EXPECT_THAT(wordsOf(launch(7, language, "")),
-                ElementsAre(program, "-lang", language, "-wbx", "-index", "7"));
-}
+INSTANTIATE_TEST_SUITE_P(ClientLauncher, ClientArguments, testing::ValuesIn(launchedWords), rowName);
 
 TEST_F(ClientLauncherTest, IndexIsPassedAsAnUnsignedDecimalNumber) {
     const std::vector<std::uint16_t> indexes = {0, 9, 10, 63, 32768, 65535};
@@ -291,23 +305,34 @@ TEST_F(ClientLauncherTest, StartOnAnEmptyTableClaimsEntryZeroAndLaunchesItsClien
     EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "en", "-wbx", "-index", "0"));
 }
 
-TEST_F(ClientLauncherTest, StartPassesLanguageTimeoutAndTheClaimedNumber) {
-    fill(m_table, 12, std::vector<std::uint8_t>(12, 1));
-    std::uint16_t index = untouched;
-    const pid_t process = start(&m_table, index, "fr", "90");
-    EXPECT_EQ(index, 12);
-    EXPECT_EQ(m_table.count, 13U);
-    EXPECT_THAT(wordsOf(process),
-                ElementsAre(program, "-lang", "fr", "-wbx", "-index", "12", "-timeout", "90"));
-}
+/// A table of this many entries, all in use but the free ones, and the entry that a start claims.
+struct StartOn {
+    const char* name;
+    std::uint32_t count;
+    std::vector<unsigned> free;
+    std::uint16_t entry;
+    std::uint32_t newCount;
+};
 
-TEST_F(ClientLauncherTest, StartUsesTheLowestFreeEntry) {
-    fill(m_table, 4, {1, 0, 1, 0});
-    std::uint16_t index = untouched;
-    const pid_t process = start(&m_table, index, "en", "");
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(m_table.count, 4U);
-    EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "en", "-wbx", "-index", "1"));
+TEST_F(ClientLauncherTest, StartPassesLanguageTimeoutAndTheLowestFreeEntry) {
+    const StartOn starts[] = {
+        {"no free entry", 12, {}, 12, 13},
+        {"two free entries", 4, {1, 3}, 1, 4},
+        {"the last entry freed", 64, {63}, 63, 64},
+    };
+    for (const StartOn& row : starts) {
+        SCOPED_TRACE(row.name);
+        fill(m_table, row.count, std::vector<std::uint8_t>(row.count, 1));
+        for (const unsigned entry : row.free) {
+            m_table.entries[entry].inUse = 0;
+        }
+        std::uint16_t index = untouched;
+        const pid_t process = start(&m_table, index, "fr", "90");
+        EXPECT_EQ(index, row.entry);
+        EXPECT_EQ(m_table.count, row.newCount);
+        EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "fr", "-wbx", "-index",
+                                                  std::to_string(row.entry), "-timeout", "90"));
+    }
 }
 
 TEST_F(ClientLauncherTest, ConsecutiveStartsGetConsecutiveEntries) {
@@ -378,16 +403,6 @@ TEST_F(ClientLauncherTest, StartWithAHostileCountLaunchesAndChangesNothing) {
         EXPECT_EQ(std::memcmp(&m_table, &before, sizeof before), 0);
     }
     EXPECT_TRUE(hasNoChildren());
-}
-
-TEST_F(ClientLauncherTest, EntryFreedInAFullTableIsGivenOutAgain) {
-    fill(m_table, 64, std::vector<std::uint8_t>(64, 1));
-    m_table.entries[63].inUse = 0;
-    std::uint16_t index = untouched;
-    const pid_t process = start(&m_table, index, "en", "");
-    EXPECT_EQ(index, 63);
-    EXPECT_EQ(m_table.count, 64U);
-    EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "en", "-wbx", "-index", "63"));
 }
 
 } // namespace

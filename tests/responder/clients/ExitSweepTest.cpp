@@ -4,6 +4,7 @@
 #include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/Waiting.h"
 
@@ -236,39 +237,40 @@ TEST_F(ExitSweep, NullTableIsPassedOver) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(ExitSweep, TableThatCountsNothingIsPassedOver) {
-    enter(0, first);
-    table->count = 0;
+/// The count of a table of three entries, their marks, and who is asked.
+struct Table {
+    const char* name;
+    std::uint32_t count;
+    std::vector<std::uint8_t> marks;
+    std::vector<bool> asked;
+
+    friend void PrintTo(const Table& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class AskedClients : public ExitSweep, public testing::WithParamInterface<Table> {};
+
+TEST_P(AskedClients, AreThoseOfTheCountedEntriesInUse) {
+    ClientPort* const clients[] = {&first, &second, &third};
+    for (unsigned index = 0; index < 3; ++index) {
+        enter(index, clients[index]->port(), GetParam().marks[index]);
+    }
+    table->count = GetParam().count;
     sweepWithoutWaiting();
-    EXPECT_FALSE(first.isAsked());
+    for (unsigned index = 0; index < 3; ++index) {
+        const bool isToBeAsked = GetParam().asked[index];
+        EXPECT_EQ(isToBeAsked ? clients[index]->awaitAsked() : clients[index]->isAsked(), isToBeAsked)
+            << index;
+    }
 }
 
-TEST_F(ExitSweep, EntriesBeyondTheCountAreNotLookedAt) {
-    enter(0, first);
-    enter(1, second);
-    table->count = 1;
-    sweepWithoutWaiting();
-    EXPECT_TRUE(first.awaitAsked());
-    EXPECT_FALSE(second.isAsked());
-}
+const Table tables[] = {
+    {"CountOfNothing", 0, {1, 1, 1}, {false, false, false}},
+    {"EntriesBeyondTheCount", 1, {1, 1, 1}, {true, false, false}},
+    {"FreeEntries", 3, {0, 1, 0}, {false, true, false}},
+    {"AnyOtherMarkThanZero", 3, {2, 0x80, 255}, {true, true, true}},
+};
 
-TEST_F(ExitSweep, FreeEntriesAreNotAsked) {
-    enter(0, first.port(), 0);
-    enter(1, second.port(), 1);
-    enter(2, third.port(), 0);
-    sweepWithoutWaiting();
-    EXPECT_FALSE(first.isAsked());
-    EXPECT_TRUE(second.awaitAsked());
-    EXPECT_FALSE(third.isAsked());
-}
-
-TEST_F(ExitSweep, AnyOtherMarkThanZeroIsInUse) {
-    enter(0, first.port(), 2);
-    enter(1, second.port(), 0x80);
-    enter(2, third.port(), 255);
-    sweepWithoutWaiting();
-    EXPECT_TRUE(first.awaitAsked() && second.awaitAsked() && third.awaitAsked());
-}
+INSTANTIATE_TEST_SUITE_P(ExitSweep, AskedClients, testing::ValuesIn(tables), ZNORBTEST::rowName);
 
 TEST_F(ExitSweep, ClientWithoutAPortIsTriedInVainQuietly) {
     enter(0, std::uint16_t{0});
@@ -406,18 +408,20 @@ TEST_P(HostileAnswer, DoesNotKeepTheNextClientFromBeingAsked) {
     EXPECT_EQ(second.receivedUntilClosed(), exitRequest);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    ExitSweep, HostileAnswer,
-    testing::Values(NamedText{"CarriageReturn", "\r"}, NamedText{"LineEnds", "\r\n\r\n"},
-                    NamedText{"Garbage", "garbage"}, NamedText{"Nul", std::string(1, '\0')},
-                    NamedText{"EndlessLine", std::string(9000, 'x')},
-                    NamedText{"EmptyHeader", "HTTP/1.0 200 OK\r\n:\r\n\r\n"},
-                    NamedText{"HugeLength", "HTTP/1.0 200 OK\r\nContent-Length: 4294967295\r\n\r\nx"},
-                    NamedText{"NegativeLength", "HTTP/1.0 200 OK\r\nContent-Length: -1\r\n\r\nx"},
-                    NamedText{"LengthThatIsNotKept", "HTTP/1.0 200 OK\r\nContent-Length: 50\r\n\r\nx"},
-                    NamedText{"MoreThanTheLength",
-                              "HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\n" + std::string(7000, 'x')}),
-    ZNORBTEST::nameOf);
+const NamedText hostileAnswers[] = {
+    {"CarriageReturn", "\r"},
+    {"LineEnds", "\r\n\r\n"},
+    {"Garbage", "garbage"},
+    {"Nul", std::string(1, '\0')},
+    {"EndlessLine", std::string(9000, 'x')},
+    {"EmptyHeader", "HTTP/1.0 200 OK\r\n:\r\n\r\n"},
+    {"HugeLength", "HTTP/1.0 200 OK\r\nContent-Length: 4294967295\r\n\r\nx"},
+    {"NegativeLength", "HTTP/1.0 200 OK\r\nContent-Length: -1\r\n\r\nx"},
+    {"LengthThatIsNotKept", "HTTP/1.0 200 OK\r\nContent-Length: 50\r\n\r\nx"},
+    {"MoreThanTheLength", "HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\n" + std::string(7000, 'x')},
+};
+
+INSTANTIATE_TEST_SUITE_P(ExitSweep, HostileAnswer, testing::ValuesIn(hostileAnswers), ZNORBTEST::nameOf);
 
 TEST_F(ExitSweep, ClientThatHangsUpWithoutAnAnswerDoesNotKeepTheNextFromBeingAsked) {
     enter(0, first);

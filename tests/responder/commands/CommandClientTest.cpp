@@ -59,30 +59,21 @@ std::vector<std::string> requestsOf(bool (*command)()) {
     return daemon.received();
 }
 
-TEST_F(CommandClient, QuitSendsFourBytesAndCloses) {
+TEST_F(CommandClient, CommandSendsItsBytesAndCloses) {
     EXPECT_THAT(requestsOf(sendQuit), ElementsAre("QUIT", "QUIT"));
-}
-
-TEST_F(CommandClient, PrintSendsFiveBytesAndCloses) {
     EXPECT_THAT(requestsOf(sendPrint), ElementsAre("PRINT", "PRINT"));
 }
 
-TEST_F(CommandClient, OneByteOfAnyKindIsAnAnswer) {
-    serve({4, {std::string(1, '\0')}, true});
-    EXPECT_TRUE(sendQuit());
-    EXPECT_TRUE(sendPrint());
-}
-
-TEST_F(CommandClient, AnswerIsNotExamined) {
-    serve({4, {"an error, if it were looked at"}, false});
-    EXPECT_TRUE(sendQuit());
-    EXPECT_TRUE(sendPrint());
-}
-
-TEST_F(CommandClient, AnswerMayBeLongerThanOneRead) {
-    serve({4, {std::string(5000, 'x')}, false});
-    EXPECT_TRUE(sendQuit());
-    EXPECT_TRUE(sendPrint());
+TEST_F(CommandClient, OneByteOfAnyKindAndAllThatFollowsIsAnAnswerThatIsNotExamined) {
+    const PeerScript scripts[] = {{4, {std::string(1, '\0')}, true},
+                                  {4, {"an error, if it were looked at"}, false},
+                                  {4, {std::string(5000, 'x')}, false}};
+    for (const PeerScript& script : scripts) {
+        daemon.reset();
+        serve(script);
+        EXPECT_TRUE(sendQuit()) << script.pieces[0];
+        EXPECT_TRUE(sendPrint()) << script.pieces[0];
+    }
 }
 
 TEST_F(CommandClient, FailsAtOnceWithoutASocketFile) {

@@ -1,6 +1,7 @@
 #include "responder/table/ClientTable.h"
 
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Rows.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -175,39 +176,42 @@ TEST_F(ClientTableTest, IdentifierWithoutAZeroByteEndsWithItsField) {
     }
 }
 
+/// The count of a table whose entries are all marked but for the free ones, and the entries of the claims
+/// that follow, with the counts that they leave.
+struct Claims {
+    const char* name;
+    std::uint32_t count;
+    std::vector<unsigned> free;
+    std::vector<std::pair<unsigned, std::uint32_t>> claims;
+
+    friend void PrintTo(const Claims& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class ClaimedEntry : public ClientTableTest, public testing::WithParamInterface<Claims> {};
+
+TEST_P(ClaimedEntry, IsTheLowestFreeOneOrExtendsTheCount) {
+    fillUp(GetParam().count);
+    release(GetParam().free);
+    for (const auto& [entry, count] : GetParam().claims) {
+        expectClaim(entry, count);
+    }
+}
+
+const Claims claims[] = {
+    {"CountThreeWithEntryTwoFree", 3, {2}, {{2, 3}}},
+    {"CountThreeWithAllInUse", 3, {}, {{3, 4}}},
+    {"CountTwoWithEntryZeroFree", 2, {0}, {{0, 2}}},
+    {"CountOneInUse", 1, {}, {{1, 2}}},
+    {"LowestOfSeveralFreeEntriesFirst", 8, {2, 5, 7}, {{2, 8}, {5, 8}, {7, 8}, {8, 9}}},
+    {"FirstEntryBeyondTheCountWhateverItsMark", 0, {}, {{0, 1}}},
+    {"LastEntryBeyondTheCountWhateverItsMark", 63, {}, {{63, 64}}},
+    {"FreeEntryBeyondTheCountIsNotPreferred", 2, {4}, {{2, 3}}},
+};
+
+INSTANTIATE_TEST_SUITE_P(ClientTable, ClaimedEntry, testing::ValuesIn(claims), ZNORBTEST::rowName);
+
 TEST_F(ClientTableTest, EmptyTableGivesEntryZeroAndCountOne) {
     expectClaim(0, 1);
-}
-
-TEST_F(ClientTableTest, CountThreeWithEntryTwoFreeGivesEntryTwoAndKeepsTheCount) {
-    fillUp(3);
-    release({2});
-    expectClaim(2, 3);
-}
-
-TEST_F(ClientTableTest, CountThreeWithAllInUseGivesEntryThreeAndCountFour) {
-    fillUp(3);
-    expectClaim(3, 4);
-}
-
-TEST_F(ClientTableTest, CountTwoWithEntryZeroFreeGivesEntryZero) {
-    fillUp(2);
-    release({0});
-    expectClaim(0, 2);
-}
-
-TEST_F(ClientTableTest, CountOneInUseGivesEntryOne) {
-    fillUp(1);
-    expectClaim(1, 2);
-}
-
-TEST_F(ClientTableTest, LowestOfSeveralFreeEntriesIsTakenFirst) {
-    fillUp(8);
-    release({2, 5, 7});
-    expectClaim(2, 8);
-    expectClaim(5, 8);
-    expectClaim(7, 8);
-    expectClaim(8, 9);
 }
 
 TEST_F(ClientTableTest, TableIsGivenOutFromTheFirstEntryToTheLastAndThenNoMore) {
@@ -231,19 +235,6 @@ TEST_F(ClientTableTest, EveryFullCountIsExtendedByOne) {
         fillUp(count);
         expectClaim(count, count + 1);
     }
-}
-
-TEST_F(ClientTableTest, EntryBeyondTheCountIsTakenWhateverItsMark) {
-    fillUp(0);
-    expectClaim(0, 1);
-    fillUp(63);
-    expectClaim(63, 64);
-}
-
-TEST_F(ClientTableTest, FreeEntryBeyondTheCountIsNotPreferred) {
-    fillUp(2);
-    release({4});
-    expectClaim(2, 3);
 }
 
 TEST_F(ClientTableTest, AnyMarkButZeroCountsAsInUse) {
@@ -271,12 +262,9 @@ TEST_F(ClientTableTest, ClaimClearsWhatTheClientBeforeLeftAndNothingElse) {
     EXPECT_EQ(entry.unused2[1], 0xff);
 }
 
-TEST_F(ClientTableTest, FullTableIsRefusedUntouched) {
+TEST_F(ClientTableTest, FullTableWithAHostileCountIsRefusedUntouched) {
     fillUp(64);
     expectRefusal();
-}
-
-TEST_F(ClientTableTest, FullTableWithAHostileCountIsRefusedUntouched) {
     for (const std::uint32_t count : hostileCounts) {
         fillUp(count);
         expectRefusal();
