@@ -84,17 +84,11 @@ TEST(Globals, PipeNameIsEmptyWithoutMemoryForIt) {
     }
 }
 
-TEST(Globals, ParsedCommandLineIsEmptyAtFirst) {
+TEST(Globals, CommandLineFlagsAndTestModeAreEmptyOrOffAtFirst) {
     EXPECT_TRUE(parsedCommandList.empty());
     EXPECT_TRUE(parsedCommandMap.empty());
     EXPECT_TRUE(parsedOptionSet.empty());
-}
-
-TEST(Globals, FlagsAreFalseAtFirst) {
     EXPECT_FALSE(s_initial.flags[0] || s_initial.flags[1] || s_initial.flags[2]);
-}
-
-TEST(Globals, TestModeIsOffAtFirst) {
     EXPECT_FALSE(s_initial.flags[3]);
     EXPECT_FALSE(gIsTestMode);
 }
@@ -109,19 +103,14 @@ TEST(Globals, FlagTableNamesEnableDisableAndSilentInThisOrderWithTheirBools) {
     EXPECT_EQ(flagTable[2].target, &silentFlag);
 }
 
-TEST(Globals, CommandTableNamesDStopTestAndTheDefaultRowInThisOrder) {
+TEST(Globals, CommandTableNamesDStopTestAndTheDefaultRowInThisOrderWithoutConstraints) {
+    const std::string names[] = {"d", "stop", "test", ""};
     ASSERT_EQ(commandTable.size(), 4U);
-    EXPECT_EQ(commandTable[0].name, "d");
-    EXPECT_EQ(commandTable[1].name, "stop");
-    EXPECT_EQ(commandTable[2].name, "test");
-    EXPECT_EQ(commandTable[3].name, "");
-}
-
-TEST(Globals, EveryConstraintOfEveryCommandIsEmpty) {
-    for (const CommandRow& row : commandTable) {
-        EXPECT_EQ(row.required, "") << row.name;
-        EXPECT_EQ(row.permitted, "") << row.name;
-        EXPECT_EQ(row.companions, "") << row.name;
+    for (std::size_t row = 0; row < commandTable.size(); ++row) {
+        EXPECT_EQ(commandTable[row].name, names[row]);
+        EXPECT_EQ(commandTable[row].required, "") << row;
+        EXPECT_EQ(commandTable[row].permitted, "") << row;
+        EXPECT_EQ(commandTable[row].companions, "") << row;
     }
 }
 

@@ -37,7 +37,8 @@ protected:
     std::unique_ptr<ChildProcess> console;
 };
 
-TEST_F(Console, ShowsTheLogAndEndsOnQWith255) {
+TEST_F(Console, ShowsTheLogWithNothingOfAFreshTableAndEndsOnQWith255) {
+    ASSERT_EQ(askDaemon("PRINT"), "0");
     ASSERT_TRUE(console->writeInput("q\n"));
     EXPECT_EQ(console->waitForEnd(), exitedWith(255));
     EXPECT_EQ(console->output(), std::string(greeting) + waiting + "Received QUIT command\r\n" +
@@ -60,14 +61,6 @@ TEST_F(Console, ListsTheTableOnPWithTheClientsIdentifiers) {
         console->waitForOutput("Entry:  1, Valid?: Y, ID: " + identifierOf(table->entries[1]) + "\r\n"));
     EXPECT_THAT(console->output(), HasSubstr("Received GET command\r\nNew process created: " +
                                              std::to_string(driver.clients()[0]) + "\r\n"));
-}
-
-TEST_F(Console, PrintOfAFreshTableShowsNothing) {
-    ASSERT_EQ(askDaemon("PRINT"), "0");
-    ASSERT_TRUE(console->writeInput("q\n"));
-    EXPECT_EQ(console->waitForEnd(), exitedWith(255));
-    EXPECT_EQ(console->output(), std::string(greeting) + waiting + "Received QUIT command\r\n" +
-                                     "Unified responder stopped\r\n");
 }
 
 TEST_F(Console, CountsKeysAsTheyArriveSoThatPAndQOnOneLinePrintAndQuit) {

@@ -1,6 +1,8 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Results.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SanitizerReports.h"
 
 #include <gmock/gmock.h>
@@ -37,63 +39,54 @@ protected:
 
     // A daemon that replies with these pieces once it has received the request.
     static PeerScript replying(const std::string& request, const std::vector<std::string>& pieces) {
-        PeerScript script;
-        script.receiveFirst = request.size();
-        script.pieces = pieces;
-        return script;
+        return {request.size(), pieces};
     }
 
 private:
     SanitizerReports m_reports;
 };
 
-TEST_F(ExampleRequester, SendsTheRequestAsItIsAndPrintsTheReply) {
-    const ListeningPeer daemon(replying("GET|en|30", {"3"}), socketPath);
-    const ProgramResult result = run({"GET|en|30"});
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_EQ(result.output, "3\n");
-    EXPECT_EQ(result.errors, "");
-    EXPECT_THAT(daemon.received(), ElementsAre("GET|en|30"));
+/// A request, the pieces of its reply, and what is printed.
+struct Dialogue {
+    const char* name;
+    std::string request;
+    std::vector<std::string> pieces;
+    bool isHeldOpen;
+    std::string output;
+    std::string errors;
+
+    friend void PrintTo(const Dialogue& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class RequesterDialogue : public ExampleRequester, public testing::WithParamInterface<Dialogue> {};
+
+TEST_P(RequesterDialogue, SendsTheRequestAsItIsAndPrintsTheReply) {
+    const Dialogue& row = GetParam();
+    const ListeningPeer daemon({row.request.size(), row.pieces, row.isHeldOpen}, socketPath);
+    EXPECT_THAT(run({"-reply", row.isHeldOpen ? "1" : "5", row.request}),
+                resultIs(exitedWith(row.errors.empty() ? 0 : 1), row.output, row.errors));
+    EXPECT_THAT(daemon.received(), ElementsAre(row.request));
 }
 
-TEST_F(ExampleRequester, SendsARequestOfTheGreatestLength) {
-    const std::string request(1024, 'x');
-    const ListeningPeer daemon(replying(request, {"0"}), socketPath);
-    EXPECT_EQ(run({request}).end, exitedWith(0));
-    EXPECT_THAT(daemon.received(), ElementsAre(request));
-}
+const std::string longestRequest(1024, 'x');
+const std::string longestReply(1024, '9');
+constexpr const char* noReply = "znorbrequestor: no reply\n";
 
-TEST_F(ExampleRequester, PrintsAReplyThatArrivesInPieces) {
-    const ListeningPeer daemon(replying("GET|en", {"1", "2"}), socketPath);
-    const ProgramResult result = run({"GET|en"});
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_EQ(result.output, "12\n");
-}
+const Dialogue dialogues[] = {
+    {"OneByte", "GET|en|30", {"3"}, false, "3\n", ""},
+    {"LongestRequest", longestRequest, {"0"}, false, "0\n", ""},
+    {"ReplyInPieces", "GET|en", {"1", "2"}, false, "12\n", ""},
+    {"ReplyOnAConnectionThatStaysOpen", "GET|en", {"7"}, true, "7\n", ""},
+    {"ReplyBeyondTheLongest",
+     "GET|en",
+     {longestReply + std::string(4000, '9')},
+     false,
+     longestReply + "\n",
+     ""},
+    {"NoReply", "GET|en", {}, false, "", noReply},
+};
 
-TEST_F(ExampleRequester, PrintsWhatItHasWhenTheConnectionStaysOpen) {
-    PeerScript script = replying("GET|en", {"7"});
-    script.holdOpen = true;
-    const ListeningPeer daemon(script, socketPath);
-    const ProgramResult result = run({"-reply", "1", "GET|en"});
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_EQ(result.output, "7\n");
-}
-
-TEST_F(ExampleRequester, TakesNoMoreThanTheLongestReply) {
-    PeerScript script = replying("GET|en", {std::string(5000, '9')});
-    const ListeningPeer daemon(script, socketPath);
-    const ProgramResult result = run({"GET|en"});
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_EQ(result.output, std::string(1024, '9') + "\n");
-}
-
-TEST_F(ExampleRequester, FailsWithoutAReply) {
-    const ListeningPeer daemon(replying("GET|en", {}), socketPath);
-    const ProgramResult result = run({"GET|en"});
-    EXPECT_EQ(result.end, exitedWith(1));
-    EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, "znorbrequestor: no reply\n");
-}
+INSTANTIATE_TEST_SUITE_P(ExampleRequester, RequesterDialogue, testing::ValuesIn(dialogues), rowName);
 
 TEST_F(ExampleRequester, DoesNotWaitForAReplyForEver) {
     PeerScript script = replying("GET|en", {});
@@ -104,10 +97,9 @@ TEST_F(ExampleRequester, DoesNotWaitForAReplyForEver) {
 }
 
 TEST_F(ExampleRequester, FailsWhenNobodyListens) {
-    const ProgramResult result = run({"-wait", "0", "GET|en"});
-    EXPECT_EQ(result.end, exitedWith(1));
-    EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, "znorbrequestor: the responder cannot be reached: is it running?\n");
+    EXPECT_THAT(
+        run({"-wait", "0", "GET|en"}),
+        resultIs(exitedWith(1), "", "znorbrequestor: the responder cannot be reached: is it running?\n"));
 }
 
 TEST_F(ExampleRequester, TriesAgainUntilSomebodyListens) {

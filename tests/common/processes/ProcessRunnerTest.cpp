@@ -1,5 +1,6 @@
 #include "common/processes/ProcessRunner.h"
 
+#include "tests/support/Rows.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -19,6 +20,7 @@
 #include <filesystem>
 #include <functional>
 #include <new>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -121,33 +123,43 @@ TEST_F(ProcessRunnerTest, ReturnsTheProcessIdOfTheProgram) {
     EXPECT_EQ(contentOf(result), std::to_string(process) + "\n");
 }
 
-TEST_F(ProcessRunnerTest, PassesEveryArgumentInOrderAndUnchanged) {
-    makeScript("show", R"(for a in "$@"; do printf '[%s]' "$a"; done > result)");
-    (void)run("show", folder, {"-lang", "", "two words", "a\"b$c\n*", "-index", "3"});
-    EXPECT_EQ(contentOf(result), "[-lang][][two words][a\"b$c\n*][-index][3]");
+/// What runs in the folder, with which arguments, and what it leaves there.
+struct Run {
+    const char* name;
+    std::string script; ///< of the program "show"; "" for the shell, found on the path
+    std::vector<std::string> arguments;
+    std::string result; ///< "~" stands for the folder
+
+    friend void PrintTo(const Run& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class ProcessRun : public ProcessRunnerTest, public testing::WithParamInterface<Run> {};
+
+TEST_P(ProcessRun, LeavesItsResult) {
+    const bool isShell = GetParam().script.empty();
+    makeScript("show", GetParam().script);
+    (void)run(isShell ? "sh" : "show", isShell ? "" : folder, GetParam().arguments);
+    EXPECT_EQ(contentOf(result), std::regex_replace(GetParam().result, std::regex("~"), folder) + "\n");
 }
 
-TEST_F(ProcessRunnerTest, ProgramWithoutArgumentsGetsNone) {
-    makeScript("show", "echo $# > result");
-    (void)run("show", folder, {});
-    EXPECT_EQ(contentOf(result), "0\n");
-}
+const Run runs[] = {
+    {"EveryArgumentInOrderAndUnchanged",
+     R"(for a in "$@"; do printf '[%s]' "$a"; done > result; echo >> result)",
+     {"-lang", "", "two words", "a\"b$c\n*", "-index", "3"},
+     "[-lang][][two words][a\"b$c\n*][-index][3]"},
+    {"NoArguments", "echo $# > result", {}, "0"},
+    {"ManyAndLongArguments", R"(shift 999; echo "$# ${#1}" > result)",
+     std::vector<std::string>(1000, std::string(100, 'x')), "1 100"},
+    {"FirstElementIsTheProgramWithoutADirectory", "", {"-c", "echo \"$0\" > result"}, "sh"},
+    {"RunsInTheCallersDirectoryWithoutAnother", "", {"-c", "pwd > result"}, "~"},
+};
 
-TEST_F(ProcessRunnerTest, PassesManyAndLongArguments) {
-    makeScript("show", R"(shift 999; echo "$# ${#1}" > result)");
-    (void)run("show", folder, std::vector<std::string>(1000, std::string(100, 'x')));
-    EXPECT_EQ(contentOf(result), "1 100\n");
-}
+INSTANTIATE_TEST_SUITE_P(ProcessRunner, ProcessRun, testing::ValuesIn(runs), ZNORBTEST::rowName);
 
 TEST_F(ProcessRunnerTest, FirstElementIsTheWorkingDirectoryASlashAndTheProgram) {
     std::filesystem::create_symlink("/bin/sh", folder + "/tool");
     (void)run("tool", folder, {"-c", "echo \"$0\" > result"});
     EXPECT_EQ(contentOf(result), folder + "/tool\n");
-}
-
-TEST_F(ProcessRunnerTest, WithoutAWorkingDirectoryFirstElementIsTheProgram) {
-    (void)run("sh", "", {"-c", "echo \"$0\" > result"});
-    EXPECT_EQ(contentOf(result), "sh\n");
 }
 
 TEST_F(ProcessRunnerTest, ProgramRunsInTheWorkingDirectory) {
@@ -156,11 +168,6 @@ TEST_F(ProcessRunnerTest, ProgramRunsInTheWorkingDirectory) {
     (void)run("show", folder + "/bin", {});
     EXPECT_EQ(contentOf(result), folder + "/bin\n");
     EXPECT_EQ(std::filesystem::current_path(), folder) << "the caller stays where it is";
-}
-
-TEST_F(ProcessRunnerTest, WithoutAWorkingDirectoryProgramRunsInTheCallers) {
-    (void)run("sh", "", {"-c", "pwd > result"});
-    EXPECT_EQ(contentOf(result), folder + "\n");
 }
 
 TEST_F(ProcessRunnerTest, ProgramIsSearchedAsTheShellWould) {
@@ -230,24 +237,19 @@ TEST_F(ProcessRunnerTest, ProgramThatCannotBeExecutedReturnsZeroInACopyOfTheCall
 }
 
 TEST_F(ProcessRunnerTest, CopyOfTheCallerDoesNotHangWhenItIsToWait) {
-    pid_t process = 0;
-    const CopyReport report = runInCopy("no-such-program", "", true, process);
-    EXPECT_EQ(report.returned, 0);
-    EXPECT_EQ(report.self, process);
-    EXPECT_TRUE(hasNoChildren());
-}
-
-TEST_F(ProcessRunnerTest, DirectoryThatCannotBeEnteredEndsInACopyOfTheCaller) {
-    pid_t process = 0;
-    const CopyReport report = runInCopy("sh", folder + "/absent", true, process);
-    EXPECT_EQ(report.returned, 0);
-    EXPECT_EQ(report.self, process);
-}
-
-TEST_F(ProcessRunnerTest, EmptyProgramEndsInACopyOfTheCaller) {
-    pid_t process = 0;
-    const CopyReport report = runInCopy("", "", true, process);
-    EXPECT_EQ(report.returned, 0);
+    const ZNORBTEST::Row<std::string, std::string> programs[] = {
+        {"no such program", "no-such-program", ""},
+        {"a directory that cannot be entered", "sh", folder + "/absent"},
+        {"an empty program", "", ""},
+    };
+    for (const auto& program : programs) {
+        SCOPED_TRACE(program.name);
+        pid_t process = 0;
+        const CopyReport report = runInCopy(program.given, program.expected, true, process);
+        EXPECT_EQ(report.returned, 0);
+        EXPECT_EQ(report.self, process);
+        EXPECT_TRUE(hasNoChildren());
+    }
 }
 
 TEST_F(ProcessRunnerTest, WaitingBlocksUntilTheProgramHasEnded) {

@@ -22,6 +22,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -180,15 +181,12 @@ protected:
     const SharedReport<Report> report;
 };
 
-TEST_F(Daemonize, IsTrueInTheInvokingProcessAndFalseInTheDaemon) {
+TEST_F(Daemonize, ForksTwiceAndIsTrueInTheInvokingProcessAndFalseInTheDaemon) {
     run(false);
     EXPECT_TRUE(report->invokerResult);
     EXPECT_FALSE(report->daemonResult);
     EXPECT_NE(report->daemon.pid, report->before.pid);
-}
-
-TEST_F(Daemonize, ForksTwiceAndTheProcessBetweenEndsWithStatusZero) {
-    run(false);
+    EXPECT_NE(report->daemon.parent, report->before.pid);
     EXPECT_GT(report->intermediate, 0);
     EXPECT_NE(report->daemon.pid, report->intermediate);
     EXPECT_TRUE(WIFEXITED(report->intermediateStatus));
@@ -202,11 +200,6 @@ TEST_F(Daemonize, DaemonIsInTheGroupOfTheProcessBetween) {
     EXPECT_EQ(report->daemon.session, report->before.session) << "no session of its own";
 }
 
-TEST_F(Daemonize, DaemonIsNoChildOfTheInvokingProcess) {
-    run(false);
-    EXPECT_NE(report->daemon.parent, report->before.pid);
-}
-
 TEST_F(Daemonize, InvokingProcessKeepsItsGroupItsDescriptorsAndItsMask) {
     run(false);
     EXPECT_EQ(report->invoker.pid, report->before.pid);
@@ -218,20 +211,13 @@ TEST_F(Daemonize, InvokingProcessKeepsItsGroupItsDescriptorsAndItsMask) {
     EXPECT_EQ(report->invoker.highestOpen, report->before.highestOpen);
 }
 
-TEST_F(Daemonize, DaemonIgnoresTheTerminalsSignalsAndTheHangUp) {
+TEST_F(Daemonize, BothIgnoreTheTerminalsSignalsAndTheDaemonTheHangUp) {
     run(false);
     for (const int signalNumber : {SIGTTOU, SIGTTIN, SIGTSTP, SIGHUP}) {
         EXPECT_FALSE(isIgnored(report->before, signalNumber)) << signalNumber;
         EXPECT_TRUE(isIgnored(report->daemon, signalNumber)) << signalNumber;
+        EXPECT_EQ(isIgnored(report->invoker, signalNumber), signalNumber != SIGHUP) << signalNumber;
     }
-}
-
-TEST_F(Daemonize, InvokingProcessIgnoresTheTerminalsSignalsButNotTheHangUp) {
-    run(false);
-    for (const int signalNumber : {SIGTTOU, SIGTTIN, SIGTSTP}) {
-        EXPECT_TRUE(isIgnored(report->invoker, signalNumber)) << signalNumber;
-    }
-    EXPECT_FALSE(isIgnored(report->invoker, SIGHUP));
 }
 
 TEST_F(Daemonize, OtherSignalsKeepTheirActions) {
@@ -245,39 +231,26 @@ TEST_F(Daemonize, OtherSignalsKeepTheirActions) {
 }
 
 TEST_F(Daemonize, EndsOfChildrenAreIgnoredWhenThatIsAskedFor) {
-    run(true);
-    EXPECT_TRUE(isIgnored(report->daemon, SIGCHLD));
-    EXPECT_FALSE(isIgnored(report->invoker, SIGCHLD)) << "only the daemon's";
+    for (const bool isAskedFor : {true, false}) {
+        run(isAskedFor);
+        EXPECT_EQ(isIgnored(report->daemon, SIGCHLD), isAskedFor);
+        EXPECT_FALSE(isIgnored(report->invoker, SIGCHLD)) << "only the daemon's";
+        report->isDaemonDone = false;
+    }
 }
 
-TEST_F(Daemonize, EndsOfChildrenAreNotIgnoredOtherwise) {
-    run(false);
-    EXPECT_FALSE(isIgnored(report->daemon, SIGCHLD));
-}
-
-TEST_F(Daemonize, StandardDescriptorsOfTheDaemonLeadNowhere) {
-    run(false);
-    expectDaemonsDescriptors();
-}
-
-TEST_F(Daemonize, StandardDescriptorsThatWereClosedLeadNowhereToo) {
-    run(false, []() {
-        for (int descriptor = 0; descriptor < 3; ++descriptor) {
-            (void)close(descriptor);
-        }
-    });
-    expectDaemonsDescriptors();
-    EXPECT_EQ(report->daemon.lowestOpen, -1);
-}
-
-TEST_F(Daemonize, ClosedStandardInputIsOpenedForReading) {
-    run(false, []() { (void)close(STDIN_FILENO); });
-    expectDaemonsDescriptors();
-}
-
-TEST_F(Daemonize, ClosedStandardOutputIsOpenedForWriting) {
-    run(false, []() { (void)close(STDOUT_FILENO); });
-    expectDaemonsDescriptors();
+TEST_F(Daemonize, StandardDescriptorsOfTheDaemonLeadNowhereWhicheverWereClosed) {
+    for (const std::vector<int>& closed : std::vector<std::vector<int>>{{}, {0}, {1}, {0, 1, 2}}) {
+        SCOPED_TRACE(closed.size());
+        run(false, [&closed]() {
+            for (const int descriptor : closed) {
+                (void)close(descriptor);
+            }
+        });
+        expectDaemonsDescriptors();
+        EXPECT_TRUE(closed.size() < 3 || report->daemon.lowestOpen == -1);
+        report->isDaemonDone = false;
+    }
 }
 
 TEST_F(Daemonize, DescriptorsUpTo255AreClosedAndThoseAboveAreKept) {
@@ -315,14 +288,10 @@ TEST_F(Daemonize, DescriptorsThatAreKeptAreNotPassedOnToPrograms) {
     EXPECT_EQ(report->invoker.highestPassedOn, 1023);
 }
 
-TEST_F(Daemonize, DaemonsMaskIsZero) {
+TEST_F(Daemonize, DaemonBeginsWithAMaskOfZeroAndWithoutAnError) {
     run(false);
     EXPECT_EQ(report->before.mask, 022U);
     EXPECT_EQ(report->daemon.mask, 0U);
-}
-
-TEST_F(Daemonize, DaemonBeginsWithoutAnError) {
-    run(false);
     EXPECT_EQ(report->errorNumber, 0);
 }
 

@@ -3,6 +3,7 @@
 #include "responder/commands/ExitStatus.h"
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/ListeningPeer.h"
+#include "tests/support/Rows.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -92,27 +93,33 @@ private:
     const ListeningPeer m_daemon{{4, {"0"}}, "/var/run/znorb.socket"};
 };
 
-TEST_F(StopDaemon, GivesUpAfterExactlyFiftySleepsOfATenthOfASecond) {
-    EXPECT_EQ(stopReleasedIn(0), exitedWith(stopTimedOutStatus));
-    EXPECT_EQ(sleeps->ofTenths, 50U);
-    EXPECT_EQ(sleeps->ofMilliseconds + sleeps->others, 0U);
-}
+/// The sleep in which the daemon lets go, the status of the stop, and its sleeps.
+struct Release {
+    const char* name;
+    unsigned in;
+    int status;
+    unsigned ofTenths;
+    unsigned ofMilliseconds; ///< while the name stays
 
-TEST_F(StopDaemon, LooksForTheLastTimeAfterTheFortyNinthSleep) {
-    EXPECT_EQ(stopReleasedIn(49), exitedWith(255));
-    EXPECT_EQ(sleeps->ofTenths, 49U);
+    friend void PrintTo(const Release& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class ReleasedStop : public StopDaemon, public testing::WithParamInterface<Release> {};
+
+TEST_P(ReleasedStop, SleepsThatOften) {
+    EXPECT_EQ(stopReleasedIn(GetParam().in), exitedWith(GetParam().status));
+    EXPECT_EQ(sleeps->ofTenths, GetParam().ofTenths);
+    EXPECT_EQ(sleeps->ofMilliseconds, GetParam().ofMilliseconds);
     EXPECT_EQ(sleeps->others, 0U);
 }
 
-TEST_F(StopDaemon, DoesNotLookAgainAfterTheFiftiethSleep) {
-    EXPECT_EQ(stopReleasedIn(50), exitedWith(stopTimedOutStatus));
-    EXPECT_EQ(sleeps->ofTenths, 50U);
-}
+const Release releases[] = {
+    {"GivesUpAfterExactlyFiftyTenthsOfASecond", 0, stopTimedOutStatus, 50, 0},
+    {"LooksForTheLastTimeAfterTheFortyNinth", 49, 255, 49, 200},
+    {"DoesNotLookAgainAfterTheFiftieth", 50, stopTimedOutStatus, 50, 0},
+    {"WaitsForANameThatStaysForAFifthOfASecond", 1, 255, 1, 200},
+};
 
-TEST_F(StopDaemon, WaitsForANameThatStaysForAFifthOfASecond) {
-    EXPECT_EQ(stopReleasedIn(1), exitedWith(255));
-    EXPECT_EQ(sleeps->ofTenths, 1U);
-    EXPECT_EQ(sleeps->ofMilliseconds, 200U);
-}
+INSTANTIATE_TEST_SUITE_P(StopDaemon, ReleasedStop, testing::ValuesIn(releases), ZNORBTEST::rowName);
 
 } // namespace

@@ -26,31 +26,15 @@ protected:
     const int m_file;
 };
 
-TEST_F(UserMessageTest, MessageIsFollowedByANewlineAndThereAtOnce) {
-    tellUser(m_file, "The ZN Orbisan daemon has started.");
-    EXPECT_EQ(readFile(m_path), "The ZN Orbisan daemon has started.\n");
-}
-
-TEST_F(UserMessageTest, MessagesFollowEachOtherInOrder) {
-    tellUser(m_file, "one");
-    tellUser(m_file, "two");
-    EXPECT_EQ(readFile(m_path), "one\ntwo\n");
-}
-
-TEST_F(UserMessageTest, EmptyMessageIsANewline) {
-    tellUser(m_file, "");
-    EXPECT_EQ(readFile(m_path), "\n");
-}
-
-TEST_F(UserMessageTest, MessageIsNoFormat) {
-    tellUser(m_file, "100%s %n %d%%");
-    EXPECT_EQ(readFile(m_path), "100%s %n %d%%\n");
-}
-
-TEST_F(UserMessageTest, LongMessageIsWrittenWhole) {
-    const std::string message(200000, 'x');
-    tellUser(m_file, message.c_str());
-    EXPECT_EQ(readFile(m_path), message + "\n");
+TEST_F(UserMessageTest, EachMessageIsFollowedByANewlineAndThereAtOnce) {
+    std::string expected;
+    for (const std::string& message :
+         {std::string("The ZN Orbisan daemon has started."), std::string("two"), std::string(),
+          std::string("100%s %n %d%%"), std::string(200000, 'x')}) {
+        tellUser(m_file, message.c_str());
+        expected += message + "\n";
+        EXPECT_EQ(readFile(m_path), expected);
+    }
 }
 
 TEST(UserMessage, MessageAndNewlineAreOnePiece) {

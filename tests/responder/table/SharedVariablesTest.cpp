@@ -86,26 +86,29 @@ TEST(SharedVariables, CountIsTheFirstFourBytesInHostOrder) {
 }
 
 TEST(SharedVariables, EntryFieldsLieAtTheirOffsetsInEveryEntry) {
+    /// A field filled with ones, its offset in the entry, and its size.
+    struct Field {
+        const char* name;
+        void (*fill)(ClientEntry&);
+        std::size_t offset;
+        std::size_t size;
+    };
+    const Field fields[] = {
+        {"in use", [](ClientEntry& it) { it.inUse = 0xff; }, 0, 1},
+        {"identifier", [](ClientEntry& it) { std::memset(it.identifier, 'x', sizeof it.identifier); }, 1,
+         117},
+        {"unused", [](ClientEntry& it) { std::memset(it.unused1, 'x', sizeof it.unused1); }, 118, 2},
+        {"reserved", [](ClientEntry& it) { it.reserved = 0xffffffff; }, 120, 4},
+        {"port", [](ClientEntry& it) { it.port = 0xffff; }, 124, 2},
+        {"unused at the end", [](ClientEntry& it) { std::memset(it.unused2, 'x', sizeof it.unused2); }, 126,
+         2},
+    };
     for (unsigned i = 0; i < clientCapacity; ++i) {
-        const std::size_t start = firstEntry + i * entrySize;
-        EXPECT_EQ(changedOffsets([i](SharedVariables& table) { table.entries[i].inUse = 0xff; }),
-                  range(start, 1));
-        EXPECT_EQ(changedOffsets([i](SharedVariables& table) {
-                      std::memset(table.entries[i].identifier, 'x', sizeof table.entries[i].identifier);
-                  }),
-                  range(start + 1, 117));
-        EXPECT_EQ(changedOffsets([i](SharedVariables& table) {
-                      std::memset(table.entries[i].unused1, 'x', sizeof table.entries[i].unused1);
-                  }),
-                  range(start + 118, 2));
-        EXPECT_EQ(changedOffsets([i](SharedVariables& table) { table.entries[i].reserved = 0xffffffff; }),
-                  range(start + 120, 4));
-        EXPECT_EQ(changedOffsets([i](SharedVariables& table) { table.entries[i].port = 0xffff; }),
-                  range(start + 124, 2));
-        EXPECT_EQ(changedOffsets([i](SharedVariables& table) {
-                      std::memset(table.entries[i].unused2, 'x', sizeof table.entries[i].unused2);
-                  }),
-                  range(start + 126, 2));
+        for (const Field& field : fields) {
+            EXPECT_EQ(changedOffsets([&](SharedVariables& table) { field.fill(table.entries[i]); }),
+                      range(firstEntry + i * entrySize + field.offset, field.size))
+                << field.name << " of entry " << i;
+        }
     }
 }
 

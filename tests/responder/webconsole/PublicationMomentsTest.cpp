@@ -196,33 +196,25 @@ TEST_F(PublicationMoments, TakeTheRightToWriteFromOthersBeforeOldFilesAndDirecto
     EXPECT_EQ(modeOf(destinations[3]), 0755U);
 }
 
-TEST_F(PublicationMoments, SurviveSourcesThatVanishAtAnyOfThem) {
+TEST_F(PublicationMoments, SurviveSourcesOrAConsoleThatVanishAtAnyOfThem) {
+    const auto removeSources = []() {
+        for (const std::string& source : sources) {
+            (void)unlink(source.c_str());
+        }
+    };
+    const auto removeConsole = []() { std::filesystem::remove_all(console); };
     const unsigned stops = publish([](unsigned) {});
-    for (unsigned moment = 1; moment <= stops; ++moment) {
-        unstage();
-        stage();
-        (void)publish([moment](unsigned stop) {
-            if (stop == moment) {
-                for (const std::string& source : sources) {
-                    (void)unlink(source.c_str());
+    for (void (*const vanish)() : {+removeSources, +removeConsole}) {
+        for (unsigned moment = 1; moment <= stops; ++moment) {
+            unstage();
+            stage();
+            (void)publish([moment, vanish](unsigned stop) {
+                if (stop == moment) {
+                    vanish();
                 }
-            }
-        });
-        ASSERT_FALSE(HasFailure()) << "at stop " << moment;
-    }
-}
-
-TEST_F(PublicationMoments, SurviveAConsoleThatVanishesAtAnyOfThem) {
-    const unsigned stops = publish([](unsigned) {});
-    for (unsigned moment = 1; moment <= stops; ++moment) {
-        unstage();
-        stage();
-        (void)publish([moment](unsigned stop) {
-            if (stop == moment) {
-                std::filesystem::remove_all(console);
-            }
-        });
-        ASSERT_FALSE(HasFailure()) << "at stop " << moment;
+            });
+            ASSERT_FALSE(HasFailure()) << "at stop " << moment;
+        }
     }
 }
 
