@@ -106,4 +106,13 @@ protected:
     Writes writes;
 };
 
+/// With one stream.
+class RecordedLogger : public LoggerTest {
+protected:
+    void SetUp() override {
+        LoggerTest::SetUp();
+        addRecorder();
+    }
+};
+
 } // namespace ZNORBTEST

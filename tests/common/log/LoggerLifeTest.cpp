@@ -20,13 +20,7 @@ namespace {
 using ORBCOMMON::Logger;
 using ORBCOMMON::logger_mutex;
 using testing::ElementsAre;
-using ZNORBTEST::ActingStream;
-using ZNORBTEST::dumpHeader;
-using ZNORBTEST::dumpRule;
-using ZNORBTEST::joined;
-using ZNORBTEST::RecordingStream;
-using ZNORBTEST::StreamPointer;
-using ZNORBTEST::Writes;
+using namespace ZNORBTEST;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr bool canRunOutOfMemory = false;
@@ -166,8 +160,8 @@ TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
     if (!canRunOutOfMemory) {
         GTEST_SKIP() << "a sanitizer has an operator new of its own";
     }
-    if (!ZNORBTEST::isCopyWith(ZNORBTEST::withoutLoggerMutex)) {
-        ZNORBTEST::expectToPassInCopyWith(ZNORBTEST::withoutLoggerMutex);
+    if (!isCopyWith(withoutLoggerMutex)) {
+        expectToPassInCopyWith(withoutLoggerMutex);
         return;
     }
     ASSERT_FALSE(logger_mutex);

@@ -18,24 +18,14 @@ using ORBCOMMON::formatLogTime;
 using ORBCOMMON::Logger;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using ZNORBTEST::billionthSecond;
-using ZNORBTEST::clockReads;
-using ZNORBTEST::dumpHeader;
-using ZNORBTEST::dumpRule;
-using ZNORBTEST::expectedRow;
-using ZNORBTEST::joined;
-using ZNORBTEST::LoggerTest;
-using ZNORBTEST::logList;
-using ZNORBTEST::StreamPointer;
-using ZNORBTEST::Writes;
+using namespace ZNORBTEST;
 
 /// A call of the Logger and the message of its record.
-using Call = ZNORBTEST::Row<void (*)(), std::string>;
+using Call = Row<void (*)(), std::string>;
 
-class LoggedMessage : public LoggerTest, public testing::WithParamInterface<Call> {};
+class LoggedMessage : public RecordedLogger, public testing::WithParamInterface<Call> {};
 
 TEST_P(LoggedMessage, AndThenTheLineEndAreTheTwoWritesOfARecord) {
-    addRecorder();
     GetParam().given();
     EXPECT_THAT(writes, ElementsAre(GetParam().expected, "\r\n"));
 }
@@ -59,10 +49,9 @@ const Call calls[] = {
     {"WriteLineCutsNothing", [] { Logger::writeLine(0, longText.c_str()); }, longText},
 };
 
-INSTANTIATE_TEST_SUITE_P(Logger, LoggedMessage, testing::ValuesIn(calls), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(Logger, LoggedMessage, testing::ValuesIn(calls), rowName);
 
-TEST_F(LoggerTest, VlogLooksAtTheLevel) {
-    addRecorder();
+TEST_F(RecordedLogger, VlogLooksAtTheLevel) {
     logList(1, "%s", "too verbose");
     EXPECT_THAT(writes, testing::IsEmpty());
 }
@@ -75,8 +64,7 @@ TEST_F(LoggerTest, ConsoleStreamPrintsExactlyTheMessageAndTheLineEnd) {
 }
 
 // The C locale has no bytes for the wide character, so the formatter gives up halfway.
-TEST_F(LoggerTest, MessageThatCannotBeFormattedIsStillATerminatedRecord) {
-    addRecorder();
+TEST_F(RecordedLogger, MessageThatCannotBeFormattedIsStillATerminatedRecord) {
     const wchar_t unknown[] = {L'\x20AC', L'\0'};
     Logger::log("price: %ls", unknown);
     ASSERT_EQ(writes.size(), 2U);
@@ -104,8 +92,7 @@ TEST_F(LoggerTest, StampIsTheLocalTime) {
     EXPECT_EQ(joined(writes), "[Sun Sep  9 03:46:40 2001] message\r\n");
 }
 
-TEST_F(LoggerTest, StampIsThePresentTime) {
-    addRecorder();
+TEST_F(RecordedLogger, StampIsThePresentTime) {
     Logger::setShowTimestamp(true);
     const std::time_t before = std::time(nullptr);
     Logger::log("message");
@@ -132,16 +119,14 @@ TEST_F(LoggerTest, ClockIsReadOncePerRecordAndNotPerStream) {
     EXPECT_EQ(writes[11], "ASun Sep  9 01:46:41 2001") << "and read anew for the next record";
 }
 
-TEST_F(LoggerTest, ClockIsNotReadForARecordWithoutAStamp) {
-    addRecorder();
+TEST_F(RecordedLogger, ClockIsNotReadForARecordWithoutAStamp) {
     clockReads = 0;
     Logger::log("message");
     Logger::hexDump(0, "AB", 2);
     EXPECT_EQ(clockReads, 0);
 }
 
-TEST_F(LoggerTest, StampsCanBeTurnedOffAgain) {
-    addRecorder();
+TEST_F(RecordedLogger, StampsCanBeTurnedOffAgain) {
     Logger::setShowTimestamp(true);
     Logger::setShowTimestamp(false);
     Logger::log("message");
@@ -160,8 +145,7 @@ TEST_F(LoggerTest, EveryLineOfADumpIsStamped) {
     EXPECT_EQ(writes[11], "Sun Sep  9 01:46:42 2001");
 }
 
-TEST_F(LoggerTest, TimeWithoutATextGivesAnEmptyStamp) {
-    addRecorder();
+TEST_F(RecordedLogger, TimeWithoutATextGivesAnEmptyStamp) {
     Logger::setShowTimestamp(true);
     setClock(std::time_t{1} << 55);
     Logger::log("message");
@@ -201,12 +185,11 @@ Writes rowsOf(const Writes& writes) {
 }
 
 /// Bytes and the rows of their dump.
-using Dump = ZNORBTEST::Row<std::string, Writes>;
+using Dump = Row<std::string, Writes>;
 
-class LoggedDump : public LoggerTest, public testing::WithParamInterface<Dump> {};
+class LoggedDump : public RecordedLogger, public testing::WithParamInterface<Dump> {};
 
 TEST_P(LoggedDump, IsHeaderRuleAndRowsInRecordsOfTheirOwn) {
-    addRecorder();
     Logger::hexDump(0, GetParam().given.data(), static_cast<unsigned int>(GetParam().given.size()));
     Writes expected = {dumpHeader.substr(0, 71), "\r\n", dumpRule.substr(0, 71), "\r\n"};
     for (const std::string& row : GetParam().expected) {
@@ -225,16 +208,14 @@ const Dump dumps[] = {
     {"OfPercentSigns", "%s%n%d%%", {" 000  25 73 25 6E 25 64 25 25 " + std::string(24, ' ') + "%s%n%d%%"}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Logger, LoggedDump, testing::ValuesIn(dumps), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(Logger, LoggedDump, testing::ValuesIn(dumps), rowName);
 
-TEST_F(LoggerTest, DumpOfNoBytesNeedsNone) {
-    addRecorder();
+TEST_F(RecordedLogger, DumpOfNoBytesNeedsNone) {
     Logger::hexDump(0, nullptr, 0);
     EXPECT_EQ(joined(writes), dumpHeader + dumpRule);
 }
 
-TEST_F(LoggerTest, DumpShowsUnprintableBytesAsDots) {
-    addRecorder();
+TEST_F(RecordedLogger, DumpShowsUnprintableBytesAsDots) {
     std::string bytes;
     for (int byte = 0; byte < 256; ++byte) {
         bytes += static_cast<char>(byte);
@@ -247,8 +228,7 @@ TEST_F(LoggerTest, DumpShowsUnprintableBytesAsDots) {
     EXPECT_EQ(characters, std::string(32, '.') + bytes.substr(0x20, 0x5f) + std::string(129, '.'));
 }
 
-TEST_F(LoggerTest, DumpRowFromOffset1000LosesItsLastSpace) {
-    addRecorder();
+TEST_F(RecordedLogger, DumpRowFromOffset1000LosesItsLastSpace) {
     const std::string bytes(0x1010, 'Z');
     Logger::hexDump(0, bytes.data(), 0x1010);
     const Writes rows = rowsOf(writes);
@@ -257,8 +237,7 @@ TEST_F(LoggerTest, DumpRowFromOffset1000LosesItsLastSpace) {
     EXPECT_EQ(rows[0x100], " 1000  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5AZZZZZZZZZZZZZZZZ");
 }
 
-TEST_F(LoggerTest, DumpRowFromOffset10000LosesItsLastDigitToo) {
-    addRecorder();
+TEST_F(RecordedLogger, DumpRowFromOffset10000LosesItsLastDigitToo) {
     const std::string bytes(0x10011, 'Z');
     Logger::hexDump(0, bytes.data(), 0x10011);
     const Writes rows = rowsOf(writes);
@@ -268,8 +247,7 @@ TEST_F(LoggerTest, DumpRowFromOffset10000LosesItsLastDigitToo) {
     EXPECT_EQ(rows[0x1001], " 10010  5A " + std::string(43, ' ') + "Z");
 }
 
-TEST_F(LoggerTest, DumpOfEveryLengthIsRightByteForByte) {
-    addRecorder();
+TEST_F(RecordedLogger, DumpOfEveryLengthIsRightByteForByte) {
     std::string bytes;
     for (unsigned int length = 0; length <= 100; ++length) {
         writes.clear();

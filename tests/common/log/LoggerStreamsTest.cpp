@@ -16,14 +16,7 @@ namespace {
 using ORBCOMMON::Logger;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using ZNORBTEST::ActingStream;
-using ZNORBTEST::billionthSecond;
-using ZNORBTEST::clockReads;
-using ZNORBTEST::joined;
-using ZNORBTEST::LoggerTest;
-using ZNORBTEST::logList;
-using ZNORBTEST::RecordingStream;
-using ZNORBTEST::StreamPointer;
+using namespace ZNORBTEST;
 
 // --- No stream
 
@@ -73,8 +66,7 @@ TEST_F(LoggerTest, WithoutStreamsClockIsNotRead) {
 
 // --- Levels
 
-TEST_F(LoggerTest, LevelZeroIsWrittenAndLevelOneDroppedAtFirst) {
-    addRecorder();
+TEST_F(RecordedLogger, LevelZeroIsWrittenAndLevelOneDroppedAtFirst) {
     Logger::logAt(0, "zero");
     Logger::logAt(1, "one");
     Logger::writeLine(1, "one");
@@ -82,8 +74,7 @@ TEST_F(LoggerTest, LevelZeroIsWrittenAndLevelOneDroppedAtFirst) {
     EXPECT_THAT(writes, ElementsAre("zero", "\r\n"));
 }
 
-TEST_F(LoggerTest, LevelUpToTheThresholdIsWritten) {
-    addRecorder();
+TEST_F(RecordedLogger, LevelUpToTheThresholdIsWritten) {
     Logger::setLogLevel(2);
     for (const int level : {-1, 0, 1, 2, 3, INT_MAX}) {
         Logger::logAt(level, "%d", level);
@@ -91,8 +82,7 @@ TEST_F(LoggerTest, LevelUpToTheThresholdIsWritten) {
     EXPECT_EQ(joined(writes), "-1\r\n0\r\n1\r\n2\r\n");
 }
 
-TEST_F(LoggerTest, NegativeThresholdCountsAsZero) {
-    addRecorder();
+TEST_F(RecordedLogger, NegativeThresholdCountsAsZero) {
     for (const int threshold : {-5, -1, INT_MIN}) {
         writes.clear();
         Logger::setLogLevel(3);
@@ -103,8 +93,7 @@ TEST_F(LoggerTest, NegativeThresholdCountsAsZero) {
     }
 }
 
-TEST_F(LoggerTest, LogIsWrittenWhateverTheThreshold) {
-    addRecorder();
+TEST_F(RecordedLogger, LogIsWrittenWhateverTheThreshold) {
     for (const int threshold : {0, 5, INT_MAX}) {
         writes.clear();
         Logger::setLogLevel(threshold);
@@ -115,8 +104,7 @@ TEST_F(LoggerTest, LogIsWrittenWhateverTheThreshold) {
 
 // --- Pause
 
-TEST_F(LoggerTest, NothingIsWrittenWhilePaused) {
-    addRecorder();
+TEST_F(RecordedLogger, NothingIsWrittenWhilePaused) {
     Logger::pause();
     Logger::log("message");
     Logger::logAt(0, "message");
@@ -126,8 +114,7 @@ TEST_F(LoggerTest, NothingIsWrittenWhilePaused) {
     EXPECT_THAT(writes, IsEmpty());
 }
 
-TEST_F(LoggerTest, ResumeWritesAgainAndBringsNothingBack) {
-    addRecorder();
+TEST_F(RecordedLogger, ResumeWritesAgainAndBringsNothingBack) {
     Logger::pause();
     Logger::pause();
     Logger::log("lost");

@@ -19,14 +19,7 @@ using Common::OutputStream;
 using ORBCOMMON::Logger;
 using ORBCOMMON::logger_mutex;
 using testing::ElementsAre;
-using ZNORBTEST::ActingStream;
-using ZNORBTEST::dumpHeader;
-using ZNORBTEST::dumpRule;
-using ZNORBTEST::expectedRow;
-using ZNORBTEST::LoggerTest;
-using ZNORBTEST::logList;
-using ZNORBTEST::StreamPointer;
-using ZNORBTEST::Writes;
+using namespace ZNORBTEST;
 
 // Runs one function on several threads, which begin together; each gets its number.
 void onThreads(int count, const std::function<void(int)>& body) {

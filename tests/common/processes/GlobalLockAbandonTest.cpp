@@ -16,12 +16,9 @@
 namespace {
 
 using ORBCOMMON::GlobalLock;
-using ZNORBTEST::longestName;
-using ZNORBTEST::nameExists;
-using ZNORBTEST::Onlooker;
-using ZNORBTEST::statusInOwnProcess;
+using namespace ZNORBTEST;
 
-class GlobalLockAbandonTest : public ZNORBTEST::GlobalLockTest {};
+class GlobalLockAbandonTest : public GlobalLockTest {};
 
 TEST_F(GlobalLockAbandonTest, GivesTheLockBackAndRemovesTheName) {
     GlobalLock daemon(m_name);

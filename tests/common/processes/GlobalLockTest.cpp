@@ -27,11 +27,7 @@
 namespace {
 
 using ORBCOMMON::GlobalLock;
-using ZNORBTEST::GlobalLockTest;
-using ZNORBTEST::longestName;
-using ZNORBTEST::nameExists;
-using ZNORBTEST::Onlooker;
-using ZNORBTEST::statusInOwnProcess;
+using namespace ZNORBTEST;
 
 static_assert(std::has_virtual_destructor_v<GlobalLock>);
 static_assert(!std::is_copy_constructible_v<GlobalLock> && !std::is_copy_assignable_v<GlobalLock>);
@@ -175,7 +171,7 @@ const Life lives[] = {
     {"RemoveLeavesANameThatIsNotOwnedAndCloses", 1, {opens, takes, removes, failsToTake}, 1, left, 1},
 };
 
-INSTANTIATE_TEST_SUITE_P(GlobalLock, GlobalLockLife, testing::ValuesIn(lives), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(GlobalLock, GlobalLockLife, testing::ValuesIn(lives), rowName);
 
 TEST_F(GlobalLockTest, CloseKeepsTheOwnership) {
     GlobalLock lock(m_name);
@@ -319,7 +315,7 @@ TEST_F(GlobalLockTest, ANameLeftBehindByAKilledProcessStaysHeld) {
 
 TEST_F(GlobalLockTest, ANameWhoseFileIsTooShortForASemaphoreIsNeitherHeldNorTaken) {
     const std::string file = "/dev/shm/sem." + m_name.substr(1);
-    ZNORBTEST::writeFile(file, "");
+    writeFile(file, "");
     GlobalLock lock(m_name);
     ASSERT_TRUE(lock.openExisting());
     EXPECT_FALSE(lock.isHeld());

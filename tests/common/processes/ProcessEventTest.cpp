@@ -31,11 +31,9 @@
 
 namespace {
 
-using ZNORBTEST::underSanitizer;
-using ZNORBTEST::useUpMemory;
+using namespace ZNORBTEST;
 
 using ORBCOMMON::ProcessEvent;
-using ZNORBTEST::waitUntil;
 
 static_assert(!std::is_polymorphic_v<ProcessEvent>);
 static_assert(!std::is_copy_constructible_v<ProcessEvent> && !std::is_copy_assignable_v<ProcessEvent>);

@@ -20,14 +20,10 @@
 
 namespace {
 
-using ZNORBTEST::NoThreads;
-using ZNORBTEST::statusInOwnProcess;
-using ZNORBTEST::underSanitizer;
-using ZNORBTEST::useUpMemory;
+using namespace ZNORBTEST;
 
 using ORBCOMMON::SynchronousProcess;
 using ORBCOMMON::Threadable;
-using ZNORBTEST::waitUntil;
 
 static_assert(std::is_base_of_v<Threadable, SynchronousProcess>);
 static_assert(std::is_abstract_v<SynchronousProcess>, "a subclass supplies run()");

@@ -24,17 +24,13 @@
 
 namespace {
 
-using ZNORBTEST::NoThreads;
-using ZNORBTEST::statusInOwnProcess;
-using ZNORBTEST::underSanitizer;
-using ZNORBTEST::useUpMemory;
+using namespace ZNORBTEST;
 
 using ORBCOMMON::join;
 using ORBCOMMON::start;
 using ORBCOMMON::Threadable;
 using ORBCOMMON::ThreadGroup;
 using ORBCOMMON::ThreadHandle;
-using ZNORBTEST::waitUntil;
 
 static_assert(!std::is_copy_constructible_v<ThreadGroup> && !std::is_copy_assignable_v<ThreadGroup>);
 

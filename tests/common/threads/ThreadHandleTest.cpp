@@ -27,10 +27,7 @@
 
 namespace {
 
-using ZNORBTEST::NoThreads;
-using ZNORBTEST::statusInOwnProcess;
-using ZNORBTEST::underSanitizer;
-using ZNORBTEST::useUpMemory;
+using namespace ZNORBTEST;
 
 using ORBCOMMON::detach;
 using ORBCOMMON::holdSameThread;
@@ -39,7 +36,6 @@ using ORBCOMMON::sleepMilliseconds;
 using ORBCOMMON::start;
 using ORBCOMMON::Threadable;
 using ORBCOMMON::ThreadHandle;
-using ZNORBTEST::waitUntil;
 
 static_assert(sizeof(ThreadHandle) == sizeof(void*), "one pointer");
 static_assert(!std::is_copy_constructible_v<ThreadHandle> && !std::is_copy_assignable_v<ThreadHandle>);

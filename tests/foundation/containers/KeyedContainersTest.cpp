@@ -13,9 +13,7 @@
 
 using Common::map;
 using Common::set;
-using ZNORBTEST::AllocationWatch;
-using ZNORBTEST::CountedKey;
-using ZNORBTEST::FailingAllocation;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -74,7 +72,7 @@ protected:
 };
 
 template <typename Container>
-class KeyedContainerAllocations : public ZNORBTEST::AllocationTest {};
+class KeyedContainerAllocations : public AllocationTest {};
 
 template <typename Container>
 class CountedContainer : public testing::Test {};

@@ -12,12 +12,11 @@
 #include <vector>
 
 using Common::list;
-using ZNORBTEST::AllocationWatch;
-using ZNORBTEST::FailingAllocation;
+using namespace ZNORBTEST;
 
 namespace {
 
-using ListAllocations = ZNORBTEST::AllocationTest;
+using ListAllocations = AllocationTest;
 
 constinit list<std::string> staticList; // needs no initialisation at run time
 

@@ -16,12 +16,11 @@
 
 using Common::map;
 using Common::pair;
-using ZNORBTEST::AllocationWatch;
-using ZNORBTEST::FailingAllocation;
+using namespace ZNORBTEST;
 
 namespace {
 
-using MapAllocations = ZNORBTEST::AllocationTest;
+using MapAllocations = AllocationTest;
 
 using TextMap = map<std::string, std::string>;
 

@@ -12,12 +12,11 @@
 #include <vector>
 
 using Common::shared_ptr;
-using ZNORBTEST::AllocationWatch;
-using ZNORBTEST::FailingAllocation;
+using namespace ZNORBTEST;
 
 namespace {
 
-using SharedPtrAllocations = ZNORBTEST::AllocationTest;
+using SharedPtrAllocations = AllocationTest;
 
 class Base {
 public:

@@ -23,8 +23,7 @@ using Common::DebugLog;
 using Common::OutputStream;
 using Common::OutputStreamToBuffer;
 using Common::shared_ptr;
-using ZNORBTEST::FailingAllocation;
-using ZNORBTEST::RecordingStream;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -116,6 +115,12 @@ protected:
     Pieces m_pieces;
 };
 
+/// With a stream of category 1.
+class RecordedDebugLog : public DebugLogTest {
+protected:
+    void SetUp() override { addRecorder(0x01); }
+};
+
 /// Stands in for the C library's in this executable.
 extern "C" time_t time(time_t* result) noexcept {
     timespec now{};
@@ -150,8 +155,7 @@ TEST_F(DebugLogTest, WithoutStreamsIsInactiveAndEveryOperationReturns) {
     EXPECT_FALSE(DebugLog().isActive());
 }
 
-TEST_F(DebugLogTest, IsActiveWithAStreamUnlessPaused) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, IsActiveWithAStreamUnlessPaused) {
     EXPECT_TRUE(DebugLog().isActive());
     DebugLog().pause();
     EXPECT_FALSE(DebugLog().isActive());
@@ -161,8 +165,7 @@ TEST_F(DebugLogTest, IsActiveWithAStreamUnlessPaused) {
     EXPECT_FALSE(DebugLog().isActive());
 }
 
-TEST_F(DebugLogTest, ARecordIsWrittenInPieces) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, ARecordIsWrittenInPieces) {
     DebugLog().write(1, "the text", true, true);
     ASSERT_EQ(m_pieces.size(), 5U);
     EXPECT_EQ(m_pieces[0], "[");
@@ -172,8 +175,7 @@ TEST_F(DebugLogTest, ARecordIsWrittenInPieces) {
     EXPECT_EQ(m_pieces[4], "\n");
 }
 
-TEST_F(DebugLogTest, TheStampIsTheLocalTime) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, TheStampIsTheLocalTime) {
     const std::string before = localNow();
     DebugLog().write(1, "", true, false);
     const std::string after = localNow();
@@ -199,8 +201,7 @@ TEST_F(DebugLogTest, TheStampIsEmptyWhenTheClockYieldsNoDate) {
     EXPECT_EQ(m_pieces, Pieces({"[", "", "] ", "text", "\n"}));
 }
 
-TEST_F(DebugLogTest, StampAndLineFeedAreWrittenOnlyOnRequest) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, StampAndLineFeedAreWrittenOnlyOnRequest) {
     DebugLog().write(1, "plain", false, false);
     EXPECT_EQ(m_pieces, Pieces({"plain"}));
     m_pieces.clear();
@@ -212,14 +213,12 @@ TEST_F(DebugLogTest, StampAndLineFeedAreWrittenOnlyOnRequest) {
     EXPECT_EQ(m_pieces[3], "stamped");
 }
 
-TEST_F(DebugLogTest, WriteDoesNotTakeTheTextForAFormat) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, WriteDoesNotTakeTheTextForAFormat) {
     DebugLog().write(1, "100% %s %n", false, false);
     EXPECT_EQ(m_pieces, Pieces({"100% %s %n"}));
 }
 
-TEST_F(DebugLogTest, PrintFormatsAStampedLine) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, PrintFormatsAStampedLine) {
     DebugLog().print("%s %d%%", "at", 50);
     DebugLog().print(0x01, "%03d", 7);
     EXPECT_EQ(messages(), Pieces({"at 50%", "007"}));
@@ -277,8 +276,7 @@ TEST_F(DebugLogTest, AStreamAddedTwiceReceivesEveryRecordTwice) {
     EXPECT_EQ(m_pieces, Pieces({"x", "x"}));
 }
 
-TEST_F(DebugLogTest, PausedWritesNothingUntilResumed) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, PausedWritesNothingUntilResumed) {
     DebugLog().pause();
     DebugLog().write(1, "write", true, true);
     DebugLog().print("print");
@@ -315,8 +313,7 @@ TEST_F(DebugLogTest, SharesTheOwnershipOfItsStreamsUntilTheyAreRemoved) {
     EXPECT_EQ(m_pieces, Pieces({"alive"}));
 }
 
-TEST_F(DebugLogTest, TakesStreamsAgainAfterTheyWereRemoved) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, TakesStreamsAgainAfterTheyWereRemoved) {
     DebugLog().removeAllOutputStreams();
     addRecorder(0x01);
     DebugLog().write(1, "x", false, false);
@@ -331,7 +328,7 @@ TEST_F(DebugLogTest, PassesOverANullStream) {
 }
 
 TEST_F(DebugLogTest, WithoutMemoryAStreamIsNotAdded) {
-    if (!ZNORBTEST::allocationsAreObserved()) {
+    if (!allocationsAreObserved()) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     const shared_ptr<OutputStream> stream = recorderInto(m_pieces);
@@ -345,8 +342,7 @@ TEST_F(DebugLogTest, WithoutMemoryAStreamIsNotAdded) {
     EXPECT_EQ(m_pieces, Pieces({"x"}));
 }
 
-TEST_F(DebugLogTest, PrintCutsAMessageAt2047Bytes) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, PrintCutsAMessageAt2047Bytes) {
     const std::string longest(2047, 'x');
     DebugLog().print("%s", longest.c_str());
     DebugLog().print("%s", (longest + "yz").c_str());
@@ -354,23 +350,20 @@ TEST_F(DebugLogTest, PrintCutsAMessageAt2047Bytes) {
     EXPECT_EQ(messages(), Pieces({longest, longest, longest}));
 }
 
-TEST_F(DebugLogTest, WriteCutsNothing) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, WriteCutsNothing) {
     const std::string text(10000, 'x');
     DebugLog().write(1, text.c_str(), false, false);
     EXPECT_EQ(m_pieces, Pieces({text}));
 }
 
-TEST_F(DebugLogTest, HexDumpWritesHeaderRuleAndRowsAsStampedRecords) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, HexDumpWritesHeaderRuleAndRowsAsStampedRecords) {
     DebugLog().hexDump(1, "AB", 2);
     EXPECT_EQ(messages(),
               Pieces({"      00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 0123456789ABCDEF",
                       "      " + std::string(64, '-'), " 000  41 42 " + std::string(42, ' ') + "AB"}));
 }
 
-TEST_F(DebugLogTest, HexDumpOfSixteenBytesHasOneRowAndOfSeventeenTwo) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, HexDumpOfSixteenBytesHasOneRowAndOfSeventeenTwo) {
     DebugLog().hexDump(1, "0123456789abcdefg", 16);
     EXPECT_EQ(messages().size(), 3U);
     m_pieces.clear();
@@ -380,8 +373,7 @@ TEST_F(DebugLogTest, HexDumpOfSixteenBytesHasOneRowAndOfSeventeenTwo) {
     EXPECT_EQ(messages()[3], " 010  67 " + std::string(45, ' ') + "g");
 }
 
-TEST_F(DebugLogTest, HexDumpOfNothingOrLessStillHasHeaderAndRule) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, HexDumpOfNothingOrLessStillHasHeaderAndRule) {
     for (const std::int32_t length : {0, -1, INT32_MIN}) {
         m_pieces.clear();
         DebugLog().hexDump(1, "x", length);
@@ -389,15 +381,13 @@ TEST_F(DebugLogTest, HexDumpOfNothingOrLessStillHasHeaderAndRule) {
     }
 }
 
-TEST_F(DebugLogTest, HexDumpRowsBypassTheFormatterAndShowDots) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, HexDumpRowsBypassTheFormatterAndShowDots) {
     DebugLog().hexDump(1, "%s\0\x7F\x80", 5);
     ASSERT_EQ(messages().size(), 3U);
     EXPECT_EQ(messages()[2], " 000  25 73 00 7F 80 " + std::string(33, ' ') + "%s...");
 }
 
-TEST_F(DebugLogTest, HexDumpCutsRowsAtTheSameColumnBehindLargeOffsets) {
-    addRecorder(0x01);
+TEST_F(RecordedDebugLog, HexDumpCutsRowsAtTheSameColumnBehindLargeOffsets) {
     const std::string bytes(0x10010, 'a');
     DebugLog().hexDump(1, bytes.data(), static_cast<std::int32_t>(bytes.size()));
     const std::vector<std::string> rows = messages();

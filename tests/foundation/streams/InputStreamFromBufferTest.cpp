@@ -14,7 +14,7 @@ using namespace ZNORBTEST;
 
 namespace {
 
-using InputStreamFromBufferAllocations = ZNORBTEST::AllocationTest;
+using InputStreamFromBufferAllocations = AllocationTest;
 
 /// Brings its bytes only when it is flushed, as a writing side does.
 class LateBuffer : public InputStreamFromBuffer {

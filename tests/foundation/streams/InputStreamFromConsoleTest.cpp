@@ -80,14 +80,14 @@ INSTANTIATE_TEST_SUITE_P(InputStreamFromConsole, ReadsOfTheConsole, testing::Val
 } // namespace
 
 TEST_F(InputStreamFromConsoleTest, ALineBeyondTheMemoryEndsEarlyAndTheNextReadGoesOn) {
-    if (!ZNORBTEST::allocationsAreObserved()) {
+    if (!allocationsAreObserved()) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     inputIs("x" + std::string(100000, 'l') + "\nnext");
     EXPECT_EQ(characterOf(m_stream), "x"); // stdio has its own buffer from here on
     std::string out;
     {
-        const ZNORBTEST::FailingAllocation fault(3);
+        const FailingAllocation fault(3);
         m_stream.getLine(out);
     }
     EXPECT_LT(out.size(), 100000U);

@@ -110,7 +110,7 @@ TEST_F(InputStreamFromFileTest, AMissingFileIsNotOpenAndAtItsEnd) {
 }
 
 TEST_F(InputStreamFromFileTest, ALineBeyondTheMemoryEndsEarly) {
-    if (!ZNORBTEST::allocationsAreObserved()) {
+    if (!allocationsAreObserved()) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     InputStreamFromFile& stream = streamOf(std::string(100000, 'l') + "\nnext");
@@ -185,7 +185,7 @@ TEST_F(InputStreamFromFileTest, GetAllOfAPipeTakesALimitedNumberOfBytesAndLeaves
 }
 
 TEST_F(InputStreamFromFileTest, GetAllBeyondTheMemoryIsEmptyAndMayBeTriedAgain) {
-    if (!ZNORBTEST::allocationsAreObserved()) {
+    if (!allocationsAreObserved()) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     const std::string content(100000, 'm');

@@ -15,12 +15,11 @@
 using Common::DataBuffer;
 using Common::OutputStream;
 using Common::OutputStreamToBuffer;
-using ZNORBTEST::AllocationWatch;
-using ZNORBTEST::FailingAllocation;
+using namespace ZNORBTEST;
 
 namespace {
 
-using OutputStreamToBufferAllocations = ZNORBTEST::AllocationTest;
+using OutputStreamToBufferAllocations = AllocationTest;
 
 constexpr std::size_t chunkSize = 8192;
 

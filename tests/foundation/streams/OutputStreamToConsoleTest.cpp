@@ -14,9 +14,7 @@
 
 using Common::OutputStream;
 using Common::OutputStreamToConsole;
-using ZNORBTEST::readFile;
-using ZNORBTEST::TemporaryFolder;
-using ZNORBTEST::writeFile;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -59,7 +57,7 @@ struct Write {
 };
 
 /// Writes to the stream and what the console has got as soon as they are done.
-using Output = ZNORBTEST::Row<std::vector<Write>, std::string>;
+using Output = Row<std::vector<Write>, std::string>;
 
 class OutputToConsole : public testing::TestWithParam<Output> {};
 
@@ -81,8 +79,7 @@ const Output outputs[] = {
     {"WithoutALineEnd", {{"no line end", 11}}, "no line end"},
 };
 
-INSTANTIATE_TEST_SUITE_P(OutputStreamToConsole, OutputToConsole, testing::ValuesIn(outputs),
-                         ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(OutputStreamToConsole, OutputToConsole, testing::ValuesIn(outputs), rowName);
 
 } // namespace
 

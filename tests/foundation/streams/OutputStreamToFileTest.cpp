@@ -11,9 +11,7 @@
 #include <type_traits>
 
 using Common::OutputStreamToFile;
-using ZNORBTEST::readFile;
-using ZNORBTEST::TemporaryFolder;
-using ZNORBTEST::writeFile;
+using namespace ZNORBTEST;
 
 namespace {
 

@@ -14,9 +14,7 @@
 
 using Common::NonCopyable;
 using Common::Synchronization::Mutex;
-using ZNORBTEST::inChildProcess;
-using ZNORBTEST::ObservedThread;
-using ZNORBTEST::SemaphoreName;
+using namespace ZNORBTEST;
 
 namespace {
 

@@ -20,8 +20,7 @@
 #include <vector>
 
 using namespace Common::Synchronization;
-using ZNORBTEST::ObservedThread;
-using ZNORBTEST::SemaphoreName;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -45,7 +44,7 @@ bool isMapped(ino_t inode) {
     return false;
 }
 
-constexpr bool canReplaceWait = !ZNORBTEST::underThreadSanitizer;
+constexpr bool canReplaceWait = !underThreadSanitizer;
 
 /// With what the next wait fails; 0 for none.
 std::atomic<int> waitError = 0;
@@ -173,7 +172,7 @@ TEST(NamedSemaphore, WaitGoesOnAfterASignal) {
     EXPECT_TRUE(waiter.fallsAsleep());
     const int caughtBefore = signalsCaught;
     EXPECT_EQ(pthread_kill(waiter.handle(), SIGUSR1), 0);
-    EXPECT_TRUE(ZNORBTEST::waitUntil([&] { return signalsCaught > caughtBefore; }));
+    EXPECT_TRUE(waitUntil([&] { return signalsCaught > caughtBefore; }));
     EXPECT_TRUE(waiter.fallsAsleep());
     EXPECT_TRUE(postSemaphore(name.plain()));
     EXPECT_TRUE(waiter.finishes());

@@ -15,9 +15,7 @@
 using Common::NonCopyable;
 using Common::Synchronization::ProcessMutex;
 using Common::Synchronization::RecursiveProcessMutex;
-using ZNORBTEST::AllocationWatch;
-using ZNORBTEST::FailingAllocation;
-using ZNORBTEST::ObservedThread;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -26,7 +24,7 @@ template <typename Mutex>
 class ProcessMutexOfEachKind : public testing::Test {};
 
 template <typename Mutex>
-class ProcessMutexAllocations : public ZNORBTEST::AllocationTest {
+class ProcessMutexAllocations : public AllocationTest {
 protected:
     static constexpr long heapObjects = std::is_same_v<Mutex, ProcessMutex> ? 1 : 3;
 };

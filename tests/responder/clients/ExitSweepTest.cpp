@@ -32,11 +32,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
-using ZNORBTEST::AllocationFailure;
-using ZNORBTEST::DescriptorLimit;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::NamedText;
-using ZNORBTEST::SelectRecorder;
+using namespace ZNORBTEST;
 
 constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";
 
@@ -82,7 +78,7 @@ public:
 
     /// Waits for a connection that is on its way.
     bool awaitAsked() {
-        return ZNORBTEST::waitUntil([this]() { return isAsked(); });
+        return waitUntil([this]() { return isAsked(); });
     }
 
     /// Whether a connection has come; takes it.
@@ -99,7 +95,7 @@ public:
         while (awaitAsked()) {
             pollfd wanted = {m_connection, POLLIN, 0};
             char buffer[1024];
-            const ssize_t count = poll(&wanted, 1, static_cast<int>(ZNORBTEST::usualBound.count())) == 1
+            const ssize_t count = poll(&wanted, 1, static_cast<int>(usualBound.count())) == 1
                                       ? recvfrom(m_connection, buffer, sizeof buffer, 0, nullptr, nullptr)
                                       : -1;
             EXPECT_GE(count, 0) << "the connection was not closed in good order";
@@ -270,7 +266,7 @@ const Table tables[] = {
     {"AnyOtherMarkThanZero", 3, {2, 0x80, 255}, {true, true, true}},
 };
 
-INSTANTIATE_TEST_SUITE_P(ExitSweep, AskedClients, testing::ValuesIn(tables), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(ExitSweep, AskedClients, testing::ValuesIn(tables), rowName);
 
 TEST_F(ExitSweep, ClientWithoutAPortIsTriedInVainQuietly) {
     enter(0, std::uint16_t{0});
@@ -388,9 +384,9 @@ TEST_F(ExitSweep, NoDescriptorIsLeftOpen) {
     enter(0, first);
     enter(1, std::uint16_t{0});
     enter(2, second);
-    const int before = ZNORBTEST::lowestFreeDescriptor();
+    const int before = lowestFreeDescriptor();
     sweepWithoutWaiting();
-    EXPECT_EQ(ZNORBTEST::lowestFreeDescriptor(), before);
+    EXPECT_EQ(lowestFreeDescriptor(), before);
 }
 
 /// Whatever a client answers, the next one is asked.
@@ -421,7 +417,7 @@ const NamedText hostileAnswers[] = {
     {"MoreThanTheLength", "HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\n" + std::string(7000, 'x')},
 };
 
-INSTANTIATE_TEST_SUITE_P(ExitSweep, HostileAnswer, testing::ValuesIn(hostileAnswers), ZNORBTEST::nameOf);
+INSTANTIATE_TEST_SUITE_P(ExitSweep, HostileAnswer, testing::ValuesIn(hostileAnswers), nameOf);
 
 TEST_F(ExitSweep, ClientThatHangsUpWithoutAnAnswerDoesNotKeepTheNextFromBeingAsked) {
     enter(0, first);

@@ -26,11 +26,7 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
-using ZNORBTEST::AllocationFailure;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::NamedText;
-using ZNORBTEST::SelectRecorder;
-using ZNORBTEST::SocketPair;
+using namespace ZNORBTEST;
 
 std::string head(const std::string& lengthText) {
     return "HTTP/1.0 200 OK\r\nContent-Length: " + lengthText + "\r\n\r\n";
@@ -130,7 +126,7 @@ TEST_F(ReadResponseBody, BytesBeyondTheLengthAreLeftUnreadByLaterReads) {
 }
 
 TEST_F(ReadResponseBody, ReadsAreAsManyAsTheResponseFills) {
-    const ZNORBTEST::Row<std::string, std::size_t> bodies[] = {
+    const Row<std::string, std::size_t> bodies[] = {
         {"ends with the first read", "hello, world", 1},
         {"fills the first read exactly", pattern(8192 - head("8151").size()), 1},
         {"one byte beyond the first read", pattern(8152), 2},
@@ -194,7 +190,7 @@ TEST_F(ReadResponseBody, EachWaitIsForHalfAnHourAnew) {
 // ---- what a length may look like -----------------------------------------------------------------------
 
 /// A length's texts, and what of "hello" is the body.
-using LengthTexts = ZNORBTEST::Row<std::vector<std::string>, std::string>;
+using LengthTexts = Row<std::vector<std::string>, std::string>;
 
 class LengthText : public ReadResponseBody, public testing::WithParamInterface<LengthTexts> {};
 
@@ -220,7 +216,7 @@ const LengthTexts lengthTexts[] = {
     {"CountOf32BitsWrapsAround", {"4294967301", "-4294967291"}, "hello"},
 };
 
-INSTANTIATE_TEST_SUITE_P(ReadResponseBody, LengthText, testing::ValuesIn(lengthTexts), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(ReadResponseBody, LengthText, testing::ValuesIn(lengthTexts), rowName);
 
 /// Lengths that no response holds: whether the machine has the memory for them or not, the peer's reset ends
 /// the read, and nothing is handed over.
@@ -243,7 +239,7 @@ const NamedText hugeLengths[] = {
     {"BeyondNumbers", std::string(38, '9')},
 };
 
-INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength, testing::ValuesIn(hugeLengths), ZNORBTEST::nameOf);
+INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength, testing::ValuesIn(hugeLengths), nameOf);
 
 TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
     if (!AllocationFailure::isPossible()) {

@@ -24,11 +24,7 @@ using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
 using testing::StartsWith;
-using ZNORBTEST::AllocationFailure;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::SelectRecorder;
-using ZNORBTEST::SendRecorder;
-using ZNORBTEST::SocketPair;
+using namespace ZNORBTEST;
 
 constexpr int boundMilliseconds = 20000;
 
@@ -106,7 +102,7 @@ const Request requests[] = {
     {"EmptyMethodAndUrl", "", "", "  HTTP/1.0\r\n\r\n"},
 };
 
-INSTANTIATE_TEST_SUITE_P(SendRequest, SentRequest, testing::ValuesIn(requests), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(SendRequest, SentRequest, testing::ValuesIn(requests), rowName);
 
 TEST_F(SendRequest, EmptyPostStatesALengthOfZeroAndHasNoBody) {
     const SendRecorder sends;
@@ -135,7 +131,7 @@ TEST_F(SendRequest, BodyIsSentWithoutASignal) {
 }
 
 /// A body's length and those of the sends of it, the head's apart.
-using Chunks = ZNORBTEST::Row<std::size_t, std::vector<std::size_t>>;
+using Chunks = Row<std::size_t, std::vector<std::size_t>>;
 
 class BodyChunks : public SendRequest, public testing::WithParamInterface<Chunks> {};
 
@@ -157,7 +153,7 @@ const Chunks chunks[] = {
     {"LongerBodyIsFullOnesAndTheRest", 40000, {8192, 8192, 8192, 8192, 7232}},
 };
 
-INSTANTIATE_TEST_SUITE_P(SendRequest, BodyChunks, testing::ValuesIn(chunks), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(SendRequest, BodyChunks, testing::ValuesIn(chunks), rowName);
 
 TEST_F(SendRequest, BodyGoesOnBehindWhatWasActuallySent) {
     const std::string body = pattern(20000);
@@ -277,7 +273,7 @@ TEST_F(SendRequest, GetIsAnsweredToo) {
 }
 
 /// What follows an answer's status line, and what the stream gets of it.
-using Answer = ZNORBTEST::Row<std::string, std::vector<std::string>>;
+using Answer = Row<std::string, std::vector<std::string>>;
 
 class AnswersBody : public SendRequest, public testing::WithParamInterface<Answer> {};
 
@@ -296,7 +292,7 @@ const Answer answers[] = {
     {"OfLengthZero", "Content-Length: 00\r\n\r\nignored", {}},
 };
 
-INSTANTIATE_TEST_SUITE_P(SendRequest, AnswersBody, testing::ValuesIn(answers), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(SendRequest, AnswersBody, testing::ValuesIn(answers), rowName);
 
 TEST_F(SendRequest, RequestCountsAsSentWhenThePeerClosesWithoutAnAnswer) {
     peer.finish();

@@ -21,11 +21,7 @@ using namespace ZNORBRESPONDER;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-using ZNORBTEST::AllocationFailure;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::NamedText;
-using ZNORBTEST::SelectRecorder;
-using ZNORBTEST::SocketPair;
+using namespace ZNORBTEST;
 
 /// What one call made of a response.
 struct Outcome {
@@ -130,11 +126,10 @@ const NamedText badHeads[] = {
     {"LoneCarriageReturnBeforeAHeader", "HTTP/1.0 200 OK\r\n\rName: value\r\n\r\n"},
 };
 
-INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseOfABadHead, testing::ValuesIn(badHeads),
-                         ZNORBTEST::nameOf);
+INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseOfABadHead, testing::ValuesIn(badHeads), nameOf);
 
 /// The lines behind a status line and what is recorded of them.
-using HeaderLines = ZNORBTEST::Row<std::string, std::map<std::string, std::string>>;
+using HeaderLines = Row<std::string, std::map<std::string, std::string>>;
 
 class ReadResponseHeaders : public testing::TestWithParam<HeaderLines> {};
 
@@ -163,8 +158,7 @@ const HeaderLines headerLines[] = {
     {"MayHoldNuls", {"X\0Y: a\0b", 8}, {{{"X\0Y", 3}, {"a\0b", 3}}}},
 };
 
-INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseHeaders, testing::ValuesIn(headerLines),
-                         ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseHeaders, testing::ValuesIn(headerLines), rowName);
 
 TEST(ReadResponseHead, ManyHeadersAreAllRecorded) {
     std::string lines;

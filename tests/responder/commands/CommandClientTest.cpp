@@ -26,12 +26,7 @@ namespace {
 using namespace ZNORBRESPONDER;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using ZNORBTEST::AllocationFailure;
-using ZNORBTEST::ListeningPeer;
-using ZNORBTEST::LocalConnection;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::PeerScript;
-using ZNORBTEST::SelectRecorder;
+using namespace ZNORBTEST;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";
 
@@ -77,7 +72,7 @@ TEST_F(CommandClient, OneByteOfAnyKindAndAllThatFollowsIsAnAnswerThatIsNotExamin
 }
 
 TEST_F(CommandClient, FailsAtOnceWithoutASocketFile) {
-    const ZNORBTEST::SendRecorder sends;
+    const SendRecorder sends;
     EXPECT_FALSE(sendQuit());
     EXPECT_FALSE(sendPrint());
     EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
@@ -86,7 +81,7 @@ TEST_F(CommandClient, FailsAtOnceWithoutASocketFile) {
 
 TEST_F(CommandClient, RequestIsSentWithoutASignal) {
     serve({4, {"0"}, false});
-    const ZNORBTEST::SendRecorder sends;
+    const SendRecorder sends;
     EXPECT_TRUE(sendQuit());
     ASSERT_EQ(sends.calls().size(), 1U);
     EXPECT_EQ(sends.calls()[0].flags, MSG_NOSIGNAL);
@@ -95,7 +90,7 @@ TEST_F(CommandClient, RequestIsSentWithoutASignal) {
 TEST_F(CommandClient, SendThatFailsShowsInTheAnswerThatDoesNotCome) {
     SelectRecorder::divideWaitsBy(600);
     serve({4, {"0"}, true});
-    ZNORBTEST::SendRecorder sends;
+    SendRecorder sends;
     sends.failCall(0, EPIPE);
     EXPECT_FALSE(sendQuit());
     EXPECT_EQ(SelectRecorder::calls().size(), 1U);
@@ -108,14 +103,14 @@ TEST_F(CommandClient, FailsAtOnceWithAStaleSocketFile) {
     const int stale = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     ASSERT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     (void)close(stale);
-    ASSERT_TRUE(ZNORBTEST::exists(socketPath));
+    ASSERT_TRUE(exists(socketPath));
     EXPECT_FALSE(sendQuit());
     EXPECT_FALSE(sendPrint());
     EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
 }
 
 TEST_F(CommandClient, FailsAtOnceWithAnOrdinaryFileInThePlaceOfTheSocket) {
-    ZNORBTEST::writeFile(socketPath, "");
+    writeFile(socketPath, "");
     EXPECT_FALSE(sendQuit());
     EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
 }
@@ -125,7 +120,7 @@ TEST_F(CommandClient, FailsAtOnceWhenNoSocketCanBeMade) {
     serve({4, {"0"}, false});
     bool isAnswered = true;
     {
-        const ZNORBTEST::DescriptorLimit limit(0);
+        const DescriptorLimit limit(0);
         isAnswered = sendQuit();
     }
     EXPECT_FALSE(isAnswered);
@@ -193,13 +188,13 @@ TEST_F(CommandClient, FailsWhenTheWaitFails) {
 }
 
 TEST_F(CommandClient, LeavesNoDescriptorOpen) {
-    const auto before = ZNORBTEST::namesIn("/proc/self/fd");
+    const auto before = namesIn("/proc/self/fd");
     EXPECT_FALSE(sendQuit());
     serve({4, {"0"}, false});
     EXPECT_TRUE(sendQuit());
     EXPECT_TRUE(sendPrint());
     daemon.reset();
-    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), before);
+    EXPECT_EQ(namesIn("/proc/self/fd"), before);
 }
 
 } // namespace

@@ -27,11 +27,7 @@
 namespace {
 
 using ZNORBRESPONDER::daemonize;
-using ZNORBTEST::exitedWith;
-using ZNORBTEST::ForkedChild;
-using ZNORBTEST::SharedReport;
-using ZNORBTEST::waitForEndOf;
-using ZNORBTEST::waitUntil;
+using namespace ZNORBTEST;
 
 constexpr int daemonStatus = 7; // the test's: how a daemon ends
 constexpr int invokerStatus = 8;
@@ -296,7 +292,7 @@ TEST_F(Daemonize, DaemonBeginsWithAMaskOfZeroAndWithoutAnError) {
 }
 
 TEST_F(Daemonize, WorkingDirectoryStays) {
-    const ZNORBTEST::TemporaryFolder folder;
+    const TemporaryFolder folder;
     run(false, [&folder]() { (void)!chdir(folder.path().c_str()); });
     EXPECT_STREQ(report->before.directory, report->daemon.directory);
     EXPECT_EQ(std::string(report->daemon.directory).substr(0, 1), "/");

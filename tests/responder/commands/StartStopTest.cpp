@@ -18,11 +18,7 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using ZNORBTEST::endOfForked;
-using ZNORBTEST::exitedWith;
-using ZNORBTEST::ListeningPeer;
-using ZNORBTEST::ProcessEnd;
-using ZNORBTEST::SharedReport;
+using namespace ZNORBTEST;
 
 constexpr const char* lockName = "/znorb.appLock";
 
@@ -120,6 +116,6 @@ const Release releases[] = {
     {"WaitsForANameThatStaysForAFifthOfASecond", 1, 255, 1, 200},
 };
 
-INSTANTIATE_TEST_SUITE_P(StopDaemon, ReleasedStop, testing::ValuesIn(releases), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(StopDaemon, ReleasedStop, testing::ValuesIn(releases), rowName);
 
 } // namespace

@@ -25,12 +25,7 @@ using namespace ZNORBRESPONDER;
 using ORBCOMMON::clearSignalMask;
 using ORBCOMMON::holdTermination;
 using ORBCOMMON::restoreSignalMask;
-using ZNORBTEST::endedBy;
-using ZNORBTEST::endOfForked;
-using ZNORBTEST::exitedWith;
-using ZNORBTEST::ForkedChild;
-using ZNORBTEST::SharedReport;
-using ZNORBTEST::waitUntil;
+using namespace ZNORBTEST;
 
 constexpr const char* lockName = "/znorb.appLock";
 constexpr const char* lockPath = "/dev/shm/sem.znorb.appLock";
@@ -157,7 +152,7 @@ TEST_F(TerminationSignal, EndsTheProcessWithStatusTenAndRemovesTheName) {
     EXPECT_EQ(other.count(), 0);
     ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
     EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
     EXPECT_EQ(other.count(), 1) << "whoever still has it open sees it free";
 }
 
@@ -168,7 +163,7 @@ TEST_F(TerminationSignal, HandlerDoesTheSameWhenItIsCalled) {
                   return survived;
               }),
               exitedWith(10));
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
 }
 
 TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProcess) {
@@ -186,11 +181,11 @@ TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProce
               }),
               exitedWith(10));
     EXPECT_EQ(steps->reached, 1);
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
 }
 
 TEST_F(TerminationSignal, CopyThatWasMadeWhileTheProcessEndedEndsByItsOwnSignal) {
-    const SharedReport<ZNORBTEST::ProcessEnd> copy;
+    const SharedReport<ProcessEnd> copy;
     EXPECT_EQ(endOfForked([&copy]() {
                   (void)appLock.create(true);
                   beforeUnlink = [&copy]() {
@@ -216,7 +211,7 @@ TEST_F(TerminationSignal, LockThatIsNotHeldIsNotPostedButItsNameGoes) {
                   return survived;
               }),
               exitedWith(10));
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
 }
 
 TEST_F(TerminationSignal, NameOfALockThatSomebodyElseMadeGoesUnposted) {
@@ -228,7 +223,7 @@ TEST_F(TerminationSignal, NameOfALockThatSomebodyElseMadeGoesUnposted) {
                   return survived;
               }),
               exitedWith(10));
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
     EXPECT_EQ(other.count(), 0);
 }
 
@@ -355,7 +350,7 @@ TEST_F(TerminationSignal, ReleasingGivesTheLockBackAndRemovesItsName) {
     other.open();
     allow(1);
     EXPECT_EQ(daemon.waitForEnd(), exitedWith(0)) << "the mask is as before";
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
     EXPECT_EQ(other.count(), 1);
 }
 
@@ -367,7 +362,7 @@ TEST_F(TerminationSignal, ReleasingRemovesANameThatSomebodyElseMade) {
                   return 0;
               }),
               exitedWith(0));
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
     EXPECT_EQ(other.count(), 0);
 }
 
@@ -384,7 +379,7 @@ TEST_F(TerminationSignal, AfterTheReleaseItStillEndsWithStatusTenButLeavesTheNex
     other.create(0);
     ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
     EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
-    EXPECT_TRUE(ZNORBTEST::exists(lockPath));
+    EXPECT_TRUE(exists(lockPath));
     EXPECT_EQ(other.count(), 0);
 }
 
@@ -400,7 +395,7 @@ TEST_F(TerminationSignal, SignalThatComesDuringTheReleaseEndsTheProcessAfterIt) 
                   return survived;
               }),
               exitedWith(10));
-    EXPECT_FALSE(ZNORBTEST::exists(lockPath));
+    EXPECT_FALSE(exists(lockPath));
 }
 
 } // namespace

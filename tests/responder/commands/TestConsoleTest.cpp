@@ -30,13 +30,7 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using testing::ElementsAre;
-using ZNORBTEST::askDaemon;
-using ZNORBTEST::endedBy;
-using ZNORBTEST::exitedWith;
-using ZNORBTEST::ForkedChild;
-using ZNORBTEST::SelectRecorder;
-using ZNORBTEST::stillRunning;
-using ZNORBTEST::waitUntil;
+using namespace ZNORBTEST;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";
 constexpr const char* tablePath = "/dev/shm/znorb.shvars";
@@ -215,7 +209,7 @@ protected:
             SelectRecorder::fail(EINTR, failingWaits);
             const int status = runTestConsole();
             findings->isTestMode = gIsTestMode;
-            findings->isTableGone = !ZNORBTEST::exists(tablePath);
+            findings->isTableGone = !exists(tablePath);
             findings->isBarrierSet = mainExitBarrier.timedWait(0);
             ORBCOMMON::Logger::log("nobody is to see this");
             return status;
@@ -261,7 +255,7 @@ protected:
     }
 
     Keys keys;
-    const ZNORBTEST::SharedReport<Findings> findings;
+    const SharedReport<Findings> findings;
     std::unique_ptr<ForkedChild> console;
 
 private:
@@ -280,8 +274,7 @@ TEST_F(TestConsole, GreetsPrintsAndEnds) {
 }
 
 /// Keys, and what they show between the greeting and the farewell.
-class TypedKeys : public TestConsole,
-                  public testing::WithParamInterface<ZNORBTEST::Row<std::string, std::string>> {};
+class TypedKeys : public TestConsole, public testing::WithParamInterface<Row<std::string, std::string>> {};
 
 TEST_P(TypedKeys, EndTestMode) {
     start();
@@ -291,14 +284,14 @@ TEST_P(TypedKeys, EndTestMode) {
     EXPECT_EQ(output(), greeting + GetParam().expected + farewell) << "without a title";
 }
 
-const ZNORBTEST::Row<std::string, std::string> typedKeys[] = {
+const Row<std::string, std::string> typedKeys[] = {
     {"QAndEnter", "q\n", ""},
     {"QWithoutEnter", "q", ""},
     {"CountAsTheyArrive", "pq\n", table},
     {"BehindTheLastAreNotRead", "qp\nppp", ""},
 };
 
-INSTANTIATE_TEST_SUITE_P(TestConsole, TypedKeys, testing::ValuesIn(typedKeys), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(TestConsole, TypedKeys, testing::ValuesIn(typedKeys), rowName);
 
 TEST_F(TestConsole, OtherKeysAreIgnored) {
     start();
@@ -324,7 +317,7 @@ TEST_F(TestConsole, LeavesNothingBehindAndNobodyInTheLog) {
 
 TEST_F(TestConsole, TakesNoLock) {
     start();
-    EXPECT_FALSE(ZNORBTEST::exists("/dev/shm/sem.znorb.appLock"));
+    EXPECT_FALSE(exists("/dev/shm/sem.znorb.appLock"));
     keys.type("q\n");
     expectEnd();
 }
@@ -365,7 +358,7 @@ TEST_F(TestConsole, AtTheEndOfInputItGoesOnUntilASignalEndsIt) {
 }
 
 TEST_F(TestConsole, ShowsWhatGoesWrongAtTheStart) {
-    ZNORBTEST::writeFile(tablePath, "left behind");
+    writeFile(tablePath, "left behind");
     keys.type("q\n");
     launch();
     expectEnd();

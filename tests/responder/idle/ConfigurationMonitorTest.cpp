@@ -13,8 +13,7 @@ namespace {
 
 using testing::ElementsAre;
 using ZNORBRESPONDER::ConfigurationMonitor;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::waitUntil;
+using namespace ZNORBTEST;
 
 static_assert(std::is_base_of_v<ORBCOMMON::Threadable, ConfigurationMonitor>);
 static_assert(std::is_default_constructible_v<ConfigurationMonitor>);

@@ -16,13 +16,12 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using ZNORBTEST::TemporaryFolder;
-using ZNORBTEST::writeFile;
+using namespace ZNORBTEST;
 
 constexpr uid_t ordinaryUser = 65534;
 
 /// A function from text to text, texts, and what it makes of each.
-using Examples = ZNORBTEST::Row<std::string (*)(const std::string&), std::map<std::string, std::string>>;
+using Examples = Row<std::string (*)(const std::string&), std::map<std::string, std::string>>;
 
 class PathHelpersText : public testing::TestWithParam<Examples> {};
 
@@ -106,7 +105,7 @@ const Examples examples[] = {
       {{"\0\\\0", 3}, {"\0\\\\\0", 4}}}},
 };
 
-INSTANTIATE_TEST_SUITE_P(PathHelpers, PathHelpersText, testing::ValuesIn(examples), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(PathHelpers, PathHelpersText, testing::ValuesIn(examples), rowName);
 
 TEST(PathHelpers, NulBytesInPathsAreBytesLikeOthers) {
     const std::string name("c\0d.e", 5);
@@ -227,16 +226,16 @@ TEST_F(PathHelpersFileTest, FileWithoutReadPermissionIsNotReadable) {
     constexpr int noSecondUser = 9;
     ASSERT_EQ(chmod(m_folder.path().c_str(), 0755), 0);
     ASSERT_EQ(chmod(m_file.c_str(), 0000), 0);
-    const ZNORBTEST::ProcessEnd end = ZNORBTEST::endOfForked([this]() noexcept {
+    const ProcessEnd end = endOfForked([this]() noexcept {
         if (geteuid() == 0 && setresuid(ordinaryUser, ordinaryUser, ordinaryUser) != 0) {
             return noSecondUser;
         }
         return isRegularFile(m_file) && !isReadableFile(m_file) ? 0 : 1;
     });
-    if (end == ZNORBTEST::exitedWith(noSecondUser)) {
+    if (end == exitedWith(noSecondUser)) {
         GTEST_SKIP() << "no second user in this sandbox";
     }
-    EXPECT_EQ(end, ZNORBTEST::exitedWith(0));
+    EXPECT_EQ(end, exitedWith(0));
 }
 
 TEST_F(PathHelpersFileTest, ReadableFileIsClosedAgain) {
@@ -264,27 +263,27 @@ TEST_F(PathHelpersFileTest, DirectoryIsCreatedWithMode755) {
     const Umask mask(0);
     EXPECT_TRUE(createDirectory(m_absent));
     EXPECT_TRUE(isDirectory(m_absent));
-    EXPECT_EQ(ZNORBTEST::modeOf(m_absent), 0755U);
+    EXPECT_EQ(modeOf(m_absent), 0755U);
 }
 
 TEST_F(PathHelpersFileTest, ModeOfACreatedDirectoryIsLessenedByTheUmask) {
     const Umask mask(0077);
     EXPECT_TRUE(createDirectory(m_absent));
-    EXPECT_EQ(ZNORBTEST::modeOf(m_absent), 0700U);
+    EXPECT_EQ(modeOf(m_absent), 0700U);
 }
 
 TEST_F(PathHelpersFileTest, ExistingDirectoryCountsAsCreatedAndKeepsItsMode) {
     ASSERT_EQ(chmod(m_directory.c_str(), 0700), 0);
     EXPECT_TRUE(createDirectory(m_directory));
     EXPECT_TRUE(createDirectory(m_directory + "/"));
-    EXPECT_EQ(ZNORBTEST::modeOf(m_directory), 0700U);
+    EXPECT_EQ(modeOf(m_directory), 0700U);
 }
 
 TEST_F(PathHelpersFileTest, AnythingElseThatExistsCountsAsCreatedToo) {
     EXPECT_TRUE(createDirectory(m_file));
     EXPECT_TRUE(createDirectory(linkTo(m_absent)));
-    EXPECT_EQ(ZNORBTEST::readFile(m_file), "content");
-    EXPECT_FALSE(ZNORBTEST::exists(m_absent));
+    EXPECT_EQ(readFile(m_file), "content");
+    EXPECT_FALSE(exists(m_absent));
 }
 
 TEST_F(PathHelpersFileTest, DirectoryThatCannotBeCreatedIsAFailure) {

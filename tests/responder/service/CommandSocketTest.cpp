@@ -23,10 +23,7 @@
 namespace {
 
 using testing::ElementsAre;
-using ZNORBTEST::DescriptorLimit;
-using ZNORBTEST::LocalConnection;
-using ZNORBTEST::lowestFreeDescriptor;
-using ZNORBTEST::SelectRecorder;
+using namespace ZNORBTEST;
 using Listener = ZNORBRESPONDER::CommandSocket;
 
 bool isSocketFile(const std::string& path) {
@@ -53,10 +50,20 @@ protected:
         ASSERT_TRUE(listener.listen(5));
     }
 
-    const ZNORBTEST::TemporaryFolder folder;
+    const TemporaryFolder folder;
     const std::string path = folder / "socket";
     const SelectRecorder waits;
     Listener listener;
+};
+
+class OpenCommandSocket : public CommandSocket {
+protected:
+    void SetUp() override { ASSERT_TRUE(listener.open()); }
+};
+
+class ListeningCommandSocket : public CommandSocket {
+protected:
+    void SetUp() override { openAndListen(); }
 };
 
 TEST_F(CommandSocket, IsNotPassedOnToExecutedPrograms) {
@@ -87,8 +94,7 @@ TEST_F(CommandSocket, OpeningFailsWithoutAFreeDescriptor) {
     EXPECT_FALSE(unopened.bind(path.c_str()));
 }
 
-TEST_F(CommandSocket, BindingMakesTheSocketFile) {
-    ASSERT_TRUE(listener.open());
+TEST_F(OpenCommandSocket, BindingMakesTheSocketFile) {
     EXPECT_TRUE(listener.bind(path.c_str()));
     EXPECT_TRUE(isSocketFile(path));
 }
@@ -103,19 +109,19 @@ TEST_F(CommandSocket, BindingReplacesAStaleSocketFile) {
 }
 
 TEST_F(CommandSocket, BindingReplacesAnyFileThatCanBeUnlinked) {
-    ZNORBTEST::writeFile(path, "not a socket");
+    writeFile(path, "not a socket");
     ASSERT_TRUE(listener.open());
     EXPECT_TRUE(listener.bind(path.c_str()));
     EXPECT_TRUE(isSocketFile(path));
 }
 
 TEST_F(CommandSocket, BindingReplacesALinkAndNotWhatItLeadsTo) {
-    ZNORBTEST::writeFile(folder / "target", "kept");
+    writeFile(folder / "target", "kept");
     ASSERT_EQ(symlink((folder / "target").c_str(), path.c_str()), 0);
     ASSERT_TRUE(listener.open());
     EXPECT_TRUE(listener.bind(path.c_str()));
     EXPECT_TRUE(isSocketFile(path));
-    EXPECT_EQ(ZNORBTEST::readFile(folder / "target"), "kept");
+    EXPECT_EQ(readFile(folder / "target"), "kept");
 }
 
 TEST_F(CommandSocket, BindingFailsOnADirectory) {
@@ -124,8 +130,7 @@ TEST_F(CommandSocket, BindingFailsOnADirectory) {
     EXPECT_FALSE(listener.bind(path.c_str()));
 }
 
-TEST_F(CommandSocket, BindingFailsWithoutTheFilesDirectory) {
-    ASSERT_TRUE(listener.open());
+TEST_F(OpenCommandSocket, BindingFailsWithoutTheFilesDirectory) {
     EXPECT_FALSE(listener.bind((folder / "missing/socket").c_str()));
 }
 
@@ -136,25 +141,21 @@ TEST_F(CommandSocket, PathIsCutAt107Bytes) {
     EXPECT_TRUE(isSocketFile(fitting));
 }
 
-TEST_F(CommandSocket, PercentSignInThePathIsOnlyAPercentSign) {
-    ASSERT_TRUE(listener.open());
+TEST_F(OpenCommandSocket, PercentSignInThePathIsOnlyAPercentSign) {
     EXPECT_TRUE(listener.bind((folder / "100%s").c_str()));
     EXPECT_TRUE(isSocketFile(folder / "100%s"));
 }
 
-TEST_F(CommandSocket, ListeningFailsOnASocketThatIsNotBound) {
-    ASSERT_TRUE(listener.open());
+TEST_F(OpenCommandSocket, ListeningFailsOnASocketThatIsNotBound) {
     EXPECT_FALSE(listener.listen(5));
 }
 
-TEST_F(CommandSocket, NobodyIsLetInBeforeItListens) {
-    ASSERT_TRUE(listener.open());
+TEST_F(OpenCommandSocket, NobodyIsLetInBeforeItListens) {
     ASSERT_TRUE(listener.bind(path.c_str()));
     EXPECT_FALSE(LocalConnection::toPath(path).isConnected());
 }
 
-TEST_F(CommandSocket, BacklogBoundsTheConnectionsThatWait) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, BacklogBoundsTheConnectionsThatWait) {
     std::vector<int> connections;
     int waiting = 0;
     while (waiting < 100 && connectTo(path, connections) == 0) {
@@ -166,8 +167,7 @@ TEST_F(CommandSocket, BacklogBoundsTheConnectionsThatWait) {
     }
 }
 
-TEST_F(CommandSocket, AcceptReturnsTheConnectionThatWaits) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, AcceptReturnsTheConnectionThatWaits) {
     const LocalConnection client = LocalConnection::toPath(path);
     const int connection = listener.accept(5);
     ASSERT_NE(connection, -1);
@@ -178,16 +178,14 @@ TEST_F(CommandSocket, AcceptReturnsTheConnectionThatWaits) {
     (void)close(connection);
 }
 
-TEST_F(CommandSocket, AcceptedConnectionIsNotPassedOnToExecutedPrograms) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, AcceptedConnectionIsNotPassedOnToExecutedPrograms) {
     const LocalConnection client = LocalConnection::toPath(path);
     const int connection = listener.accept(5);
     EXPECT_EQ(fcntl(connection, F_GETFD), FD_CLOEXEC);
     (void)close(connection);
 }
 
-TEST_F(CommandSocket, AcceptTakesConnectionsInTheirOrder) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, AcceptTakesConnectionsInTheirOrder) {
     const LocalConnection clients[] = {LocalConnection::toPath(path), LocalConnection::toPath(path)};
     for (const LocalConnection& client : clients) {
         ASSERT_TRUE(client.send(&client == clients ? "1" : "2"));
@@ -219,8 +217,7 @@ TEST_F(CommandSocket, AcceptWaitsForTheListenerAloneAndAsLongAsItIsTold) {
     }
 }
 
-TEST_F(CommandSocket, AcceptReturnsNothingWhenTheWaitFails) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, AcceptReturnsNothingWhenTheWaitFails) {
     const LocalConnection client = LocalConnection::toPath(path);
     SelectRecorder::fail(EINTR);
     EXPECT_EQ(listener.accept(5), -1);
@@ -243,16 +240,14 @@ std::chrono::steady_clock::duration durationOfAcceptWithoutADescriptor(Listener&
     return durationOfFailedAccept(listener);
 }
 
-TEST_F(CommandSocket, FailureThatLastsIsFollowedByAPause) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, FailureThatLastsIsFollowedByAPause) {
     const LocalConnection client = LocalConnection::toPath(path);
     EXPECT_GE(durationOfAcceptWithoutADescriptor(listener), std::chrono::milliseconds(50));
     listener.close();
     EXPECT_GE(durationOfFailedAccept(listener), std::chrono::milliseconds(50)) << "nothing to wait for";
 }
 
-TEST_F(CommandSocket, ConnectionWaitsWhileThereIsNoDescriptorForIt) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, ConnectionWaitsWhileThereIsNoDescriptorForIt) {
     const LocalConnection client = LocalConnection::toPath(path);
     (void)durationOfAcceptWithoutADescriptor(listener);
     const int connection = listener.accept(5);
@@ -260,8 +255,7 @@ TEST_F(CommandSocket, ConnectionWaitsWhileThereIsNoDescriptorForIt) {
     (void)close(connection);
 }
 
-TEST_F(CommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFile) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFile) {
     listener.close();
     std::vector<int> connections;
     EXPECT_EQ(connectTo(path, connections), ECONNREFUSED);
@@ -269,8 +263,7 @@ TEST_F(CommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFile) {
     (void)close(connections[0]);
 }
 
-TEST_F(CommandSocket, ClosingEndsTheConnectionsThatStillWait) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, ClosingEndsTheConnectionsThatStillWait) {
     LocalConnection client = LocalConnection::toPath(path);
     listener.close();
     EXPECT_EQ(client.receiveUntilClosed(), "");
@@ -309,8 +302,7 @@ TEST_F(CommandSocket, DestructionCloses) {
     EXPECT_TRUE(isSocketFile(path));
 }
 
-TEST_F(CommandSocket, CanBeOpenedAnewAfterClosing) {
-    openAndListen();
+TEST_F(ListeningCommandSocket, CanBeOpenedAnewAfterClosing) {
     listener.close();
     openAndListen();
     EXPECT_TRUE(LocalConnection::toPath(path).isConnected());

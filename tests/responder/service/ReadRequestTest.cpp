@@ -16,9 +16,7 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 using ZNORBRESPONDER::UnifiedResponderMonitor;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::SelectRecorder;
-using ZNORBTEST::SocketPair;
+using namespace ZNORBTEST;
 
 class ReadRequest : public testing::Test {
 protected:
@@ -42,7 +40,7 @@ protected:
 };
 
 /// A request that arrives whole, and its tokens.
-using Request = ZNORBTEST::Row<std::string, std::vector<std::string>>;
+using Request = Row<std::string, std::vector<std::string>>;
 
 class RequestTokens : public ReadRequest, public testing::WithParamInterface<Request> {};
 
@@ -71,7 +69,7 @@ const Request requests[] = {
     {"RequestOf1024Bytes", "GET|" + longLanguage, {"GET", longLanguage}},
 };
 
-INSTANTIATE_TEST_SUITE_P(ReadRequest, RequestTokens, testing::ValuesIn(requests), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(ReadRequest, RequestTokens, testing::ValuesIn(requests), rowName);
 
 TEST_F(ReadRequest, LongerRequestIsCutAt1024BytesAndTheRestStaysUnread) {
     peer.write("GET|" + longLanguage + "rest|");

@@ -26,16 +26,7 @@ namespace {
 using testing::Eq;
 using testing::IsEmpty;
 using testing::Optional;
-using ZNORBTEST::AllocationFailure;
-using ZNORBTEST::askDaemon;
-using ZNORBTEST::DescriptorLimit;
-using ZNORBTEST::LocalConnection;
-using ZNORBTEST::SelectRecorder;
-using ZNORBTEST::socketPath;
-using ZNORBTEST::socketsOf;
-using ZNORBTEST::UnifiedResponderMonitor;
-using ZNORBTEST::usualBound;
-using ZNORBTEST::waitUntil;
+using namespace ZNORBTEST;
 
 /// Closes it.
 class Descriptor {
@@ -58,8 +49,7 @@ bool isBetweenConnections() {
 
 // ---- one connection -------------------------------------------------------------------------------------
 
-TEST_F(UnifiedResponderMonitor, RequestInTwoPiecesIsItsFirstPiece) {
-    startServing();
+TEST_F(ServingResponderMonitor, RequestInTwoPiecesIsItsFirstPiece) {
     LocalConnection client = LocalConnection::toPath(socketPath);
     EXPECT_TRUE(client.send("QU"));
     EXPECT_EQ(client.receiveUntilClosed(), "0");
@@ -67,24 +57,21 @@ TEST_F(UnifiedResponderMonitor, RequestInTwoPiecesIsItsFirstPiece) {
     EXPECT_FALSE(isExitEventSet());
 }
 
-TEST_F(UnifiedResponderMonitor, ConnectionIsClosedAfterItsReply) {
-    startServing();
+TEST_F(ServingResponderMonitor, ConnectionIsClosedAfterItsReply) {
     LocalConnection client = LocalConnection::toPath(socketPath);
     EXPECT_TRUE(client.send("PRINT"));
     EXPECT_EQ(client.receiveUntilClosed(), "0");
     EXPECT_TRUE(client.wasClosed());
 }
 
-TEST_F(UnifiedResponderMonitor, RequesterThatSendsNoMoreGetsItsReply) {
-    startServing();
+TEST_F(ServingResponderMonitor, RequesterThatSendsNoMoreGetsItsReply) {
     LocalConnection client = LocalConnection::toPath(socketPath);
     EXPECT_TRUE(client.send("PRINT"));
     client.finishSending();
     EXPECT_EQ(client.receiveUntilClosed(), "0");
 }
 
-TEST_F(UnifiedResponderMonitor, RequesterThatSendsNothingAndNoMoreGetsNoReply) {
-    startServing();
+TEST_F(ServingResponderMonitor, RequesterThatSendsNothingAndNoMoreGetsNoReply) {
     LocalConnection client = LocalConnection::toPath(socketPath);
     client.finishSending();
     EXPECT_EQ(client.receiveUntilClosed(), "");
@@ -92,8 +79,7 @@ TEST_F(UnifiedResponderMonitor, RequesterThatSendsNothingAndNoMoreGetsNoReply) {
     EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
 }
 
-TEST_F(UnifiedResponderMonitor, RequesterThatHasGoneBeforeItsReplyDoesNoHarm) {
-    startServing();
+TEST_F(ServingResponderMonitor, RequesterThatHasGoneBeforeItsReplyDoesNoHarm) {
     for (int i = 0; i < 20; ++i) {
         const LocalConnection client = LocalConnection::toPath(socketPath);
         EXPECT_TRUE(client.send("PRINT"));
@@ -101,8 +87,7 @@ TEST_F(UnifiedResponderMonitor, RequesterThatHasGoneBeforeItsReplyDoesNoHarm) {
     EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0"))) << "no SIGPIPE has ended the process";
 }
 
-TEST_F(UnifiedResponderMonitor, RequesterThatGoesWithoutARequestDoesNoHarm) {
-    startServing();
+TEST_F(ServingResponderMonitor, RequesterThatGoesWithoutARequestDoesNoHarm) {
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(LocalConnection::toPath(socketPath).isConnected());
     }
@@ -127,8 +112,7 @@ TEST_F(UnifiedResponderMonitor, RequestForWhichThereIsNoMemoryIsClosedWithoutARe
     EXPECT_THAT(askDaemon(request), Optional(Eq("0")));
 }
 
-TEST_F(UnifiedResponderMonitor, RequesterThatSendsNothingIsDroppedAfterSixtySeconds) {
-    startServing();
+TEST_F(ServingResponderMonitor, RequesterThatSendsNothingIsDroppedAfterSixtySeconds) {
     SelectRecorder::divideWaitsBy(600);
     LocalConnection client = LocalConnection::toPath(socketPath);
     EXPECT_EQ(client.receiveUntilClosed(), "");
@@ -138,8 +122,7 @@ TEST_F(UnifiedResponderMonitor, RequesterThatSendsNothingIsDroppedAfterSixtySeco
     EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
 }
 
-TEST_F(UnifiedResponderMonitor, SlowRequesterHoldsUpEveryoneBehindIt) {
-    startServing();
+TEST_F(ServingResponderMonitor, SlowRequesterHoldsUpEveryoneBehindIt) {
     LocalConnection slow = LocalConnection::toPath(socketPath);
     awaitRequestWait(2);
     LocalConnection next = LocalConnection::toPath(socketPath);
@@ -227,14 +210,13 @@ std::chrono::nanoseconds cpuTimeOfProcess() {
     return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
 }
 
-TEST_F(UnifiedResponderMonitor, ConnectionThatCannotBeAcceptedIsTriedAgainWithoutSpinning) {
-    startServing();
+TEST_F(ServingResponderMonitor, ConnectionThatCannotBeAcceptedIsTriedAgainWithoutSpinning) {
     ASSERT_TRUE(waitUntil(isBetweenConnections));
     const Descriptor late(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
     sockaddr_un address = {};
     address.sun_family = AF_UNIX;
     (void)std::string(socketPath).copy(address.sun_path, sizeof address.sun_path - 1);
-    auto limit = std::make_unique<DescriptorLimit>(ZNORBTEST::lowestFreeDescriptor());
+    auto limit = std::make_unique<DescriptorLimit>(lowestFreeDescriptor());
     ASSERT_EQ(connect(late.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     ASSERT_EQ(sendto(late.get(), "PRINT", 5, MSG_NOSIGNAL, nullptr, 0), 5);
     const std::size_t calls = SelectRecorder::calls().size();
@@ -253,8 +235,7 @@ TEST_F(UnifiedResponderMonitor, ConnectionThatCannotBeAcceptedIsTriedAgainWithou
     EXPECT_EQ(reply, '0');
 }
 
-TEST_F(UnifiedResponderMonitor, ManyRequestersAtOnceAreServedOneAfterTheOther) {
-    startServing();
+TEST_F(ServingResponderMonitor, ManyRequestersAtOnceAreServedOneAfterTheOther) {
     std::vector<LocalConnection> clients;
     for (int i = 0; i < 5; ++i) {
         clients.push_back(LocalConnection::toPath(socketPath));

@@ -188,4 +188,9 @@ protected:
     bool isStarted = false;
 };
 
+class ServingResponderMonitor : public UnifiedResponderMonitor {
+protected:
+    void SetUp() override { startServing(); }
+};
+
 } // namespace ZNORBTEST

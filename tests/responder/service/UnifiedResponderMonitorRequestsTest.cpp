@@ -16,13 +16,9 @@ using testing::ElementsAre;
 using testing::Eq;
 using testing::IsEmpty;
 using testing::Optional;
-using ZNORBTEST::askDaemon;
-using ZNORBTEST::NamedText;
-using ZNORBTEST::readSharedTable;
-using ZNORBTEST::UnifiedResponderMonitor;
+using namespace ZNORBTEST;
 
-TEST_F(UnifiedResponderMonitor, FirstGetOnAnEmptyTableIsEntryZeroAndTheNextEntryOne) {
-    startServing();
+TEST_F(ServingResponderMonitor, FirstGetOnAnEmptyTableIsEntryZeroAndTheNextEntryOne) {
     EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
     EXPECT_EQ(argumentsOfClient(), "<-lang><en><-wbx><-index><0>");
     EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("1")));
@@ -44,10 +40,9 @@ struct Get {
     friend void PrintTo(const Get& row, std::ostream* stream) { *stream << row.name; }
 };
 
-class GetRequest : public UnifiedResponderMonitor, public testing::WithParamInterface<Get> {};
+class GetRequest : public ServingResponderMonitor, public testing::WithParamInterface<Get> {};
 
 TEST_P(GetRequest, StartsAClientWithItsTokens) {
-    startServing();
     for (const std::string entry : {"0", "1"}) {
         EXPECT_THAT(askDaemon("GET|" + GetParam().tokens), Optional(Eq(entry)));
         EXPECT_EQ(argumentsOfClient(),
@@ -65,10 +60,9 @@ const Get gets[] = {
     {"NulEndsTheLanguage", {"e\0n", 3}, "<e>", ""},
 };
 
-INSTANTIATE_TEST_SUITE_P(UnifiedResponderMonitor, GetRequest, testing::ValuesIn(gets), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(UnifiedResponderMonitor, GetRequest, testing::ValuesIn(gets), rowName);
 
-TEST_F(UnifiedResponderMonitor, ReplyToGetIsTheEntryInDecimal) {
-    startServing();
+TEST_F(ServingResponderMonitor, ReplyToGetIsTheEntryInDecimal) {
     changeTable([](znorb_shared_table& table) {
         table.count = 63;
         for (unsigned index = 0; index < 63; ++index) {
@@ -82,8 +76,7 @@ TEST_F(UnifiedResponderMonitor, ReplyToGetIsTheEntryInDecimal) {
     EXPECT_EQ(argumentsOfClient(), "<-lang><en><-wbx><-index><63>");
 }
 
-TEST_F(UnifiedResponderMonitor, GetOnAFullTableIsAnsweredWithZeroAndLaunchesNothing) {
-    startServing();
+TEST_F(ServingResponderMonitor, GetOnAFullTableIsAnsweredWithZeroAndLaunchesNothing) {
     changeTable([](znorb_shared_table& table) {
         table.count = 0xffffffff;
         for (znorb_client_entry& entry : table.entries) {
@@ -97,8 +90,7 @@ TEST_F(UnifiedResponderMonitor, GetOnAFullTableIsAnsweredWithZeroAndLaunchesNoth
                 ElementsAre("Received GET command", "Received QUIT command", "Unified responder stopped"));
 }
 
-TEST_F(UnifiedResponderMonitor, GetWithoutALanguageIsAnsweredWithZeroAndLaunchesNothing) {
-    startServing();
+TEST_F(ServingResponderMonitor, GetWithoutALanguageIsAnsweredWithZeroAndLaunchesNothing) {
     EXPECT_THAT(askDaemon("GET"), Optional(Eq("0")));
     const auto table = readSharedTable();
     ASSERT_TRUE(table.has_value());
@@ -106,8 +98,7 @@ TEST_F(UnifiedResponderMonitor, GetWithoutALanguageIsAnsweredWithZeroAndLaunches
     EXPECT_THAT(log.text(), Not(testing::HasSubstr("New process")));
 }
 
-TEST_F(UnifiedResponderMonitor, PrintListsTheTableInTheLog) {
-    startServing();
+TEST_F(ServingResponderMonitor, PrintListsTheTableInTheLog) {
     changeTable([](znorb_shared_table& table) {
         table.count = 3;
         table.entries[0].in_use = 1;
@@ -121,35 +112,31 @@ TEST_F(UnifiedResponderMonitor, PrintListsTheTableInTheLog) {
                             "Entry:  2, Valid?: Y, ID: "));
 }
 
-TEST_F(UnifiedResponderMonitor, PrintOfAnEmptyTableLogsNothing) {
-    startServing();
+TEST_F(ServingResponderMonitor, PrintOfAnEmptyTableLogsNothing) {
     EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
     EXPECT_THAT(linesOfService(), IsEmpty());
 }
 
-TEST_F(UnifiedResponderMonitor, FurtherTokensOfPrintAreIgnored) {
-    startServing();
+TEST_F(ServingResponderMonitor, FurtherTokensOfPrintAreIgnored) {
     changeTable([](znorb_shared_table& table) { table.count = 1; });
     EXPECT_THAT(askDaemon("PRINT|x"), Optional(Eq("0")));
     EXPECT_THAT(linesOfService(), ElementsAre("Entry:  0, Valid?: N, ID: "));
 }
 
-TEST_F(UnifiedResponderMonitor, FurtherTokensOfQuitAreIgnored) {
-    startServing();
+TEST_F(ServingResponderMonitor, FurtherTokensOfQuitAreIgnored) {
     EXPECT_THAT(askDaemon("QUIT|" + std::string(5000, 'x')), Optional(Eq("0")));
     awaitEnd();
 }
 
 /// Requests that are no command: answered with "0", nothing happens, nothing is logged.
-class UnknownRequest : public UnifiedResponderMonitor, public testing::WithParamInterface<NamedText> {};
+class UnknownRequest : public ServingResponderMonitor, public testing::WithParamInterface<NamedText> {};
 
 TEST_P(UnknownRequest, IsAnsweredWithZeroAndDoesNothing) {
-    startServing();
     changeTable([](znorb_shared_table& table) { table.count = 1; });
     EXPECT_THAT(askDaemon(GetParam().text), Optional(Eq("0")));
     EXPECT_THAT(linesOfService(), IsEmpty());
     EXPECT_FALSE(isExitEventSet());
-    EXPECT_FALSE(ZNORBTEST::exists(folder / "arguments"));
+    EXPECT_FALSE(exists(folder / "arguments"));
     EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0"))) << "goes on serving";
     EXPECT_THAT(linesOfService(), ElementsAre("Entry:  0, Valid?: N, ID: "));
 }
@@ -180,7 +167,6 @@ const NamedText unknownRequests[] = {
     {"MoreThanOneRead", std::string(4000, 'Q')},
 };
 
-INSTANTIATE_TEST_SUITE_P(UnifiedResponderMonitor, UnknownRequest, testing::ValuesIn(unknownRequests),
-                         ZNORBTEST::nameOf);
+INSTANTIATE_TEST_SUITE_P(UnifiedResponderMonitor, UnknownRequest, testing::ValuesIn(unknownRequests), nameOf);
 
 } // namespace

@@ -24,20 +24,9 @@ using testing::ElementsAre;
 using testing::Eq;
 using testing::Optional;
 using testing::StartsWith;
-using ZNORBTEST::askDaemon;
-using ZNORBTEST::childDisposition;
-using ZNORBTEST::DescriptorLimit;
-using ZNORBTEST::LocalConnection;
-using ZNORBTEST::noteChild;
-using ZNORBTEST::readSharedTable;
-using ZNORBTEST::socketPath;
-using ZNORBTEST::socketsOf;
-using ZNORBTEST::tablePath;
-using ZNORBTEST::UnifiedResponderMonitor;
-using ZNORBTEST::waitUntil;
+using namespace ZNORBTEST;
 
-TEST_F(UnifiedResponderMonitor, WholeDialogueIsLoggedInOrder) {
-    startServing();
+TEST_F(ServingResponderMonitor, WholeDialogueIsLoggedInOrder) {
     EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
     (void)argumentsOfClient();
     EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
@@ -48,12 +37,11 @@ TEST_F(UnifiedResponderMonitor, WholeDialogueIsLoggedInOrder) {
                                          "Received QUIT command", "Unified responder stopped"));
 }
 
-TEST_F(UnifiedResponderMonitor, QuitIsAnsweredAndThenConnectionsAreRefused) {
-    startServing();
+TEST_F(ServingResponderMonitor, QuitIsAnsweredAndThenConnectionsAreRefused) {
     EXPECT_FALSE(isExitEventSet());
     quit();
     EXPECT_TRUE(isExitEventSet());
-    EXPECT_TRUE(ZNORBTEST::exists(socketPath)) << "the next start removes the file";
+    EXPECT_TRUE(exists(socketPath)) << "the next start removes the file";
     EXPECT_FALSE(LocalConnection::toPath(socketPath).isConnected());
 }
 
@@ -71,8 +59,7 @@ TEST_F(UnifiedResponderMonitor, QuitIsAnsweredBeforeTheEnd) {
     EXPECT_TRUE(wasAnswered);
 }
 
-TEST_F(UnifiedResponderMonitor, ConnectionsThatStillWaitAtTheEndAreClosedWithoutAReply) {
-    startServing();
+TEST_F(ServingResponderMonitor, ConnectionsThatStillWaitAtTheEndAreClosedWithoutAReply) {
     const LocalConnection quitter = LocalConnection::toPath(socketPath);
     LocalConnection late = LocalConnection::toPath(socketPath);
     EXPECT_TRUE(late.send("PRINT"));
@@ -82,14 +69,13 @@ TEST_F(UnifiedResponderMonitor, ConnectionsThatStillWaitAtTheEndAreClosedWithout
     EXPECT_TRUE(late.wasClosed());
 }
 
-TEST_F(UnifiedResponderMonitor, TableIsThereWhileItServesAndGoneAfterwards) {
-    startServing();
-    EXPECT_EQ(ZNORBTEST::modeOf(tablePath), 0666U);
+TEST_F(ServingResponderMonitor, TableIsThereWhileItServesAndGoneAfterwards) {
+    EXPECT_EQ(modeOf(tablePath), 0666U);
     const auto table = readSharedTable();
     ASSERT_TRUE(table.has_value());
     EXPECT_EQ(table->count, 0U);
     quit();
-    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+    EXPECT_FALSE(exists(tablePath));
 }
 
 TEST_F(UnifiedResponderMonitor, EventIsSetBeforeTheLastMessageAndTheTableGoesAfterIt) {
@@ -97,17 +83,16 @@ TEST_F(UnifiedResponderMonitor, EventIsSetBeforeTheLastMessageAndTheTableGoesAft
     std::atomic<bool> wasThere = false;
     on("Unified responder stopped", [this, &wasSet, &wasThere]() {
         wasSet = isExitEventSet();
-        wasThere = ZNORBTEST::exists(tablePath);
+        wasThere = exists(tablePath);
     });
     startServing();
     quit();
     EXPECT_TRUE(wasSet);
     EXPECT_TRUE(wasThere);
-    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+    EXPECT_FALSE(exists(tablePath));
 }
 
-TEST_F(UnifiedResponderMonitor, CanRunAgainAfterItsEnd) {
-    startServing();
+TEST_F(ServingResponderMonitor, CanRunAgainAfterItsEnd) {
     EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
     (void)argumentsOfClient();
     quit();
@@ -119,7 +104,7 @@ TEST_F(UnifiedResponderMonitor, CanRunAgainAfterItsEnd) {
 }
 
 TEST_F(UnifiedResponderMonitor, StaleSocketFileIsReplaced) {
-    ZNORBTEST::writeFile(socketPath, "left behind");
+    writeFile(socketPath, "left behind");
     startServing();
     quit();
     startServing();
@@ -130,11 +115,10 @@ TEST_F(UnifiedResponderMonitor, SocketIsOpenToEverybodyWhateverTheUmask) {
     const mode_t before = umask(077);
     startServing();
     (void)umask(before);
-    EXPECT_EQ(ZNORBTEST::modeOf(socketPath), 0666U);
+    EXPECT_EQ(modeOf(socketPath), 0666U);
 }
 
-TEST_F(UnifiedResponderMonitor, NoDescriptorOfItsOwnIsPassedOnToExecutedPrograms) {
-    startServing();
+TEST_F(ServingResponderMonitor, NoDescriptorOfItsOwnIsPassedOnToExecutedPrograms) {
     const LocalConnection client = LocalConnection::toPath(socketPath);
     awaitRequestWait(2);
     const std::vector<int> own = socketsOf(socketPath);
@@ -145,18 +129,17 @@ TEST_F(UnifiedResponderMonitor, NoDescriptorOfItsOwnIsPassedOnToExecutedPrograms
 }
 
 TEST_F(UnifiedResponderMonitor, NoDescriptorIsLeftOpen) {
-    const auto before = ZNORBTEST::namesIn("/proc/self/fd");
+    const auto before = namesIn("/proc/self/fd");
     startServing();
     EXPECT_THAT(askDaemon("GET|en"), Optional(Eq("0")));
     (void)argumentsOfClient();
     EXPECT_THAT(askDaemon("PRINT"), Optional(Eq("0")));
     (void)LocalConnection::toPath(socketPath);
     quit();
-    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), before);
+    EXPECT_EQ(namesIn("/proc/self/fd"), before);
 }
 
-TEST_F(UnifiedResponderMonitor, EndsOfClientsAreIgnoredWhileItServesAndOnlyThen) {
-    startServing();
+TEST_F(ServingResponderMonitor, EndsOfClientsAreIgnoredWhileItServesAndOnlyThen) {
     EXPECT_EQ(childDisposition(), SIG_IGN);
     quit();
     EXPECT_EQ(childDisposition(), noteChild);
@@ -165,39 +148,39 @@ TEST_F(UnifiedResponderMonitor, EndsOfClientsAreIgnoredWhileItServesAndOnlyThen)
 TEST_F(UnifiedResponderMonitor, PublishesToTheWebConsoleBetweenBindingAndListening) {
     std::filesystem::create_directories("/opt/zn/znwbx/webapp");
     std::filesystem::create_directories("/opt/zn/znwbx/data/htdocs");
-    ZNORBTEST::writeFile(folder / "WBX/znorb.xml", "descriptor");
+    writeFile(folder / "WBX/znorb.xml", "descriptor");
     std::atomic<bool> wasPublished = false;
     std::atomic<mode_t> mode = 0;
     std::atomic<bool> wasLetIn = true;
     on("Unified responder waiting for connections", [&wasPublished, &mode, &wasLetIn]() {
-        wasPublished = ZNORBTEST::exists("/opt/zn/znwbx/webapp/znorb.xml");
-        mode = ZNORBTEST::modeOf(socketPath);
+        wasPublished = exists("/opt/zn/znwbx/webapp/znorb.xml");
+        mode = modeOf(socketPath);
         wasLetIn = LocalConnection::toPath(socketPath).isConnected();
     });
     startServing();
     EXPECT_TRUE(wasPublished);
     EXPECT_EQ(mode, 0666U);
     EXPECT_FALSE(wasLetIn);
-    EXPECT_EQ(ZNORBTEST::readFile("/opt/zn/znwbx/webapp/znorb.xml"), "descriptor");
+    EXPECT_EQ(readFile("/opt/zn/znwbx/webapp/znorb.xml"), "descriptor");
     std::filesystem::remove_all("/opt/zn/znwbx");
 }
 
 // ---- set-up that fails ----------------------------------------------------------------------------------
 
 TEST_F(UnifiedResponderMonitor, TableThatExistsAlreadyEndsTheRunAndIsRemoved) {
-    ZNORBTEST::writeFile(tablePath, "left behind");
+    writeFile(tablePath, "left behind");
     startThread();
     awaitEnd();
     EXPECT_THAT(log.lines(),
                 ElementsAre("Unified responder starting", "Unable to get to shared global variables",
                             "Unified responder stopped"));
-    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
-    EXPECT_FALSE(ZNORBTEST::exists(socketPath)) << "the socket is not touched";
+    EXPECT_FALSE(exists(tablePath));
+    EXPECT_FALSE(exists(socketPath)) << "the socket is not touched";
     EXPECT_EQ(childDisposition(), noteChild);
 }
 
 TEST_F(UnifiedResponderMonitor, StartAfterOneThatMetAStaleTableSucceeds) {
-    ZNORBTEST::writeFile(tablePath, "left behind");
+    writeFile(tablePath, "left behind");
     startThread();
     awaitEnd();
     (void)exitEvent.reset();
@@ -215,25 +198,25 @@ TEST_F(UnifiedResponderMonitor, SocketThatCannotBeMadeEndsTheRun) {
     EXPECT_THAT(log.lines(), ElementsAre("Unified responder starting", "Unable to create socket",
                                          "Unified responder stopped"));
     EXPECT_EQ(childDisposition(), noteChild);
-    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
-    EXPECT_FALSE(ZNORBTEST::exists(socketPath));
+    EXPECT_FALSE(exists(tablePath));
+    EXPECT_FALSE(exists(socketPath));
 }
 
 TEST_F(UnifiedResponderMonitor, SocketThatCannotBeBoundEndsTheRun) {
     ASSERT_EQ(mkdir(socketPath, 0700), 0);
-    const auto descriptors = ZNORBTEST::namesIn("/proc/self/fd");
+    const auto descriptors = namesIn("/proc/self/fd");
     startThread();
     awaitEnd();
     EXPECT_THAT(log.lines(), ElementsAre("Unified responder starting", "Unable to bind socket",
                                          "Unified responder stopped"));
     EXPECT_EQ(childDisposition(), noteChild);
-    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
-    EXPECT_EQ(ZNORBTEST::modeOf(socketPath), 0700U) << "what is in the socket's place is left alone";
-    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), descriptors);
+    EXPECT_FALSE(exists(tablePath));
+    EXPECT_EQ(modeOf(socketPath), 0700U) << "what is in the socket's place is left alone";
+    EXPECT_EQ(namesIn("/proc/self/fd"), descriptors);
 }
 
 TEST_F(UnifiedResponderMonitor, SocketThatCannotListenEndsTheRun) {
-    const auto descriptors = ZNORBTEST::namesIn("/proc/self/fd");
+    const auto descriptors = namesIn("/proc/self/fd");
     std::atomic<bool> wasIgnored = false;
     on("Unified responder waiting for connections", [&wasIgnored]() {
         wasIgnored = childDisposition() == SIG_IGN;
@@ -251,8 +234,8 @@ TEST_F(UnifiedResponderMonitor, SocketThatCannotListenEndsTheRun) {
                             "Unable to put socket in listen mode", "Unified responder stopped"));
     EXPECT_TRUE(wasIgnored);
     EXPECT_EQ(childDisposition(), noteChild);
-    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
-    EXPECT_EQ(ZNORBTEST::namesIn("/proc/self/fd"), descriptors);
+    EXPECT_FALSE(exists(tablePath));
+    EXPECT_EQ(namesIn("/proc/self/fd"), descriptors);
 }
 
 } // namespace

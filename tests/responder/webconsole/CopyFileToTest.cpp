@@ -103,7 +103,7 @@ TEST_F(CopyFileToTest, LinksAreFollowedOnBothSides) {
 
 TEST_F(CopyFileToTest, SourceThatIsNoOrdinaryFileIsNotCopiedAndDoesNotBlock) {
     using Make = int (*)(const char*);
-    const ZNORBTEST::Row<Make, int> sources[] = {
+    const Row<Make, int> sources[] = {
         {"a directory", [](const char* path) { return mkdir(path, 0755); }, 0},
         {"a FIFO", [](const char* path) { return mkfifo(path, 0644); }, 0},
         {"an endless device", [](const char* path) { return symlink("/dev/zero", path); }, 0},
