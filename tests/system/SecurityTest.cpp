@@ -5,6 +5,8 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Results.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 
 #include <fcntl.h>
@@ -29,14 +31,6 @@ using testing::IsEmpty;
 constexpr const char* socketFile = "/var/run/znorb.socket";
 constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
 constexpr const char* tableFile = "/dev/shm/znorb.shvars";
-
-/// Writes into the shared table as any process of the machine may.
-void writeTable(off_t offset, const std::string& bytes) {
-    const int descriptor = shm_open("/znorb.shvars", O_RDWR, 0);
-    ASSERT_NE(descriptor, -1);
-    EXPECT_EQ(pwrite(descriptor, bytes.data(), bytes.size(), offset), static_cast<ssize_t>(bytes.size()));
-    (void)close(descriptor);
-}
 
 /// Runs a shell command as somebody who is not root.
 ProgramResult asOrdinaryUser(const std::string& command) {
@@ -99,7 +93,7 @@ TEST_F(Security, WhoeverFreesEntriesGetsMoreClientsThanThereAreEntries) {
     for (std::size_t number = 1; number <= 70; ++number) {
         ASSERT_EQ(askDaemon("GET|en"), "0");
         ASSERT_TRUE(waitUntil([this, number]() { return driver.clients().size() == number; }));
-        writeTable(offsetof(znorb_shared_table, entries), std::string(1, '\0'));
+        EXPECT_TRUE(writeSharedTable(offsetof(znorb_shared_table, entries), std::string(1, '\0')));
     }
 }
 
@@ -107,8 +101,9 @@ TEST_F(Security, IdentifiersAndCommandLinesAreForEverybodyToRead) {
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(askDaemon("GET|somebodys-language"), "0");
     ASSERT_TRUE(DaemonDriver::waitForClient(0));
-    writeTable(offsetof(znorb_shared_table, entries) + offsetof(znorb_client_entry, identifier),
-               std::string("somebodys-identifier", 21));
+    EXPECT_TRUE(
+        writeSharedTable(offsetof(znorb_shared_table, entries) + offsetof(znorb_client_entry, identifier),
+                         std::string("somebodys-identifier", 21)));
     const std::vector<pid_t> clients = driver.clients();
     ASSERT_EQ(clients.size(), 1U);
     const std::string commandLine = "/proc/" + std::to_string(clients[0]) + "/cmdline";
@@ -166,9 +161,10 @@ TEST_F(Security, IdentifiersReachTheTestConsoleWithTheirControlCharacters) {
     const auto console = driver.startTestConsole();
     ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
     const std::string hostile = "\x1b[2J\a\r\nEntry:  9";
-    writeTable(0, std::string("\1\0\0\0", 4));
-    writeTable(offsetof(znorb_shared_table, entries) + offsetof(znorb_client_entry, identifier),
-               hostile + std::string(1, '\0'));
+    EXPECT_TRUE(writeSharedTable(0, std::string("\1\0\0\0", 4)));
+    EXPECT_TRUE(
+        writeSharedTable(offsetof(znorb_shared_table, entries) + offsetof(znorb_client_entry, identifier),
+                         hostile + std::string(1, '\0')));
     ASSERT_TRUE(console->writeInput("p\n"));
     EXPECT_TRUE(console->waitForOutput("Entry:  0, Valid?: N, ID: " + hostile));
 }
@@ -190,9 +186,7 @@ TEST_F(Security, FileThatIsTooShortInTheLocksPlaceDoesNotEndAStopWithoutAWord) {
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(unlink(lockFile), 0);
     writeFile(lockFile, "", 0666);
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, "The ZN Orbisan daemon has stopped.\n");
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255), "The ZN Orbisan daemon has stopped.\n"));
     EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
     EXPECT_FALSE(exists(lockFile)) << "the daemon's end removes the name, whosever it is";
 }
@@ -200,11 +194,9 @@ TEST_F(Security, FileThatIsTooShortInTheLocksPlaceDoesNotEndAStopWithoutAWord) {
 struct Squatter {
     const char* name;
     int (*put)();
-};
 
-void PrintTo(const Squatter& squatter, std::ostream* stream) {
-    *stream << squatter.name;
-}
+    friend void PrintTo(const Squatter& row, std::ostream* stream) { *stream << row.name; }
+};
 
 class LockThatIsNoSemaphore : public Security, public testing::WithParamInterface<Squatter> {};
 
@@ -218,11 +210,13 @@ TEST_P(LockThatIsNoSemaphore, LeavesTheDaemonWithoutAName) {
     EXPECT_FALSE(exists(lockFile));
 }
 
-INSTANTIATE_TEST_SUITE_P(Names, LockThatIsNoSemaphore,
-                         testing::Values(Squatter{"a fifo", []() { return mkfifo(lockFile, 0666); }},
-                                         Squatter{"a directory", []() { return mkdir(lockFile, 0777); }},
-                                         Squatter{"a link",
-                                                  []() { return symlink("/dev/null", lockFile); }}));
+const Squatter squatters[] = {
+    {"Fifo", []() { return mkfifo(lockFile, 0666); }},
+    {"Directory", []() { return mkdir(lockFile, 0777); }},
+    {"Link", []() { return symlink("/dev/null", lockFile); }},
+};
+
+INSTANTIATE_TEST_SUITE_P(Names, LockThatIsNoSemaphore, testing::ValuesIn(squatters), rowName);
 
 TEST_F(Security, DirectoryInTheTablesPlaceFailsEveryStartUntilItIsRemoved) {
     ASSERT_EQ(mkdir(tableFile, 0777), 0);

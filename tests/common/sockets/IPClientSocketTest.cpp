@@ -3,21 +3,17 @@
 #include "tests/support/Rows.h"
 
 #include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
 #include <netinet/in.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <type_traits>
-#include <utility>
 
 namespace {
 
@@ -88,23 +84,6 @@ protected:
 
     LocalPort port;
 };
-
-TEST_F(IPClientSocketTest, IsNotConnectedBeforeConnect) {
-    const IPClientSocket socket("127.0.0.1", port.number());
-    EXPECT_EQ(socket.descriptor(), -1);
-    EXPECT_EQ(port.acceptOne(), -1);
-}
-
-TEST_F(IPClientSocketTest, ConnectsToADottedAddress) {
-    IPClientSocket socket("127.0.0.1", port.number());
-    socket.connect();
-    ASSERT_TRUE(socket.isConnected());
-    const ClientSocket accepted(port.acceptOne());
-    ASSERT_EQ(send(socket.descriptor(), "hello", 5, MSG_NOSIGNAL), 5);
-    char received[6] = {};
-    EXPECT_EQ(recv(accepted.descriptor(), received, 5, MSG_WAITALL), 5);
-    EXPECT_STREQ(received, "hello");
-}
 
 TEST_F(IPClientSocketTest, GoesToTheGivenPortInNetworkByteOrder) {
     IPClientSocket socket("127.0.0.1", port.number());
@@ -180,73 +159,6 @@ TEST(IPClientSocket, PortThatRefusesOrIsZeroStaysUnconnected) {
         socket.connect();
         EXPECT_FALSE(socket.isConnected()) << port;
     }
-}
-
-// The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.
-TEST_F(IPClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
-    class Counting : public IPClientSocket {
-    public:
-        using IPClientSocket::IPClientSocket;
-        void close() override {
-            ++closes;
-            IPClientSocket::close();
-        }
-        int closes = 0;
-    };
-    Counting socket("127.0.0.1", port.number());
-    socket.connect();
-    const ClientSocket accepted(port.acceptOne());
-    socket.closes = 0;
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{0, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    socket.connect();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_EQ(socket.closes, 2) << "the connection before, and the failed attempt";
-    char byte = 0;
-    EXPECT_EQ(recv(accepted.descriptor(), &byte, 1, 0), 0);
-    EXPECT_EQ(port.acceptOne(), -1);
-}
-
-TEST_F(IPClientSocketTest, FailedConnectLeavesNoDescriptorOpen) {
-    const LocalPort silent;
-    const ClientSocket before(dup(STDERR_FILENO));
-    IPClientSocket socket("127.0.0.1", silent.number());
-    socket.connect();
-    const ClientSocket after(dup(STDERR_FILENO));
-    EXPECT_EQ(after.descriptor(), before.descriptor() + 1);
-}
-
-TEST_F(IPClientSocketTest, ConnectingAgainClosesTheFirstConnection) {
-    IPClientSocket socket("127.0.0.1", port.number());
-    socket.connect();
-    const ClientSocket first(port.acceptOne());
-    socket.connect();
-    const ClientSocket second(port.acceptOne());
-    EXPECT_TRUE(socket.isConnected());
-    EXPECT_TRUE(second.isConnected());
-    char byte = 0;
-    EXPECT_EQ(recv(first.descriptor(), &byte, 1, 0), 0);
-    EXPECT_EQ(recv(second.descriptor(), &byte, 1, MSG_DONTWAIT), -1);
-}
-
-TEST_F(IPClientSocketTest, DestructionThroughTheBaseClosesTheConnection) {
-    auto connected = std::make_unique<IPClientSocket>("127.0.0.1", port.number());
-    connected->connect();
-    const ClientSocket accepted(port.acceptOne());
-    std::unique_ptr<ClientSocket> socket = std::move(connected);
-    socket.reset();
-    char byte = 0;
-    EXPECT_EQ(recv(accepted.descriptor(), &byte, 1, 0), 0);
-}
-
-TEST_F(IPClientSocketTest, ConnectionIsNotPassedOnToExecutedPrograms) {
-    IPClientSocket socket("127.0.0.1", port.number());
-    socket.connect();
-    ASSERT_TRUE(socket.isConnected());
-    EXPECT_EQ(fcntl(socket.descriptor(), F_GETFD), FD_CLOEXEC);
 }
 
 // A resolver's answer with one address of the given family and stated length.

@@ -5,7 +5,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -69,36 +68,11 @@ int acceptFrom(const Descriptor& listener) {
     return accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC);
 }
 
-bool isAtEnd(const Descriptor& connection) {
-    char byte = 0;
-    return recv(connection.get(), &byte, 1, MSG_DONTWAIT) == 0;
-}
-
 class UXClientSocketTest : public testing::Test {
 protected:
     const ZNORBTEST::TemporaryFolder folder;
     std::string path = folder / "socket";
 };
-
-TEST_F(UXClientSocketTest, IsNotConnectedBeforeConnect) {
-    const Descriptor listener(listenOn(path));
-    const UXClientSocket socket(path);
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_EQ(acceptFrom(listener), -1);
-}
-
-TEST_F(UXClientSocketTest, ConnectReachesTheListenerOnThePath) {
-    const Descriptor listener(listenOn(path));
-    ASSERT_NE(listener.get(), -1);
-    UXClientSocket socket(path);
-    socket.connect();
-    ASSERT_TRUE(socket.isConnected());
-    const Descriptor accepted(acceptFrom(listener));
-    ASSERT_EQ(send(socket.descriptor(), "QUIT", 4, MSG_NOSIGNAL), 4);
-    char received[5] = {};
-    EXPECT_EQ(recv(accepted.get(), received, 4, MSG_DONTWAIT), 4);
-    EXPECT_STREQ(received, "QUIT");
-}
 
 TEST_F(UXClientSocketTest, StaysUnconnectedWhenThePathIsAbsentOrEmpty) {
     for (const std::string& absent : {path, std::string()}) {
@@ -115,84 +89,6 @@ TEST_F(UXClientSocketTest, StaysUnconnectedWhenTheSocketFileIsStale) {
     UXClientSocket socket(path);
     socket.connect();
     EXPECT_FALSE(socket.isConnected());
-}
-
-TEST_F(UXClientSocketTest, FailedConnectLeavesNoDescriptorOpen) {
-    const Descriptor before(dup(STDERR_FILENO));
-    UXClientSocket socket(path);
-    socket.connect();
-    const Descriptor after(dup(STDERR_FILENO));
-    EXPECT_EQ(after.get(), before.get() + 1);
-}
-
-// The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.
-TEST_F(UXClientSocketTest, EndsUnconnectedWhenNoSocketCanBeCreated) {
-    const Descriptor listener(listenOn(path));
-    class Counting : public UXClientSocket {
-    public:
-        using UXClientSocket::UXClientSocket;
-        void close() override {
-            ++closes;
-            UXClientSocket::close();
-        }
-        int closes = 0;
-    };
-    Counting socket(path);
-    socket.connect();
-    const Descriptor accepted(acceptFrom(listener));
-    socket.closes = 0;
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{0, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    socket.connect();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_EQ(socket.closes, 2) << "the connection before, and the failed attempt";
-    EXPECT_TRUE(isAtEnd(accepted));
-    EXPECT_EQ(acceptFrom(listener), -1);
-}
-
-TEST_F(UXClientSocketTest, ConnectingAgainClosesTheFirstConnection) {
-    const Descriptor listener(listenOn(path));
-    UXClientSocket socket(path);
-    socket.connect();
-    const Descriptor first(acceptFrom(listener));
-    socket.connect();
-    const Descriptor second(acceptFrom(listener));
-    EXPECT_TRUE(socket.isConnected());
-    EXPECT_TRUE(isAtEnd(first));
-    EXPECT_NE(second.get(), -1);
-    EXPECT_FALSE(isAtEnd(second));
-}
-
-TEST_F(UXClientSocketTest, FailedReconnectGivesTheFirstConnectionUp) {
-    Descriptor listener(listenOn(path));
-    UXClientSocket socket(path);
-    socket.connect();
-    const Descriptor accepted(acceptFrom(listener));
-    listener.reset();
-    socket.connect();
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_TRUE(isAtEnd(accepted));
-}
-
-TEST_F(UXClientSocketTest, CloseAndConnectMakeItConnectedAnew) {
-    const Descriptor listener(listenOn(path));
-    UXClientSocket socket(path);
-    socket.connect();
-    socket.close();
-    EXPECT_FALSE(socket.isConnected());
-    socket.connect();
-    EXPECT_TRUE(socket.isConnected());
-}
-
-TEST_F(UXClientSocketTest, ConnectionIsNotPassedOnToExecutedPrograms) {
-    const Descriptor listener(listenOn(path));
-    UXClientSocket socket(path);
-    socket.connect();
-    ASSERT_TRUE(socket.isConnected());
-    EXPECT_EQ(fcntl(socket.descriptor(), F_GETFD), FD_CLOEXEC);
 }
 
 TEST_F(UXClientSocketTest, ServerHandsAnAcceptedConnectionOver) {

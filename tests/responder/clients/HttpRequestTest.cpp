@@ -294,42 +294,46 @@ const Answer answers[] = {
 
 INSTANTIATE_TEST_SUITE_P(SendRequest, AnswersBody, testing::ValuesIn(answers), rowName);
 
-TEST_F(SendRequest, RequestCountsAsSentWhenThePeerClosesWithoutAnAnswer) {
-    peer.finish();
+/// An answer that cannot be read as a whole, and the status line that is read of it.
+struct BadAnswer {
+    const char* name;
+    std::string answer;
+    bool isFinished;
+    std::string statusLine;
+    std::size_t headers;
+
+    friend void PrintTo(const BadAnswer& row, std::ostream* stream) { *stream << row.name; }
+};
+
+class BadlyAnsweredRequest : public SendRequest, public testing::WithParamInterface<BadAnswer> {};
+
+TEST_P(BadlyAnsweredRequest, CountsAsSent) {
+    const SelectRecorder waits;
+    SelectRecorder::divideWaitsBy(36000);
+    peer.write(GetParam().answer);
+    if (GetParam().isFinished) {
+        peer.finish();
+    }
     EXPECT_TRUE(post("body"));
-    EXPECT_EQ(statusLine, "");
-    EXPECT_TRUE(headers.empty());
-    EXPECT_THAT(stream.writes(), IsEmpty());
+    EXPECT_EQ(statusLine, GetParam().statusLine);
+    EXPECT_EQ(headers.size(), GetParam().headers);
+    EXPECT_THAT(stream.writes(), IsEmpty()) << "half a body is not written";
     EXPECT_TRUE(socket.isConnected());
     EXPECT_THAT(log.lines(), IsEmpty());
+    EXPECT_THAT(SelectRecorder::calls(), Each(Field(&SelectRecorder::Call::seconds, 1800)));
+    EXPECT_FALSE(SelectRecorder::calls().empty());
 }
 
-TEST_F(SendRequest, RequestCountsAsSentWhenTheAnswerIsMalformed) {
-    peer.write("\r\nContent-Length: 12\r\n\r\nhello, world");
-    EXPECT_TRUE(post("body"));
-    EXPECT_EQ(statusLine, "");
-    EXPECT_THAT(stream.writes(), IsEmpty());
-}
+const std::string lengthOfTwelve = "Content-Length: 12\r\n\r\n";
 
-TEST_F(SendRequest, RequestCountsAsSentWhenNoAnswerComesInTime) {
-    const SelectRecorder waits;
-    SelectRecorder::divideWaitsBy(36000);
-    EXPECT_TRUE(post("body"));
-    EXPECT_EQ(statusLine, "");
-    EXPECT_TRUE(socket.isConnected());
-    ASSERT_EQ(SelectRecorder::calls().size(), 1U);
-    EXPECT_EQ(SelectRecorder::calls()[0].seconds, 1800);
-}
+const BadAnswer badAnswers[] = {
+    {"NoneFromAPeerThatCloses", "", true, "", 0},
+    {"NoneInTime", "", false, "", 0},
+    {"Malformed", "\r\n" + lengthOfTwelve + "hello, world", false, "", 0},
+    {"BodyThatBreaksOff", "HTTP/1.0 200 OK\r\n" + lengthOfTwelve + "hello", false, "HTTP/1.0 200 OK", 1},
+};
 
-TEST_F(SendRequest, RequestCountsAsSentWhenTheAnswersBodyBreaksOff) {
-    const SelectRecorder waits;
-    SelectRecorder::divideWaitsBy(36000);
-    peer.write("HTTP/1.0 200 OK\r\nContent-Length: 12\r\n\r\nhello");
-    EXPECT_TRUE(post("body"));
-    EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
-    EXPECT_EQ(headers.size(), 1U);
-    EXPECT_THAT(stream.writes(), IsEmpty()) << "half a body is not written";
-}
+INSTANTIATE_TEST_SUITE_P(SendRequest, BadlyAnsweredRequest, testing::ValuesIn(badAnswers), rowName);
 
 TEST_F(SendRequest, PeerThatResetsInsteadOfAnsweringLeavesNoTrace) {
     const SelectRecorder waits;

@@ -16,6 +16,7 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
+using namespace ZNORBTEST;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Pair;
@@ -84,70 +85,61 @@ protected:
     std::vector<ValueOptionRow> options = {{"size", "unset"}, {"name", "unset"}};
 };
 
-TEST_F(CommandLineTablesTest, LookupGivesTheIndexOfTheRowOfEachKind) {
-    commands = {{"go", "", "", ""}, {"halt", "", "", ""}};
-    EXPECT_EQ(findCommand(commands, "go"), 0);
-    EXPECT_EQ(findCommand(commands, "halt"), 1);
-    EXPECT_EQ(findFlag(flags, "red"), 0);
-    EXPECT_EQ(findFlag(flags, "blue"), 1);
-    EXPECT_EQ(findValueOption(options, "size"), 0);
-    EXPECT_EQ(findValueOption(options, "name"), 1);
-}
+/// The names of the rows of a table, the name that is looked up, and the index of its row.
+struct Lookup {
+    const char* name;
+    Words rows;
+    std::string sought;
+    int index;
 
-TEST_F(CommandLineTablesTest, LookupOfAnUnknownNameGivesNoRow) {
-    EXPECT_EQ(findCommand(commands, "red"), noRow);
-    EXPECT_EQ(findFlag(flags, "size"), noRow);
-    EXPECT_EQ(findValueOption(options, "go"), noRow);
-    EXPECT_LT(noRow, 0) << "no index of a row";
-}
+    friend void PrintTo(const Lookup& row, std::ostream* stream) { *stream << row.name; }
+};
 
-TEST_F(CommandLineTablesTest, LookupTakesTheFirstOfRowsWithTheSameName) {
-    commands = {{"a", "", "", ""}, {"b", "first", "", ""}, {"b", "second", "", ""}};
-    flags = {{"b", &red}, {"b", &blue}};
-    options = {{"a", ""}, {"b", "first"}, {"b", "second"}};
-    EXPECT_EQ(findCommand(commands, "b"), 1);
-    EXPECT_EQ(findFlag(flags, "b"), 0);
-    EXPECT_EQ(findValueOption(options, "b"), 1);
-}
+class TableLookup : public testing::TestWithParam<Lookup> {};
 
-TEST_F(CommandLineTablesTest, LookupIsCaseSensitive) {
-    EXPECT_EQ(findCommand(commands, "Go"), noRow);
-    EXPECT_EQ(findFlag(flags, "RED"), noRow);
-    EXPECT_EQ(findValueOption(options, "sizE"), noRow);
-}
-
-TEST_F(CommandLineTablesTest, LookupMatchesNamesOfEqualLengthOnly) {
-    for (const std::string name : {"g", "goo", " go", "go ", ""}) {
-        EXPECT_EQ(findCommand(commands, name), noRow) << name;
+TEST_P(TableLookup, IsTheSameForCommandsFlagsAndValueOptions) {
+    CommandRows commands;
+    std::vector<FlagRow> flags;
+    std::vector<ValueOptionRow> options;
+    for (const std::string& name : GetParam().rows) {
+        commands.push_back({name, "", "", ""});
+        flags.push_back({name, nullptr});
+        options.push_back({name, ""});
     }
-    for (const std::string name : {"re", "redd", ""}) {
-        EXPECT_EQ(findFlag(flags, name), noRow) << name;
-    }
-    for (const std::string name : {"siz", "sizes", ""}) {
-        EXPECT_EQ(findValueOption(options, name), noRow) << name;
-    }
+    const auto count = static_cast<unsigned>(GetParam().rows.size());
+    EXPECT_EQ(findCommand({commands.data(), count}, GetParam().sought), GetParam().index);
+    EXPECT_EQ(findFlag({flags.data(), count}, GetParam().sought), GetParam().index);
+    EXPECT_EQ(findValueOption({options.data(), count}, GetParam().sought), GetParam().index);
 }
 
-TEST_F(CommandLineTablesTest, LookupComparesBytesBeyondANulByte) {
-    const std::string name("go\0x", 4);
-    EXPECT_EQ(findCommand(commands, name), noRow);
-    commands.push_back({name, "", "", ""});
-    EXPECT_EQ(findCommand(commands, name), 1);
-}
+static_assert(noRow < 0, "no index of a row");
 
-TEST_F(CommandLineTablesTest, LookupOfAnEmptyNameMatchesAnEmptyRowNameOnly) {
-    commands = {{"go", "", "", ""}, {"", "", "", ""}};
-    EXPECT_EQ(findCommand(commands, ""), 1);
-    EXPECT_EQ(findCommand(std::span(commands).first(1), ""), noRow);
-}
+const Lookup lookups[] = {
+    {"FirstRow", {"go", "halt"}, "go", 0},
+    {"SecondRow", {"go", "halt"}, "halt", 1},
+    {"UnknownName", {"go", "halt"}, "red", noRow},
+    {"FirstOfRowsWithTheSameName", {"a", "b", "b"}, "b", 1},
+    {"UpperCaseAtTheBegin", {"go"}, "Go", noRow},
+    {"UpperCaseThroughout", {"go"}, "GO", noRow},
+    {"UpperCaseAtTheEnd", {"go"}, "gO", noRow},
+    {"BeginningOfARowsName", {"go"}, "g", noRow},
+    {"OneLetterMore", {"go"}, "goo", noRow},
+    {"SpaceBefore", {"go"}, " go", noRow},
+    {"SpaceBehind", {"go"}, "go ", noRow},
+    {"BytesBeyondANulByte", {"go"}, {"go\0x", 4}, noRow},
+    {"RowWithANulByte", {"go", {"go\0x", 4}}, {"go\0x", 4}, 1},
+    {"EmptyNameOfARow", {"go", ""}, "", 1},
+    {"EmptyNameOfNoRow", {"go"}, "", noRow},
+    {"EmptyNameInNoTable", {}, "", noRow},
+    {"NameInNoTable", {}, "go", noRow},
+};
+
+INSTANTIATE_TEST_SUITE_P(CommandLine, TableLookup, testing::ValuesIn(lookups), rowName);
 
 TEST_F(CommandLineTablesTest, LookupReadsNoRowBeyondTheCount) {
-    EXPECT_EQ(findFlag(std::span(flags).first(1), "blue"), noRow);
-    EXPECT_EQ(findValueOption(std::span(options).first(1), "name"), noRow);
-    EXPECT_EQ(findCommand(std::span(commands).first(0), "go"), noRow);
-}
-
-TEST(CommandLine, LookupInNoTableGivesNoRow) {
+    EXPECT_EQ(findFlag({flags.data(), 1}, "blue"), noRow);
+    EXPECT_EQ(findValueOption({options.data(), 1}, "name"), noRow);
+    EXPECT_EQ(findCommand({commands.data(), 0}, "go"), noRow);
     EXPECT_EQ(findCommand({}, ""), noRow);
     EXPECT_EQ(findFlag({}, ""), noRow);
     EXPECT_EQ(findValueOption({}, ""), noRow);
@@ -168,7 +160,7 @@ struct Parsed {
     Words options = {}; ///< sorted
 };
 
-using Line = ZNORBTEST::Row<Words, Parsed>;
+using Line = Row<Words, Parsed>;
 
 class CommandLineOf : public CommandLineTest, public testing::WithParamInterface<Line> {};
 
@@ -228,7 +220,7 @@ const Line lines[] = {
     {"OnlyWhatStandsBeforeABadWord", {"-d", "-enable", "bad", "-silent"}, {false, {"d"}, {"enable"}}},
 };
 
-INSTANTIATE_TEST_SUITE_P(CommandLine, CommandLineOf, testing::ValuesIn(lines), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(CommandLine, CommandLineOf, testing::ValuesIn(lines), rowName);
 
 TEST_F(CommandLineTest, AnyTwoCommandsAreRejectedTheEmptyOneIncluded) {
     const Words commands = {"-d", "-stop", "-test", "-"};
@@ -366,7 +358,7 @@ const TableLine valueLines[] = {
     {"RefusedCommandIsNotTakenForAValueOption", {go, red, size}, {"-go", "-size", "1"}, {false, {"go"}}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Values, CommandLineOfTables, testing::ValuesIn(valueLines), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(Values, CommandLineOfTables, testing::ValuesIn(valueLines), rowName);
 
 const TableLine companionLines[] = {
     {"CommandThatTheFirstOneNames",
@@ -397,8 +389,7 @@ const TableLine companionLines[] = {
      {false, {"a", "b"}}},
 };
 
-INSTANTIATE_TEST_SUITE_P(Companions, CommandLineOfTables, testing::ValuesIn(companionLines),
-                         ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(Companions, CommandLineOfTables, testing::ValuesIn(companionLines), rowName);
 
 /// The lines that a table of commands accepts, and those that it does not.
 struct Judgement {
@@ -455,7 +446,7 @@ const Judgement judgements[] = {
      {}},
 };
 
-INSTANTIATE_TEST_SUITE_P(CommandLine, CommandLineOptions, testing::ValuesIn(judgements), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(CommandLine, CommandLineOptions, testing::ValuesIn(judgements), rowName);
 
 TEST_F(CommandLineTablesTest, ValueIsTakenAsItIs) {
     for (const std::string value : {"", "go", "red", "name", "-5", "--go", "-goo", "a|b", " "}) {

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <string>
 #include <type_traits>
 
 namespace {
@@ -30,24 +31,20 @@ public:
     std::atomic<bool> isFinished = false;
 };
 
-TEST(ConfigurationMonitor, ConstructionAndDestructionLogNothing) {
+TEST(ConfigurationMonitor, EachRunLogsItsStartAndItsEndAndNothingElseDoes) {
     const LogRecorder log;
-    { const ConfigurationMonitor monitor; }
-    EXPECT_EQ(log.text(), "");
-}
-
-TEST(ConfigurationMonitor, RunLogsItsStartAndItsEnd) {
-    const LogRecorder log;
-    ConfigurationMonitor monitor;
-    monitor.run();
-    EXPECT_EQ(log.text(), "Configuration Change Monitor Started\r\nConfiguration Change Monitor Stopped\r\n");
-}
-
-TEST(ConfigurationMonitor, FinishDoesNothing) {
-    const LogRecorder log;
-    ConfigurationMonitor monitor;
-    monitor.finish();
-    EXPECT_EQ(log.text(), "");
+    {
+        ConfigurationMonitor monitor;
+        monitor.finish();
+        EXPECT_EQ(log.text(), "");
+        const std::string lines =
+            "Configuration Change Monitor Started\r\nConfiguration Change Monitor Stopped\r\n";
+        monitor.run();
+        EXPECT_EQ(log.text(), lines);
+        monitor.run();
+        EXPECT_EQ(log.text(), lines + lines);
+    }
+    EXPECT_EQ(log.lines().size(), 4U);
 }
 
 TEST(ConfigurationMonitor, ThreadOnItLogsTheTwoLinesInOrderAndEnds) {
@@ -59,14 +56,6 @@ TEST(ConfigurationMonitor, ThreadOnItLogsTheTwoLinesInOrderAndEnds) {
     ORBCOMMON::join(handle);
     EXPECT_THAT(log.lines(),
                 ElementsAre("Configuration Change Monitor Started", "Configuration Change Monitor Stopped"));
-}
-
-TEST(ConfigurationMonitor, CanBeRunAgain) {
-    const LogRecorder log;
-    ConfigurationMonitor monitor;
-    monitor.run();
-    monitor.run();
-    EXPECT_EQ(log.lines().size(), 4U);
 }
 
 } // namespace
