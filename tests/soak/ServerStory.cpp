@@ -31,49 +31,45 @@ struct Misbehaviour {
     PeerScript (*script)(Part& part);
 };
 
-PeerScript answering(std::vector<std::string> pieces) {
-    PeerScript script;
-    script.receiveFirst = requestSize;
-    script.pieces = std::move(pieces);
-    return script;
-}
-
 std::string headWith(const std::string& length) {
     return statusLine + "Content-Length: " + length + "\r\n\r\n";
 }
 
+constexpr bool holdOpen = true;
+constexpr bool repeatLast = true;
+constexpr bool finishSending = true;
+constexpr bool reset = true;
+
+PeerScript answering(const std::vector<std::string>& pieces) {
+    return {requestSize, pieces};
+}
+
+PeerScript dripping(const std::vector<std::string>& pieces, Milliseconds pause) {
+    return {requestSize, pieces, !holdOpen, pause, repeatLast};
+}
+
 PeerScript closeEarly(Part& part) {
-    PeerScript script;
-    script.receiveFirst = part.below(requestSize + 1);
-    return script;
+    return {part.below(requestSize + 1), {}};
 }
 
 PeerScript resetEarly(Part& part) {
-    PeerScript script = closeEarly(part);
-    script.reset = true;
-    return script;
+    return {part.below(requestSize + 1), {}, !holdOpen, Milliseconds(0), !repeatLast, !finishSending, reset};
 }
 
 PeerScript sendGarbage(Part& part) {
-    PeerScript script = answering({part.randomBytes(1 + part.below(20000))});
-    script.receiveFirst = part.below(2) * requestSize;
-    return script;
+    const std::string garbage = part.randomBytes(1 + part.below(20000));
+    return {part.below(2) * requestSize, {garbage}};
 }
 
 PeerScript dripHead(Part& part) {
-    PeerScript script = answering({statusLine.substr(0, 1 + part.below(10)), "x"});
-    script.pause = Milliseconds(10 + part.below(40));
-    script.repeatLast = true;
-    return script;
+    const std::string begin = statusLine.substr(0, 1 + part.below(10));
+    return dripping({begin, "x"}, Milliseconds(10 + part.below(40)));
 }
 
 PeerScript sendEndlessHeader(Part& part) {
-    PeerScript script = answering({statusLine + "X-Name: ", std::string(1 + part.below(9000), 'a')});
-    if (part.below(2) == 0) {
-        script.pieces = {statusLine, "X-Name: value\r\n"};
-    }
-    script.repeatLast = true;
-    return script;
+    const std::string some(1 + part.below(9000), 'a');
+    return part.below(2) == 0 ? dripping({statusLine, "X-Name: value\r\n"}, Milliseconds(0))
+                              : dripping({statusLine + "X-Name: ", some}, Milliseconds(0));
 }
 
 PeerScript sendWrongLines(Part& part) {
@@ -94,16 +90,12 @@ PeerScript sendMoreThanStated(Part& part) {
 }
 
 PeerScript neverAnswer(Part& /*part*/) {
-    PeerScript script = answering({});
-    script.holdOpen = true;
-    return script;
+    return {requestSize, {}, holdOpen};
 }
 
 PeerScript sendLessThanStated(Part& part) {
     const unsigned length = 10 + part.below(1000000);
-    PeerScript script = answering({headWith(std::to_string(length)) + std::string(part.below(length), 'x')});
-    script.holdOpen = true;
-    return script;
+    return {requestSize, {headWith(std::to_string(length)) + std::string(part.below(length), 'x')}, holdOpen};
 }
 
 PeerScript closeInTheBody(Part& part) {
@@ -122,10 +114,8 @@ PeerScript resetInTheBody(Part& part) {
 }
 
 PeerScript dripBody(Part& part) {
-    PeerScript script = answering({headWith(std::to_string(1000000 + part.below(1000000))), "x"});
-    script.pause = Milliseconds(20 + part.below(30));
-    script.repeatLast = true;
-    return script;
+    const std::string head = headWith(std::to_string(1000000 + part.below(1000000)));
+    return dripping({head, "x"}, Milliseconds(20 + part.below(30)));
 }
 
 /// Where there is no memory for so much the daemon passes on, else it waits.
@@ -133,9 +123,7 @@ PeerScript stateGiantLength(Part& part) {
     static constexpr std::array<const char*, 7> lengths = {
         "4294967295",           "-1", "-10000", "2147483648", "99999999999999999999", "+4000000000",
         "-99999999999999999999"};
-    PeerScript script = answering({headWith(lengths[part.below(lengths.size())]) + "x"});
-    script.holdOpen = true;
-    return script;
+    return {requestSize, {headWith(lengths[part.below(lengths.size())]) + "x"}, holdOpen};
 }
 
 constexpr std::array<Misbehaviour, 14> misbehaviours = {{

@@ -161,41 +161,22 @@ TEST(ThreadHandle, CanBeStartedAgainOnceItIsNull) {
     }
 }
 
-TEST(ThreadHandle, HoldsTheIdentifierEvenWhenTheThreadCouldNotBeCreated) {
+TEST(ThreadHandle, HoldsTheIdentifierOfAFailedStartUntilItIsJoinedDetachedOrDestroyed) {
     Gated threadable;
-    ThreadHandle handle;
     {
-        const NoThreads noThreads;
-        EXPECT_EQ(start(handle, &threadable), EAGAIN);
+        ThreadHandle joined;
+        ThreadHandle detached;
+        ThreadHandle destroyed;
+        for (ThreadHandle* const handle : {&joined, &detached, &destroyed}) {
+            const NoThreads noThreads;
+            EXPECT_EQ(start(*handle, &threadable), EAGAIN);
+            EXPECT_FALSE(handle->isNull());
+        }
+        join(joined);
+        detach(detached);
+        EXPECT_TRUE(joined.isNull());
+        EXPECT_TRUE(detached.isNull());
     }
-    EXPECT_FALSE(handle.isNull());
-    detach(handle);
-    EXPECT_EQ(threadable.runs, 0);
-}
-
-TEST(ThreadHandle, JoinAndDetachOfAFailedStartOnlyFreeTheIdentifier) {
-    Gated threadable;
-    ThreadHandle joined;
-    ThreadHandle detached;
-    {
-        const NoThreads noThreads;
-        ASSERT_NE(start(joined, &threadable), 0);
-        ASSERT_NE(start(detached, &threadable), 0);
-    }
-    join(joined);
-    detach(detached);
-    EXPECT_TRUE(joined.isNull());
-    EXPECT_TRUE(detached.isNull());
-}
-
-TEST(ThreadHandle, DestroyingAHandleOfAFailedStartFreesTheIdentifier) {
-    Gated threadable;
-    auto handle = std::make_unique<ThreadHandle>();
-    {
-        const NoThreads noThreads;
-        ASSERT_NE(start(*handle, &threadable), 0);
-    }
-    handle.reset();
     EXPECT_EQ(threadable.runs, 0);
 }
 

@@ -165,29 +165,22 @@ TEST(List, AppendsACopyOfItsOwnValue) {
     EXPECT_EQ(valuesOf(texts), (std::vector<std::string>{longText, longText}));
 }
 
-TEST(List, RemovesTheFirstValue) {
-    list<int> numbers = listOf({1, 2});
-    numbers.removeFirst();
-    EXPECT_EQ(valuesOf(numbers), (std::vector<int>{2}));
-    EXPECT_TRUE(linksAreWhole(numbers));
-    numbers.removeFirst();
-    EXPECT_TRUE(numbers.empty());
-    numbers.removeFirst();
-    EXPECT_TRUE(linksAreWhole(numbers));
-}
-
-TEST(List, RemovesTheLastValue) {
-    list<int> unused;
-    unused.removeLast();
-    EXPECT_TRUE(linksAreWhole(unused));
-    list<int> numbers = listOf({1, 2});
-    numbers.removeLast();
-    EXPECT_EQ(valuesOf(numbers), (std::vector<int>{1}));
-    EXPECT_TRUE(linksAreWhole(numbers));
-    numbers.removeLast();
-    EXPECT_TRUE(numbers.empty());
-    numbers.removeLast();
-    EXPECT_TRUE(linksAreWhole(numbers));
+TEST(List, RemovesTheFirstOrTheLastValue) {
+    const std::pair<void (list<int>::*)(), int> removals[] = {{&list<int>::removeFirst, 2},
+                                                              {&list<int>::removeLast, 1}};
+    for (const auto& [remove, left] : removals) {
+        list<int> unused;
+        (unused.*remove)();
+        EXPECT_TRUE(linksAreWhole(unused));
+        list<int> numbers = listOf({1, 2});
+        (numbers.*remove)();
+        EXPECT_EQ(valuesOf(numbers), (std::vector<int>{left}));
+        EXPECT_TRUE(linksAreWhole(numbers));
+        (numbers.*remove)();
+        EXPECT_TRUE(numbers.empty());
+        (numbers.*remove)();
+        EXPECT_TRUE(linksAreWhole(numbers));
+    }
 }
 
 TEST(List, AppendsAValueInPlace) {
@@ -242,20 +235,16 @@ TEST(List, CopiesAreIndependent) {
     EXPECT_TRUE(linksAreWhole(copy));
 }
 
-TEST(List, AssignmentReplacesTheValues) {
+TEST(List, AssignmentReplacesTheValuesButForTheSame) {
     list<int> target = listOf({1, 2});
+    const list<int>& same = target;
+    target = same;
+    EXPECT_EQ(valuesOf(target), (std::vector<int>{1, 2}));
     const list<int> source = listOf({3});
     target = source;
     EXPECT_EQ(valuesOf(target), (std::vector<int>{3}));
     EXPECT_EQ(valuesOf(source), (std::vector<int>{3}));
     EXPECT_TRUE(linksAreWhole(target));
-}
-
-TEST(List, AssignmentToItselfKeepsTheValues) {
-    list<int> numbers = listOf({1, 2});
-    const list<int>& same = numbers;
-    numbers = same;
-    EXPECT_EQ(valuesOf(numbers), (std::vector<int>{1, 2}));
 }
 
 TEST(List, MoveHandsTheValuesOver) {

@@ -99,20 +99,6 @@ TEST_F(SharedPtrAllocations, LastOwnerFreesTheObjectAndTheCounter) {
     EXPECT_EQ(watch.outstanding(), 0);
 }
 
-TEST(SharedPtr, CopyOutlivesTheOriginal) {
-    int destroyed = 0;
-    {
-        shared_ptr<Base> kept;
-        {
-            const shared_ptr<Base> original(new Base(destroyed));
-            kept = original;
-        }
-        EXPECT_EQ(destroyed, 0);
-        EXPECT_TRUE(kept);
-    }
-    EXPECT_EQ(destroyed, 1);
-}
-
 TEST(SharedPtr, DestroysADerivedObjectThroughItsVirtualDestructor) {
     int baseDestroyed = 0;
     int derivedDestroyed = 0;
@@ -133,32 +119,25 @@ TEST_F(SharedPtrAllocations, ReleasingTheLastOwnerOfANullObjectFreesOnlyTheCount
     EXPECT_EQ(watch.outstanding(), 0);
 }
 
-TEST(SharedPtr, AssignmentReleasesWhatWasOwnedBefore) {
+TEST(SharedPtr, AssignmentReleasesWhatWasOwnedBeforeButForTheSame) {
     int firstDestroyed = 0;
     int secondDestroyed = 0;
     shared_ptr<Base> owner(new Base(firstDestroyed));
-    const shared_ptr<Base> other(new Base(secondDestroyed));
-    owner = other;
-    EXPECT_EQ(firstDestroyed, 1);
-    EXPECT_EQ(secondDestroyed, 0);
-    EXPECT_EQ(owner.get(), other.get());
-}
-
-TEST(SharedPtr, AssigningAnEmptyOneReleasesTheObject) {
-    int destroyed = 0;
-    shared_ptr<Base> owner(new Base(destroyed));
-    owner = shared_ptr<Base>();
-    EXPECT_EQ(destroyed, 1);
-    EXPECT_FALSE(owner);
-}
-
-TEST(SharedPtr, AssignmentToItselfChangesNothing) {
-    int destroyed = 0;
-    shared_ptr<Base> owner(new Base(destroyed));
     const shared_ptr<Base>& same = owner;
     owner = same;
-    EXPECT_EQ(destroyed, 0);
+    EXPECT_EQ(firstDestroyed, 0);
     EXPECT_TRUE(owner);
+    {
+        const shared_ptr<Base> other(new Base(secondDestroyed));
+        owner = other;
+        EXPECT_EQ(owner.get(), other.get());
+    }
+    EXPECT_EQ(firstDestroyed, 1);
+    EXPECT_EQ(secondDestroyed, 0) << "the copy outlives the original";
+    EXPECT_TRUE(owner);
+    owner = shared_ptr<Base>();
+    EXPECT_EQ(secondDestroyed, 1);
+    EXPECT_FALSE(owner);
 }
 
 TEST(SharedPtr, AssignsFromAnOwnerInsideTheObjectThatIsReleased) {

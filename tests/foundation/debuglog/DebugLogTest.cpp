@@ -357,34 +357,29 @@ TEST_F(RecordedDebugLog, WriteCutsNothing) {
 }
 
 TEST_F(RecordedDebugLog, HexDumpWritesHeaderRuleAndRowsAsStampedRecords) {
-    DebugLog().hexDump(1, "AB", 2);
-    EXPECT_EQ(messages(),
-              Pieces({"      00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 0123456789ABCDEF",
-                      "      " + std::string(64, '-'), " 000  41 42 " + std::string(42, ' ') + "AB"}));
-}
-
-TEST_F(RecordedDebugLog, HexDumpOfSixteenBytesHasOneRowAndOfSeventeenTwo) {
-    DebugLog().hexDump(1, "0123456789abcdefg", 16);
-    EXPECT_EQ(messages().size(), 3U);
-    m_pieces.clear();
-    DebugLog().hexDump(1, "0123456789abcdefg", 17);
-    ASSERT_EQ(messages().size(), 4U);
-    EXPECT_EQ(messages()[2], " 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef");
-    EXPECT_EQ(messages()[3], " 010  67 " + std::string(45, ' ') + "g");
-}
-
-TEST_F(RecordedDebugLog, HexDumpOfNothingOrLessStillHasHeaderAndRule) {
-    for (const std::int32_t length : {0, -1, INT32_MIN}) {
+    struct Dump {
+        const char* bytes;
+        std::int32_t length;
+        Pieces rows;
+    };
+    const std::string fullRow = " 000  30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 66 0123456789abcdef";
+    const Dump dumps[] = {
+        {"x", INT32_MIN, {}},
+        {"x", -1, {}},
+        {"x", 0, {}},
+        {"AB", 2, {" 000  41 42 " + std::string(42, ' ') + "AB"}},
+        {"0123456789abcdefg", 16, {fullRow}},
+        {"0123456789abcdefg", 17, {fullRow, " 010  67 " + std::string(45, ' ') + "g"}},
+        {"%s\0\x7F\x80", 5, {" 000  25 73 00 7F 80 " + std::string(33, ' ') + "%s..."}},
+    };
+    for (const Dump& dump : dumps) {
         m_pieces.clear();
-        DebugLog().hexDump(1, "x", length);
-        EXPECT_EQ(messages().size(), 2U) << length;
+        DebugLog().hexDump(1, dump.bytes, dump.length);
+        Pieces expected = {"      00 01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E 0F 0123456789ABCDEF",
+                           "      " + std::string(64, '-')};
+        expected.insert(expected.end(), dump.rows.begin(), dump.rows.end());
+        EXPECT_EQ(messages(), expected) << dump.length;
     }
-}
-
-TEST_F(RecordedDebugLog, HexDumpRowsBypassTheFormatterAndShowDots) {
-    DebugLog().hexDump(1, "%s\0\x7F\x80", 5);
-    ASSERT_EQ(messages().size(), 3U);
-    EXPECT_EQ(messages()[2], " 000  25 73 00 7F 80 " + std::string(33, ' ') + "%s...");
 }
 
 TEST_F(RecordedDebugLog, HexDumpCutsRowsAtTheSameColumnBehindLargeOffsets) {

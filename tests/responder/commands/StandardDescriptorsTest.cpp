@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <functional>
 
 namespace {
@@ -77,24 +78,18 @@ private:
     }
 };
 
-TEST_F(StandardDescriptors, MissingOnesAreFilledWithNull) {
-    callWithout({0, 1, 2}, fillMissingDescriptors);
-    expectNull(0, O_RDONLY);
-    expectNull(1, O_WRONLY);
-    expectNull(2, O_WRONLY);
-}
-
-TEST_F(StandardDescriptors, OneThatIsMissingIsFilledAndTheOthersStay) {
-    callWithout({1}, fillMissingDescriptors);
-    expectKept(0);
-    expectNull(1, O_WRONLY);
-    expectKept(2);
-}
-
-TEST_F(StandardDescriptors, AllStayWhenNoneIsMissing) {
-    callWithout({}, fillMissingDescriptors);
-    for (int descriptor = 0; descriptor < 3; ++descriptor) {
-        expectKept(descriptor);
+TEST_F(StandardDescriptors, MissingOnesAreFilledWithNullAndTheOthersStay) {
+    const int usual[] = {O_RDONLY, O_WRONLY, O_WRONLY};
+    for (const std::vector<int>& missing : std::vector<std::vector<int>>{{}, {1}, {0, 1, 2}}) {
+        SCOPED_TRACE(missing.size());
+        callWithout(missing, fillMissingDescriptors);
+        for (int descriptor = 0; descriptor < 3; ++descriptor) {
+            if (std::find(missing.begin(), missing.end(), descriptor) == missing.end()) {
+                expectKept(descriptor);
+            } else {
+                expectNull(descriptor, usual[descriptor]);
+            }
+        }
     }
 }
 
