@@ -41,28 +41,18 @@ protected:
 
 } // namespace
 
-TEST_F(OutputStreamToFileTest, TruncatesAnExistingFileWhenNotAppending) {
-    writeFile(m_path, "old content");
-    OutputStreamToFile stream(m_path, false);
-    EXPECT_TRUE(stream.isOpen());
-    EXPECT_EQ(content(), "");
-    writeText(stream, "new");
-    EXPECT_EQ(content(), "new");
-}
-
-TEST_F(OutputStreamToFileTest, AddsToAnExistingFileWhenAppending) {
-    writeFile(m_path, "old");
-    OutputStreamToFile stream(m_path, true);
-    EXPECT_TRUE(stream.isOpen());
-    writeText(stream, " and new");
-    EXPECT_EQ(content(), "old and new");
-}
-
-TEST_F(OutputStreamToFileTest, CreatesAMissingFileInEitherMode) {
-    const OutputStreamToFile truncating(m_folder / "truncating", false);
-    const OutputStreamToFile appending(m_folder / "appending", true);
-    EXPECT_TRUE(std::filesystem::is_regular_file(m_folder / "truncating"));
-    EXPECT_TRUE(std::filesystem::is_regular_file(m_folder / "appending"));
+TEST_F(OutputStreamToFileTest, TruncatesAnExistingFileOrAddsToItAndCreatesAMissingOne) {
+    for (const bool isAppending : {false, true}) {
+        const std::string kept = isAppending ? "old" : "";
+        writeFile(m_path, "old");
+        OutputStreamToFile stream(m_path, isAppending);
+        EXPECT_TRUE(stream.isOpen());
+        EXPECT_EQ(content(), kept);
+        writeText(stream, " and new");
+        EXPECT_EQ(content(), kept + " and new");
+        const OutputStreamToFile creating(m_folder / "created", isAppending);
+        EXPECT_TRUE(std::filesystem::remove(m_folder / "created"));
+    }
 }
 
 TEST_F(OutputStreamToFileTest, InAMissingDirectoryAcceptsWritesAndWritesNothing) {
@@ -75,26 +65,16 @@ TEST_F(OutputStreamToFileTest, InAMissingDirectoryAcceptsWritesAndWritesNothing)
     EXPECT_FALSE(stream.isOpen());
 }
 
-TEST_F(OutputStreamToFileTest, WritesExactlyTheGivenBytes) {
+TEST_F(OutputStreamToFileTest, WritesExactlyTheGivenBytesAtOnce) {
     OutputStreamToFile stream(m_path, false);
-    writeText(stream, std::string("a\0\r\n%s\xFF", 7));
-    stream.write("0123456789", 4);
-    EXPECT_EQ(content(), std::string("a\0\r\n%s\xFF", 7) + "0123");
-}
-
-TEST_F(OutputStreamToFileTest, WritesNothingForALengthOfZero) {
-    OutputStreamToFile stream(m_path, false);
+    const std::string odd("a\0\r\n%s\xFF", 7);
     stream.write("text", 0);
     EXPECT_EQ(content(), "");
     EXPECT_TRUE(stream.isOpen());
-}
-
-TEST_F(OutputStreamToFileTest, EveryWriteIsInTheFileAtOnce) {
-    OutputStreamToFile stream(m_path, false);
-    writeText(stream, "one,");
-    EXPECT_EQ(content(), "one,");
-    writeText(stream, "two");
-    EXPECT_EQ(content(), "one,two");
+    writeText(stream, odd);
+    EXPECT_EQ(content(), odd);
+    stream.write("0123456789", 4);
+    EXPECT_EQ(content(), odd + "0123");
 }
 
 TEST_F(OutputStreamToFileTest, AfterCloseWritesDoNothing) {
@@ -116,22 +96,18 @@ TEST_F(OutputStreamToFileTest, ClosesTheFileAtItsEnd) {
     EXPECT_EQ(descriptorsOn(m_path), 0);
 }
 
-TEST_F(OutputStreamToFileTest, OpensAnotherFileAfterClose) {
-    OutputStreamToFile stream(m_path, false);
-    stream.close();
-    stream.open(m_folder / "second", false);
-    writeText(stream, "second");
-    EXPECT_EQ(content(), "");
-    EXPECT_EQ(readFile(m_folder / "second"), "second");
-}
-
-TEST_F(OutputStreamToFileTest, OpenWithAFileAlreadyOpenLeavesThatOneUnclosed) {
-    OutputStreamToFile stream(m_path, false);
-    stream.open(m_folder / "second", false);
-    EXPECT_EQ(descriptorsOn(m_path), 1);
-    writeText(stream, "text");
-    EXPECT_EQ(content(), "");
-    EXPECT_EQ(readFile(m_folder / "second"), "text");
+TEST_F(OutputStreamToFileTest, OpensAnotherFileAndLeavesOneThatIsStillOpenUnclosed) {
+    for (const bool isClosed : {true, false}) {
+        OutputStreamToFile stream(m_path, false);
+        if (isClosed) {
+            stream.close();
+        }
+        stream.open(m_folder / "second", false);
+        EXPECT_EQ(descriptorsOn(m_path), isClosed ? 0 : 1);
+        writeText(stream, "text");
+        EXPECT_EQ(content(), "");
+        EXPECT_EQ(readFile(m_folder / "second"), "text");
+    }
 }
 
 TEST_F(OutputStreamToFileTest, AnOpenThatFailsLeavesTheStreamWithoutAFile) {

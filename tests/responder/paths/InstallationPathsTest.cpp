@@ -282,25 +282,30 @@ TEST_F(InstallationPathsHtmlTest, VariableThatIsSetIsTheWholeResult) {
     }
 }
 
-TEST_F(InstallationPathsHtmlTest, VariableThatIsSetButEmptyCountsAsUnset) {
-    setHtmlPath("");
-    EXPECT_EQ(getHtmlPath("znorb", ""), "/opt/zn/znorb/HTML/ORB1");
-    EXPECT_EQ(getHtmlPath("znorb", "a"), "/opt/zn/znorb/HTML/ORB1/a");
-}
-
-TEST_F(InstallationPathsHtmlTest, SubPathFollowsBehindOneSlash) {
-    EXPECT_EQ(getHtmlPath("znorb", "a/b.htm"), "/opt/zn/znorb/HTML/ORB1/a/b.htm");
-    EXPECT_EQ(getHtmlPath("znorb", "/a/b.htm"), "/opt/zn/znorb/HTML/ORB1/a/b.htm");
-    EXPECT_EQ(getHtmlPath("znorb", "\\a"), "/opt/zn/znorb/HTML/ORB1/\\a");
-    EXPECT_EQ(getHtmlPath("znorb", "/"), "/opt/zn/znorb/HTML/ORB1/");
-}
-
-TEST_F(InstallationPathsHtmlTest, SubPathFollowsTheVariableToo) {
-    setHtmlPath("/srv/html");
-    EXPECT_EQ(getHtmlPath("znorb", "a"), "/srv/html/a");
-    EXPECT_EQ(getHtmlPath("znorb", "/a"), "/srv/html/a");
-    setHtmlPath("/srv/html/");
-    EXPECT_EQ(getHtmlPath("znorb", "a"), "/srv/html//a") << "the value is kept as it is";
+TEST_F(InstallationPathsHtmlTest, SubPathFollowsBehindOneSlashAlsoTheVariableUnlessThatIsEmpty) {
+    struct SubPath {
+        std::string variable;
+        std::string subPath;
+        std::string path;
+    };
+    const SubPath subPaths[] = {
+        {"", "", "/opt/zn/znorb/HTML/ORB1"},
+        {"", "a/b.htm", "/opt/zn/znorb/HTML/ORB1/a/b.htm"},
+        {"", "/a/b.htm", "/opt/zn/znorb/HTML/ORB1/a/b.htm"},
+        {"", "\\a", "/opt/zn/znorb/HTML/ORB1/\\a"},
+        {"", "/", "/opt/zn/znorb/HTML/ORB1/"},
+        {"/srv/html", "a", "/srv/html/a"},
+        {"/srv/html", "/a", "/srv/html/a"},
+        {"/srv/html/", "a", "/srv/html//a"}, // the value is kept as it is
+    };
+    for (const SubPath& row : subPaths) {
+        setHtmlPath(row.variable);
+        EXPECT_EQ(getHtmlPath("znorb", row.subPath), row.path) << row.variable;
+        if (row.variable.empty()) {
+            (void)unsetenv(htmlVariable);
+            EXPECT_EQ(getHtmlPath("znorb", row.subPath), row.path) << "unset";
+        }
+    }
 }
 
 TEST_F(InstallationPathsTest, HtmlPathWithoutTheVariableLiesBesideTheExecutablesDirectory) {

@@ -57,18 +57,16 @@ TEST_F(ServingResponderMonitor, RequestInTwoPiecesIsItsFirstPiece) {
     EXPECT_FALSE(isExitEventSet());
 }
 
-TEST_F(ServingResponderMonitor, ConnectionIsClosedAfterItsReply) {
-    LocalConnection client = LocalConnection::toPath(socketPath);
-    EXPECT_TRUE(client.send("PRINT"));
-    EXPECT_EQ(client.receiveUntilClosed(), "0");
-    EXPECT_TRUE(client.wasClosed());
-}
-
-TEST_F(ServingResponderMonitor, RequesterThatSendsNoMoreGetsItsReply) {
-    LocalConnection client = LocalConnection::toPath(socketPath);
-    EXPECT_TRUE(client.send("PRINT"));
-    client.finishSending();
-    EXPECT_EQ(client.receiveUntilClosed(), "0");
+TEST_F(ServingResponderMonitor, ConnectionIsClosedAfterItsReplyWhetherTheRequesterSendsMoreOrNot) {
+    for (const bool isFinished : {false, true}) {
+        LocalConnection client = LocalConnection::toPath(socketPath);
+        EXPECT_TRUE(client.send("PRINT"));
+        if (isFinished) {
+            client.finishSending();
+        }
+        EXPECT_EQ(client.receiveUntilClosed(), "0");
+        EXPECT_TRUE(client.wasClosed());
+    }
 }
 
 TEST_F(ServingResponderMonitor, RequesterThatSendsNothingAndNoMoreGetsNoReply) {

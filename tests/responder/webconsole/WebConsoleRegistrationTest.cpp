@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <map>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -54,12 +55,7 @@ TEST_F(WebConsoleRegistrationTest, ConsoleDirectoriesMayBeLinks) {
     expectAllPublished();
 }
 
-TEST_F(WebConsoleRegistrationTest, EverythingIsPublishedByteForByteWithItsMode) {
-    EXPECT_TRUE(registerWebConsole());
-    expectAllPublished();
-}
-
-TEST_F(WebConsoleRegistrationTest, NothingElseIsWritten) {
+TEST_F(WebConsoleRegistrationTest, EverythingIsPublishedByteForByteWithItsModeAndNothingElseIsWritten) {
     std::map<std::string, mode_t> expected = treeOf(console);
     const std::map<std::string, mode_t> installation = treeOf(StagedInstallation::root);
     EXPECT_TRUE(registerWebConsole());
@@ -71,6 +67,7 @@ TEST_F(WebConsoleRegistrationTest, NothingElseIsWritten) {
     expected["data/htdocs/ZNORB/bin/znorbrequestor"] = 0755;
     EXPECT_EQ(treeOf(console), expected);
     EXPECT_EQ(treeOf(StagedInstallation::root), installation) << "the sources are left alone";
+    expectAllPublished();
 }
 
 TEST_F(WebConsoleRegistrationTest, OnlyTheEntryScriptIsFilledAsATemplate) {
@@ -110,25 +107,16 @@ TEST_F(WebConsoleRegistrationTest, UmaskIsTheSameAfterwards) {
 }
 
 TEST_F(WebConsoleRegistrationTest, ExistingFilesAndDirectoriesAreReplacedAndGetTheirModes) {
-    for (const mode_t mode : {0000U, 0200U, 0600U, 0777U}) {
-        publishOld(mode, 0700);
+    const std::pair<mode_t, mode_t> modes[] = {
+        {0000U, 0700U},   {0200U, 0700U}, {0600U, 0700U}, {0777U, 0700U}, // of files
+        {0644U, 0700U},   {0644U, 0777U}, {0644U, 0111U}, {0644U, 0000U}, // of directories
+        {04755U, 01777U},                                                 // special bits
+    };
+    for (const auto& [ofFiles, ofDirectories] : modes) {
+        publishOld(ofFiles, ofDirectories);
         EXPECT_TRUE(registerWebConsole());
         expectAllPublished();
     }
-}
-
-TEST_F(WebConsoleRegistrationTest, ExistingDirectoriesWithOtherModesAreUsedAndCorrected) {
-    for (const mode_t mode : {0700U, 0777U, 0111U, 0000U}) {
-        publishOld(0644, mode);
-        EXPECT_TRUE(registerWebConsole());
-        expectAllPublished();
-    }
-}
-
-TEST_F(WebConsoleRegistrationTest, SpecialBitsOfExistingFilesAndDirectoriesAreTakenAway) {
-    publishOld(04755, 01777);
-    EXPECT_TRUE(registerWebConsole());
-    expectAllPublished();
 }
 
 TEST_F(WebConsoleRegistrationTest, OtherFilesInTheProductsDirectoriesAreLeftAlone) {
