@@ -168,6 +168,14 @@ const Life lives[] = {
     {"UnlockDisownsWhenToldTo", none, {creates, disowns, isNotHeld}, 1, left, 1},
     {"UnlockDisownsEvenWhenNothingIsHeld", none, {createsFree, disowns}, 1, left, 1},
     {"CloseGivesBackAndKeepsTheName", none, {creates, closes, isNotHeld, failsToTake, closes}, 1, left, 1},
+    {"UnlockGivesNothingBackThatIsNotHeld", 1, {unlocks, opens, unlocks}, 1, left, 1},
+    {"UnlockGivesBackOnce", 1, {opens, takes, unlocks, unlocks, isNotHeld}, 1, left, 1},
+    {"OpensAgainAfterAClose",
+     none,
+     {creates, closes, failsToCreate, opens, isNotHeld, takes},
+     0,
+     unlinked,
+     1},
     {"RemoveLeavesANameThatIsNotOwnedAndCloses", 1, {opens, takes, removes, failsToTake}, 1, left, 1},
 };
 
@@ -228,31 +236,6 @@ TEST_F(GlobalLockTest, IsHeldByTheCreatorIsTrueWithoutASystemCall) {
     onlooker.post();
     EXPECT_TRUE(lock.isHeld()) << "the semaphore's count is not looked at";
     EXPECT_EQ(onlooker.count(), 1);
-}
-
-TEST_F(GlobalLockTest, UnlockGivesBackOnlyWhatIsHeld) {
-    const Onlooker onlooker(m_name, 1);
-    GlobalLock lock(m_name);
-    lock.unlock(false);
-    ASSERT_TRUE(lock.openExisting());
-    lock.unlock(false);
-    EXPECT_EQ(onlooker.count(), 1);
-    ASSERT_TRUE(lock.tryLock(false));
-    lock.unlock(false);
-    EXPECT_EQ(onlooker.count(), 1);
-    lock.unlock(false);
-    EXPECT_EQ(onlooker.count(), 1);
-    EXPECT_FALSE(lock.isHeld());
-}
-
-TEST_F(GlobalLockTest, CanBeOpenedAgainAfterAClose) {
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.create(true));
-    lock.close();
-    EXPECT_FALSE(lock.create(true)) << "the name is still there";
-    EXPECT_TRUE(lock.openExisting());
-    EXPECT_FALSE(lock.isHeld());
-    EXPECT_TRUE(lock.tryLock(false));
 }
 
 TEST_F(GlobalLockTest, RemoveWithForceUnlinksEvenANameThatIsNotOpen) {
