@@ -40,7 +40,7 @@ struct DumpRow {
     const char* name;
     std::uint32_t offset;
     std::string bytes;
-    std::string row;
+    std::string text;
 
     friend void PrintTo(const DumpRow& row, std::ostream* stream) { *stream << row.name; }
 };
@@ -48,7 +48,7 @@ struct DumpRow {
 class HexDumpRow : public testing::TestWithParam<DumpRow> {};
 
 TEST_P(HexDumpRow, HasOffsetDigitsAndCharacters) {
-    EXPECT_EQ(rowOf(GetParam().offset, GetParam().bytes), GetParam().row);
+    EXPECT_EQ(rowOf(GetParam().offset, GetParam().bytes), GetParam().text);
 }
 
 std::string spaces(std::size_t count) {
