@@ -4,6 +4,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Processes.h"
+#include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 
@@ -18,7 +19,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 class LaunchedClient : public testing::Test {
@@ -50,21 +50,24 @@ protected:
     std::string client;
 };
 
-TEST_F(LaunchedClient, GetsItsLanguageAndEntry) {
-    launchBy("GET|en");
-    EXPECT_THAT(arguments(), ElementsAre(driver.client(), "-lang", "en", "-wbx", "-index", "0"));
+using Request = Row<std::string, std::vector<std::string>>;
+
+class ArgumentsOfAClient : public LaunchedClient, public testing::WithParamInterface<Request> {};
+
+TEST_P(ArgumentsOfAClient, AreThoseOfItsRequest) {
+    launchBy(GetParam().given);
+    std::vector<std::string> expected = GetParam().expected;
+    expected.insert(expected.begin(), driver.client());
+    EXPECT_EQ(arguments(), expected);
 }
 
-TEST_F(LaunchedClient, GetsATimeOutThatWasAskedForAndNothingBeyondIt) {
-    launchBy("GET|de|30|more");
-    EXPECT_THAT(arguments(),
-                ElementsAre(driver.client(), "-lang", "de", "-wbx", "-index", "0", "-timeout", "30"));
-}
+const Request requests[] = {
+    {"LanguageAndEntry", "GET|en", {"-lang", "en", "-wbx", "-index", "0"}},
+    {"TimeOutAndNothingBeyondIt", "GET|de|30|more", {"-lang", "de", "-wbx", "-index", "0", "-timeout", "30"}},
+    {"NoEmptyTimeOutButAnEmptyLanguage", "GET||", {"-lang", "", "-wbx", "-index", "0"}},
+};
 
-TEST_F(LaunchedClient, GetsNoTimeOutForAnEmptyOneAndAnEmptyLanguageAsItIs) {
-    launchBy("GET||");
-    EXPECT_THAT(arguments(), ElementsAre(driver.client(), "-lang", "", "-wbx", "-index", "0"));
-}
+INSTANTIATE_TEST_SUITE_P(LaunchedClient, ArgumentsOfAClient, testing::ValuesIn(requests), rowName);
 
 TEST_F(LaunchedClient, ThatEndsNeverBecomesAZombie) {
     launchBy("GET|en|1");

@@ -66,15 +66,10 @@ protected:
     void SetUp() override { openAndListen(); }
 };
 
-TEST_F(CommandSocket, IsNotPassedOnToExecutedPrograms) {
+TEST_F(CommandSocket, IsAStreamSocketOfTheLocalKindAndNotPassedOnToExecutedPrograms) {
     const int descriptor = lowestFreeDescriptor();
     ASSERT_TRUE(listener.open());
     EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
-}
-
-TEST_F(CommandSocket, IsAStreamSocketOfTheLocalKind) {
-    const int descriptor = lowestFreeDescriptor();
-    ASSERT_TRUE(listener.open());
     int value = 0;
     socklen_t length = sizeof value;
     ASSERT_EQ(getsockopt(descriptor, SOL_SOCKET, SO_DOMAIN, &value, &length), 0);
@@ -94,11 +89,6 @@ TEST_F(CommandSocket, OpeningFailsWithoutAFreeDescriptor) {
     EXPECT_FALSE(unopened.bind(path.c_str()));
 }
 
-TEST_F(OpenCommandSocket, BindingMakesTheSocketFile) {
-    EXPECT_TRUE(listener.bind(path.c_str()));
-    EXPECT_TRUE(isSocketFile(path));
-}
-
 TEST_F(CommandSocket, BindingReplacesAStaleSocketFile) {
     auto earlier = std::make_unique<Listener>();
     ASSERT_TRUE(earlier->open() && earlier->bind(path.c_str()) && earlier->listen(5));
@@ -109,16 +99,16 @@ TEST_F(CommandSocket, BindingReplacesAStaleSocketFile) {
 }
 
 TEST_F(OpenCommandSocket, BindingReplacesAnyFileThatCanBeUnlinkedAndNotWhatALinkLeadsTo) {
-    ZNORBTEST::writeFile(path, "not a socket");
+    writeFile(path, "not a socket");
     EXPECT_TRUE(listener.bind(path.c_str()));
     EXPECT_TRUE(isSocketFile(path));
-    ZNORBTEST::writeFile(folder / "target", "kept");
+    writeFile(folder / "target", "kept");
     ASSERT_EQ(symlink((folder / "target").c_str(), (folder / "link").c_str()), 0);
     Listener second;
     ASSERT_TRUE(second.open());
     EXPECT_TRUE(second.bind((folder / "link").c_str()));
     EXPECT_TRUE(isSocketFile(folder / "link"));
-    EXPECT_EQ(ZNORBTEST::readFile(folder / "target"), "kept");
+    EXPECT_EQ(readFile(folder / "target"), "kept");
 }
 
 TEST_F(OpenCommandSocket, BindingFailsWithoutTheFilesDirectoryOrOnADirectory) {
@@ -154,21 +144,15 @@ TEST_F(ListeningCommandSocket, BacklogBoundsTheConnectionsThatWait) {
     }
 }
 
-TEST_F(ListeningCommandSocket, AcceptReturnsTheConnectionThatWaits) {
+TEST_F(ListeningCommandSocket, AcceptReturnsTheConnectionThatWaitsAndThatIsNotPassedOnToExecutedPrograms) {
     const LocalConnection client = LocalConnection::toPath(path);
     const int connection = listener.accept(5);
     ASSERT_NE(connection, -1);
+    EXPECT_EQ(fcntl(connection, F_GETFD), FD_CLOEXEC);
     ASSERT_TRUE(client.send("hello"));
     char received[8] = {};
     EXPECT_EQ(recvfrom(connection, received, sizeof received, 0, nullptr, nullptr), 5);
     EXPECT_STREQ(received, "hello");
-    (void)close(connection);
-}
-
-TEST_F(ListeningCommandSocket, AcceptedConnectionIsNotPassedOnToExecutedPrograms) {
-    const LocalConnection client = LocalConnection::toPath(path);
-    const int connection = listener.accept(5);
-    EXPECT_EQ(fcntl(connection, F_GETFD), FD_CLOEXEC);
     (void)close(connection);
 }
 
@@ -242,12 +226,14 @@ TEST_F(ListeningCommandSocket, ConnectionWaitsWhileThereIsNoDescriptorForIt) {
     (void)close(connection);
 }
 
-TEST_F(ListeningCommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFile) {
+TEST_F(ListeningCommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFileUntilItIsOpenedAnew) {
     listener.close();
     std::vector<int> connections;
     EXPECT_EQ(connectTo(path, connections), ECONNREFUSED);
     EXPECT_TRUE(isSocketFile(path));
     (void)close(connections[0]);
+    openAndListen();
+    EXPECT_TRUE(LocalConnection::toPath(path).isConnected());
 }
 
 TEST_F(ListeningCommandSocket, ClosingEndsTheConnectionsThatStillWait) {
@@ -287,12 +273,6 @@ TEST_F(CommandSocket, DestructionCloses) {
     }
     EXPECT_EQ(lowestFreeDescriptor(), descriptor);
     EXPECT_TRUE(isSocketFile(path));
-}
-
-TEST_F(ListeningCommandSocket, CanBeOpenedAnewAfterClosing) {
-    listener.close();
-    openAndListen();
-    EXPECT_TRUE(LocalConnection::toPath(path).isConnected());
 }
 
 } // namespace
