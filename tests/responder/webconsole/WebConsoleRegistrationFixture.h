@@ -148,9 +148,9 @@ protected:
     }
 
     /// What was published in the former way by a former version.
-    static void publishOld(mode_t files, mode_t directories) {
+    static void publishOld(mode_t ofFiles, mode_t directories) {
         for (const std::string& path : {descriptor, page, entryScript, requestor}) {
-            writeFile(path, std::string(20000, 'o'), files);
+            writeFile(path, std::string(20000, 'o'), ofFiles);
         }
         EXPECT_EQ(chmod(pages.c_str(), directories), 0);
         EXPECT_EQ(chmod(productPrograms.c_str(), directories), 0);
