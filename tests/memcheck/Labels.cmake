@@ -9,9 +9,9 @@ set(left_out
     Sandbox IsolatedSandbox DirectSandbox ExampleClient ExampleRequester # not of the running daemon
     # They look at the memory of the process, at its signal handlers or at its processor time, which are valgrind's.
     RunningDaemon Start.IgnoresTerminalSignals
-    HostileRequester.ThatIsSilentIsWaitedFor "HostileServer.*IsWaitedFor"
+    HostileRequester.ThatIsSilentIsWaitedFor HostileServer.ThatNeverAcceptsIsWaitedFor WaitedFor/ScriptedServer
     # They look at what a client gets, where valgrind adds descriptors and settings of its own.
-    ClientEnvironment.HasTheStandardDescriptors ClientEnvironment.IgnoresWhat ClientEnvironment.GetsTheStartersEnv
+    ClientOfAnyStarter.HasTheStandardDescriptors ClientEnvironment.IgnoresWhat ClientEnvironment.GetsTheStartersEnv
     ClientEnvironment.KeepsTheStartersLimits ClientOfADaemonOfProcessOne.HasTheSame ClientOfTheTestConsole.Shares
     # Started by a shell, and so not wrapped.
     ConsoleWithoutStandardDescriptors Start.WithoutStandardDescriptors

@@ -122,7 +122,7 @@ constexpr Milliseconds drip{20};
 
 const std::string beyondNumbers = "99999999999999999999999999999999";
 
-const Server servers[] = {
+const Server passedOver[] = {
     {"ClosesAtOnce", {0, {}}, PassedOver},
     {"ClosesInTheMiddleOfTheRequest", {20, {}}, PassedOver},
     {"ClosesWithoutAnAnswer", {requestSize, {}}, PassedOver},
@@ -149,6 +149,9 @@ const Server servers[] = {
     {"StatesMinusZero", {requestSize, {stating("-0", "body")}}, PassedOver},
     {"SendsMoreThanItStates", {requestSize, {stating("10", std::string(100000, 'x'))}}, PassedOver},
     {"StatesAndSendsMuch", {requestSize, {stating("20000000", std::string(20000000, 'x'))}}, PassedOver},
+};
+
+const Server waitedFor[] = {
     {"NeverAnswers", {requestSize, {}, holdOpen}, WaitedFor},
     {"SendsLessThanItStates", {requestSize, {stating("1000", "x")}, holdOpen}, WaitedFor},
     {"ClosesInItsBody", {requestSize, {stating("1000", "x")}}, WaitedFor},
@@ -161,7 +164,8 @@ const Server servers[] = {
     {"StatesMoreThanANumberCanBe", {requestSize, {stating(beyondNumbers, "x")}, holdOpen}, EitherOfThem},
 };
 
-INSTANTIATE_TEST_SUITE_P(HostileServer, ScriptedServer, testing::ValuesIn(servers), rowName);
+INSTANTIATE_TEST_SUITE_P(PassedOver, ScriptedServer, testing::ValuesIn(passedOver), rowName);
+INSTANTIATE_TEST_SUITE_P(WaitedFor, ScriptedServer, testing::ValuesIn(waitedFor), rowName);
 
 TEST_F(HostileServer, ThatRefusesIsPassedOver) {
     const SilentPort port(false);
