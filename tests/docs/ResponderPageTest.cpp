@@ -6,11 +6,11 @@
 #include "responder/commands/ExitStatus.h"
 #include "tests/docs/ManualPage.h"
 #include "tests/docs/SourceTree.h"
+#include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/ShellScript.h"
 

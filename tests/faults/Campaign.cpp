@@ -2,7 +2,7 @@
 
 #include "tests/faults/SystemCalls.h"
 #include "tests/faults/Words.h"
-#include "tests/support/Sandbox.h"
+#include "tests/sandbox/Sandbox.h"
 
 #include <sys/mman.h>
 #include <sys/wait.h>

@@ -13,7 +13,7 @@
 #include "tests/faults/Expectations.h"
 #include "tests/faults/Report.h"
 #include "tests/faults/Tracer.h"
-#include "tests/support/Sandbox.h"
+#include "tests/sandbox/Sandbox.h"
 
 #include <cstdio>
 #include <cstdlib>

@@ -1,11 +1,11 @@
 #include "tests/faults/Life.h"
 
+#include "tests/sandbox/Processes.h"
+#include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/ProcessEnd.h"
-#include "tests/support/Processes.h"
-#include "tests/support/Sandbox.h"
 #include "tests/support/SharedTable.h"
 
 #include <sys/syscall.h>

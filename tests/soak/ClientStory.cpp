@@ -1,10 +1,10 @@
 /// A full table of clients, launched and swept: most as they should be, some dead, some slow, some hostile,
 /// some without a port.
 
+#include "tests/sandbox/Processes.h"
 #include "tests/soak/Lives.h"
 #include "tests/soak/Soak.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/SharedTable.h"
 
 #include <algorithm>

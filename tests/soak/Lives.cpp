@@ -1,8 +1,8 @@
 #include "tests/soak/Lives.h"
 
+#include "tests/sandbox/Processes.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/SharedTable.h"
 
 #include <sys/prctl.h>

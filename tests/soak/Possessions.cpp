@@ -1,9 +1,9 @@
 #include "tests/soak/Possessions.h"
 
+#include "tests/sandbox/Processes.h"
 #include "tests/soak/Soak.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/Waiting.h"
 
 #include <algorithm>

@@ -9,7 +9,7 @@
 
 #include "tests/soak/Soak.h"
 
-#include "tests/support/Sandbox.h"
+#include "tests/sandbox/Sandbox.h"
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>

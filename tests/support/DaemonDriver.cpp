@@ -1,8 +1,8 @@
 #include "tests/support/DaemonDriver.h"
 
+#include "tests/sandbox/Processes.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/SharedTable.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "tests/support/ProcessEnd.h"
 
-#include "tests/support/Sandbox.h"
+#include "tests/sandbox/Sandbox.h"
 
 #include <sys/wait.h>
 

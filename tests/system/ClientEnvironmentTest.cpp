@@ -2,11 +2,11 @@
 /// changes nothing stands in the client's place; /proc tells what it was given. Each test prints what it
 /// pins.
 
+#include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Rows.h"
-#include "tests/support/Sandbox.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,7 +1,7 @@
+#include "tests/sandbox/Processes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/SanitizerReports.h"
 #include "tests/support/SharedTable.h"
 

@@ -1,6 +1,6 @@
+#include "tests/sandbox/Processes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ListeningPeer.h"
-#include "tests/support/Processes.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SanitizerReports.h"

@@ -1,9 +1,9 @@
 /// The arguments that the real daemon gives to a client, and what becomes of a launch that fails.
 
+#include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"

@@ -1,9 +1,9 @@
 /// The socket's dialogue with the real daemon: every kind of request and requester.
 
+#include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/SharedTable.h"
 
 #include <gmock/gmock.h>

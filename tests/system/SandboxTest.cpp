@@ -1,9 +1,9 @@
-#include "tests/support/Sandbox.h"
+#include "tests/sandbox/Sandbox.h"
 
+#include "tests/sandbox/Processes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
-#include "tests/support/Processes.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gmock/gmock.h>

@@ -1,10 +1,10 @@
 /// What SECURITY.md says that others on the machine can do to the daemon, and what an administrator can do
 /// about it. Some of it nobody would wish for: it is pinned here so that the text stays true.
 
+#include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"

@@ -1,13 +1,13 @@
 /// `-d` on the real executable: the messages and statuses of a start, what the daemon is afterwards, and
 /// what a second start finds.
 
+#include "tests/sandbox/Processes.h"
+#include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
-#include "tests/support/Sandbox.h"
 #include "tests/support/Sanitizers.h"
 
 #include <fcntl.h>

@@ -1,11 +1,11 @@
 /// SIGTERM to the real daemon: status 10 and the lock's name gone, at whatever it was doing.
 
+#include "tests/sandbox/Processes.h"
+#include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/Processes.h"
-#include "tests/support/Sandbox.h"
 #include "tests/support/Sanitizers.h"
 
 #include <fcntl.h>

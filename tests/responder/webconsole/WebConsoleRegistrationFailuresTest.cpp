@@ -1,8 +1,8 @@
 #include "responder/webconsole/WebConsoleRegistration.h"
 #include "tests/responder/AllocationFailure.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
+#include "tests/sandbox/Sandbox.h"
 #include "tests/support/Files.h"
-#include "tests/support/Sandbox.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "tests/support/PrivateMounts.h"
+#include "tests/sandbox/PrivateMounts.h"
 
 #include <dirent.h>
 #include <fcntl.h>

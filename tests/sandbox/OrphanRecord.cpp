@@ -1,4 +1,4 @@
-#include "tests/support/OrphanRecord.h"
+#include "tests/sandbox/OrphanRecord.h"
 
 #include <sys/mman.h>
 

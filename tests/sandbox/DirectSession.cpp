@@ -1,6 +1,6 @@
-#include "tests/support/DirectSession.h"
+#include "tests/sandbox/DirectSession.h"
 
-#include "tests/support/Processes.h"
+#include "tests/sandbox/Processes.h"
 
 #include <fcntl.h>
 #include <sys/file.h>

@@ -1,4 +1,4 @@
-#include "tests/support/Sandbox.h"
+#include "tests/sandbox/Sandbox.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "tests/support/Processes.h"
+#include "tests/sandbox/Processes.h"
 
 #include <dirent.h>
 #include <fcntl.h>

@@ -1,8 +1,8 @@
-#include "tests/support/Sandbox.h"
+#include "tests/sandbox/Sandbox.h"
 
-#include "tests/support/DirectSession.h"
-#include "tests/support/OrphanRecord.h"
-#include "tests/support/PrivateMounts.h"
+#include "tests/sandbox/DirectSession.h"
+#include "tests/sandbox/OrphanRecord.h"
+#include "tests/sandbox/PrivateMounts.h"
 
 #include <fcntl.h>
 #include <poll.h>
