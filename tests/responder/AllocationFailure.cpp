@@ -1,19 +1,11 @@
 #include "tests/responder/AllocationFailure.h"
 
 #include "tests/support/FailingStart.h"
+#include "tests/support/Sanitizers.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <new>
-
-// g++ says it with __SANITIZE_THREAD__, clang++ with a feature that g++ has no question for.
-#if defined(__SANITIZE_THREAD__)
-#define HAS_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#define HAS_THREAD_SANITIZER __has_feature(thread_sanitizer)
-#else
-#define HAS_THREAD_SANITIZER 0
-#endif
 
 namespace {
 
@@ -30,7 +22,7 @@ constinit int s_succeedingAtStart = -1;
 
 } // namespace
 
-#if !HAS_THREAD_SANITIZER
+#if !ZNORB_THREAD_SANITIZER
 
 // All forms of which the code makes use, so that no sanitizer's own form meets memory of these.
 
@@ -95,7 +87,7 @@ bool AllocationFailure::hasHappened() {
 }
 
 bool AllocationFailure::isPossible() {
-    return !HAS_THREAD_SANITIZER;
+    return !underThreadSanitizer;
 }
 
 } // namespace ZNORBTEST

@@ -4,6 +4,7 @@
 #include "tests/responder/ForkedChild.h"
 #include "tests/support/FailingStart.h"
 #include "tests/support/Files.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/Waiting.h"
 
 #include <gmock/gmock.h>
@@ -26,18 +27,6 @@ using namespace ZNORBTEST;
 
 constexpr const char* lockName = "/znorb.appLock";
 constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
-
-#if defined(__SANITIZE_THREAD__)
-constexpr bool threadSanitizer = true;
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-constexpr bool threadSanitizer = true;
-#else
-constexpr bool threadSanitizer = false;
-#endif
-#else
-constexpr bool threadSanitizer = false;
-#endif
 
 /// A point in time that has passed: a wait until then only looks.
 constexpr std::time_t past = 1;
@@ -149,7 +138,7 @@ TEST(Globals, ApplicationLockHasItsName) {
 
 TEST(Globals, NothingStartsAThreadBeforeMain) {
     const InitialState& initial = s_initial;
-    if (threadSanitizer) {
+    if (underThreadSanitizer) {
         EXPECT_LE(initial.threads, 2U) << "the sanitizer may have one of its own";
     } else {
         EXPECT_EQ(initial.threads, 1U);
@@ -208,7 +197,7 @@ std::size_t sharedMappingsOf(pid_t process) {
 }
 
 TEST(Globals, AreDestroyedAtExitInReverseOrderLockAndFrontEventBeforeTheExitEvent) {
-    if (threadSanitizer) {
+    if (underThreadSanitizer) {
         GTEST_SKIP() << "the thread sanitizer reports the destruction under a waiter that this relies on";
     }
     ASSERT_FALSE(exists(lockFile));

@@ -2,16 +2,15 @@
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/common/log/WithoutLoggerMutex.h"
 #include "tests/support/FailingStart.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Scarcity.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <new>
 #include <string>
 #include <type_traits>
 
@@ -21,18 +20,6 @@ using ORBCOMMON::Logger;
 using ORBCOMMON::logger_mutex;
 using testing::ElementsAre;
 using namespace ZNORBTEST;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool canRunOutOfMemory = false;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool canRunOutOfMemory = false;
-#else
-constexpr bool canRunOutOfMemory = true;
-#endif
-#else
-constexpr bool canRunOutOfMemory = true;
-#endif
 
 static_assert(!std::is_default_constructible_v<Logger>);
 
@@ -131,18 +118,8 @@ TEST(LoggerLife, ProcessExitReleasesTheStreamsBeforeTheMutexAndThenLogsNothing) 
     EXPECT_EXIT(endWithStreams(), testing::ExitedWithCode(0), "^released with mutex\nlate writes: 0");
 }
 
-// Uses up what memory the process may have, down to the smallest piece.
-void useUpMemory() {
-    const rlimit none{0, 0};
-    (void)setrlimit(RLIMIT_AS, &none);
-    for (std::size_t size = std::size_t{1} << 20U; size > 0; size = size > 2048 ? size / 2 : size - 8) {
-        while (operator new(size, std::nothrow) != nullptr) {
-        }
-    }
-}
-
 TEST(LoggerLife, StreamThatFindsNoMemoryIsLeftOutOfTheList) {
-    if (!canRunOutOfMemory) {
+    if (underSanitizer) {
         GTEST_SKIP() << "a sanitizer ends a process that runs out of memory";
     }
     const auto addWithoutMemory = [] {
@@ -157,7 +134,7 @@ TEST(LoggerLife, StreamThatFindsNoMemoryIsLeftOutOfTheList) {
 }
 
 TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
-    if (!canRunOutOfMemory) {
+    if (underSanitizer) {
         GTEST_SKIP() << "a sanitizer has an operator new of its own";
     }
     if (!isCopyWith(withoutLoggerMutex)) {

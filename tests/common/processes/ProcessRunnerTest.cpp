@@ -1,6 +1,7 @@
 #include "common/processes/ProcessRunner.h"
 
 #include "tests/support/Rows.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -33,23 +34,12 @@ using ORBCOMMON::runProcess;
 
 constexpr uid_t unprivilegedUser = 65534;
 
-#if defined(__SANITIZE_THREAD__)
-#define ZNORB_OWN_ALLOCATION 0
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define ZNORB_OWN_ALLOCATION 0
-#endif
-#endif
-#ifndef ZNORB_OWN_ALLOCATION
-#define ZNORB_OWN_ALLOCATION 1
-#endif
-
 // When not 0: the allocation of an array, counted from 1, that a test wants to fail where failing is allowed.
 int allocationsUntilFailure = 0;
 
 } // namespace
 
-#if ZNORB_OWN_ALLOCATION
+#if !ZNORB_THREAD_SANITIZER
 // Stands in for the library's in this executable. The thread sanitizer has one that cannot be replaced.
 void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
     if (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0) {
@@ -385,7 +375,7 @@ TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
 }
 
 TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor) {
-    if (ZNORB_OWN_ALLOCATION == 0) {
+    if (ZNORBTEST::underThreadSanitizer) {
         GTEST_SKIP() << "no allocation can be made to fail under the thread sanitizer";
     }
     const std::vector<std::string> arguments{"-c", "exit 0", "name"};

@@ -1,17 +1,10 @@
 #include "tests/foundation/containers/Allocations.h"
 
+#include "tests/support/Sanitizers.h"
+
 #include <cstddef>
 #include <cstdlib>
 #include <new>
-
-// g++ says it with __SANITIZE_THREAD__, clang++ with a feature that g++ has no question for.
-#if defined(__SANITIZE_THREAD__)
-#define HAS_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#define HAS_THREAD_SANITIZER __has_feature(thread_sanitizer)
-#else
-#define HAS_THREAD_SANITIZER 0
-#endif
 
 namespace {
 
@@ -21,7 +14,7 @@ thread_local long t_allocationsUntilFailure = -1; // negative: none fails
 
 } // namespace
 
-#if !HAS_THREAD_SANITIZER
+#if !ZNORB_THREAD_SANITIZER
 
 void* operator new(std::size_t size) {
     if (t_allocationsUntilFailure >= 0 && t_allocationsUntilFailure-- == 0) {
@@ -51,7 +44,7 @@ void operator delete(void* memory, std::size_t) noexcept {
 namespace ZNORBTEST {
 
 bool allocationsAreObserved() {
-    return !HAS_THREAD_SANITIZER;
+    return !underThreadSanitizer;
 }
 
 void AllocationTest::SetUp() {

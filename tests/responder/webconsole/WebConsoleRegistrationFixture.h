@@ -3,6 +3,7 @@
 #include "responder/webconsole/WebConsoleRegistration.h"
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Files.h"
+#include "tests/support/Sanitizers.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -42,17 +43,6 @@ public:
     Watchdog& operator=(const Watchdog&) = delete;
 };
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-inline constexpr bool outOfMemoryIsFatal = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-inline constexpr bool outOfMemoryIsFatal = true;
-#else
-inline constexpr bool outOfMemoryIsFatal = false;
-#endif
-#else
-inline constexpr bool outOfMemoryIsFatal = false;
-#endif
 inline constexpr const char* fatalReason = "sanitizers end the process when memory runs out";
 
 /// A file of a size that no memory holds, though it occupies none: on a file system in memory.
