@@ -1,9 +1,9 @@
 #include "responder/Globals.h"
 
 #include "tests/responder/AllocationFailure.h"
-#include "tests/responder/ForkedChild.h"
 #include "tests/support/FailingStart.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Waiting.h"
 

@@ -1,8 +1,8 @@
 /// `main` of the real executable where it cannot even read its command line.
 
-#include "tests/responder/ForkedChild.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -3,10 +3,10 @@
 #include "responder/Globals.h"
 #include "responder/table/SharedObject.h"
 #include "tests/responder/AllocationFailure.h"
-#include "tests/responder/ForkedChild.h"
 #include "tests/responder/clients/StandInClient.h"
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 

@@ -1,7 +1,7 @@
 #include "responder/commands/Daemonize.h"
 
 #include "responder/Globals.h"
-#include "tests/responder/ForkedChild.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Waiting.h"
 

@@ -1,7 +1,7 @@
 #include "responder/commands/StandardDescriptors.h"
 
 #include "tests/responder/DescriptorLimit.h"
-#include "tests/responder/ForkedChild.h"
+#include "tests/support/ForkedChild.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "responder/commands/StartStop.h"
 
 #include "responder/commands/ExitStatus.h"
-#include "tests/responder/ForkedChild.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/Rows.h"
 

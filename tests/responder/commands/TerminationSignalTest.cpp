@@ -2,8 +2,8 @@
 
 #include "common/threads/SignalMask.h"
 #include "responder/Globals.h"
-#include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

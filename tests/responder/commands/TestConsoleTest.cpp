@@ -2,8 +2,8 @@
 
 #include "common/log/Logger.h"
 #include "responder/Globals.h"
-#include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"

@@ -1,9 +1,9 @@
 #include "responder/paths/InstallationPaths.h"
 
-#include "tests/responder/ForkedChild.h"
 #include "tests/responder/paths/ExecutableLink.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/ProcessEnd.h"
 #include "tests/support/Rows.h"
 

@@ -1,7 +1,7 @@
 #include "responder/paths/PathHelpers.h"
 
-#include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 

@@ -2,8 +2,8 @@
 
 #include "responder/table/ClientTable.h"
 #include "responder/table/TruncationGuard.h"
-#include "tests/responder/ForkedChild.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 

@@ -2,7 +2,7 @@
 
 #include "responder/table/ClientTable.h"
 #include "responder/table/SharedObject.h"
-#include "tests/responder/ForkedChild.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Sanitizers.h"
 

@@ -1,4 +1,4 @@
-#include "tests/responder/ForkedChild.h"
+#include "tests/support/ForkedChild.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
