@@ -109,10 +109,9 @@ TEST(Globals, EventsAreNotSignalledAtFirst) {
 }
 
 TEST(Globals, ExitEventBelongsToOneProcess) {
-    EXPECT_EQ(endOfForked([]() noexcept {
-                  return mainExitBarrier.set() == 0 && mainExitBarrier.timedWait(past) ? 0 : 1;
-              }),
-              exitedWith(0));
+    expectEndOfForked(exitedWith(0), []() noexcept {
+        return mainExitBarrier.set() == 0 && mainExitBarrier.timedWait(past) ? 0 : 1;
+    });
     EXPECT_FALSE(mainExitBarrier.timedWait(past));
 }
 

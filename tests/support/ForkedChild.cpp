@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 namespace ZNORBTEST {
@@ -44,8 +45,21 @@ ProcessEnd ForkedChild::waitForEnd(Milliseconds bound) {
     return m_end;
 }
 
-ProcessEnd endOfForked(const std::function<int()>& body) {
-    return ForkedChild(body).waitForEnd();
+ProcessEnd endOfForked(const std::function<int()>& body, Milliseconds bound) {
+    return ForkedChild(body).waitForEnd(bound);
+}
+
+void expectEndOfForked(const ProcessEnd& expected, const std::function<int()>& body, const char* file,
+                       int line) {
+    const ProcessEnd end = endOfForked(body);
+    if (end != expected) {
+        ADD_FAILURE_AT(file, line) << "the process " << end << ", not " << expected;
+    }
+}
+
+bool holdsInForked(const std::function<bool()>& condition) {
+    return endOfForked([&condition]() { return condition() ? EXIT_SUCCESS : EXIT_FAILURE; }) ==
+           exitedWith(EXIT_SUCCESS);
 }
 
 } // namespace ZNORBTEST

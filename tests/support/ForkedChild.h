@@ -34,7 +34,14 @@ private:
 };
 
 /// Runs the body in a process of its own, to its end.
-ProcessEnd endOfForked(const std::function<int()>& body);
+ProcessEnd endOfForked(const std::function<int()>& body, Milliseconds bound = usualBound);
+
+/// A failure of the test, in the line of the call, unless it ends so.
+void expectEndOfForked(const ProcessEnd& expected, const std::function<int()>& body,
+                       const char* file = __builtin_FILE(), int line = __builtin_LINE());
+
+/// Whether it holds in a process of its own, which ends by itself.
+bool holdsInForked(const std::function<bool()>& condition);
 
 /// One `Report` that this process shares with all that are forked while it lives, zero at first.
 template <typename Report>

@@ -30,11 +30,14 @@ ProcessEnd waitForEndOf(pid_t pid, Milliseconds bound) {
     (void)waitUntil(
         [pid, &end]() {
             int waitStatus = 0;
-            if (waitpid(pid, &waitStatus, WNOHANG) == pid) {
+            const pid_t changed = waitpid(pid, &waitStatus, WNOHANG);
+            if (changed == pid) {
                 end = endFrom(waitStatus);
-                return true;
             }
-            const std::optional<int> orphan = endOfOrphan(pid);
+            if (changed != -1) {
+                return changed == pid;
+            }
+            const std::optional<int> orphan = endOfOrphan(pid); // it is no child of this process
             if (orphan.has_value()) {
                 end = endFrom(*orphan);
             }

@@ -1,26 +1,11 @@
 #include "tests/support/Scarcity.h"
 
 #include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstddef>
 #include <new>
 
 namespace ZNORBTEST {
-
-int statusInOwnProcess(const std::function<int()>& body) {
-    const pid_t process = fork();
-    if (process == 0) {
-        (void)alarm(60);
-        _exit(body());
-    }
-    int status = 0;
-    if (waitpid(process, &status, 0) != process || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
-}
 
 void useUpMemory() {
     const rlimit none{0, 0};

@@ -2,14 +2,8 @@
 
 #include <pthread.h>
 
-#include <functional>
-
 /// For tests of what happens when the system has nothing left to give.
 namespace ZNORBTEST {
-
-/// Runs `body` in a process of its own, which lives for a minute at most, and returns its exit status or -1
-/// when it was killed. For tests that need limits, another user, or no children.
-int statusInOwnProcess(const std::function<int()>& body);
 
 /// Uses up what memory the process can get, of every small size too, because the allocator keeps each in a
 /// store of its own; for a process that ends right after. Not under a sanitizer, which would end it.

@@ -5,10 +5,10 @@
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
-#include "tests/support/Scarcity.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -202,7 +202,7 @@ protected:
 
     /// Starts the daemon from a process that `prepare` has altered, and launches the first client.
     void launchFrom(const std::function<void()>& prepare) {
-        ASSERT_EQ(statusInOwnProcess([this, &prepare]() { return becomeStarter(prepare); }), 0);
+        ASSERT_EQ(endOfForked([this, &prepare]() { return becomeStarter(prepare); }), exitedWith(0));
         ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
         launch();
     }
@@ -379,14 +379,14 @@ TEST_F(ClientEnvironment, RunsAsTheDaemonsUserWithItsGroupsAndCapabilities) {
 
 TEST_F(ClientEnvironment, HasTheStartersTerminalWhichTheDaemonKeeps) {
     enum Verdict { Same, NoTerminal, NotStarted, NoClient, Different };
-    const int verdict = statusInOwnProcess([this]() {
+    const auto findOut = [this]() {
         const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
         if (setsid() == -1 || terminal == -1 || grantpt(terminal) != 0 || unlockpt(terminal) != 0 ||
             open(ptsname(terminal), O_RDWR | O_CLOEXEC) ==
                 -1) { // the first one that a session's leader opens
             return NoTerminal;
         }
-        if (statusInOwnProcess([this]() { return becomeStarter(doNothing); }) != 0) {
+        if (endOfForked([this]() { return becomeStarter(doNothing); }) != exitedWith(0)) {
             return NotStarted;
         }
         const bool isLaunched = waitUntil([]() { return askDaemon("GET|en").has_value(); }) &&
@@ -398,11 +398,12 @@ TEST_F(ClientEnvironment, HasTheStartersTerminalWhichTheDaemonKeeps) {
         const bool isSame =
             self.terminal() != 0 && client().terminal() == self.terminal() && client().session() == getpid();
         return isSame ? Same : Different;
-    });
-    if (verdict == NoTerminal) {
+    };
+    const ProcessEnd end = endOfForked(findOut, 3 * usualBound); // it waits up to three times
+    if (end == exitedWith(NoTerminal)) {
         GTEST_SKIP() << "there are no pseudo-terminals here";
     }
-    EXPECT_EQ(verdict, Same);
+    EXPECT_EQ(end, exitedWith(Same));
     print("terminal", "the starter's, while that lives");
 }
 

@@ -1,6 +1,6 @@
 #include "common/processes/GlobalLock.h"
 #include "tests/common/processes/GlobalLockFixture.h"
-#include "tests/support/Scarcity.h"
+#include "tests/support/ForkedChild.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -139,7 +139,7 @@ const GlobalLock* lockOfTheHandler = nullptr;
 
 TEST_F(GlobalLockAbandonTest, WorksInASignalHandlerThatEndsTheProcess) {
     const Onlooker onlooker(m_name, 1);
-    const int status = statusInOwnProcess([this] {
+    expectEndOfForked(exitedWith(10), [this] {
         GlobalLock lock(m_name);
         if (!lock.openExisting() || !lock.tryLock(true)) {
             return 1;
@@ -152,7 +152,6 @@ TEST_F(GlobalLockAbandonTest, WorksInASignalHandlerThatEndsTheProcess) {
         (void)std::raise(SIGTERM);
         return 2;
     });
-    EXPECT_EQ(status, 10);
     EXPECT_FALSE(nameExists(m_name));
     EXPECT_EQ(onlooker.count(), 1);
 }

@@ -3,8 +3,8 @@
 #include "foundation/synchronization/NonCopyable.h"
 #include "tests/common/processes/GlobalLockFixture.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
-#include "tests/support/Scarcity.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -281,13 +281,12 @@ TEST_F(GlobalLockTest, ANewSemaphoreCanBeMadeUnderARemovedName) {
 }
 
 TEST_F(GlobalLockTest, ANameLeftBehindByAKilledProcessStaysHeld) {
-    EXPECT_EQ(statusInOwnProcess([this] {
-                  GlobalLock lock(m_name);
-                  const bool created = lock.create(true);
-                  _exit(created ? 0 : 1);
-                  return 2;
-              }),
-              0);
+    expectEndOfForked(exitedWith(0), [this] {
+        GlobalLock lock(m_name);
+        const bool created = lock.create(true);
+        _exit(created ? 0 : 1);
+        return 2;
+    });
     GlobalLock lock(m_name);
     EXPECT_FALSE(lock.create(true));
     ASSERT_TRUE(lock.openExisting());
@@ -333,11 +332,11 @@ TEST_F(GlobalLockTest, AnotherProcessFindsTheLockHeldAndThenFree) {
         }
         return lock.isHeld() ? 1 : 0;
     };
-    EXPECT_EQ(statusInOwnProcess(probe), 1);
+    EXPECT_EQ(endOfForked(probe), exitedWith(1));
     daemon.unlock(false);
-    EXPECT_EQ(statusInOwnProcess(probe), 0);
+    EXPECT_EQ(endOfForked(probe), exitedWith(0));
     daemon.remove(true);
-    EXPECT_EQ(statusInOwnProcess(probe), 2);
+    EXPECT_EQ(endOfForked(probe), exitedWith(2));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "common/processes/ProcessEvent.h"
 
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
@@ -8,7 +9,6 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -108,25 +108,6 @@ private:
     std::atomic<int> m_result{-1};
     std::thread m_thread;
 };
-
-// A child process that lives for a minute at most.
-pid_t startProcess(const std::function<int()>& body) {
-    const pid_t process = fork();
-    if (process == 0) {
-        (void)alarm(60);
-        _exit(body());
-    }
-    return process;
-}
-
-// The exit status of that child, -1 when it was killed.
-int statusOf(pid_t process) {
-    int status = 0;
-    if (waitpid(process, &status, 0) != process || !WIFEXITED(status)) {
-        return -1;
-    }
-    return WEXITSTATUS(status);
-}
 
 // In the place of the block's mutex: one that notices when a holder ends without unlocking it.
 void makeRobust(pthread_mutex_t* mutex) {
@@ -360,31 +341,26 @@ TEST(ProcessEvent, FailsWithoutMemoryForItsBlock) {
     if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
-    const int status = statusOf(startProcess([] {
+    EXPECT_TRUE(holdsInForked([] {
         useUpMemory();
         ProcessEvent event(true, false);
         event.setOwner(true);
         const bool errors = event.set() == EINVAL && event.reset() == EINVAL;
-        return errors && !event.wait() && !event.timedWait(inSeconds(60)) ? 0 : 1;
+        return errors && !event.wait() && !event.timedWait(inSeconds(60));
     }));
-    EXPECT_EQ(status, 0);
 }
 
 TEST(ProcessEvent, FailedMappingOfASharedEventEndsTheProcess) {
     if (underSanitizer) {
         GTEST_SKIP() << "a sanitizer ends such a process in its own way";
     }
-    const pid_t process = startProcess([] {
+    expectEndOfForked(endedBy(SIGSEGV), [] {
         const rlimit none = {0, 0};
         (void)setrlimit(RLIMIT_CORE, &none);
         (void)setrlimit(RLIMIT_AS, &none);
         const ProcessEvent event(false, true);
         return 0;
     });
-    int status = 0;
-    ASSERT_EQ(waitpid(process, &status, 0), process);
-    EXPECT_TRUE(WIFSIGNALED(status));
-    EXPECT_EQ(WTERMSIG(status), SIGSEGV);
 }
 
 TEST(ProcessEvent, DestroyingASharedEventUnmapsItsBlockWhetherItOwnsItOrNot) {
@@ -402,47 +378,45 @@ TEST(ProcessEvent, DestroyingASharedEventUnmapsItsBlockWhetherItOwnsItOrNot) {
 
 TEST(ProcessEvent, AHeapEventIsNotSharedWithAChild) {
     ProcessEvent event(false, false);
-    EXPECT_EQ(statusOf(startProcess([&event] { return event.set(); })), 0);
+    expectEndOfForked(exitedWith(0), [&event] { return event.set(); });
     EXPECT_FALSE(event.timedWait(0));
 }
 
 TEST(ProcessEvent, AChildReleasesTheParentThatWaits) {
     ProcessEvent event(false, true);
     event.setOwner(false);
-    const pid_t child = startProcess([&event] {
+    ForkedChild child([&event] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         return event.set();
     });
     event.setOwner(true);
     EXPECT_TRUE(event.timedWait(inSeconds(30)));
     EXPECT_TRUE(event.wait());
-    EXPECT_EQ(statusOf(child), 0);
+    EXPECT_EQ(child.waitForEnd(), exitedWith(0));
 }
 
 TEST(ProcessEvent, AParentReleasesTheChildThatWaits) {
     ProcessEvent event(false, true);
     event.setOwner(false);
-    const pid_t child = startProcess([&event] { return event.wait() ? 0 : 1; });
+    ForkedChild child([&event] { return event.wait() ? 0 : 1; });
     event.setOwner(true);
     EXPECT_EQ(event.set(), 0);
-    EXPECT_EQ(statusOf(child), 0);
+    EXPECT_EQ(child.waitForEnd(), exitedWith(0));
 }
 
 TEST(ProcessEvent, AChildsResetIsSeenByTheParent) {
     ProcessEvent event(true, true);
-    EXPECT_EQ(statusOf(startProcess([&event] { return event.reset(); })), 0);
+    expectEndOfForked(exitedWith(0), [&event] { return event.reset(); });
     EXPECT_FALSE(event.timedWait(0));
 }
 
 TEST(ProcessEvent, OneSetReleasesTheWaitersOfSeveralProcesses) {
     ProcessEvent event(false, true);
-    std::vector<pid_t> children;
-    for (int count = 0; count < 3; ++count) {
-        children.push_back(startProcess([&event] { return event.wait() ? 0 : 1; }));
-    }
+    const auto wait = [&event] { return event.wait() ? 0 : 1; };
+    ForkedChild children[] = {ForkedChild(wait), ForkedChild(wait), ForkedChild(wait)};
     EXPECT_EQ(event.set(), 0);
-    for (const pid_t child : children) {
-        EXPECT_EQ(statusOf(child), 0);
+    for (ForkedChild& child : children) {
+        EXPECT_EQ(child.waitForEnd(), exitedWith(0));
     }
 }
 
@@ -450,14 +424,14 @@ TEST(ProcessEvent, OneSetReleasesTheWaitersOfSeveralProcesses) {
 TEST(ProcessEvent, DestroyingAHandleThatDoesNotOwnLeavesThePrimitivesToTheOwner) {
     auto event = std::make_unique<ProcessEvent>(false, true);
     event->setOwner(false);
-    const pid_t child = startProcess([&event] {
+    ForkedChild child([&event] {
         const int error = event->set();
         event.reset();
         return error;
     });
     event->setOwner(true);
     EXPECT_TRUE(event->wait());
-    EXPECT_EQ(statusOf(child), 0);
+    EXPECT_EQ(child.waitForEnd(), exitedWith(0));
     EXPECT_EQ(viewOf(*event).block->destroyed, 0);
     EXPECT_EQ(event->reset(), 0);
     EXPECT_FALSE(event->timedWait(0));
@@ -467,11 +441,10 @@ TEST(ProcessEvent, DestroyingAHandleThatDoesNotOwnLeavesThePrimitivesToTheOwner)
 
 TEST(ProcessEvent, TheOwnersEndIsMarkedForTheOtherProcess) {
     auto event = std::make_unique<ProcessEvent>(false, true);
-    const pid_t child = startProcess([&event] {
+    expectEndOfForked(exitedWith(0), [&event] {
         event.reset();
         return 0;
     });
-    EXPECT_EQ(statusOf(child), 0);
     EXPECT_EQ(viewOf(*event).block->destroyed, 1);
     // The second owner leaves what is destroyed alone and releases its view.
     event.reset();
@@ -479,11 +452,10 @@ TEST(ProcessEvent, TheOwnersEndIsMarkedForTheOtherProcess) {
 
 TEST(ProcessEvent, SetOwnerIsOfThisProcessAlone) {
     ProcessEvent event(false, true);
-    EXPECT_EQ(statusOf(startProcess([&event] {
-                  event.setOwner(false);
-                  return 0;
-              })),
-              0);
+    expectEndOfForked(exitedWith(0), [&event] {
+        event.setOwner(false);
+        return 0;
+    });
     EXPECT_TRUE(viewOf(event).owner);
     event.setOwner(false);
     EXPECT_FALSE(viewOf(event).owner);

@@ -1,8 +1,8 @@
 #include "common/processes/ProcessRunner.h"
 
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
-#include "tests/support/Scarcity.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -27,7 +27,9 @@
 
 namespace {
 
-using ZNORBTEST::statusInOwnProcess;
+using ZNORBTEST::exitedWith;
+using ZNORBTEST::expectEndOfForked;
+using ZNORBTEST::ForkedChild;
 
 using ORBCOMMON::forkWithoutLocks;
 using ORBCOMMON::runProcess;
@@ -171,7 +173,7 @@ TEST_F(ProcessRunnerTest, ProgramIsSearchedAsTheShellWould) {
 }
 
 TEST_F(ProcessRunnerTest, WithAWorkingDirectoryProgramIsNotSearched) {
-    const int status = statusInOwnProcess([this] {
+    expectEndOfForked(exitedWith(7), [this] {
         const pid_t process = runProcess("sh", folder, {"-c", "exit 3"}, false);
         if (process == 0) {
             _exit(7);
@@ -180,7 +182,6 @@ TEST_F(ProcessRunnerTest, WithAWorkingDirectoryProgramIsNotSearched) {
         (void)waitpid(process, &copyStatus, 0);
         return WEXITSTATUS(copyStatus);
     });
-    EXPECT_EQ(status, 7);
 }
 
 TEST_F(ProcessRunnerTest, RelativeWorkingDirectoryIsAppliedTwice) {
@@ -300,27 +301,25 @@ bool forbidForks() {
 }
 
 TEST_F(ProcessRunnerTest, FailedForkReturnsMinusOne) {
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(0), [] {
         if (!forbidForks()) {
             return 1;
         }
         return runProcess("true", "", {}, false) == -1 ? 0 : 2;
     });
-    EXPECT_EQ(status, 0);
 }
 
 TEST_F(ProcessRunnerTest, WaitAfterAFailedForkReturnsAtOnceWithoutChildren) {
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(0), [] {
         if (!forbidForks()) {
             return 1;
         }
         return runProcess("true", "", {}, true) == -1 ? 0 : 2;
     });
-    EXPECT_EQ(status, 0);
 }
 
 TEST_F(ProcessRunnerTest, WaitAfterAFailedForkTakesAnyChild) {
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(0), [] {
         if (fork() == 0) {
             _exit(0);
         }
@@ -332,7 +331,6 @@ TEST_F(ProcessRunnerTest, WaitAfterAFailedForkTakesAnyChild) {
         }
         return hasNoChildren() ? 0 : 3;
     });
-    EXPECT_EQ(status, 0);
 }
 
 int preparedForks = 0;
@@ -343,24 +341,22 @@ void countForks() {
 }
 
 TEST_F(ProcessRunnerTest, ForkTakesTheLocksOfTheCLibrary) {
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(1), [] {
         countForks();
         return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
     });
-    EXPECT_EQ(status, 1);
 }
 
 TEST_F(ProcessRunnerTest, ForkWithoutLocksDoesNot) {
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(0), [] {
         countForks();
         forkWithoutLocks();
         return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
     });
-    EXPECT_EQ(status, 0);
 }
 
 TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(100'001 % 256), [] {
         forkWithoutLocks();
         const std::string earlier(100'000, 'x');
         const pid_t process = runProcess("znorb-no-such-program", "", {}, false);
@@ -371,7 +367,6 @@ TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
         int end = 0;
         return waitpid(process, &end, 0) == process ? WEXITSTATUS(end) : -1;
     });
-    EXPECT_EQ(status, 100'001 % 256);
 }
 
 TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor) {
@@ -380,16 +375,13 @@ TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor
     }
     const std::vector<std::string> arguments{"-c", "exit 0", "name"};
     constexpr int allocations = 5; // the array, the program's path and the three arguments
-    const pid_t child = fork();
-    if (child == 0) {
-        _exit(0);
-    }
+    ForkedChild child([]() { return 0; });
     for (int failing = 1; failing <= allocations; ++failing) {
         allocationsUntilFailure = failing;
         EXPECT_EQ(run("sh", "/bin", arguments), -1) << failing;
         EXPECT_EQ(allocationsUntilFailure, 0) << "nothing is allocated after the failure";
     }
-    EXPECT_EQ(waitpid(child, nullptr, 0), child) << "the caller's own child was left to it";
+    EXPECT_EQ(child.waitForEnd(), exitedWith(0)) << "the caller's own child was left to it";
     EXPECT_TRUE(hasNoChildren());
     allocationsUntilFailure = allocations + 1;
     EXPECT_GT(run("sh", "/bin", arguments), 0);

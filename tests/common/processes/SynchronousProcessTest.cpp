@@ -1,5 +1,6 @@
 #include "common/processes/SynchronousProcess.h"
 
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
@@ -204,28 +205,26 @@ TEST(SynchronousProcess, FailsWithoutMemoryForItsRecord) {
     if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
-    const int status = statusInOwnProcess([] {
+    EXPECT_TRUE(holdsInForked([] {
         useUpMemory();
         Plain process;
         process.setResult(5);
         process.signalDone();
         process.stop();
         const bool refused = process.startThread() == ENOMEM && process.call() == 0;
-        return refused && !process.waitForRequest() ? 0 : 1;
-    });
-    EXPECT_EQ(status, 0);
+        return refused && !process.waitForRequest();
+    }));
 }
 
 TEST(SynchronousProcess, StartThreadWithoutMemoryReturnsEnomem) {
     if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
-    const int status = statusInOwnProcess([] {
+    EXPECT_TRUE(holdsInForked([] {
         Plain process;
         useUpMemory();
-        return process.startThread() == ENOMEM ? 0 : 1;
-    });
-    EXPECT_EQ(status, 0);
+        return process.startThread() == ENOMEM;
+    }));
 }
 
 } // namespace

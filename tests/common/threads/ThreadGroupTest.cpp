@@ -2,6 +2,7 @@
 
 #include "common/threads/ThreadHandle.h"
 #include "common/threads/Threadable.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
@@ -250,7 +251,7 @@ TEST(ThreadGroup, AddWithoutMemoryLeavesTheHandleToItsCaller) {
     if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(0), [] {
         ThreadGroup unused;
         ThreadGroup used;
         ThreadHandle handle;
@@ -263,7 +264,6 @@ TEST(ThreadGroup, AddWithoutMemoryLeavesTheHandleToItsCaller) {
         const bool unchanged = unused.size() == 0 && used.size() == 1 && used.at(0) == known;
         return refused && unchanged ? 0 : 2;
     });
-    EXPECT_EQ(status, 0);
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "common/threads/ThreadHandle.h"
 
 #include "common/threads/Threadable.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
@@ -181,7 +182,7 @@ TEST(ThreadHandle, HoldsTheIdentifierOfAFailedStartUntilItIsJoinedDetachedOrDest
 }
 
 TEST(ThreadHandle, AStartThatFailsLateLeavesNoThreadsValueBehind) {
-    const int status = statusInOwnProcess([] {
+    expectEndOfForked(exitedWith(0), [] {
         Gated threadable;
         ThreadHandle failedEarly;
         ThreadHandle failedLate;
@@ -199,21 +200,19 @@ TEST(ThreadHandle, AStartThatFailsLateLeavesNoThreadsValueBehind) {
         }
         return holdSameThread(&failedEarly, &failedLate) ? 0 : 3;
     });
-    EXPECT_EQ(status, 0);
 }
 
 TEST(ThreadHandle, StartWithoutMemoryReturnsEnomemAndANullHandle) {
     if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
-    const int status = statusInOwnProcess([] {
+    EXPECT_TRUE(holdsInForked([] {
         Gated threadable;
         ThreadHandle handle;
         useUpMemory();
         const bool refused = start(handle, &threadable) == ENOMEM;
-        return refused && handle.isNull() ? 0 : 1;
-    });
-    EXPECT_EQ(status, 0);
+        return refused && handle.isNull();
+    }));
 }
 
 TEST(ThreadHandle, HandlesAreEqualWhenTheyHoldTheSameThread) {
@@ -278,23 +277,11 @@ TEST(SleepMilliseconds, LongSleepIsMadeOfStepsThatAddUp) {
 
 TEST(SleepMilliseconds, DoesNotCutShortASleepWhoseMicrosecondsOverflow) {
     // 4,294,968 ms are 704 microseconds when their product wraps around at 32 bits.
-    const pid_t sleeper = fork();
-    if (sleeper == 0) {
-        (void)alarm(60);
+    ForkedChild sleeper([] {
         sleepMilliseconds(4'294'968);
-        _exit(0);
-    }
-    bool awake = false;
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::milliseconds(300);
-    while (!awake && std::chrono::steady_clock::now() < limit) {
-        awake = waitpid(sleeper, nullptr, WNOHANG) != 0;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    EXPECT_FALSE(awake);
-    if (!awake) {
-        (void)kill(sleeper, SIGKILL);
-        (void)waitpid(sleeper, nullptr, 0);
-    }
+        return 0;
+    });
+    EXPECT_EQ(sleeper.waitForEnd(std::chrono::milliseconds(300)), stillRunning());
 }
 
 } // namespace

@@ -1,8 +1,8 @@
 #include "foundation/synchronization/LockFileKey.h"
 
-#include "tests/foundation/InChildProcess.h"
 #include "tests/foundation/containers/Allocations.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <string>
 
 using Common::Synchronization::lockFileKey;
-using ZNORBTEST::inChildProcess;
+using ZNORBTEST::holdsInForked;
 
 namespace {
 
@@ -53,7 +53,7 @@ TEST_F(LockFileKey, IsMadeFromTheFileBehindTheDirectoryWithProjectZeroAndNoSepar
         {folder() + "/", std::string(1000000, 'n'), -1},
     };
     for (const Case& row : cases) {
-        EXPECT_TRUE(inChildProcess([&] {
+        EXPECT_TRUE(holdsInForked([&] {
             return setVariable(row.directory) && lockFileKey(row.name) == row.key;
         })) << row.directory
             << ' ' << row.name.size();
@@ -64,14 +64,14 @@ TEST_F(LockFileKey, StartsThePathWithNullInParenthesesWhenTheVariableIsUnset) {
     makeFile("(null)a.lock");
     const key_t expected = ftok((folder() + "/(null)a.lock").c_str(), 0);
     ASSERT_NE(expected, -1);
-    EXPECT_TRUE(inChildProcess([&] {
+    EXPECT_TRUE(holdsInForked([&] {
         return unsetenv(variable) == 0 && chdir(folder().c_str()) == 0 && lockFileKey("a.lock") == expected;
     }));
 }
 
 TEST_F(LockFileKey, IsMinusOneWhenTheVariableIsUnsetAndThereIsNoSuchFile) {
     makeFile("a.lock");
-    EXPECT_TRUE(inChildProcess([&] {
+    EXPECT_TRUE(holdsInForked([&] {
         return unsetenv(variable) == 0 && chdir(folder().c_str()) == 0 && lockFileKey("a.lock") == -1;
     }));
 }
@@ -79,7 +79,7 @@ TEST_F(LockFileKey, IsMinusOneWhenTheVariableIsUnsetAndThereIsNoSuchFile) {
 TEST_F(LockFileKey, ReadsTheVariableOncePerProcess) {
     makeFile("a.lock");
     const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
-    EXPECT_TRUE(inChildProcess([&] {
+    EXPECT_TRUE(holdsInForked([&] {
         return setVariable(folder() + "/") && lockFileKey("a.lock") == expected &&
                setVariable("/nonexistent/") && lockFileKey("a.lock") == expected;
     }));
@@ -91,7 +91,7 @@ TEST_F(LockFileKey, IsMinusOneWithoutMemoryAndTheNextCallWorks) {
     }
     makeFile("a.lock");
     const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
-    EXPECT_TRUE(inChildProcess([&] {
+    EXPECT_TRUE(holdsInForked([&] {
         if (!setVariable(folder() + "/")) {
             return false;
         }

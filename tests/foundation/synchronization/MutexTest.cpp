@@ -1,9 +1,9 @@
 #include "foundation/synchronization/Mutex.h"
 
 #include "foundation/synchronization/NamedSemaphore.h"
-#include "tests/foundation/InChildProcess.h"
 #include "tests/foundation/synchronization/ObservedThread.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
+#include "tests/support/ForkedChild.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -127,14 +127,14 @@ TEST_F(MutexTest, UnlockAndWaitOfANonHolderWaitsOnTheHoldersSemaphore) {
 
 TEST_F(MutexTest, WorksBetweenProcesses) {
     EXPECT_TRUE(mutex.tryLock());
-    EXPECT_TRUE(inChildProcess([&] { return !Mutex(name.plain()).tryLock(); }));
+    EXPECT_TRUE(holdsInForked([&] { return !Mutex(name.plain()).tryLock(); }));
     EXPECT_TRUE(mutex.unlock());
-    EXPECT_TRUE(inChildProcess([&] { return Mutex(name.plain()).tryLock(); }));
+    EXPECT_TRUE(holdsInForked([&] { return Mutex(name.plain()).tryLock(); }));
     EXPECT_TRUE(mutex.tryLock());
 }
 
 TEST_F(MutexTest, HolderThatEndsWithoutUnlockingLeavesTheLockTaken) {
-    EXPECT_TRUE(inChildProcess([&] {
+    EXPECT_TRUE(holdsInForked([&] {
         Mutex held(name.plain());
         if (!held.tryLock()) {
             return false;

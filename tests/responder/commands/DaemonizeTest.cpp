@@ -309,9 +309,8 @@ protected:
             if (unshare(CLONE_NEWPID) != 0) {
                 return noNamespace;
             }
-            return statusOfChild([this, ignoreChildren]() {
-                return statusOfChild([this, ignoreChildren]() -> int { invoke(ignoreChildren, []() {}); });
-            });
+            const auto call = [this, ignoreChildren]() -> int { invoke(ignoreChildren, []() {}); };
+            return endOfForked([&call]() { return endOfForked(call).number; }).number;
         });
         const auto end = outside.waitForEnd();
         if (end == exitedWith(noNamespace)) {
@@ -320,17 +319,6 @@ protected:
         ASSERT_EQ(end, exitedWith(daemonStatus)) << "the calling process is the daemon";
         ASSERT_EQ(report->before.parent, 1);
         expectNoFork();
-    }
-
-    /// Forks, runs, waits.
-    static int statusOfChild(const std::function<int()>& body) {
-        const pid_t child = fork();
-        if (child == 0) {
-            _exit(body());
-        }
-        int status = 0;
-        (void)waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 };
 
@@ -366,7 +354,7 @@ protected:
             if (unshare(CLONE_NEWPID) != 0) {
                 return noNamespace;
             }
-            (void)statusOfChild([]() { return 0; });
+            (void)endOfForked([]() { return 0; });
             invoke(false, []() {});
         });
         const auto end = child.waitForEnd();

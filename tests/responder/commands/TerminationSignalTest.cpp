@@ -157,103 +157,95 @@ TEST_F(TerminationSignal, EndsTheProcessWithStatusTenAndRemovesTheName) {
 }
 
 TEST_F(TerminationSignal, HandlerDoesTheSameWhenItIsCalled) {
-    EXPECT_EQ(endOfForked([]() {
-                  (void)appLock.create(true);
-                  ExitSignalHandler(SIGTERM);
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), []() {
+        (void)appLock.create(true);
+        ExitSignalHandler(SIGTERM);
+        return survived;
+    });
     EXPECT_FALSE(exists(lockPath));
 }
 
 TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProcess) {
-    EXPECT_EQ(endOfForked([this]() {
-                  (void)appLock.create(true);
-                  firstUnlinkAwaitsPause = true;
-                  const auto handle = []() { ExitSignalHandler(SIGTERM); };
-                  std::thread(handle).detach();
-                  while (!isUnlinking) {
-                      (void)usleep(1000);
-                  }
-                  reach(1);
-                  handle();
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), [this]() {
+        (void)appLock.create(true);
+        firstUnlinkAwaitsPause = true;
+        const auto handle = []() { ExitSignalHandler(SIGTERM); };
+        std::thread(handle).detach();
+        while (!isUnlinking) {
+            (void)usleep(1000);
+        }
+        reach(1);
+        handle();
+        return survived;
+    });
     EXPECT_EQ(steps->reached, 1);
     EXPECT_FALSE(exists(lockPath));
 }
 
 TEST_F(TerminationSignal, CopyThatWasMadeWhileTheProcessEndedEndsByItsOwnSignal) {
     const SharedReport<ProcessEnd> copy;
-    EXPECT_EQ(endOfForked([&copy]() {
-                  (void)appLock.create(true);
-                  beforeUnlink = [&copy]() {
-                      *copy = endOfForked([]() {
-                          ExitSignalHandler(SIGTERM);
-                          return survived;
-                      });
-                  };
-                  ExitSignalHandler(SIGTERM);
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), [&copy]() {
+        (void)appLock.create(true);
+        beforeUnlink = [&copy]() {
+            *copy = endOfForked([]() {
+                ExitSignalHandler(SIGTERM);
+                return survived;
+            });
+        };
+        ExitSignalHandler(SIGTERM);
+        return survived;
+    });
     EXPECT_EQ(*copy, exitedWith(10));
 }
 
 TEST_F(TerminationSignal, LockThatIsNotHeldIsNotPostedButItsNameGoes) {
-    EXPECT_EQ(endOfForked([this]() {
-                  installTerminationHandler();
-                  (void)appLock.create(false);
-                  other.open();
-                  appLock.unlock(false);
-                  (void)raise(SIGTERM);
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), [this]() {
+        installTerminationHandler();
+        (void)appLock.create(false);
+        other.open();
+        appLock.unlock(false);
+        (void)raise(SIGTERM);
+        return survived;
+    });
     EXPECT_FALSE(exists(lockPath));
 }
 
 TEST_F(TerminationSignal, NameOfALockThatSomebodyElseMadeGoesUnposted) {
     other.create(0);
-    EXPECT_EQ(endOfForked([]() {
-                  installTerminationHandler();
-                  (void)appLock.create(true); // fails, and nobody asks
-                  (void)raise(SIGTERM);
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), []() {
+        installTerminationHandler();
+        (void)appLock.create(true); // fails, and nobody asks
+        (void)raise(SIGTERM);
+        return survived;
+    });
     EXPECT_FALSE(exists(lockPath));
     EXPECT_EQ(other.count(), 0);
 }
 
 TEST_F(TerminationSignal, NothingToRemoveIsNoHindrance) {
-    EXPECT_EQ(endOfForked([]() {
-                  installTerminationHandler();
-                  (void)raise(SIGTERM);
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), []() {
+        installTerminationHandler();
+        (void)raise(SIGTERM);
+        return survived;
+    });
 }
 
 TEST_F(TerminationSignal, NoDestructorRuns) {
-    EXPECT_EQ(endOfForked([]() {
-                  (void)std::atexit([]() { _exit(survived); });
-                  installTerminationHandler();
-                  (void)raise(SIGTERM);
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), []() {
+        (void)std::atexit([]() { _exit(survived); });
+        installTerminationHandler();
+        (void)raise(SIGTERM);
+        return survived;
+    });
 }
 
 TEST_F(TerminationSignal, OtherSignalsKeepTheirActions) {
-    EXPECT_EQ(endOfForked([]() {
-                  (void)std::signal(SIGINT, SIG_DFL);
-                  installTerminationHandler();
-                  (void)raise(SIGINT);
-                  return survived;
-              }),
-              endedBy(SIGINT));
+    expectEndOfForked(endedBy(SIGINT), []() {
+        (void)std::signal(SIGINT, SIG_DFL);
+        installTerminationHandler();
+        (void)raise(SIGINT);
+        return survived;
+    });
 }
 
 TEST_F(TerminationSignal, HoldingReturnsTheMaskThatWasInForce) {
@@ -303,39 +295,36 @@ TEST_F(TerminationSignal, HeldSignalIsDeliveredWhenTheMaskIsRestored) {
 }
 
 TEST_F(TerminationSignal, ForkedProcessHoldsItBackToo) {
-    EXPECT_EQ(endOfForked([]() {
-                  (void)holdTermination();
-                  return endOfForked([]() { return isHeldBack(currentMask()) ? 3 : 4; }).number;
-              }),
-              exitedWith(3));
+    expectEndOfForked(exitedWith(3), []() {
+        (void)holdTermination();
+        return endOfForked([]() { return isHeldBack(currentMask()) ? 3 : 4; }).number;
+    });
 }
 
 TEST_F(TerminationSignal, ClearedMaskHoldsNothingBackWhateverWasInherited) {
     const SharedReport<std::atomic<int>> heldSignals;
-    EXPECT_EQ(endOfForked([&heldSignals]() {
-                  sigset_t all;
-                  (void)sigfillset(&all);
-                  (void)sigprocmask(SIG_SETMASK, &all, nullptr);
-                  clearSignalMask();
-                  const sigset_t mask = currentMask();
-                  for (int signalNumber = 1; signalNumber < 32; ++signalNumber) {
-                      *heldSignals += sigismember(&mask, signalNumber);
-                  }
-                  return 0;
-              }),
-              exitedWith(0));
+    expectEndOfForked(exitedWith(0), [&heldSignals]() {
+        sigset_t all;
+        (void)sigfillset(&all);
+        (void)sigprocmask(SIG_SETMASK, &all, nullptr);
+        clearSignalMask();
+        const sigset_t mask = currentMask();
+        for (int signalNumber = 1; signalNumber < 32; ++signalNumber) {
+            *heldSignals += sigismember(&mask, signalNumber);
+        }
+        return 0;
+    });
     EXPECT_EQ(*heldSignals, 0);
 }
 
 TEST_F(TerminationSignal, ClearingTheMaskDeliversWhatWasHeldBack) {
-    EXPECT_EQ(endOfForked([]() {
-                  installTerminationHandler();
-                  (void)holdTermination();
-                  (void)raise(SIGTERM);
-                  clearSignalMask();
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), []() {
+        installTerminationHandler();
+        (void)holdTermination();
+        (void)raise(SIGTERM);
+        clearSignalMask();
+        return survived;
+    });
 }
 
 TEST_F(TerminationSignal, ReleasingGivesTheLockBackAndRemovesItsName) {
@@ -356,12 +345,11 @@ TEST_F(TerminationSignal, ReleasingGivesTheLockBackAndRemovesItsName) {
 
 TEST_F(TerminationSignal, ReleasingRemovesANameThatSomebodyElseMade) {
     other.create(0);
-    EXPECT_EQ(endOfForked([]() {
-                  (void)appLock.create(true);
-                  releaseApplicationLock();
-                  return 0;
-              }),
-              exitedWith(0));
+    expectEndOfForked(exitedWith(0), []() {
+        (void)appLock.create(true);
+        releaseApplicationLock();
+        return 0;
+    });
     EXPECT_FALSE(exists(lockPath));
     EXPECT_EQ(other.count(), 0);
 }
@@ -385,16 +373,15 @@ TEST_F(TerminationSignal, AfterTheReleaseItStillEndsWithStatusTenButLeavesTheNex
 
 TEST_F(TerminationSignal, SignalThatComesDuringTheReleaseEndsTheProcessAfterIt) {
     // Held back already, it meets the release as one that has just come.
-    EXPECT_EQ(endOfForked([]() {
-                  installTerminationHandler();
-                  (void)appLock.create(true);
-                  const sigset_t mask = holdTermination();
-                  (void)raise(SIGTERM);
-                  releaseApplicationLock();
-                  restoreSignalMask(mask);
-                  return survived;
-              }),
-              exitedWith(10));
+    expectEndOfForked(exitedWith(10), []() {
+        installTerminationHandler();
+        (void)appLock.create(true);
+        const sigset_t mask = holdTermination();
+        (void)raise(SIGTERM);
+        releaseApplicationLock();
+        restoreSignalMask(mask);
+        return survived;
+    });
     EXPECT_FALSE(exists(lockPath));
 }
 

@@ -108,12 +108,11 @@ TEST_F(TruncationGuardTest, EndForgetsTheLossAndRestoresTheDisposition) {
 }
 
 TEST_F(TruncationGuardTest, BusErrorThatWasSentEndsTheProcess) {
-    EXPECT_EQ(endOfForked([this] {
-                  guard();
-                  (void)raise(SIGBUS);
-                  return 0;
-              }),
-              endedBy(SIGBUS));
+    expectEndOfForked(endedBy(SIGBUS), [this] {
+        guard();
+        (void)raise(SIGBUS);
+        return 0;
+    });
 }
 
 /// Reads beyond the end of an object that is not the guarded one, at an address below or above it.
@@ -136,14 +135,13 @@ TEST_F(TruncationGuardTest, LossThatCannotBeReplacedEndsTheProcess) {
     if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers' own memory does not bear the limit";
     }
-    EXPECT_EQ(endOfForked([this] {
-                  guard();
-                  m_object.resize(0);
-                  constexpr rlimit none = {0, 0};
-                  (void)setrlimit(RLIMIT_AS, &none);
-                  return static_cast<int>(m_object.memory()[0]);
-              }),
-              endedBy(SIGBUS));
+    expectEndOfForked(endedBy(SIGBUS), [this] {
+        guard();
+        m_object.resize(0);
+        constexpr rlimit none = {0, 0};
+        (void)setrlimit(RLIMIT_AS, &none);
+        return static_cast<int>(m_object.memory()[0]);
+    });
 }
 
 /// The daemon's own table, as everybody else sees it.
