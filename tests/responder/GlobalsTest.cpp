@@ -1,6 +1,6 @@
 #include "responder/Globals.h"
 
-#include "tests/responder/AllocationFailure.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/FailingStart.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
@@ -60,10 +60,10 @@ TEST(Globals, PipeNameIsTheConsolesOnOtherPlatforms) {
 
 constexpr const char* withoutPipeName = "ZNORB_TEST_WITHOUT_PIPE_NAME";
 [[maybe_unused]] const bool s_hasNoPipeName =
-    AllocationFailure::failAtStart(sizeof "\\\\.\\pipe\\ZNORBWBXResponder", withoutPipeName);
+    failAllocationAtStart(sizeof "\\\\.\\pipe\\ZNORBWBXResponder", withoutPipeName);
 
 TEST(Globals, PipeNameIsEmptyWithoutMemoryForIt) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     if (isCopyWith(withoutPipeName)) {

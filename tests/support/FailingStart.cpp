@@ -1,5 +1,6 @@
 #include "tests/support/FailingStart.h"
 
+#include "tests/support/Allocations.h"
 #include "tests/support/ChildProcess.h"
 
 #include <gtest/gtest.h>
@@ -23,16 +24,8 @@ bool hasPassedIn(pid_t child) {
     return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == EXIT_SUCCESS;
 }
 
-} // namespace
-
-int allocationsBeforeFailure(const char* variable) {
-    if (!isCopyWith(variable)) {
-        return -1;
-    }
-    if (__llvm_profile_initialize != nullptr) {
-        __llvm_profile_initialize();
-    }
-    std::set_terminate([]() { _exit(EXIT_FAILURE); }); // of most children: without a message or a core file
+/// Forks until it returns in a child.
+int allocationsBeforeFailure() {
     for (int succeeding = 0; succeeding < mostAllocations; ++succeeding) {
         const pid_t child = fork();
         if (child == 0) {
@@ -43,6 +36,20 @@ int allocationsBeforeFailure(const char* variable) {
         }
     }
     _exit(EXIT_FAILURE);
+}
+
+} // namespace
+
+bool failAllocationAtStart(std::size_t size, const char* variable) {
+    if (!isCopyWith(variable)) {
+        return false;
+    }
+    if (__llvm_profile_initialize != nullptr) {
+        __llvm_profile_initialize();
+    }
+    std::set_terminate([]() { _exit(EXIT_FAILURE); }); // of most children: without a message or a core file
+    static const FailingAllocation failure(allocationsBeforeFailure(), size, size);
+    return true;
 }
 
 void expectToPassInCopyWith(const char* variable) {

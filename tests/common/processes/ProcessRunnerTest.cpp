@@ -1,5 +1,6 @@
 #include "common/processes/ProcessRunner.h"
 
+#include "tests/support/Allocations.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
@@ -29,33 +30,13 @@ namespace {
 
 using ZNORBTEST::exitedWith;
 using ZNORBTEST::expectEndOfForked;
+using ZNORBTEST::FailingAllocation;
 using ZNORBTEST::ForkedChild;
 
 using ORBCOMMON::forkWithoutLocks;
 using ORBCOMMON::runProcess;
 
 constexpr uid_t unprivilegedUser = 65534;
-
-// When not 0: the allocation of an array, counted from 1, that a test wants to fail where failing is allowed.
-int allocationsUntilFailure = 0;
-
-} // namespace
-
-#if !ZNORB_THREAD_SANITIZER
-// Stands in for the library's in this executable. The thread sanitizer has one that cannot be replaced.
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    if (allocationsUntilFailure > 0 && --allocationsUntilFailure == 0) {
-        return nullptr;
-    }
-    try {
-        return ::operator new[](size);
-    } catch (const std::bad_alloc&) {
-        return nullptr;
-    }
-}
-#endif
-
-namespace {
 
 std::string contentOf(const std::string& path) {
     std::string content;
@@ -370,22 +351,21 @@ TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
 }
 
 TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor) {
-    if (ZNORBTEST::underThreadSanitizer) {
+    if (!ZNORBTEST::allocationsAreObserved) {
         GTEST_SKIP() << "no allocation can be made to fail under the thread sanitizer";
     }
     const std::vector<std::string> arguments{"-c", "exit 0", "name"};
     constexpr int allocations = 5; // the array, the program's path and the three arguments
     ForkedChild child([]() { return 0; });
-    for (int failing = 1; failing <= allocations; ++failing) {
-        allocationsUntilFailure = failing;
-        EXPECT_EQ(run("sh", "/bin", arguments), -1) << failing;
-        EXPECT_EQ(allocationsUntilFailure, 0) << "nothing is allocated after the failure";
+    for (int succeeding = 0; succeeding < allocations; ++succeeding) {
+        const FailingAllocation failure(succeeding);
+        EXPECT_EQ(run("sh", "/bin", arguments), -1) << succeeding;
+        EXPECT_TRUE(FailingAllocation::hasHappened()) << succeeding;
     }
     EXPECT_EQ(child.waitForEnd(), exitedWith(0)) << "the caller's own child was left to it";
     EXPECT_TRUE(hasNoChildren());
-    allocationsUntilFailure = allocations + 1;
+    const FailingAllocation failure(allocations);
     EXPECT_GT(run("sh", "/bin", arguments), 0);
-    allocationsUntilFailure = 0;
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "foundation/containers/Map.h"
 #include "foundation/containers/Set.h"
-#include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/containers/CountedKey.h"
+#include "tests/support/Allocations.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 #include "foundation/containers/Map.h"
 
-#include "tests/foundation/containers/Allocations.h"
+#include "tests/support/Allocations.h"
 
 #include <gtest/gtest.h>
 

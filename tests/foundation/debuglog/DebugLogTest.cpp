@@ -1,8 +1,8 @@
 #include "foundation/debuglog/DebugLog.h"
 
 #include "foundation/streams/OutputStreamToBuffer.h"
-#include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/debuglog/RecordingStream.h"
+#include "tests/support/Allocations.h"
 
 #include <gtest/gtest.h>
 
@@ -328,7 +328,7 @@ TEST_F(DebugLogTest, PassesOverANullStream) {
 }
 
 TEST_F(DebugLogTest, WithoutMemoryAStreamIsNotAdded) {
-    if (!allocationsAreObserved()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     const shared_ptr<OutputStream> stream = recorderInto(m_pieces);

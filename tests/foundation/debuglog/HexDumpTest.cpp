@@ -1,6 +1,6 @@
 #include "foundation/debuglog/HexDump.h"
 
-#include "tests/foundation/containers/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Rows.h"
 
 #include <gtest/gtest.h>

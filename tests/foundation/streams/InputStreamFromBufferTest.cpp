@@ -1,7 +1,7 @@
 #include "foundation/streams/InputStreamFromBuffer.h"
 
-#include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/streams/Reads.h"
+#include "tests/support/Allocations.h"
 
 #include <gtest/gtest.h>
 

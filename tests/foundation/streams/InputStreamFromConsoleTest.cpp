@@ -1,7 +1,7 @@
 #include "foundation/streams/InputStreamFromConsole.h"
 
-#include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/streams/Reads.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -80,7 +80,7 @@ INSTANTIATE_TEST_SUITE_P(InputStreamFromConsole, ReadsOfTheConsole, testing::Val
 } // namespace
 
 TEST_F(InputStreamFromConsoleTest, ALineBeyondTheMemoryEndsEarlyAndTheNextReadGoesOn) {
-    if (!allocationsAreObserved()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     inputIs("x" + std::string(100000, 'l') + "\nnext");

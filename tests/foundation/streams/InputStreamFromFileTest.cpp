@@ -1,7 +1,7 @@
 #include "foundation/streams/InputStreamFromFile.h"
 
-#include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/streams/Reads.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -110,7 +110,7 @@ TEST_F(InputStreamFromFileTest, AMissingFileIsNotOpenAndAtItsEnd) {
 }
 
 TEST_F(InputStreamFromFileTest, ALineBeyondTheMemoryEndsEarly) {
-    if (!allocationsAreObserved()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     InputStreamFromFile& stream = streamOf(std::string(100000, 'l') + "\nnext");
@@ -185,7 +185,7 @@ TEST_F(InputStreamFromFileTest, GetAllOfAPipeTakesALimitedNumberOfBytesAndLeaves
 }
 
 TEST_F(InputStreamFromFileTest, GetAllBeyondTheMemoryIsEmptyAndMayBeTriedAgain) {
-    if (!allocationsAreObserved()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail";
     }
     const std::string content(100000, 'm');

@@ -1,6 +1,6 @@
 #include "foundation/synchronization/LockFileKey.h"
 
-#include "tests/foundation/containers/Allocations.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TemporaryFolder.h"
@@ -86,7 +86,7 @@ TEST_F(LockFileKey, ReadsTheVariableOncePerProcess) {
 }
 
 TEST_F(LockFileKey, IsMinusOneWithoutMemoryAndTheNextCallWorks) {
-    if (!ZNORBTEST::allocationsAreObserved()) {
+    if (!ZNORBTEST::allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail under the thread sanitizer";
     }
     makeFile("a.lock");

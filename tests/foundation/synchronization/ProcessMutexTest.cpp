@@ -1,8 +1,8 @@
 #include "foundation/synchronization/ProcessMutex.h"
 
 #include "foundation/synchronization/RecursiveProcessMutex.h"
-#include "tests/foundation/containers/Allocations.h"
 #include "tests/foundation/synchronization/ObservedThread.h"
+#include "tests/support/Allocations.h"
 
 #include <gtest/gtest.h>
 

@@ -2,9 +2,9 @@
 
 #include "responder/Globals.h"
 #include "responder/table/SharedObject.h"
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/clients/StandInClient.h"
 #include "tests/responder/paths/StagedInstallation.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
@@ -369,13 +369,13 @@ TEST_F(ClientLauncherTest, EntryIsClaimedBeforeItsClientStarts) {
 }
 
 TEST_F(ClientLauncherTest, LaunchWithoutMemoryForTheArgumentsIsLoggedAsAFailedOne) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     {
-        const AllocationFailure failure(1);
+        const FailingAllocation failure(0);
         EXPECT_EQ(launch(7, "en", ""), noProcess);
-        EXPECT_TRUE(AllocationFailure::hasHappened());
+        EXPECT_TRUE(FailingAllocation::hasHappened());
     }
     EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(noProcess)));
     EXPECT_TRUE(hasNoChildren());

@@ -1,8 +1,8 @@
 #include "responder/clients/ExitSweep.h"
 
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/webconsole/NamedText.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
@@ -305,15 +305,15 @@ TEST_F(ExitSweep, ClientForWhichThereIsNoSocketIsPassedOverQuietly) {
 }
 
 TEST_F(ExitSweep, ClientForWhichThereIsNoMemoryIsPassedOverQuietlyAndTheNextIsAsked) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     enter(0, first);
     enter(1, second);
     SelectRecorder::fail(EINTR, 100);
-    const AllocationFailure failure(1);
+    const FailingAllocation failure(0);
     exitAllClients(holder);
-    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_TRUE(FailingAllocation::hasHappened());
     EXPECT_EQ(first.receivedUntilClosed(), "");
     EXPECT_EQ(second.receivedUntilClosed(), exitRequest);
     EXPECT_THAT(log.lines(), IsEmpty());

@@ -1,7 +1,7 @@
 #include "responder/clients/HttpClient.h"
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/SocketPair.h"
 #include "tests/responder/webconsole/NamedText.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
@@ -242,14 +242,14 @@ const NamedText hugeLengths[] = {
 INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength, testing::ValuesIn(hugeLengths), nameOf);
 
 TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     SocketPair peer;
     peer.write(head("5000") + pattern(5000));
-    const AllocationFailure failure(5000);
+    const FailingAllocation failure(0, 5000);
     EXPECT_FALSE(read(peer));
-    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_TRUE(FailingAllocation::hasHappened());
     EXPECT_FALSE(hasData());
     EXPECT_THAT(log.lines(), IsEmpty());
 }

@@ -1,7 +1,7 @@
 #include "responder/clients/HttpClient.h"
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/SocketPair.h"
 #include "tests/responder/clients/SendRecorder.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
@@ -349,13 +349,13 @@ TEST_F(SendRequest, PeerThatResetsInsteadOfAnsweringLeavesNoTrace) {
 }
 
 TEST_F(SendRequest, WithoutMemoryForItsTextNothingIsSentAndTheSocketIsClosed) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     {
-        const AllocationFailure failure(1);
+        const FailingAllocation failure(0);
         EXPECT_FALSE(post("body"));
-        EXPECT_TRUE(AllocationFailure::hasHappened());
+        EXPECT_TRUE(FailingAllocation::hasHappened());
     }
     EXPECT_FALSE(socket.isConnected());
     EXPECT_EQ(peer.received(), "");

@@ -1,7 +1,7 @@
 #include "responder/clients/HttpClient.h"
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/SocketPair.h"
 #include "tests/responder/webconsole/NamedText.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
@@ -22,6 +22,8 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 using namespace ZNORBTEST;
+using testing::Pair;
+using testing::UnorderedElementsAre;
 
 /// What one call made of a response.
 struct Outcome {
@@ -278,15 +280,15 @@ TEST(ReadResponseHead, WaitThatFailsIsAFailedRead) {
 }
 
 TEST(ReadResponseHead, HeadThatFindsNoMemoryIsAFailedRead) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     const LogRecorder log;
     SocketPair peer;
     peer.write("HTTP/1.0 " + std::string(3000, '2') + "\r\n\r\n");
-    const AllocationFailure failure(3000);
+    const FailingAllocation failure(0, 3000);
     const Outcome outcome = readFrom(peer.near());
-    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_TRUE(FailingAllocation::hasHappened());
     EXPECT_FALSE(outcome.isRead);
     EXPECT_FALSE(outcome.hasData);
     EXPECT_THAT(log.lines(), IsEmpty());

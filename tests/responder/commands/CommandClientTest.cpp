@@ -1,8 +1,8 @@
 #include "responder/commands/CommandClient.h"
 
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/clients/SendRecorder.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
@@ -128,12 +128,12 @@ TEST_F(CommandClient, FailsAtOnceWhenNoSocketCanBeMade) {
 }
 
 TEST_F(CommandClient, FailsAtOnceWhenMemoryRunsOut) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
-    const AllocationFailure failure(1);
+    const FailingAllocation failure(0);
     EXPECT_FALSE(sendQuit());
-    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_TRUE(FailingAllocation::hasHappened());
     EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
 }
 

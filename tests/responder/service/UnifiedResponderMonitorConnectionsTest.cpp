@@ -1,6 +1,6 @@
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/Waiting.h"
@@ -94,18 +94,18 @@ TEST_F(ServingResponderMonitor, RequesterThatGoesWithoutARequestDoesNoHarm) {
 }
 
 TEST_F(UnifiedResponderMonitor, RequestForWhichThereIsNoMemoryIsClosedWithoutAReply) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     startServing();
     const std::string request = "PRINT|" + std::string(1000, 'x');
     LocalConnection client = LocalConnection::toPath(socketPath);
     {
-        const AllocationFailure failure(request.size());
+        const FailingAllocation failure(0, request.size());
         EXPECT_TRUE(client.send(request));
         EXPECT_EQ(client.receiveUntilClosed(), "");
         EXPECT_TRUE(client.wasClosed());
-        EXPECT_TRUE(AllocationFailure::hasHappened());
+        EXPECT_TRUE(FailingAllocation::hasHappened());
     }
     EXPECT_THAT(askDaemon(request), Optional(Eq("0")));
 }

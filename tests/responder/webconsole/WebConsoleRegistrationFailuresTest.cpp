@@ -1,7 +1,7 @@
 #include "responder/webconsole/WebConsoleRegistration.h"
-#include "tests/responder/AllocationFailure.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/sandbox/Sandbox.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
 
 #include <gmock/gmock.h>
@@ -81,24 +81,24 @@ TEST_F(WebConsoleRegistrationTest, DirectoriesAndFifosAsSourcesAreSkippedAndDoNo
 }
 
 TEST_F(WebConsoleRegistrationTest, WithoutMemoryForThePathsNothingIsPublished) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
-    const AllocationFailure failure(1);
+    const FailingAllocation failure(0);
     EXPECT_FALSE(registerWebConsole());
-    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_TRUE(FailingAllocation::hasHappened());
     EXPECT_FALSE(exists(pages));
 }
 
 TEST_F(WebConsoleRegistrationTest, WithoutMemoryForOneOfItsFilesTheRestStaysUnpublished) {
-    if (!AllocationFailure::isPossible()) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "allocations cannot be made to fail here";
     }
     const std::string text = "%ZNORB_BIN_PATH%" + std::string(1U << 20, 'x');
     writeFile(entryScriptSource, text);
-    const AllocationFailure failure(text.size() + 2); // it fits as it is, but not as it is filled in
+    const FailingAllocation failure(0, text.size() + 2); // it fits as it is, but not as it is filled in
     EXPECT_TRUE(registerWebConsole());
-    EXPECT_TRUE(AllocationFailure::hasHappened());
+    EXPECT_TRUE(FailingAllocation::hasHappened());
     expectPublished(page);
     EXPECT_FALSE(exists(requestor));
 }

@@ -1,11 +1,17 @@
 #pragma once
 
+#include "tests/support/Sanitizers.h"
+
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
+/// The tests' operator new and operator delete: linked into a program, they stand in for the library's,
+/// count, and fail when a test wants it.
 namespace ZNORBTEST {
 
-/// False under the thread sanitizer, whose own operator new cannot be replaced.
-bool allocationsAreObserved();
+/// The thread sanitizer's own cannot be replaced: nothing is counted and nothing fails.
+inline constexpr bool allocationsAreObserved = !underThreadSanitizer;
 
 /// Base of the tests that count allocations or make them fail: skips where they are not observed.
 class AllocationTest : public testing::Test {
@@ -29,14 +35,17 @@ private:
     long m_deallocationsBefore;
 };
 
-/// Lets the calling thread's next `succeeding` allocations pass and the one after them throw
-/// std::bad_alloc, once, while the object lives.
+/// Of the allocations with a size in the range, on whatever thread, lets the next `succeeding` pass and the
+/// one after them fail, once, while the object lives. One at a time.
 class FailingAllocation {
 public:
-    explicit FailingAllocation(long succeeding);
+    explicit FailingAllocation(long succeeding, std::size_t atLeast = 0,
+                               std::size_t atMost = static_cast<std::size_t>(-1));
     FailingAllocation(const FailingAllocation&) = delete;
     FailingAllocation& operator=(const FailingAllocation&) = delete;
     ~FailingAllocation();
+
+    static bool hasHappened();
 };
 
 } // namespace ZNORBTEST
