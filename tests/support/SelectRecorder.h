@@ -1,13 +1,16 @@
 #pragma once
 
+#include "tests/support/StandIns.h"
+
+#include <sys/select.h>
+
 #include <cstddef>
 #include <vector>
 
 namespace ZNORBTEST {
 
 /// Watches and steers the calls of `select` in this program, so that tests learn which time-outs are asked
-/// for without having to wait for them. Linked into a program, it puts a `select` of its own before the C
-/// library's; while no recorder lives, that one waits as it is told.
+/// for without having to wait for them.
 ///
 /// One recorder at a time. Any thread may call `select` meanwhile; the recorder itself belongs to the test's
 /// thread. A child of a fork steers and records for itself.
@@ -22,9 +25,6 @@ public:
     };
 
     SelectRecorder();
-    ~SelectRecorder();
-    SelectRecorder(const SelectRecorder&) = delete;
-    SelectRecorder& operator=(const SelectRecorder&) = delete;
 
     /// Makes every wait from now on shorter by this factor.
     static void divideWaitsBy(long divisor);
@@ -39,8 +39,11 @@ public:
     /// All calls that were made since the recorder was made, in order, those under way included.
     static std::vector<Call> calls();
 
-    /// Waits until that many calls have been made. False when they were not within 30 seconds.
+    /// Waits until that many calls have been made. False when they were not within the usual bound.
     static bool awaitCalls(std::size_t count);
+
+private:
+    const InPlaceOf<::select> m_waits;
 };
 
 } // namespace ZNORBTEST

@@ -4,32 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-namespace {
-
-/// Where the clock starts that a test has set; 0 where none has.
-std::atomic<std::time_t> clockStart = 0;
-
-} // namespace
-
-namespace ZNORBTEST {
-
-std::atomic<int> clockReads = 0;
-
-} // namespace ZNORBTEST
-
-/// Stands in for the C library's in this executable. A clock that a test has set moves on by a second with
-/// each reading.
-extern "C" time_t time(time_t* result) noexcept {
-    timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now);
-    const int reads = ZNORBTEST::clockReads++;
-    const time_t value = clockStart == 0 ? now.tv_sec : clockStart + reads;
-    if (result != nullptr) {
-        *result = value;
-    }
-    return value;
-}
-
 namespace ZNORBTEST {
 
 std::string joined(const Writes& writes) {
@@ -67,17 +41,11 @@ void LoggerTest::reset() {
     ORBCOMMON::Logger::resume();
     ORBCOMMON::Logger::setShowTimestamp(false);
     ORBCOMMON::Logger::setLogLevel(0);
-    clockStart = 0;
 }
 
 void LoggerTest::setZone(const char* zone) {
     ASSERT_EQ(setenv("TZ", zone, 1), 0);
     tzset();
-}
-
-void LoggerTest::setClock(std::time_t start) {
-    clockReads = 0;
-    clockStart = start;
 }
 
 } // namespace ZNORBTEST

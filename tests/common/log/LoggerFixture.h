@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstddef>
 #include <ctime>
 #include <functional>
@@ -14,15 +13,11 @@
 #include <utility>
 #include <vector>
 
-/// What the tests of the Logger have in common. Linked into a program, it puts a `time` of its own before the
-/// C library's.
+/// What the tests of the Logger have in common.
 namespace ZNORBTEST {
 
 using Writes = std::vector<std::string>;
 using StreamPointer = Common::shared_ptr<Common::OutputStream>;
-
-/// How often this executable has read the clock.
-extern std::atomic<int> clockReads;
 
 /// 2001-09-09 01:46:40 UTC, with a day of the month of one digit.
 inline constexpr std::time_t billionthSecond = 1000000000;
@@ -95,9 +90,6 @@ protected:
     static void reset();
 
     static void setZone(const char* zone);
-
-    /// From now on the clock shows `start`, and a second more with each reading.
-    static void setClock(std::time_t start);
 
     void addRecorder(const std::string& name = "") {
         ORBCOMMON::Logger::addOutputStream(StreamPointer(new RecordingStream(writes, name)));

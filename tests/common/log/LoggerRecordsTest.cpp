@@ -2,6 +2,7 @@
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Rows.h"
+#include "tests/support/SetClock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -78,7 +79,7 @@ TEST_F(LoggerTest, StampedRecordIsFiveWrites) {
     setZone("UTC");
     addRecorder();
     Logger::setShowTimestamp(true);
-    setClock(billionthSecond);
+    const SetClock clock(billionthSecond, 1);
     Logger::log("message");
     EXPECT_THAT(writes, ElementsAre("[", "Sun Sep  9 01:46:40 2001", "] ", "message", "\r\n"));
 }
@@ -87,7 +88,7 @@ TEST_F(LoggerTest, StampIsTheLocalTime) {
     setZone("XYZ-2");
     addRecorder();
     Logger::setShowTimestamp(true);
-    setClock(billionthSecond);
+    const SetClock clock(billionthSecond, 1);
     Logger::log("message");
     EXPECT_EQ(joined(writes), "[Sun Sep  9 03:46:40 2001] message\r\n");
 }
@@ -110,9 +111,9 @@ TEST_F(LoggerTest, ClockIsReadOncePerRecordAndNotPerStream) {
     addRecorder("A");
     addRecorder("B");
     Logger::setShowTimestamp(true);
-    setClock(billionthSecond);
+    const SetClock clock(billionthSecond, 1);
     Logger::log("x");
-    EXPECT_EQ(clockReads, 1);
+    EXPECT_EQ(clock.reads(), 1);
     EXPECT_THAT(writes, ElementsAre("A[", "ASun Sep  9 01:46:40 2001", "A] ", "Ax", "A\r\n", "B[",
                                     "BSun Sep  9 01:46:40 2001", "B] ", "Bx", "B\r\n"));
     Logger::log("y");
@@ -120,10 +121,10 @@ TEST_F(LoggerTest, ClockIsReadOncePerRecordAndNotPerStream) {
 }
 
 TEST_F(RecordedLogger, ClockIsNotReadForARecordWithoutAStamp) {
-    clockReads = 0;
+    const SetClock clock(billionthSecond);
     Logger::log("message");
     Logger::hexDump(0, "AB", 2);
-    EXPECT_EQ(clockReads, 0);
+    EXPECT_EQ(clock.reads(), 0);
 }
 
 TEST_F(RecordedLogger, StampsCanBeTurnedOffAgain) {
@@ -137,7 +138,7 @@ TEST_F(LoggerTest, EveryLineOfADumpIsStamped) {
     setZone("UTC");
     addRecorder();
     Logger::setShowTimestamp(true);
-    setClock(billionthSecond);
+    const SetClock clock(billionthSecond, 1);
     Logger::hexDump(0, "A", 1);
     ASSERT_EQ(writes.size(), 15U);
     EXPECT_EQ(writes[1], "Sun Sep  9 01:46:40 2001");
@@ -147,7 +148,7 @@ TEST_F(LoggerTest, EveryLineOfADumpIsStamped) {
 
 TEST_F(RecordedLogger, TimeWithoutATextGivesAnEmptyStamp) {
     Logger::setShowTimestamp(true);
-    setClock(std::time_t{1} << 55);
+    const SetClock clock(std::time_t{1} << 55, 1);
     Logger::log("message");
     EXPECT_THAT(writes, ElementsAre("[", "", "] ", "message", "\r\n"));
 }

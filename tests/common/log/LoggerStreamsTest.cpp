@@ -1,6 +1,7 @@
 #include "common/log/Logger.h"
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
+#include "tests/support/SetClock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -58,10 +59,10 @@ TEST_F(LoggerTest, WithoutStreamsNothingIsFormatted) {
 
 TEST_F(LoggerTest, WithoutStreamsClockIsNotRead) {
     Logger::setShowTimestamp(true);
-    clockReads = 0;
+    const SetClock clock(billionthSecond);
     Logger::log("message");
     Logger::hexDump(0, "AB", 2);
-    EXPECT_EQ(clockReads, 0);
+    EXPECT_EQ(clock.reads(), 0);
 }
 
 // --- Levels
@@ -214,7 +215,7 @@ TEST_F(LoggerTest, RecordFromWithinAWriteLeavesTheOuterStampAlone) {
         }
     })));
     Logger::setShowTimestamp(true);
-    setClock(billionthSecond);
+    const SetClock clock(billionthSecond, 1);
     Logger::log("outer");
     EXPECT_EQ(joined(writes), "[[Sun Sep  9 01:46:41 2001] inner\r\nSun Sep  9 01:46:40 2001] outer\r\n");
 }

@@ -5,6 +5,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
+#include "tests/support/StandIns.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -33,23 +34,6 @@ static_assert(std::has_virtual_destructor_v<GlobalLock>);
 static_assert(!std::is_copy_constructible_v<GlobalLock> && !std::is_copy_assignable_v<GlobalLock>);
 static_assert(std::is_base_of_v<Common::NonCopyable, GlobalLock>);
 static_assert(!std::is_convertible_v<GlobalLock*, Common::NonCopyable*>, "private base");
-
-// The error of the calls that read the memory of a process; 0 lets them do so.
-int readingError = 0;
-
-} // namespace
-
-// Stands in for the C library's in this executable.
-extern "C" ssize_t process_vm_readv(pid_t process, const iovec* to, unsigned long toCount, const iovec* from,
-                                    unsigned long fromCount, unsigned long flags) {
-    if (readingError != 0) {
-        errno = readingError;
-        return -1;
-    }
-    return syscall(SYS_process_vm_readv, process, to, toCount, from, fromCount, flags);
-}
-
-namespace {
 
 TEST_F(GlobalLockTest, IsClosedAndTouchesNothingUntilItIsUsed) {
     {
@@ -313,10 +297,9 @@ TEST_F(GlobalLockTest, ASystemThatDoesNotTellWhetherMemoryIsThereHindersNobody) 
     GlobalLock lock(m_name);
     ASSERT_TRUE(lock.openExisting());
     for (const int error : {ENOSYS, EPERM}) {
-        readingError = error;
+        const FailingCall<process_vm_readv> readings(error);
         EXPECT_FALSE(lock.isHeld());
         EXPECT_TRUE(lock.tryLock(false));
-        readingError = 0;
         EXPECT_EQ(other.count(), 0);
         lock.unlock(false);
     }

@@ -1,6 +1,7 @@
 #include "common/sockets/IPClientSocket.h"
 
 #include "tests/support/Rows.h"
+#include "tests/support/StandIns.h"
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
@@ -58,29 +59,9 @@ private:
     std::uint16_t m_port = 0;
 };
 
-// In the place of the name service's answer; null where that one is wanted.
-hostent* preparedAnswer = nullptr;
-
-} // namespace
-
-// Stands in for the C library's in this executable.
-extern "C" hostent* gethostbyname(const char* name) {
-    static hostent answer;
-    static char texts[8192];
-    hostent* found = preparedAnswer;
-    int error = 0;
-    if (found == nullptr) {
-        (void)gethostbyname_r(name, &answer, texts, sizeof(texts), &found, &error);
-    }
-    return found;
-}
-
-namespace {
-
 class IPClientSocketTest : public testing::Test {
 protected:
     void SetUp() override { port.startListening(); }
-    void TearDown() override { preparedAnswer = nullptr; }
 
     LocalPort port;
 };
@@ -102,7 +83,7 @@ TEST_F(IPClientSocketTest, NameThatResolvesToNoAddressStaysUnconnected) {
     answer.h_addrtype = AF_INET;
     answer.h_length = 4;
     answer.h_addr_list = none;
-    preparedAnswer = &answer;
+    const ZNORBTEST::InPlaceOf<gethostbyname> service([&answer](const char*) { return &answer; });
     IPClientSocket client("localhost", port.number());
     client.connect();
     EXPECT_FALSE(client.isConnected());

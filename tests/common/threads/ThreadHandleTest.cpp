@@ -4,6 +4,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
@@ -40,24 +41,6 @@ using ORBCOMMON::ThreadHandle;
 
 static_assert(sizeof(ThreadHandle) == sizeof(void*), "one pointer");
 static_assert(!std::is_copy_constructible_v<ThreadHandle> && !std::is_copy_assignable_v<ThreadHandle>);
-
-// While a test counts the time that is asked for, no sleep takes any.
-std::atomic<bool> sleepsAreCounted = false;
-std::atomic<std::uint64_t> countedMicroseconds = 0;
-
-} // namespace
-
-// Stands in for the C library's in this executable.
-extern "C" int usleep(useconds_t microseconds) {
-    if (sleepsAreCounted) {
-        countedMicroseconds += microseconds;
-        return 0;
-    }
-    const timespec length = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
-    return nanosleep(&length, nullptr);
-}
-
-namespace {
 
 // Runs until it is let go.
 class Gated : public Threadable {
@@ -269,10 +252,13 @@ TEST(SleepMilliseconds, SleepsAtLeastAsLongAsAskedAndReturnsFromASleepOfNothing)
 
 TEST(SleepMilliseconds, LongSleepIsMadeOfStepsThatAddUp) {
     const std::uint64_t milliseconds = std::numeric_limits<unsigned>::max();
-    sleepsAreCounted = true;
+    std::uint64_t slept = 0;
+    const ZNORBTEST::InPlaceOf<usleep> sleeps([&slept](useconds_t microseconds) {
+        slept += microseconds;
+        return 0;
+    });
     sleepMilliseconds(static_cast<unsigned>(milliseconds));
-    sleepsAreCounted = false;
-    EXPECT_EQ(countedMicroseconds, milliseconds * 1000);
+    EXPECT_EQ(slept, milliseconds * 1000);
 }
 
 TEST(SleepMilliseconds, DoesNotCutShortASleepWhoseMicrosecondsOverflow) {

@@ -3,6 +3,7 @@
 #include "foundation/streams/OutputStreamToBuffer.h"
 #include "tests/foundation/debuglog/RecordingStream.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/SetClock.h"
 
 #include <gtest/gtest.h>
 
@@ -80,17 +81,6 @@ std::vector<std::string> messagesOf(const std::string& text) {
     return messages;
 }
 
-/// What a test has set the clock to; 0 lets it run.
-std::atomic<std::time_t> clockSetTo = 0;
-
-class SetClock {
-public:
-    explicit SetClock(std::time_t now) { clockSetTo = now; }
-    ~SetClock() { clockSetTo = 0; }
-    SetClock(const SetClock&) = delete;
-    SetClock& operator=(const SetClock&) = delete;
-};
-
 std::string localNow() {
     const std::time_t now = std::time(nullptr);
     std::tm local{};
@@ -120,17 +110,6 @@ class RecordedDebugLog : public DebugLogTest {
 protected:
     void SetUp() override { addRecorder(0x01); }
 };
-
-/// Stands in for the C library's in this executable.
-extern "C" time_t time(time_t* result) noexcept {
-    timespec now{};
-    (void)clock_gettime(CLOCK_REALTIME, &now);
-    const time_t value = clockSetTo == 0 ? now.tv_sec : clockSetTo.load();
-    if (result != nullptr) {
-        *result = value;
-    }
-    return value;
-}
 
 TEST(DebugLogLife, TakesNoStreamBeforeItsStaticInitialisationAndIsSilentAfterItsEnd) {
     EXPECT_FALSE(earlyAndLate.wasActive);

@@ -3,9 +3,9 @@
 #include "tests/foundation/synchronization/ObservedThread.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
 #include "tests/support/Sanitizers.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
-#include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <semaphore.h>
@@ -44,30 +44,12 @@ bool isMapped(ino_t inode) {
     return false;
 }
 
-constexpr bool canReplaceWait = !underThreadSanitizer;
-
-/// With what the next wait fails; 0 for none.
-std::atomic<int> waitError = 0;
-
 std::atomic<int> signalsCaught = 0;
 extern "C" void countSignal(int) {
     ++signalsCaught;
 }
 
 } // namespace
-
-#if !ZNORB_THREAD_SANITIZER
-/// Stands in for the C library's in this executable: that one can only fail for a signal.
-extern "C" int sem_wait(sem_t* semaphore) {
-    static const auto original = reinterpret_cast<int (*)(sem_t*)>(dlsym(RTLD_NEXT, "sem_wait"));
-    const int error = waitError.exchange(0);
-    if (error != 0) {
-        errno = error;
-        return -1;
-    }
-    return original(semaphore);
-}
-#endif
 
 TEST(NamedSemaphore, ExistsCheckCreatesTheSemaphoreAndSaysFalse) {
     const SemaphoreName name("exists");
@@ -171,14 +153,14 @@ TEST(NamedSemaphore, WaitGoesOnAfterASignal) {
 }
 
 TEST(NamedSemaphore, WaitThatTheSystemRefusesFailsAtOnce) {
-    if (!canReplaceWait) {
+    if (underThreadSanitizer) {
         GTEST_SKIP() << "the thread sanitizer has a wait of its own";
     }
     const SemaphoreName name("refused");
     EXPECT_TRUE(postSemaphore(name.plain()));
-    waitError = EINVAL;
+    const FailingCall<sem_wait> waits(EINVAL, 1); // by itself it can only fail for a signal
     EXPECT_FALSE(waitSemaphore(name.plain()));
-    EXPECT_EQ(waitError, 0);
+    EXPECT_EQ(waits.calls(), 1U);
     EXPECT_EQ(name.count(), 1);
     EXPECT_TRUE(waitSemaphore(name.plain()));
 }

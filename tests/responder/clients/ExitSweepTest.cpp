@@ -6,6 +6,7 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
 #include <gmock/gmock.h>
@@ -35,21 +36,6 @@ using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";
-
-/// The ports that this thread connects to, while a test collects them.
-thread_local std::vector<std::uint16_t>* s_triedPorts = nullptr;
-
-} // namespace
-
-// Stands in for the C library's in this executable.
-extern "C" int connect(int descriptor, const sockaddr* address, socklen_t length) {
-    if (s_triedPorts != nullptr && address->sa_family == AF_INET) {
-        s_triedPorts->push_back(ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port));
-    }
-    return static_cast<int>(syscall(SYS_connect, descriptor, address, length));
-}
-
-namespace {
 
 /// A client's HTTP port. The kernel takes the connection and the request; the test looks at them when it
 /// likes, so that it decides how long the sweep is held up.
@@ -272,9 +258,12 @@ TEST_F(ExitSweep, ClientWithoutAPortIsTriedInVainQuietly) {
     enter(0, std::uint16_t{0});
     enter(1, first.port(), 0);
     std::vector<std::uint16_t> tried;
-    s_triedPorts = &tried;
+    const ZNORBTEST::InPlaceOf<::connect> connections(
+        [&tried](int descriptor, const sockaddr* address, socklen_t length) {
+            tried.push_back(ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port));
+            return ::connect(descriptor, address, length);
+        });
     sweepWithoutWaiting();
-    s_triedPorts = nullptr;
     EXPECT_THAT(tried, ElementsAre(0));
     EXPECT_FALSE(first.isAsked());
     EXPECT_THAT(SelectRecorder::calls(), IsEmpty());

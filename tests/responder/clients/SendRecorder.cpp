@@ -1,25 +1,17 @@
 #include "tests/responder/clients/SendRecorder.h"
 
-#include <sys/socket.h>
-
 #include <algorithm>
 #include <cerrno>
+#include <thread>
 
 namespace ZNORBTEST {
-namespace {
 
-/// Each thread has its own, so that other threads send undisturbed.
-thread_local SendRecorder* s_current = nullptr;
-
-} // namespace
-
-SendRecorder::SendRecorder() {
-    s_current = this;
-}
-
-SendRecorder::~SendRecorder() {
-    s_current = nullptr;
-}
+SendRecorder::SendRecorder()
+    : m_sends([this, thread = std::this_thread::get_id()](int descriptor, const void* bytes,
+                                                          std::size_t length, int flags) {
+          return std::this_thread::get_id() == thread ? send(descriptor, bytes, length, flags)
+                                                      : ::send(descriptor, bytes, length, flags);
+      }) {}
 
 void SendRecorder::failCall(std::size_t number, int error) {
     m_failing = number;
@@ -47,12 +39,7 @@ long SendRecorder::send(int descriptor, const void* bytes, std::size_t length, i
         return -1;
     }
     const std::size_t taken = number == m_shortened ? std::min(length, m_shortLength) : length;
-    return sendto(descriptor, bytes, taken, flags, nullptr, 0);
+    return ::send(descriptor, bytes, taken, flags);
 }
 
 } // namespace ZNORBTEST
-
-extern "C" ssize_t send(int fd, const void* buf, size_t n, int flags) {
-    ZNORBTEST::SendRecorder* const recorder = ZNORBTEST::s_current;
-    return recorder != nullptr ? recorder->send(fd, buf, n, flags) : sendto(fd, buf, n, flags, nullptr, 0);
-}

@@ -1,15 +1,16 @@
 #pragma once
 
+#include "tests/support/StandIns.h"
+
+#include <sys/socket.h>
+
 #include <cstddef>
 #include <vector>
 
 namespace ZNORBTEST {
 
-/// Watches and steers the calls of `send` in this program, which no peer can see one by one. Linked into a
-/// program, it puts a `send` of its own before the C library's, which sends as it is told while no recorder
-/// lives.
-///
-/// One recorder at a time, on the thread that sends.
+/// Watches and steers the calls of `send` on the thread that makes it, which no peer can see one by one.
+/// Other threads send undisturbed.
 class SendRecorder {
 public:
     struct Call {
@@ -18,9 +19,6 @@ public:
     };
 
     SendRecorder();
-    ~SendRecorder();
-    SendRecorder(const SendRecorder&) = delete;
-    SendRecorder& operator=(const SendRecorder&) = delete;
 
     /// Lets the call with this number, the first being 0, fail with the error, sending nothing.
     void failCall(std::size_t number, int error);
@@ -32,10 +30,9 @@ public:
     [[nodiscard]] const std::vector<Call>& calls() const { return m_calls; }
     [[nodiscard]] std::vector<std::size_t> lengths() const;
 
-    /// What `send` of this program does while this recorder lives; returns as `send` does.
+private:
     long send(int descriptor, const void* bytes, std::size_t length, int flags);
 
-private:
     static constexpr std::size_t none = static_cast<std::size_t>(-1);
 
     std::vector<Call> m_calls;
@@ -43,6 +40,7 @@ private:
     std::size_t m_shortened = none;
     std::size_t m_shortLength = 0;
     int m_error = 0;
+    const InPlaceOf<::send> m_sends;
 };
 
 } // namespace ZNORBTEST

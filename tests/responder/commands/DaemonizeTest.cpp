@@ -2,6 +2,7 @@
 
 #include "responder/Globals.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Waiting.h"
 
@@ -100,22 +101,6 @@ struct Report {
     bool daemonResult;
     std::atomic<bool> isDaemonDone;
 };
-
-/// For the process that a test prepares and those that it forks.
-bool kernelHasRanges = true;
-
-} // namespace
-
-// Stands in for the C library's in this executable.
-extern "C" int close_range(unsigned first, unsigned last, int flags) noexcept {
-    if (!kernelHasRanges) {
-        errno = ENOSYS;
-        return -1;
-    }
-    return static_cast<int>(syscall(SYS_close_range, first, last, flags));
-}
-
-namespace {
 
 /// The call in a process whose parent is not process 1: the invoking process and the daemon each report and
 /// end with a status of their own.
@@ -260,11 +245,11 @@ TEST_F(Daemonize, DescriptorsUpTo255AreClosedAndThoseAboveAreKept) {
 }
 
 TEST_F(Daemonize, DescriptorsAreClosedOneByOneOnAKernelThatClosesNoRange) {
+    const ZNORBTEST::FailingCall<close_range> ranges(ENOSYS);
     run(false, []() {
         for (const int descriptor : {3, 4, 100, 255, 256, 300}) {
             (void)dup2(STDERR_FILENO, descriptor);
         }
-        kernelHasRanges = false;
     });
     EXPECT_EQ(report->daemon.lowestOpen, 256);
     EXPECT_EQ(report->daemon.highestOpen, 300);

@@ -4,6 +4,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/Rows.h"
+#include "tests/support/StandIns.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -31,9 +32,6 @@ struct Sleeps {
     sem_t* lock = nullptr;
 };
 
-/// Set in the stopping process only.
-Sleeps* s_sleeps = nullptr;
-
 void count(Sleeps& sleeps, useconds_t microseconds) {
     switch (microseconds) {
     case 100'000:
@@ -49,20 +47,6 @@ void count(Sleeps& sleeps, useconds_t microseconds) {
     }
 }
 
-} // namespace
-
-// Stands in for the C library's in this executable.
-extern "C" int usleep(useconds_t microseconds) {
-    if (s_sleeps != nullptr) {
-        count(*s_sleeps, microseconds);
-        return 0;
-    }
-    const timespec length = {microseconds / 1'000'000, microseconds % 1'000'000 * 1000};
-    return nanosleep(&length, nullptr);
-}
-
-namespace {
-
 /// A daemon that answers "QUIT" and holds its lock; the name stays when it lets go.
 class StopDaemon : public testing::Test {
 protected:
@@ -77,7 +61,10 @@ protected:
         sleeps->releaseIn = sleep;
         sleeps->lock = m_lock;
         return endOfForked([this]() {
-            s_sleeps = &*sleeps;
+            const InPlaceOf<usleep> noSleep([this](useconds_t microseconds) {
+                count(*sleeps, microseconds);
+                return 0;
+            });
             return stopDaemon();
         });
     }

@@ -4,20 +4,17 @@
 #include "responder/Globals.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/StandIns.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <semaphore.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
-#include <functional>
 #include <thread>
-#include <utility>
 
 namespace {
 
@@ -41,38 +38,6 @@ sigset_t currentMask() {
     (void)sigprocmask(SIG_BLOCK, nullptr, &mask);
     return mask;
 }
-
-/// In a child: makes the first removal of a file wait for a thread that pauses.
-std::atomic<bool> firstUnlinkAwaitsPause = false;
-std::atomic<bool> isUnlinking = false;
-std::atomic<bool> isPausing = false;
-
-/// In a child: what the first removal of a file does before, once.
-std::function<void()> beforeUnlink;
-
-} // namespace
-
-// Stand in for the C library's in this executable.
-
-extern "C" int unlink(const char* path) noexcept {
-    if (firstUnlinkAwaitsPause.exchange(false)) {
-        isUnlinking = true;
-        while (!isPausing) {
-            (void)usleep(1000);
-        }
-    }
-    if (beforeUnlink) {
-        std::exchange(beforeUnlink, nullptr)();
-    }
-    return static_cast<int>(syscall(SYS_unlinkat, AT_FDCWD, path, 0));
-}
-
-extern "C" int pause() {
-    isPausing = true;
-    return poll(nullptr, 0, -1);
-}
-
-namespace {
 
 /// Somebody else's handle on the lock, as a stopping process has it. Removes the name in the end.
 class OtherHandle {
@@ -168,7 +133,19 @@ TEST_F(TerminationSignal, HandlerDoesTheSameWhenItIsCalled) {
 TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProcess) {
     expectEndOfForked(exitedWith(10), [this]() {
         (void)appLock.create(true);
-        firstUnlinkAwaitsPause = true;
+        std::atomic<bool> isUnlinking = false;
+        std::atomic<bool> isPausing = false;
+        const InPlaceOf<unlink> removal([&](const char* path) {
+            isUnlinking = true;
+            while (!isPausing) {
+                (void)usleep(1000);
+            }
+            return unlink(path);
+        });
+        const InPlaceOf<pause> rest([&isPausing]() {
+            isPausing = true;
+            return pause();
+        });
         const auto handle = []() { ExitSignalHandler(SIGTERM); };
         std::thread(handle).detach();
         while (!isUnlinking) {
@@ -186,12 +163,13 @@ TEST_F(TerminationSignal, CopyThatWasMadeWhileTheProcessEndedEndsByItsOwnSignal)
     const SharedReport<ProcessEnd> copy;
     expectEndOfForked(exitedWith(10), [&copy]() {
         (void)appLock.create(true);
-        beforeUnlink = [&copy]() {
+        const InPlaceOf<unlink> removal([&copy](const char* path) {
             *copy = endOfForked([]() {
                 ExitSignalHandler(SIGTERM);
                 return survived;
             });
-        };
+            return unlink(path);
+        });
         ExitSignalHandler(SIGTERM);
         return survived;
     });

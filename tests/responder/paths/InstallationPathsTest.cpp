@@ -115,8 +115,7 @@ TEST_F(InstallationPathsTest, ProductDoesNotMatterWhereTheLinkCanBeRead) {
 
 TEST_F(InstallationPathsTest, LinkThatCannotBeReadGivesAnEmptyDirectory) {
     for (const int error : {EACCES, EINVAL, ENOENT, EIO}) {
-        const ExecutableLink link("/srv/app/bin/program");
-        ExecutableLink::fail(error);
+        const ExecutableLink link("/srv/app/bin/program", error);
         EXPECT_EQ(getBinaryPath("znorb", ""), "");
         EXPECT_EQ(getBinaryPath("znorb", "sub"), "/sub");
     }
@@ -125,7 +124,7 @@ TEST_F(InstallationPathsTest, LinkThatCannotBeReadGivesAnEmptyDirectory) {
 TEST_F(InstallationPathsTest, LinkIsReadIntoExactly80Bytes) {
     const ExecutableLink link("/srv/app/bin/program");
     (void)getBinaryPath("znorb", "");
-    EXPECT_EQ(ExecutableLink::sizeAskedFor(), 80U);
+    EXPECT_EQ(link.sizeAskedFor(), 80U);
 }
 
 // ---- programs that are really started from a path of some length -----------------------------------

@@ -6,13 +6,13 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
+#include "tests/support/StandIns.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -63,29 +63,6 @@ int lowestFreeDescriptor() {
 }
 
 constexpr bool canSteerMappings = !underSanitizer;
-bool nextMappingIsNull = false;
-bool isShortenedOnceMapped = false;
-
-} // namespace
-
-#if !ZNORB_THREAD_SANITIZER && !ZNORB_ADDRESS_SANITIZER
-/// Stands in for the C library's in this executable.
-extern "C" void* mmap(void* address, std::size_t length, int protection, int flags, int descriptor,
-                      off_t offset) noexcept {
-    if (nextMappingIsNull) {
-        nextMappingIsNull = false;
-        return nullptr;
-    }
-    const long mapped = syscall(SYS_mmap, address, length, protection, flags, descriptor, offset);
-    if (isShortenedOnceMapped) {
-        isShortenedOnceMapped = false;
-        (void)!ftruncate(descriptor, 0);
-    }
-    return reinterpret_cast<void*>(mapped);
-}
-#endif
-
-namespace {
 
 class SharedObjectTest : public testing::Test {
 protected:
@@ -257,9 +234,13 @@ TEST_F(SharedObjectTest, MappingAtNullCountsAsFailed) {
     }
     {
         SharedObject object;
-        nextMappingIsNull = true;
+        unsigned mappings = 0;
+        const InPlaceOf<mmap> mapping([&mappings](auto...) {
+            ++mappings;
+            return nullptr;
+        });
         object.create();
-        EXPECT_FALSE(nextMappingIsNull);
+        EXPECT_EQ(mappings, 1U);
         EXPECT_EQ(object.table(), nullptr);
     }
     EXPECT_FALSE(exists(objectFile));
@@ -300,7 +281,13 @@ TEST_F(SharedObjectTest, TableIsLostWhenSomebodyShortensTheObjectBeforeItIsMade)
     if (!canSteerMappings) {
         GTEST_SKIP() << "the sanitizers map by themselves";
     }
-    EXPECT_EQ(endWithLostTable([]() { isShortenedOnceMapped = true; }), exitedWith(0));
+    const InPlaceOf<mmap> mapping(
+        [](void* address, std::size_t length, int protection, int flags, int descriptor, off_t offset) {
+            void* const mapped = mmap(address, length, protection, flags, descriptor, offset);
+            (void)!ftruncate(descriptor, 0);
+            return mapped;
+        });
+    EXPECT_EQ(endWithLostTable([]() {}), exitedWith(0));
 }
 
 } // namespace
