@@ -253,7 +253,7 @@ TEST(SleepMilliseconds, SleepsAtLeastAsLongAsAskedAndReturnsFromASleepOfNothing)
 TEST(SleepMilliseconds, LongSleepIsMadeOfStepsThatAddUp) {
     const std::uint64_t milliseconds = std::numeric_limits<unsigned>::max();
     std::uint64_t slept = 0;
-    const ZNORBTEST::InPlaceOf<usleep> sleeps([&slept](useconds_t microseconds) {
+    const InPlaceOf<usleep> sleeps([&slept](useconds_t microseconds) {
         slept += microseconds;
         return 0;
     });

@@ -258,7 +258,7 @@ TEST_F(ExitSweep, ClientWithoutAPortIsTriedInVainQuietly) {
     enter(0, std::uint16_t{0});
     enter(1, first.port(), 0);
     std::vector<std::uint16_t> tried;
-    const ZNORBTEST::InPlaceOf<::connect> connections(
+    const InPlaceOf<::connect> connections(
         [&tried](int descriptor, const sockaddr* address, socklen_t length) {
             tried.push_back(ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port));
             return ::connect(descriptor, address, length);

@@ -245,7 +245,7 @@ TEST_F(Daemonize, DescriptorsUpTo255AreClosedAndThoseAboveAreKept) {
 }
 
 TEST_F(Daemonize, DescriptorsAreClosedOneByOneOnAKernelThatClosesNoRange) {
-    const ZNORBTEST::FailingCall<close_range> ranges(ENOSYS);
+    const FailingCall<close_range> ranges(ENOSYS);
     run(false, []() {
         for (const int descriptor : {3, 4, 100, 255, 256, 300}) {
             (void)dup2(STDERR_FILENO, descriptor);
