@@ -2,6 +2,7 @@
 
 #include "common/threads/ThreadHandle.h"
 #include "common/threads/Threadable.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
@@ -264,6 +265,21 @@ TEST(ThreadGroup, AddWithoutMemoryLeavesTheHandleToItsCaller) {
         const bool unchanged = unused.size() == 0 && used.size() == 1 && used.at(0) == known;
         return refused && unchanged ? 0 : 2;
     });
+}
+
+using ThreadGroupAllocations = AllocationTest;
+
+TEST_F(ThreadGroupAllocations, AddForWhichHalfOfTheMemoryIsThereLeavesTheHandleToItsCallerToo) {
+    ThreadGroup group;
+    ThreadHandle handle;
+    {
+        const FailingAllocation second(1); // the first one makes the unused group's end
+        EXPECT_FALSE(group.add(&handle));
+        EXPECT_TRUE(FailingAllocation::hasHappened());
+    }
+    EXPECT_EQ(group.size(), 0U);
+    ASSERT_TRUE(group.add(new ThreadHandle));
+    EXPECT_EQ(group.size(), 1U);
 }
 
 } // namespace

@@ -90,6 +90,23 @@ private:
     int* m_copiesLeft;
 };
 
+TEST(List, RemovesAValueInItsMiddleAndNamesThePlaceBehind) {
+    list<int> values = listOf({1, 2, 3});
+    auto place = ++values.begin();
+    place = values.remove(place);
+    EXPECT_EQ(*place, 3);
+    EXPECT_EQ(valuesOf(values), (std::vector<int>{1, 3}));
+    EXPECT_TRUE(linksAreWhole(values));
+}
+
+TEST(List, RemovesItsFirstAndItsLastValueByTheirPlaces) {
+    list<int> values = listOf({1, 2});
+    EXPECT_EQ(*values.remove(values.begin()), 2);
+    EXPECT_EQ(values.remove(values.begin()), values.end());
+    EXPECT_TRUE(values.empty());
+    EXPECT_TRUE(linksAreWhole(values));
+}
+
 } // namespace
 
 TEST_F(ListAllocations, AllocatesNothingBeforeTheFirstValue) {

@@ -19,7 +19,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using ORBCOMMON::clearSignalMask;
 using ORBCOMMON::holdTermination;
 using ORBCOMMON::restoreSignalMask;
 using namespace ZNORBTEST;
@@ -222,85 +221,6 @@ TEST_F(TerminationSignal, OtherSignalsKeepTheirActions) {
         (void)std::signal(SIGINT, SIG_DFL);
         installTerminationHandler();
         (void)raise(SIGINT);
-        return survived;
-    });
-}
-
-TEST_F(TerminationSignal, HoldingReturnsTheMaskThatWasInForce) {
-    const sigset_t before = currentMask();
-    ASSERT_FALSE(isHeldBack(before));
-    const sigset_t first = holdTermination();
-    const sigset_t second = holdTermination();
-    EXPECT_TRUE(isHeldBack(currentMask()));
-    EXPECT_FALSE(isHeldBack(first));
-    EXPECT_TRUE(isHeldBack(second));
-    restoreSignalMask(first);
-    EXPECT_FALSE(isHeldBack(currentMask()));
-}
-
-TEST_F(TerminationSignal, HoldingAddsToTheMaskAndRestoringBringsItBack) {
-    sigset_t user;
-    (void)sigemptyset(&user);
-    (void)sigaddset(&user, SIGUSR1);
-    sigset_t original;
-    ASSERT_EQ(sigprocmask(SIG_BLOCK, &user, &original), 0);
-    const sigset_t before = holdTermination();
-    const sigset_t held = currentMask();
-    EXPECT_EQ(sigismember(&held, SIGUSR1), 1);
-    EXPECT_TRUE(isHeldBack(held));
-    restoreSignalMask(before);
-    const sigset_t after = currentMask();
-    EXPECT_EQ(sigismember(&after, SIGUSR1), 1);
-    EXPECT_FALSE(isHeldBack(after));
-    (void)sigprocmask(SIG_SETMASK, &original, nullptr);
-}
-
-TEST_F(TerminationSignal, HeldSignalIsDeliveredWhenTheMaskIsRestored) {
-    ForkedChild daemon([this]() {
-        installTerminationHandler();
-        const sigset_t mask = holdTermination();
-        reachAndWait(1);
-        reach(2);
-        restoreSignalMask(mask);
-        reach(3);
-        return survived;
-    });
-    awaitStep(1);
-    ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
-    allow(1);
-    EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
-    EXPECT_EQ(steps->reached, 2) << "not before, and not later";
-}
-
-TEST_F(TerminationSignal, ForkedProcessHoldsItBackToo) {
-    expectEndOfForked(exitedWith(3), []() {
-        (void)holdTermination();
-        return endOfForked([]() { return isHeldBack(currentMask()) ? 3 : 4; }).number;
-    });
-}
-
-TEST_F(TerminationSignal, ClearedMaskHoldsNothingBackWhateverWasInherited) {
-    const SharedReport<std::atomic<int>> heldSignals;
-    expectEndOfForked(exitedWith(0), [&heldSignals]() {
-        sigset_t all;
-        (void)sigfillset(&all);
-        (void)sigprocmask(SIG_SETMASK, &all, nullptr);
-        clearSignalMask();
-        const sigset_t mask = currentMask();
-        for (int signalNumber = 1; signalNumber < 32; ++signalNumber) {
-            *heldSignals += sigismember(&mask, signalNumber);
-        }
-        return 0;
-    });
-    EXPECT_EQ(*heldSignals, 0);
-}
-
-TEST_F(TerminationSignal, ClearingTheMaskDeliversWhatWasHeldBack) {
-    expectEndOfForked(exitedWith(10), []() {
-        installTerminationHandler();
-        (void)holdTermination();
-        (void)raise(SIGTERM);
-        clearSignalMask();
         return survived;
     });
 }
