@@ -30,11 +30,17 @@ TEST_F(UserMessageTest, EachMessageIsFollowedByANewlineAndThereAtOnce) {
     std::string expected;
     for (const std::string& message :
          {std::string("The ZN Orbisan daemon has started."), std::string("two"), std::string(),
-          std::string("100%s %n %d%%"), std::string(200000, 'x')}) {
+          std::string("100%s %n %d%%"), std::string(ZNORBRESPONDER::longestMessage, 'x')}) {
         tellUser(m_file, message.c_str());
         expected += message + "\n";
         EXPECT_EQ(readFile(m_path), expected);
     }
+}
+
+TEST_F(UserMessageTest, LongerMessageIsCutAndStillEndsWithANewline) {
+    const std::string longest(ZNORBRESPONDER::longestMessage, 'x');
+    tellUser(m_file, (longest + "beyond").c_str());
+    EXPECT_EQ(readFile(m_path), longest + "\n");
 }
 
 TEST(UserMessage, MessageAndNewlineAreOnePiece) {
