@@ -19,7 +19,7 @@ RETRY = 0.1
 def parse(words):
     """Seconds to connect, seconds to wait for the reply, and the request; None for a wrong command line."""
     seconds = {"-wait": 5, "-reply": 120}
-    while len(words) > 2 and words[0] in seconds and re.fullmatch("[0-9]+", words[1], re.ASCII):
+    while len(words) > 2 and words[0] in seconds and re.fullmatch("[0-9]{1,9}", words[1], re.ASCII):
         if int(words[1]) > LONGEST_WAIT:
             return None
         seconds[words[0]] = int(words[1])

@@ -1,6 +1,7 @@
 /// What an author of clients and requesters gets: the header and znorb.pc as they are installed, the examples
 /// built with them and run by the installed daemon.
 
+#include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
@@ -138,11 +139,52 @@ TEST_F(InstalledKit, BuildsExamplesWithClangThatTheInstalledDaemonServes) {
     expectTheExamplesServed();
 }
 
-TEST_F(InstalledKit, IsUsedAsTheProtocolSays) {
+/// The line of docs/PROTOCOL.md that begins so, without its indentation.
+std::string lineOfTheProtocol(const std::string& start) {
     const std::string document = readFile(sourceDirectory + "/docs/PROTOCOL.md");
-    const auto begin = document.find("    cc -std=c11");
-    ASSERT_NE(begin, std::string::npos);
-    const ProgramResult result = runInWork(document.substr(begin, document.find('\n', begin) - begin));
+    const auto begin = document.find(" " + start);
+    EXPECT_NE(begin, std::string::npos) << start;
+    return begin == std::string::npos ? ""
+                                      : document.substr(begin + 1, document.find('\n', begin) - begin - 1);
+}
+
+class PythonKit : public InstalledKit {
+protected:
+    void SetUp() override {
+        if (runProgram(shellScript("", "command -v python3")).end != exitedWith(0)) {
+            GTEST_SKIP() << "Python is not installed";
+        }
+        InstalledKit::SetUp();
+    }
+};
+
+TEST_F(PythonKit, HasExamplesThatTheInstalledDaemonServes) {
+    (void)unlink(m_driver.client().c_str());
+    const std::string examples = m_root / "usr/share/doc/znorb/examples/";
+    const std::string installation = lineOfTheProtocol("install -m 755 znorbclient.py");
+    ASSERT_EQ(runInWork("cd " + examples + "\n" + installation).end, exitedWith(0));
+    ASSERT_TRUE(m_driver.startServing());
+    EXPECT_EQ(runInWork("python3 " + examples + "znorbrequestor.py 'GET|en'").output, "0\n");
+    ASSERT_TRUE(DaemonDriver::waitForClient(0));
+    const std::string identifier = identifierOf(readSharedTable()->entries[0]);
+    ASSERT_THAT(identifier, testing::MatchesRegex("znorbclient-[0-9]+ en"));
+    EXPECT_EQ(m_driver.run({"-stop"}).output, "The ZN Orbisan daemon has stopped.\n");
+    const pid_t client = std::stoi(identifier.substr(identifier.find('-') + 1));
+    EXPECT_TRUE(waitUntil([client]() { return programOf(client).empty(); }));
+}
+
+TEST_F(PythonKit, WritesThePortAsTheProtocolSays) {
+    const std::string store = lineOfTheProtocol("ctypes.c_uint16");
+    const ProgramResult result = runInWork("python3 -c '\nimport ctypes\nimport sys\n"
+                                           "table, index, port = bytearray(8196), 2, 40001\n" +
+                                           store +
+                                           "\nassert table[384:386] == port.to_bytes(2, sys.byteorder)\n"
+                                           "assert table.count(0) == len(table) - 2'");
+    EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
+}
+
+TEST_F(InstalledKit, IsUsedAsTheProtocolSays) {
+    const ProgramResult result = runInWork(lineOfTheProtocol("cc -std=c11"));
     EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
     EXPECT_TRUE(exists(m_work / "znorbclient"));
 }

@@ -1,9 +1,9 @@
-#include "tests/sandbox/Processes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/SanitizerReports.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
+#include "tests/system/Example.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
@@ -37,16 +37,11 @@ constexpr const char* notFoundResponse = "HTTP/1.0 404 Not Found\r\n"
                                          "Content-Length: 23\r\n\r\n"
                                          "{\"result\":\"not found\"}\n";
 
-class ExampleClient : public testing::Test {
+const Example clients[] = {{"C", "znorbclient"}, {"Python", "znorbclient.py"}};
+
+class ExampleClient : public ExampleTest, public testing::WithParamInterface<Example> {
 protected:
-    Launch launch(const std::vector<std::string>& arguments) const {
-        Launch result;
-        const std::string self = programOf(getpid());
-        result.program = self.substr(0, self.rfind('/')) + "/znorbclient";
-        result.arguments = arguments;
-        result.environment = m_reports.environment();
-        return result;
-    }
+    ExampleClient() : ExampleTest(GetParam()) {}
 
     // The usual client of an entry, claimed for it; returns when it has filled the entry in.
     ChildProcess& startClient(unsigned index, const std::vector<std::string>& more = {}) {
@@ -76,18 +71,19 @@ protected:
     OwnSharedTable table;
 
 private:
-    SanitizerReports m_reports;
     std::list<ChildProcess> m_clients;
 };
 
-TEST_F(ExampleClient, WritesItsIdentifierAndPortIntoItsEntry) {
+INSTANTIATE_TEST_SUITE_P(, ExampleClient, testing::ValuesIn(clients), rowName);
+
+TEST_P(ExampleClient, WritesItsIdentifierAndPortIntoItsEntry) {
     ChildProcess& client = startClient(3);
     EXPECT_EQ(identifierOf(table->entries[3]), "znorbclient-" + std::to_string(client.pid()) + " en");
     EXPECT_EQ(table->entries[3].in_use, 1);
     EXPECT_TRUE(LocalConnection::toPort(table.portOf(3)).isConnected());
 }
 
-TEST_F(ExampleClient, TouchesNoOtherPartOfTheTable) {
+TEST_P(ExampleClient, TouchesNoOtherPartOfTheTable) {
     const znorb_shared_table before = *table;
     ChildProcess& client = startClient(5);
     endInOrder(5, client);
@@ -99,14 +95,14 @@ TEST_F(ExampleClient, TouchesNoOtherPartOfTheTable) {
     EXPECT_EQ(std::memcmp(&before, &*table, sizeof before), 0);
 }
 
-TEST_F(ExampleClient, AnswersTheExitRequestAndFreesItsEntryAndEndsAndSaysNothing) {
+TEST_P(ExampleClient, AnswersTheExitRequestAndFreesItsEntryAndEndsAndSaysNothing) {
     ChildProcess& client = startClient(0);
     endInOrder(0, client);
     EXPECT_EQ(client.errors(), "");
     EXPECT_EQ(client.output(), "");
 }
 
-TEST_F(ExampleClient, ServesTheFirstAndTheLastEntryAtTheSameTime) {
+TEST_P(ExampleClient, ServesTheFirstAndTheLastEntryAtTheSameTime) {
     ChildProcess& first = startClient(0);
     ChildProcess& last = startClient(63);
     EXPECT_NE(table.portOf(0), table.portOf(63));
@@ -115,7 +111,7 @@ TEST_F(ExampleClient, ServesTheFirstAndTheLastEntryAtTheSameTime) {
     endInOrder(0, first);
 }
 
-TEST_F(ExampleClient, ListensOnTheLoopbackAddressOnly) {
+TEST_P(ExampleClient, ListensOnTheLoopbackAddressOnly) {
     startClient(0);
     const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};
@@ -127,7 +123,7 @@ TEST_F(ExampleClient, ListensOnTheLoopbackAddressOnly) {
     (void)close(descriptor);
 }
 
-TEST_F(ExampleClient, AnswersOtherRequestsWithNotFoundAndGoesOn) {
+TEST_P(ExampleClient, AnswersOtherRequestsWithNotFoundAndGoesOn) {
     ChildProcess& client = startClient(0);
     for (const char* request :
          {"GET /ExitApplication.json HTTP/1.0\r\n\r\n", "POST / HTTP/1.0\r\n\r\n",
@@ -139,7 +135,7 @@ TEST_F(ExampleClient, AnswersOtherRequestsWithNotFoundAndGoesOn) {
     endInOrder(0, client);
 }
 
-TEST_F(ExampleClient, UnderstandsARequestThatArrivesInPieces) {
+TEST_P(ExampleClient, UnderstandsARequestThatArrivesInPieces) {
     ChildProcess& client = startClient(0);
     {
         LocalConnection connection = LocalConnection::toPort(table.portOf(0));
@@ -151,7 +147,7 @@ TEST_F(ExampleClient, UnderstandsARequestThatArrivesInPieces) {
     EXPECT_EQ(client.waitForEnd(), exitedWith(0));
 }
 
-TEST_F(ExampleClient, IsNotHeldUpByPeersThatSayNothing) {
+TEST_P(ExampleClient, IsNotHeldUpByPeersThatSayNothing) {
     ChildProcess& client = startClient(0);
     const LocalConnection silent = LocalConnection::toPort(table.portOf(0));
     const LocalConnection alsoSilent = LocalConnection::toPort(table.portOf(0));
@@ -159,7 +155,7 @@ TEST_F(ExampleClient, IsNotHeldUpByPeersThatSayNothing) {
     endInOrder(0, client); // it gave up on both before
 }
 
-TEST_F(ExampleClient, SurvivesPeersThatHangUp) {
+TEST_P(ExampleClient, SurvivesPeersThatHangUp) {
     ChildProcess& client = startClient(0);
     for (const char* begun : {"", "P", "POST /ExitApplication.json HTTP/1.0\r\n", "GET / HTTP/1.0\r\n\r\n"}) {
         const LocalConnection connection = LocalConnection::toPort(table.portOf(0));
@@ -170,7 +166,7 @@ TEST_F(ExampleClient, SurvivesPeersThatHangUp) {
     endInOrder(0, client);
 }
 
-TEST_F(ExampleClient, HangsUpOnARequestThatHasNoEnd) {
+TEST_P(ExampleClient, HangsUpOnARequestThatHasNoEnd) {
     ChildProcess& client = startClient(0);
     for (const std::string& endless :
          {std::string(8193, 'x'),
@@ -184,7 +180,7 @@ TEST_F(ExampleClient, HangsUpOnARequestThatHasNoEnd) {
     endInOrder(0, client);
 }
 
-TEST_F(ExampleClient, EndsByItselfWhenItsTimeIsUpAlsoWhileAPeerHoldsIt) {
+TEST_P(ExampleClient, EndsByItselfWhenItsTimeIsUpAlsoWhileAPeerHoldsIt) {
     for (const bool isHeld : {false, true}) {
         ChildProcess& client = startClient(0, {"-timeout", "1"});
         std::optional<LocalConnection> silent;
@@ -196,7 +192,7 @@ TEST_F(ExampleClient, EndsByItselfWhenItsTimeIsUpAlsoWhileAPeerHoldsIt) {
     }
 }
 
-TEST_F(ExampleClient, TakesZeroAndGarbageForTheUsualTimeOut) {
+TEST_P(ExampleClient, TakesZeroAndGarbageForTheUsualTimeOut) {
     unsigned index = 0;
     for (const char* timeOut : {"0", "", "-1", "x", "1x", " 1", "0.1", "99999999999999999999"}) {
         ChildProcess& client = startClient(index, {"-timeout", timeOut});
@@ -206,7 +202,7 @@ TEST_F(ExampleClient, TakesZeroAndGarbageForTheUsualTimeOut) {
     }
 }
 
-TEST_F(ExampleClient, FreesItsEntryWhenItIsEndedByASignal) {
+TEST_P(ExampleClient, FreesItsEntryWhenItIsEndedByASignal) {
     unsigned index = 0;
     for (const int number : {SIGTERM, SIGINT, SIGHUP}) {
         ChildProcess& client = startClient(index);
@@ -217,7 +213,7 @@ TEST_F(ExampleClient, FreesItsEntryWhenItIsEndedByASignal) {
     }
 }
 
-TEST_F(ExampleClient, WritesAnyLanguageAsItIsAndCutsOneThatIsTooLongForTheField) {
+TEST_P(ExampleClient, WritesAnyLanguageAsItIsAndCutsOneThatIsTooLongForTheField) {
     unsigned index = 0;
     for (const std::string& language : {std::string(), std::string("%s%n"), std::string(500, 'x')}) {
         table.claim(index);
@@ -231,7 +227,7 @@ TEST_F(ExampleClient, WritesAnyLanguageAsItIsAndCutsOneThatIsTooLongForTheField)
     }
 }
 
-TEST_F(ExampleClient, KeepsNoDescriptorOfAConnection) {
+TEST_P(ExampleClient, KeepsNoDescriptorOfAConnection) {
     ChildProcess& client = startClient(0);
     const std::string descriptors = "/proc/" + std::to_string(client.pid()) + "/fd";
     const std::vector<std::string> before = namesIn(descriptors);
@@ -243,7 +239,7 @@ TEST_F(ExampleClient, KeepsNoDescriptorOfAConnection) {
     endInOrder(0, client);
 }
 
-TEST_F(ExampleClient, SaysItsPortAndWhyItEndsInTestMode) {
+TEST_P(ExampleClient, SaysItsPortAndWhyItEndsInTestMode) {
     table.claim(0);
     ChildProcess client(launch({"-v", "-lang", "en", "-wbx", "-index", "0"}));
     ASSERT_TRUE(waitUntil([this]() { return table.portOf(0) != 0; }));
@@ -253,7 +249,7 @@ TEST_F(ExampleClient, SaysItsPortAndWhyItEndsInTestMode) {
                                    "\nznorbclient: entry 0, asked to exit over HTTP\n");
 }
 
-TEST_F(ExampleClient, RefusesAnEntryThatIsNotInTheTableOrNotClaimed) {
+TEST_P(ExampleClient, RefusesAnEntryThatIsNotInTheTableOrNotClaimed) {
     for (const char* index : {"64", "65536", "-1", "", "x", "1x", "99999999999999999999"}) {
         const ProgramResult result = runProgram(launch({"-lang", "en", "-wbx", "-index", index}));
         EXPECT_EQ(result.end, exitedWith(1)) << index;
@@ -268,7 +264,7 @@ TEST_F(ExampleClient, RefusesAnEntryThatIsNotInTheTableOrNotClaimed) {
     EXPECT_EQ(table.portOf(0), 0);
 }
 
-TEST_F(ExampleClient, SkipsWordsThatItDoesNotKnow) {
+TEST_P(ExampleClient, SkipsWordsThatItDoesNotKnow) {
     ChildProcess& client = startClient(0, {"-newer", "-option", "value"});
     endInOrder(0, client);
 }
@@ -279,14 +275,16 @@ protected:
     ExampleClientAlone() { (void)shm_unlink(ZNORB_TABLE_NAME); }
 };
 
-TEST_F(ExampleClientAlone, SaysThatThereIsNoTable) {
+INSTANTIATE_TEST_SUITE_P(, ExampleClientAlone, testing::ValuesIn(clients), rowName);
+
+TEST_P(ExampleClientAlone, SaysThatThereIsNoTable) {
     const ProgramResult result = runProgram(launch({"-lang", "en", "-wbx", "-index", "0"}));
     EXPECT_EQ(result.end, exitedWith(1));
     EXPECT_THAT(result.errors, StartsWith("znorbclient: the table /znorb.shvars cannot be opened"));
     EXPECT_FALSE(readSharedTable().has_value()); // and makes none
 }
 
-TEST_F(ExampleClientAlone, RefusesATableThatIsTooSmall) {
+TEST_P(ExampleClientAlone, RefusesATableThatIsTooSmall) {
     const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR | O_CREAT | O_EXCL, 0666);
     ASSERT_NE(descriptor, -1);
     ASSERT_EQ(ftruncate(descriptor, ZNORB_TABLE_SIZE - 1), 0);

@@ -1,16 +1,15 @@
-#include "tests/sandbox/Processes.h"
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
-#include "tests/support/SanitizerReports.h"
+#include "tests/system/Example.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <string>
+#include <tuple>
 #include <vector>
 
 namespace {
@@ -22,16 +21,11 @@ using namespace ZNORBTEST;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";
 
-class ExampleRequester : public testing::Test {
+const Example requesters[] = {{"C", "znorbrequestor"}, {"Python", "znorbrequestor.py"}};
+
+class RequesterTest : public ExampleTest {
 protected:
-    Launch launch(const std::vector<std::string>& arguments) const {
-        Launch result;
-        const std::string self = programOf(getpid());
-        result.program = self.substr(0, self.rfind('/')) + "/znorbrequestor";
-        result.arguments = arguments;
-        result.environment = m_reports.environment();
-        return result;
-    }
+    using ExampleTest::ExampleTest;
 
     ProgramResult run(const std::vector<std::string>& arguments) const {
         return runProgram(launch(arguments));
@@ -41,10 +35,14 @@ protected:
     static PeerScript replying(const std::string& request, const std::vector<std::string>& pieces) {
         return {request.size(), pieces};
     }
-
-private:
-    SanitizerReports m_reports;
 };
+
+class ExampleRequester : public RequesterTest, public testing::WithParamInterface<Example> {
+protected:
+    ExampleRequester() : RequesterTest(GetParam()) {}
+};
+
+INSTANTIATE_TEST_SUITE_P(, ExampleRequester, testing::ValuesIn(requesters), rowName);
 
 /// A request, the pieces of its reply, and what is printed.
 struct Dialogue {
@@ -58,10 +56,14 @@ struct Dialogue {
     friend void PrintTo(const Dialogue& row, std::ostream* stream) { *stream << row.name; }
 };
 
-class RequesterDialogue : public ExampleRequester, public testing::WithParamInterface<Dialogue> {};
+class RequesterDialogue : public RequesterTest,
+                          public testing::WithParamInterface<std::tuple<Example, Dialogue>> {
+protected:
+    RequesterDialogue() : RequesterTest(std::get<0>(GetParam())) {}
+};
 
 TEST_P(RequesterDialogue, SendsTheRequestAsItIsAndPrintsTheReply) {
-    const Dialogue& row = GetParam();
+    const Dialogue& row = std::get<1>(GetParam());
     const ListeningPeer daemon({row.request.size(), row.pieces, row.isHeldOpen}, socketPath);
     EXPECT_THAT(run({"-reply", row.isHeldOpen ? "1" : "5", row.request}),
                 resultIs(exitedWith(row.errors.empty() ? 0 : 1), row.output, row.errors));
@@ -86,9 +88,14 @@ const Dialogue dialogues[] = {
     {"NoReply", "GET|en", {}, false, "", noReply},
 };
 
-INSTANTIATE_TEST_SUITE_P(ExampleRequester, RequesterDialogue, testing::ValuesIn(dialogues), rowName);
+INSTANTIATE_TEST_SUITE_P(ExampleRequester, RequesterDialogue,
+                         testing::Combine(testing::ValuesIn(requesters), testing::ValuesIn(dialogues)),
+                         [](const auto& row) {
+                             return std::string(std::get<0>(row.param).name) + "_" +
+                                    std::get<1>(row.param).name;
+                         });
 
-TEST_F(ExampleRequester, DoesNotWaitForAReplyForEver) {
+TEST_P(ExampleRequester, DoesNotWaitForAReplyForEver) {
     PeerScript script = replying("GET|en", {});
     script.holdOpen = true;
     const ListeningPeer daemon(script, socketPath);
@@ -96,13 +103,13 @@ TEST_F(ExampleRequester, DoesNotWaitForAReplyForEver) {
     EXPECT_EQ(run({"-reply", "0", "GET|en"}).end, exitedWith(1));
 }
 
-TEST_F(ExampleRequester, FailsWhenNobodyListens) {
+TEST_P(ExampleRequester, FailsWhenNobodyListens) {
     EXPECT_THAT(
         run({"-wait", "0", "GET|en"}),
         resultIs(exitedWith(1), "", "znorbrequestor: the responder cannot be reached: is it running?\n"));
 }
 
-TEST_F(ExampleRequester, TriesAgainUntilSomebodyListens) {
+TEST_P(ExampleRequester, TriesAgainUntilSomebodyListens) {
     ChildProcess requester(launch({"-wait", "20", "GET|en"}));
     EXPECT_EQ(requester.waitForEnd(Milliseconds(150)), stillRunning()); // one attempt has failed
     const ListeningPeer daemon(replying("GET|en", {"0"}), socketPath);
@@ -110,13 +117,13 @@ TEST_F(ExampleRequester, TriesAgainUntilSomebodyListens) {
     EXPECT_EQ(requester.output(), "0\n");
 }
 
-TEST_F(ExampleRequester, TriesForFiveSecondsUnlessToldOtherwise) {
+TEST_P(ExampleRequester, TriesForFiveSecondsUnlessToldOtherwise) {
     const std::chrono::steady_clock::time_point begin = std::chrono::steady_clock::now();
     EXPECT_EQ(run({"GET|en"}).end, exitedWith(1));
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
 }
 
-TEST_F(ExampleRequester, ExplainsItsUsage) {
+TEST_P(ExampleRequester, ExplainsItsUsage) {
     for (const std::vector<std::string>& words :
          std::vector<std::vector<std::string>>{{},
                                                {""},
@@ -128,15 +135,16 @@ TEST_F(ExampleRequester, ExplainsItsUsage) {
                                                {"-reply", "5s", "GET|en"},
                                                {"-unknown", "5", "GET|en"},
                                                {"-help"},
+                                               {"-wait", std::string(5000, '9'), "GET|en"},
                                                {std::string(1025, 'x')}}) {
         const ProgramResult result = run(words);
         EXPECT_EQ(result.end, exitedWith(2));
-        EXPECT_THAT(result.errors, StartsWith("usage: znorbrequestor"));
+        EXPECT_THAT(result.errors, StartsWith("usage: " + program() + " [-wait SECONDS]"));
         EXPECT_EQ(result.output, "");
     }
 }
 
-TEST_F(ExampleRequester, FailsWhenTheReplyCannotBePrinted) {
+TEST_P(ExampleRequester, FailsWhenTheReplyCannotBePrinted) {
     const ListeningPeer daemon(replying("GET|en", {"0"}), socketPath);
     Launch shell;
     shell.program = "/bin/sh";

@@ -11,7 +11,8 @@ for file in ./opt/zn/znorb/bin/znorbresponder ./usr/sbin/znorb-clean ./usr/sbin/
     ./usr/share/doc/znorb/CHANGELOG.md $(cd "$source" && printf './usr/share/doc/znorb/%s ' docs/*) \
     ./usr/share/doc/znorb/examples/hardening.conf ./usr/share/doc/znorb/examples/Containerfile \
     ./usr/share/doc/znorb/examples/znorbclient.c ./usr/share/doc/znorb/examples/znorbrequestor.c \
-    ./usr/share/doc/znorb/examples/znorbrequestor.sh \
+    ./usr/share/doc/znorb/examples/znorbrequestor.sh ./usr/share/doc/znorb/examples/znorbclient.py \
+    ./usr/share/doc/znorb/examples/znorbrequestor.py \
     ./usr/share/lintian/overrides/znorb; do
     grep -qxF "$file" "$scratch/files" || fail "there is no $file"
     echo "$file" >>"$scratch/wanted"

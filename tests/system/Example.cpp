@@ -1,0 +1,26 @@
+#include "tests/system/Example.h"
+
+#include "tests/sandbox/Processes.h"
+#include "tests/support/ShellScript.h"
+
+#include <unistd.h>
+
+namespace ZNORBTEST {
+
+void ExampleTest::SetUp() {
+    if (program().ends_with(".py") &&
+        runProgram(shellScript("", "command -v python3")).end != exitedWith(0)) {
+        GTEST_SKIP() << "Python is not installed";
+    }
+}
+
+Launch ExampleTest::launch(const std::vector<std::string>& arguments) const {
+    const std::string self = programOf(getpid());
+    Launch result;
+    result.program = self.substr(0, self.rfind('/') + 1) + program();
+    result.arguments = arguments;
+    result.environment = m_reports.environment();
+    return result;
+}
+
+} // namespace ZNORBTEST
