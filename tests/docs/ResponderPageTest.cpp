@@ -5,6 +5,7 @@
 #include "responder/RuntimeNames.h"
 #include "responder/commands/ExitStatus.h"
 #include "tests/docs/ManualPage.h"
+#include "tests/docs/ShownScript.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
@@ -312,14 +313,55 @@ TEST_F(ResponderPage, GivesACommandThatMakesTheNextStartSucceed) {
     EXPECT_TRUE(driver.startServing());
 }
 
-TEST_F(ResponderPage, GivesAScriptThatStopsTheDaemonAndGoesOn) {
-    const std::vector<std::string> displays = page.displays("EXAMPLES");
-    ASSERT_EQ(displays.size(), 1U);
+class StopScript : public ResponderPage {
+protected:
+    void SetUp() override {
+        const std::vector<std::string> displays = page.displays("EXAMPLES");
+        ASSERT_EQ(displays.size(), 2U);
+        EXPECT_EQ(displays[0], startLine);
+        m_script = displays[1];
+    }
+
+    ProgramResult runIt() const { return runShownScript(driver, m_script); }
+
+private:
+    std::string m_script;
+};
+
+TEST_F(StopScript, StopsTheDaemonAndGoesOn) {
     ASSERT_TRUE(driver.startServing());
     for (const char* moment : {"while it runs", "when none runs"}) {
-        EXPECT_EQ(runProgram(shellScript(driver.directory(), displays[0])).end, exitedWith(0)) << moment;
+        EXPECT_EQ(runIt().end, exitedWith(0)) << moment;
         EXPECT_EQ(driver.waitForDaemon(), exitedWith(255)) << moment;
     }
+}
+
+TEST_F(StopScript, RemovesTheLockOfADeadDaemonThatDoesNotAnswer) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
+    ASSERT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
+    const ProgramResult result = runIt();
+    EXPECT_EQ(result.end, exitedWith(0));
+    EXPECT_THAT(result.output, HasSubstr("removed the stale lock"));
+    EXPECT_FALSE(exists(lockFile));
+}
+
+TEST_F(StopScript, FailsWhenTheDaemonDoesNotLetGoOfItsLock) {
+    const EndlessDaemon daemon;
+    const ProgramResult result = runIt();
+    EXPECT_EQ(result.end, exitedWith(2));
+    EXPECT_THAT(result.errors, HasSubstr("nothing was removed"));
+    EXPECT_TRUE(exists(lockFile));
+}
+
+TEST_F(StopScript, FailsWhenALivingDaemonDoesNotAnswer) {
+    ASSERT_TRUE(driver.startServing());
+    ASSERT_EQ(unlink(ZNORBRESPONDER::commandSocketPath), 0); // nobody gets through to it
+    const ProgramResult result = runIt();
+    EXPECT_EQ(result.end, exitedWith(2));
+    EXPECT_THAT(result.errors, HasSubstr("a responder runs"));
+    EXPECT_EQ(kill(driver.daemon(), SIGTERM), 0);
+    EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
 }
 
 TEST_F(ResponderPage, GivesACommandForTestModeWithoutATerminal) {

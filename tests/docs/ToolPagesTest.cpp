@@ -1,6 +1,7 @@
 /// znorb-clean.8 and znorb-wait.8 against the tools.
 
 #include "tests/docs/ManualPage.h"
+#include "tests/docs/ShownScript.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
@@ -201,18 +202,24 @@ TEST_F(WaitPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
     EXPECT_EQ(m_statuses, listedStatuses());
 }
 
-TEST_F(WaitPage, GivesAStartThatWorksOverAnOldTable) {
-    const std::vector<std::string> displays = m_page.displays("EXAMPLES");
-    ASSERT_EQ(displays.size(), 1U);
-    endBy(SIGTERM);
-    // An installed tool knows its executable; this one is told.
-    const std::string path = m_driver.directory() + ":" + toolDirectory;
-    const std::string told = "wait_told() { znorb-wait -e " + m_driver.program() + "; }\n" +
-                             std::regex_replace(displays[0], std::regex("znorb-wait"), "wait_told");
-    const ProgramResult result = runProgram(shellScript(path, told));
-    EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
-    EXPECT_EQ(askDaemon("PRINT"), "0");
-    EXPECT_EQ(m_driver.run({"-stop"}).output, "The ZN Orbisan daemon has stopped.\n");
+TEST_F(WaitPage, GivesAStartThatWorksOverWhatEachEndLeavesBehind) {
+    ASSERT_THAT(m_page.displays("EXAMPLES"), testing::ElementsAre(startLine));
+    for (const int number : {SIGTERM, SIGKILL}) {
+        endBy(number);
+        const ProgramResult result = runShownScript(m_driver, startLine);
+        EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
+        EXPECT_EQ(askDaemon("PRINT"), "0");
+        EXPECT_EQ(m_driver.run({"-stop"}).output, "The ZN Orbisan daemon has stopped.\n");
+    }
+}
+
+TEST(StartLine, IsTheSameWhereverItIsShown) {
+    for (const char* page : {"znorb-clean.8", "znorb-wait.8", "znorbresponder.8"}) {
+        EXPECT_THAT(ManualPage(page).displays("EXAMPLES"), testing::Contains(startLine)) << page;
+    }
+    for (const char* document : {"README.md", "docs/OPERATING.md"}) {
+        EXPECT_THAT(readSource(document), HasSubstr(std::string("\n    ") + startLine)) << document;
+    }
 }
 
 } // namespace
