@@ -217,7 +217,7 @@ TEST(StartLine, IsTheSameWhereverItIsShown) {
     for (const char* page : {"znorb-clean.8", "znorb-wait.8", "znorbresponder.8"}) {
         EXPECT_THAT(ManualPage(page).displays("EXAMPLES"), testing::Contains(startLine)) << page;
     }
-    for (const char* document : {"README.md", "docs/OPERATING.md"}) {
+    for (const char* document : {"README.md", "docs/OPERATING.md", "docs/TROUBLESHOOTING.md"}) {
         EXPECT_THAT(readSource(document), HasSubstr(std::string("\n    ") + startLine)) << document;
     }
 }

@@ -21,8 +21,10 @@ using testing::Contains;
 using testing::HasSubstr;
 
 const std::vector<std::string> documents = {
-    "README.md",           "CONTRIBUTING.md",   "CHANGELOG.md",     "SECURITY.md",    "docs/ARCHITECTURE.md",
-    "docs/PERFORMANCE.md", "docs/OPERATING.md", "docs/PROTOCOL.md", "docs/FAULTS.md", "docs/PACKAGING.md"};
+    "README.md",         "CONTRIBUTING.md",        "CHANGELOG.md",
+    "SECURITY.md",       "docs/ARCHITECTURE.md",   "docs/PERFORMANCE.md",
+    "docs/OPERATING.md", "docs/PROTOCOL.md",       "docs/FAULTS.md",
+    "docs/PACKAGING.md", "docs/TROUBLESHOOTING.md"};
 
 constexpr const char* layers[] = {"responder", "common", "foundation"};
 
@@ -188,10 +190,22 @@ TEST(Readme, ShowsTheCommandsThatExist) {
     for (const std::string& command : matches(readme, "\n    (script/[a-z-]+)")) {
         EXPECT_TRUE(exists(sourcePath(command))) << command;
     }
+}
+
+TEST(Documents, ShowPresetsThatExist) {
     const std::string presets = readSource("CMakePresets.json");
-    for (const std::string& preset : matches(readme, "--preset ([a-z]+)")) {
-        EXPECT_THAT(presets, HasSubstr("\"name\": \"" + preset + "\""));
+    unsigned count = 0;
+    for (const std::string& document : documents) {
+        for (const std::string& preset : matches(readSource(document), "--preset ([a-z]+)")) {
+            EXPECT_THAT(presets, HasSubstr("\"name\": \"" + preset + "\"")) << document;
+            ++count;
+        }
     }
+    EXPECT_GE(count, 3U);
+}
+
+TEST(Readme, IsShort) {
+    EXPECT_LT(linesOf(readSource("README.md")).size(), 100U);
 }
 
 TEST(Readme, ListsEveryExitStatus) {

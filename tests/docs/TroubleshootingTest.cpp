@@ -1,5 +1,5 @@
-/// The README's table "When something is wrong", row by row on a real daemon: the symptom comes from the
-/// cause, and the cure cures it.
+/// docs/TROUBLESHOOTING.md, symptom by symptom on a real daemon: it comes from the cause, and the cure cures
+/// it.
 
 #include "tests/docs/SourceTree.h"
 #include "tests/sandbox/Processes.h"
@@ -24,6 +24,7 @@
 namespace {
 
 using namespace ZNORBTEST;
+using testing::AllOf;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -32,7 +33,8 @@ constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
 constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 constexpr const char* socketPath = "/var/run/znorb.socket";
 constexpr const char* stopped = "The ZN Orbisan daemon has stopped.\n";
-constexpr const char* heading = "## When something is wrong";
+const std::string page = "docs/TROUBLESHOOTING.md";
+const std::string heading = "\n## ";
 
 struct Row {
     std::string symptom;
@@ -40,25 +42,23 @@ struct Row {
     std::string cure;
 };
 
-std::vector<Row> rowsOfTheReadme() {
-    const std::string readme = readSource("README.md");
-    const std::size_t begin = readme.find(heading);
-    const std::size_t end = readme.find("\n## ", begin + 1);
+/// Without the word that it begins with, and on one line.
+std::string paragraphAfter(const std::string& word, const std::string& section) {
+    const std::size_t begin = section.find("\n" + word) + 1 + word.size();
+    std::string text = section.substr(begin, section.find("\n\n", begin) - begin);
+    std::replace(text.begin(), text.end(), '\n', ' ');
+    return text.substr(0, text.find_last_not_of(' ') + 1);
+}
+
+std::vector<Row> rowsOfThePage() {
     std::vector<Row> rows;
-    // A "|" within a cell is escaped.
-    for (std::string line : linesOf(readme.substr(begin, end - begin))) {
-        for (auto at = line.find("\\|"); at != std::string::npos; at = line.find("\\|")) {
-            line.replace(at, 2, "\x01");
-        }
-        std::vector<std::string> cells = cellsOf(line);
-        for (std::string& cell : cells) {
-            for (char& character : cell) {
-                character = character == '\x01' ? '|' : character;
-            }
-        }
-        if (cells.size() == 3 && cells[0] != "Symptom" && cells[0] != "---") {
-            rows.push_back({cells[0], cells[1], cells[2]});
-        }
+    const std::string text = readSource(page);
+    for (auto begin = text.find(heading); begin != std::string::npos; begin = text.find(heading, begin + 1)) {
+        const std::string section = text.substr(begin, text.find(heading, begin + 1) - begin);
+        const std::size_t start = heading.size();
+        EXPECT_THAT(section, AllOf(HasSubstr("\n\nCause: "), HasSubstr("\n\nCure: ")));
+        rows.push_back({section.substr(start, section.find('\n', start) - start),
+                        paragraphAfter("Cause: ", section), paragraphAfter("Cure: ", section)});
     }
     return rows;
 }
@@ -67,12 +67,12 @@ class Troubleshooting : public testing::Test {
 protected:
     /// The row with this symptom; each is tried by exactly one test.
     static Row row(const std::string& symptom) {
-        for (const Row& candidate : rowsOfTheReadme()) {
+        for (const Row& candidate : rowsOfThePage()) {
             if (candidate.symptom == symptom) {
                 return candidate;
             }
         }
-        ADD_FAILURE() << "the README has no row: " << symptom;
+        ADD_FAILURE() << "the page has no symptom: " << symptom;
         return {};
     }
 
@@ -135,11 +135,31 @@ TEST_F(Troubleshooting, HasATestForEveryRow) {
     const std::vector<std::string> tried =
         matches(readSource("tests/docs/TroubleshootingTest.cpp"), R"SYMPTOM(row\(R"\(([^\n]*)\)"\))SYMPTOM");
     std::vector<std::string> rows;
-    for (const Row& each : rowsOfTheReadme()) {
+    for (const Row& each : rowsOfThePage()) {
         rows.push_back(each.symptom);
     }
     EXPECT_THAT(tried, testing::UnorderedElementsAreArray(rows));
     EXPECT_GE(rows.size(), 10U);
+}
+
+TEST_F(Troubleshooting, FitsATerminal) {
+    for (const std::string& line : linesOf(readSource(page))) {
+        EXPECT_LE(line.size(), 80U) << line;
+        EXPECT_FALSE(line.starts_with("|")) << line;
+    }
+}
+
+TEST_F(Troubleshooting, IsWhatTheReadmeIsAnExcerptOf) {
+    const std::string readme = readSource("README.md");
+    const std::size_t begin = readme.find("\n## When something is wrong");
+    ASSERT_NE(begin, std::string::npos);
+    const std::string excerpt = readme.substr(begin, readme.find("\n## ", begin + 1) - begin);
+    const std::vector<std::string> symptoms = matches(excerpt, "\n- ([^:]*):");
+    EXPECT_THAT(symptoms, SizeIs(6));
+    for (const std::string& symptom : symptoms) {
+        EXPECT_NE(row(symptom).cure, "") << symptom;
+    }
+    EXPECT_THAT(excerpt, HasSubstr("](" + page + ")"));
 }
 
 TEST_F(Troubleshooting, StartedButDead) {
