@@ -13,6 +13,9 @@
 namespace ZNORBFAULTS {
 namespace {
 
+using ZNORBTEST::readText;
+using ZNORBTEST::readWord;
+
 /// "/dev/shm/sem.aB3xYz" is another in every life.
 std::string withoutChance(std::string path) {
     const std::string unnamed = "/dev/shm/sem.";

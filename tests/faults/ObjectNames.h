@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tests/faults/StoppedCall.h"
 #include "tests/faults/SystemCalls.h"
+#include "tests/support/StoppedCall.h"
 
 #include <sys/types.h>
 
@@ -10,6 +10,8 @@
 #include <string>
 
 namespace ZNORBFAULTS {
+
+using ZNORBTEST::StoppedCall;
 
 /// Words for what the calls of one process work on, the same in every life: paths without
 /// random parts, descriptors and mappings by what they were made of.

@@ -18,6 +18,8 @@
 namespace ZNORBFAULTS {
 namespace {
 
+using namespace ZNORBTEST;
+
 constexpr int callStop = SIGTRAP | 0x80;
 
 std::string programOf(pid_t process) {

@@ -1,4 +1,4 @@
-#include "tests/faults/StoppedCall.h"
+#include "tests/support/StoppedCall.h"
 
 #include <sys/ptrace.h>
 #include <sys/uio.h>
@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <cstring>
 
-namespace ZNORBFAULTS {
+namespace ZNORBTEST {
 namespace {
 
 /// Reads up to `size` bytes; returns how many could be had.
@@ -107,4 +107,4 @@ std::uint64_t readWord(pid_t thread, std::uint64_t address) {
     return readMemory(thread, address, &word, sizeof word) == sizeof word ? word : 0;
 }
 
-} // namespace ZNORBFAULTS
+} // namespace ZNORBTEST

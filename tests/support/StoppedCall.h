@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-namespace ZNORBFAULTS {
+namespace ZNORBTEST {
 
 /// A system call at whose start or end a traced thread is stopped.
 struct StoppedCall {
@@ -37,4 +37,4 @@ std::string readText(pid_t thread, std::uint64_t address);
 /// The 8 bytes at an address of the thread's process; 0 when they cannot be read.
 std::uint64_t readWord(pid_t thread, std::uint64_t address);
 
-} // namespace ZNORBFAULTS
+} // namespace ZNORBTEST
