@@ -105,7 +105,7 @@ int main(int argc, char** argv) {
         return EXIT_FAILURE;
     }
     std::string problem;
-    if (!canTrace() || !canHaveSandbox(problem)) {
+    if (!ZNORBTEST::canChangeCalls() || !ZNORBTEST::canTrace() || !canHaveSandbox(problem)) {
         std::printf("znorb-faults: skipped: processes cannot be traced here, or put into a sandbox %s\n",
                     problem.c_str());
         return skipped;

@@ -2,11 +2,11 @@
 
 #include "tests/faults/Tracer.h"
 #include "tests/faults/Words.h"
+#include "tests/support/SystemCallTracer.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/personality.h>
-#include <sys/ptrace.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -46,8 +46,7 @@ std::string contentOf(int file, std::size_t from) {
     (void)dup2(output, STDOUT_FILENO);
     (void)dup2(errors, STDERR_FILENO);
     (void)personality(ADDR_NO_RANDOMIZE); // the same calls for memory in every life
-    if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0) {
-        (void)raise(SIGSTOP);
+    if (ZNORBTEST::stopForTracer()) {
         (void)execv(launch.program.c_str(), argv.data());
     }
     _exit(127);

@@ -2,16 +2,11 @@
 
 #include "tests/faults/SystemCalls.h"
 
-#include <sys/ptrace.h>
-#include <sys/resource.h>
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdint>
 #include <cstring>
 
@@ -20,17 +15,13 @@ namespace {
 
 using namespace ZNORBTEST;
 
-constexpr int callStop = SIGTRAP | 0x80;
+constexpr Milliseconds longestSilence{120000}; // a patient life waits for more than a minute
 
 std::string programOf(pid_t process) {
     char target[PATH_MAX];
     const std::string link = "/proc/" + std::to_string(process) + "/exe";
     const ssize_t length = readlink(link.c_str(), target, sizeof target);
     return {target, length > 0 ? static_cast<std::size_t>(length) : 0};
-}
-
-void resume(pid_t thread, int signal) {
-    (void)ptrace(PTRACE_SYSCALL, thread, nullptr, static_cast<std::intptr_t>(signal));
 }
 
 std::string joined(std::initializer_list<std::string> words) {
@@ -41,11 +32,6 @@ std::string joined(std::initializer_list<std::string> words) {
     return line;
 }
 
-long milliseconds(const rusage& usage) {
-    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
-           (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
-}
-
 } // namespace
 
 void Tracer::report(const std::string& line) const {
@@ -54,82 +40,43 @@ void Tracer::report(const std::string& line) const {
 }
 
 void Tracer::follow(pid_t first, const std::string& role) {
-    int waitStatus = 0;
-    if (waitpid(first, &waitStatus, __WALL) != first || !WIFSTOPPED(waitStatus)) {
-        return;
-    }
-    constexpr long options = PTRACE_O_TRACESYSGOOD | PTRACE_O_TRACEFORK | PTRACE_O_TRACEVFORK |
-                             PTRACE_O_TRACECLONE | PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
-    (void)ptrace(PTRACE_SETOPTIONS, first, nullptr, options);
     Thread& thread = m_threads[first];
     thread.process = std::make_shared<Process>();
     thread.process->leader = first;
     thread.process->role = role;
     thread.role = role;
     report(joined({"start", role, std::to_string(first)}));
-    resume(first, 0);
-    for (;;) {
-        rusage usage{};
-        const pid_t pid = wait4(-1, &waitStatus, __WALL, &usage);
-        if (pid == -1 && errno == EINTR) {
-            continue;
-        }
-        if (pid == -1) {
-            return;
-        }
-        if (WIFSTOPPED(waitStatus)) {
-            handleStop(pid, waitStatus);
-        } else {
-            handleEnd(pid, waitStatus, usage);
-        }
+    SystemCallTracer tracer;
+    tracer.add(first);
+    (void)tracer.follow([this](TracedStop& stop) { handle(stop); }, longestSilence);
+}
+
+void Tracer::handle(TracedStop& stop) {
+    switch (stop.kind) {
+    case TracedStop::Kind::Call:
+        handleCall(stop);
+        break;
+    case TracedStop::Kind::Birth:
+        adopt(stop.child, m_threads.at(stop.thread), stop.isThread);
+        break;
+    case TracedStop::Kind::Execution:
+        stop.isReleased = letsGo(stop.thread);
+        break;
+    case TracedStop::Kind::End:
+        handleEnd(stop);
+        break;
+    default:
+        break;
     }
 }
 
-void Tracer::handleEnd(pid_t thread, int waitStatus, const rusage& usage) {
-    const auto found = m_threads.find(thread);
-    if (found == m_threads.end()) {
-        return;
+void Tracer::handleEnd(const TracedStop& stop) {
+    const Process& process = *m_threads.at(stop.thread).process;
+    if (process.leader == stop.thread) {
+        report(joined({"end", process.role, std::to_string(stop.thread), std::to_string(stop.waitStatus),
+                       std::to_string(stop.milliseconds)}));
     }
-    if (found->second.process->leader == thread) {
-        report(joined({"end", found->second.process->role, std::to_string(thread), std::to_string(waitStatus),
-                       std::to_string(milliseconds(usage))}));
-    }
-    m_threads.erase(found);
-}
-
-void Tracer::handleStop(pid_t thread, int waitStatus) {
-    const int signal = WSTOPSIG(waitStatus);
-    if (m_threads.count(thread) == 0) {
-        m_early[thread] = true; // goes on when its parent has told of it
-        return;
-    }
-    if (signal == callStop) {
-        handleCall(thread);
-        resume(thread, 0);
-        return;
-    }
-    const int event = waitStatus >> 16;
-    if (event != 0) {
-        if (event == PTRACE_EVENT_EXEC && letGo(thread)) {
-            return;
-        }
-        resume(thread, handleEvent(thread, event));
-        return;
-    }
-    // The first stop of a new thread, too, is SIGSTOP; nobody here sends another.
-    resume(thread, signal == SIGSTOP ? 0 : signal);
-}
-
-int Tracer::handleEvent(pid_t thread, int event) {
-    unsigned long message = 0;
-    const bool isBirth =
-        event == PTRACE_EVENT_FORK || event == PTRACE_EVENT_VFORK || event == PTRACE_EVENT_CLONE;
-    if (isBirth && ptrace(PTRACE_GETEVENTMSG, thread, nullptr, &message) == 0) {
-        const Thread& parent = m_threads.at(thread);
-        const bool isThread = event == PTRACE_EVENT_CLONE && parent.object == "thread";
-        adopt(static_cast<pid_t>(message), parent, isThread);
-    }
-    return 0;
+    m_threads.erase(stop.thread);
 }
 
 void Tracer::adopt(pid_t child, const Thread& parent, bool isThread) {
@@ -149,12 +96,9 @@ void Tracer::adopt(pid_t child, const Thread& parent, bool isThread) {
         report(joined({"start", thread.role, std::to_string(child)}));
     }
     m_threads[child] = std::move(thread);
-    if (m_early.erase(child) != 0) {
-        resume(child, 0);
-    }
 }
 
-bool Tracer::letGo(pid_t thread) {
+bool Tracer::letsGo(pid_t thread) {
     Thread& former = m_threads.at(thread);
     const std::string program = programOf(thread);
     if (former.process->program.empty() || program == former.process->program) {
@@ -166,20 +110,15 @@ bool Tracer::letGo(pid_t thread) {
     }
     report(joined({"exec", former.role, program}));
     m_threads.erase(thread);
-    (void)ptrace(PTRACE_DETACH, thread, nullptr, nullptr);
     return true;
 }
 
-void Tracer::handleCall(pid_t id) {
-    Thread& thread = m_threads.at(id);
-    StoppedCall stopped;
-    if (!readStoppedCall(id, stopped)) {
-        return;
-    }
-    if (stopped.isStart) {
-        startCall(id, thread, stopped);
+void Tracer::handleCall(const TracedStop& stop) {
+    Thread& thread = m_threads.at(stop.thread);
+    if (stop.call.isStart) {
+        startCall(stop.thread, thread, stop.call);
     } else if (thread.call != nullptr) {
-        endCall(id, thread, stopped.result);
+        endCall(stop.thread, thread, stop.call.result);
         thread.call = nullptr;
     }
 }
@@ -259,31 +198,6 @@ void Tracer::endCall(pid_t id, Thread& thread, long result) {
     if (std::strcmp(thread.call->name, "execve") == 0 && result < 0) {
         report(joined({"stays", thread.role}));
     }
-}
-
-bool canTrace() {
-    if (!canChangeCalls()) {
-        return false;
-    }
-    const pid_t child = fork();
-    if (child == 0) {
-        if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) == 0) {
-            (void)raise(SIGSTOP);
-        }
-        _exit(0);
-    }
-    int waitStatus = 0;
-    if (child == -1 || waitpid(child, &waitStatus, __WALL) != child || !WIFSTOPPED(waitStatus)) {
-        return false;
-    }
-    StoppedCall call;
-    const bool isUsable = ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_TRACESYSGOOD) == 0 &&
-                          ptrace(PTRACE_SYSCALL, child, nullptr, nullptr) == 0 &&
-                          waitpid(child, &waitStatus, __WALL) == child && WIFSTOPPED(waitStatus) &&
-                          readStoppedCall(child, call);
-    (void)kill(child, SIGKILL);
-    (void)waitpid(child, &waitStatus, __WALL);
-    return isUsable;
 }
 
 } // namespace ZNORBFAULTS

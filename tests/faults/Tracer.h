@@ -2,6 +2,7 @@
 
 #include "tests/faults/Fault.h"
 #include "tests/faults/ObjectNames.h"
+#include "tests/support/SystemCallTracer.h"
 
 #include <sys/types.h>
 
@@ -10,11 +11,9 @@
 #include <string>
 #include <utility>
 
-struct rusage;
-
 namespace ZNORBFAULTS {
 
-/// Follows a process and its descendants with ptrace, through every fork, and injects one fault. Unlike the
+/// Follows a process and its descendants, through every fork, and injects one fault. Unlike the
 /// counters of strace, which begin anew for each thread, a fault here has one place in one of them.
 ///
 /// Roles: the first process has the one that it is given; its child is "intermediate", the child of that
@@ -36,7 +35,8 @@ public:
     Tracer(const Fault& fault, bool recordsCalls, int report)
         : m_fault(fault), m_recordsCalls(recordsCalls), m_report(report) {}
 
-    /// Follows the stopped child, which has asked to be traced, until none of its kind is left.
+    /// Follows the child, which calls stopForTracer(), until none of its kind is left, or for as long as they
+    /// are silent for no longer than any life waits.
     void follow(pid_t first, const std::string& role);
 
 private:
@@ -60,12 +60,11 @@ private:
     };
 
     void report(const std::string& line) const;
-    void handleStop(pid_t thread, int waitStatus);
-    void handleEnd(pid_t thread, int waitStatus, const rusage& usage);
-    int handleEvent(pid_t thread, int event);
+    void handle(ZNORBTEST::TracedStop& stop);
+    void handleEnd(const ZNORBTEST::TracedStop& stop);
     void adopt(pid_t child, const Thread& parent, bool isThread);
-    bool letGo(pid_t thread);
-    void handleCall(pid_t thread);
+    bool letsGo(pid_t thread);
+    void handleCall(const ZNORBTEST::TracedStop& stop);
     void startCall(pid_t id, Thread& thread, const StoppedCall& start);
     void endCall(pid_t id, Thread& thread, long result);
     bool isAimedAt(const Thread& thread) const;
@@ -76,10 +75,6 @@ private:
     const bool m_recordsCalls;
     const int m_report;
     std::map<pid_t, Thread> m_threads;
-    std::map<pid_t, bool> m_early; ///< stopped before their creation was reported
 };
-
-/// Whether this process may trace its children at all; tries it.
-bool canTrace();
 
 } // namespace ZNORBFAULTS

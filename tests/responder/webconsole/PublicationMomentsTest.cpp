@@ -7,17 +7,15 @@
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Files.h"
 #include "tests/support/ProcessEnd.h"
+#include "tests/support/SystemCallTracer.h"
 
 #include <gmock/gmock.h>
-#include <sys/ptrace.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
@@ -32,7 +30,6 @@ using namespace ZNORBTEST;
 using testing::IsEmpty;
 
 constexpr mode_t writableByOthers = 022;
-constexpr int notTraced = 77;
 
 const std::string console = StagedInstallation::console;
 const std::string pages = console + "/data/htdocs/ZNORB";
@@ -54,56 +51,10 @@ public:
     Watchdog& operator=(const Watchdog&) = delete;
 };
 
-/// A process whose every system call stops it twice, before and after it.
-class TracedProcess {
-public:
-    explicit TracedProcess(const std::function<void()>& body) : m_pid(fork()) {
-        if (m_pid == 0) {
-            if (ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || raise(SIGSTOP) != 0) {
-                _exit(notTraced);
-            }
-            body();
-            _exit(EXIT_SUCCESS);
-        }
-        (void)waitpid(m_pid, &m_status, 0);
-        if (WIFSTOPPED(m_status)) {
-            (void)ptrace(PTRACE_SETOPTIONS, m_pid, nullptr, PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL);
-        }
-    }
-    ~TracedProcess() {
-        if (WIFSTOPPED(m_status)) {
-            (void)kill(m_pid, SIGKILL);
-            (void)waitpid(m_pid, nullptr, 0);
-        }
-    }
-    TracedProcess(const TracedProcess&) = delete;
-    TracedProcess& operator=(const TracedProcess&) = delete;
-
-    /// Lets it run to its next stop; false when it has ended.
-    bool goOn() {
-        if (WIFSTOPPED(m_status)) {
-            const int stop = WSTOPSIG(m_status);
-            const bool isOurs = stop == SIGSTOP || stop == (SIGTRAP | 0x80);
-            (void)ptrace(PTRACE_SYSCALL, m_pid, nullptr, isOurs ? 0L : static_cast<long>(stop));
-            (void)waitpid(m_pid, &m_status, 0);
-        }
-        return WIFSTOPPED(m_status);
-    }
-
-    [[nodiscard]] ProcessEnd end() const { return endFrom(m_status); }
-
-private:
-    pid_t m_pid;
-    int m_status = 0;
-};
-
 class PublicationMoments : public testing::Test {
 protected:
     void SetUp() override {
-        TracedProcess probe([]() {});
-        while (probe.goOn()) {
-        }
-        if (probe.end() != exitedWith(EXIT_SUCCESS)) {
+        if (!canTrace()) {
             GTEST_SKIP() << "no process can be traced here";
         }
         stage();
@@ -123,16 +74,22 @@ protected:
 
     /// Publishes as the daemon does, whose umask is 0, and looks at each stop. How many there were.
     static unsigned publish(const std::function<void(unsigned)>& look) {
-        TracedProcess publisher([]() {
+        SystemCallTracer publisher;
+        (void)publisher.start([]() {
             const ExecutableLink link(std::string(StagedInstallation::programs) + "/znorbresponder");
             (void)umask(0);
             (void)registerWebConsole();
         });
         unsigned stops = 0;
-        while (publisher.goOn()) {
-            look(++stops);
-        }
-        EXPECT_EQ(publisher.end(), exitedWith(EXIT_SUCCESS));
+        ProcessEnd end;
+        EXPECT_TRUE(publisher.follow([&](const TracedStop& stop) {
+            if (stop.kind == TracedStop::Kind::End) {
+                end = endFrom(stop.waitStatus);
+            } else {
+                look(++stops);
+            }
+        }));
+        EXPECT_EQ(end, exitedWith(EXIT_SUCCESS));
         return stops;
     }
 
