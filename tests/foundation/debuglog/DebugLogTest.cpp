@@ -1,8 +1,8 @@
 #include "foundation/debuglog/DebugLog.h"
 
 #include "foundation/streams/OutputStreamToBuffer.h"
-#include "tests/foundation/debuglog/RecordingStream.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/RecordingStream.h"
 #include "tests/support/SetClock.h"
 
 #include <gtest/gtest.h>

@@ -1,7 +1,7 @@
 #include "foundation/debuglog/OutputStreamToLog.h"
 
 #include "foundation/debuglog/DebugLog.h"
-#include "tests/foundation/debuglog/RecordingStream.h"
+#include "tests/support/RecordingStream.h"
 
 #include <gtest/gtest.h>
 

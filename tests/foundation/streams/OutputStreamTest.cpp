@@ -1,6 +1,6 @@
 #include "foundation/streams/OutputStream.h"
 
-#include "tests/foundation/debuglog/RecordingStream.h"
+#include "tests/support/RecordingStream.h"
 
 #include <gtest/gtest.h>
 

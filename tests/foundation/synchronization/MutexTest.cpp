@@ -1,9 +1,9 @@
 #include "foundation/synchronization/Mutex.h"
 
 #include "foundation/synchronization/NamedSemaphore.h"
-#include "tests/foundation/synchronization/ObservedThread.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/ObservedThread.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,7 +1,7 @@
 #include "foundation/synchronization/NamedSemaphore.h"
 
-#include "tests/foundation/synchronization/ObservedThread.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
+#include "tests/support/ObservedThread.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"

@@ -1,8 +1,8 @@
 #include "foundation/synchronization/ProcessMutex.h"
 
 #include "foundation/synchronization/RecursiveProcessMutex.h"
-#include "tests/foundation/synchronization/ObservedThread.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/ObservedThread.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "foundation/synchronization/RecursiveProcessMutex.h"
 
-#include "tests/foundation/synchronization/ObservedThread.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/ObservedThread.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Waiting.h"
 

@@ -2,7 +2,7 @@
 
 #include "foundation/synchronization/ProcessMutex.h"
 #include "foundation/synchronization/RecursiveProcessMutex.h"
-#include "tests/foundation/synchronization/ObservedThread.h"
+#include "tests/support/ObservedThread.h"
 
 #include <gtest/gtest.h>
 

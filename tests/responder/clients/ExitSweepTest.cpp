@@ -1,8 +1,8 @@
 #include "responder/clients/ExitSweep.h"
 
-#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"

@@ -1,10 +1,10 @@
 #include "responder/clients/HttpClient.h"
-#include "tests/responder/SocketPair.h"
 #include "tests/responder/clients/SendRecorder.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
+#include "tests/support/SocketPair.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,8 +1,8 @@
 #include "responder/commands/CommandClient.h"
 
-#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/clients/SendRecorder.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"

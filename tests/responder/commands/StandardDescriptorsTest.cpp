@@ -1,6 +1,6 @@
 #include "responder/commands/StandardDescriptors.h"
 
-#include "tests/responder/DescriptorLimit.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/ForkedChild.h"
 
 #include <fcntl.h>

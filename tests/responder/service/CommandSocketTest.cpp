@@ -1,6 +1,6 @@
 #include "responder/service/CommandSocket.h"
 
-#include "tests/responder/DescriptorLimit.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/SelectRecorder.h"

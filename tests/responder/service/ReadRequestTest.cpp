@@ -1,8 +1,8 @@
 #include "responder/service/UnifiedResponderMonitor.h"
-#include "tests/responder/SocketPair.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
+#include "tests/support/SocketPair.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
-#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/Waiting.h"

@@ -1,6 +1,6 @@
 #include "responder/commands/CommandClient.h"
-#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/SharedTable.h"

@@ -1,6 +1,6 @@
 #include "responder/webconsole/WebConsoleRegistration.h"
-#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"

@@ -1,7 +1,7 @@
 #include "responder/webconsole/WebConsoleRegistration.h"
 
-#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "tests/foundation/synchronization/ObservedThread.h"
+#include "tests/support/ObservedThread.h"
 
 #include "tests/support/Waiting.h"
 

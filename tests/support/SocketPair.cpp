@@ -1,4 +1,4 @@
-#include "tests/responder/SocketPair.h"
+#include "tests/support/SocketPair.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "tests/responder/DescriptorLimit.h"
+#include "tests/support/DescriptorLimit.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
