@@ -10,14 +10,12 @@
 #include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
-#include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/PlayedDaemon.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/ShellScript.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <semaphore.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -68,26 +66,6 @@ std::vector<std::string> behind(const std::string& start, const std::vector<std:
     return rests;
 }
 
-/// A lock that somebody holds for ever and a socket that answers, as a daemon shows them that does not end.
-class EndlessDaemon {
-public:
-    EndlessDaemon()
-        : m_lock(sem_open("/znorb.appLock", O_CREAT | O_EXCL, 0644, 0)),
-          m_server({4, {"0"}, false}, ZNORBRESPONDER::commandSocketPath) {
-        EXPECT_NE(m_lock, SEM_FAILED);
-    }
-    ~EndlessDaemon() {
-        (void)sem_close(m_lock);
-        (void)sem_unlink("/znorb.appLock");
-    }
-    EndlessDaemon(const EndlessDaemon&) = delete;
-    EndlessDaemon& operator=(const EndlessDaemon&) = delete;
-
-private:
-    sem_t* m_lock;
-    ListeningPeer m_server;
-};
-
 class ResponderPage : public testing::Test {
 protected:
     ProgramResult runAsOrdinaryUser() const {
@@ -106,7 +84,7 @@ protected:
 
     ProgramResult stopTooSlowly() const {
         (void)unlink(ZNORBRESPONDER::commandSocketPath); // an earlier daemon's
-        const EndlessDaemon daemon;
+        const PlayedDaemon daemon("0");
         return driver.run({"-stop"});
     }
 
@@ -347,7 +325,7 @@ TEST_F(StopScript, RemovesTheLockOfADeadDaemonThatDoesNotAnswer) {
 }
 
 TEST_F(StopScript, FailsWhenTheDaemonDoesNotLetGoOfItsLock) {
-    const EndlessDaemon daemon;
+    const PlayedDaemon daemon("0");
     const ProgramResult result = runIt();
     EXPECT_EQ(result.end, exitedWith(2));
     EXPECT_THAT(result.errors, HasSubstr("nothing was removed"));

@@ -7,11 +7,11 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/PlayedDaemon.h"
 #include "tests/support/ShellScript.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <semaphore.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -143,9 +143,10 @@ TEST_F(CleanPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
 
     ASSERT_TRUE(m_driver.startServing());
     EXPECT_EQ(runOnOurs(), exitedWith(2)); // a responder runs
-    sem_t* lock = sem_open("/znorb.appLock", 0);
-    EXPECT_EQ(run({"-e", "/no/such/program"}), exitedWith(2)); // we use the lock
-    (void)sem_close(lock);
+    {
+        const Onlooker lock(daemonLock);
+        EXPECT_EQ(run({"-e", "/no/such/program"}), exitedWith(2)); // we use the lock
+    }
     EXPECT_EQ(askDaemon("QUIT"), "0");
     EXPECT_EQ(m_driver.waitForDaemon(), exitedWith(255));
     {

@@ -2,6 +2,7 @@
 
 #include "tests/faults/Tracer.h"
 #include "tests/faults/Words.h"
+#include "tests/support/Files.h"
 #include "tests/support/SystemCallTracer.h"
 
 #include <fcntl.h>
@@ -17,18 +18,6 @@
 
 namespace ZNORBFAULTS {
 namespace {
-
-std::string contentOf(int file, std::size_t from) {
-    std::string content;
-    char buffer[65536];
-    for (;;) {
-        const ssize_t length = pread(file, buffer, sizeof buffer, static_cast<off_t>(from + content.size()));
-        if (length <= 0) {
-            return content;
-        }
-        content.append(buffer, static_cast<std::size_t>(length));
-    }
-}
 
 [[noreturn]] void execute(const ZNORBTEST::Launch& launch, int output, int errors) {
     std::vector<std::string> words = {launch.program};
@@ -84,11 +73,11 @@ TracedProgram::~TracedProgram() {
 }
 
 std::string TracedProgram::output() const {
-    return contentOf(m_output, 0);
+    return ZNORBTEST::contentOf(m_output);
 }
 
 std::string TracedProgram::errors() const {
-    return contentOf(m_errors, 0);
+    return ZNORBTEST::contentOf(m_errors);
 }
 
 const std::vector<TracedProcess>& TracedProgram::processes() {
@@ -116,7 +105,7 @@ TracedProcess& TracedProgram::process(const std::string& role) {
 }
 
 void TracedProgram::readReport() {
-    const std::string more = contentOf(m_report, m_read);
+    const std::string more = ZNORBTEST::contentOf(m_report, m_read);
     m_read += more.size();
     std::vector<std::string> lines = splitAt('\n', m_rest + more);
     m_rest = lines.back();

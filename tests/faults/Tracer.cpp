@@ -1,12 +1,12 @@
 #include "tests/faults/Tracer.h"
 
 #include "tests/faults/SystemCalls.h"
+#include "tests/sandbox/Processes.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
 #include <cstdint>
 #include <cstring>
 
@@ -16,13 +16,6 @@ namespace {
 using namespace ZNORBTEST;
 
 constexpr Milliseconds longestSilence{120000}; // a patient life waits for more than a minute
-
-std::string programOf(pid_t process) {
-    char target[PATH_MAX];
-    const std::string link = "/proc/" + std::to_string(process) + "/exe";
-    const ssize_t length = readlink(link.c_str(), target, sizeof target);
-    return {target, length > 0 ? static_cast<std::size_t>(length) : 0};
-}
 
 std::string joined(std::initializer_list<std::string> words) {
     std::string line;

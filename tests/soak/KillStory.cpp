@@ -4,6 +4,7 @@
 #include "tests/soak/Lives.h"
 #include "tests/soak/Soak.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/PlayedDaemon.h"
 
 #include <unistd.h>
 
@@ -103,7 +104,7 @@ bool killOnce(Part& part, const DaemonDriver& driver, Load load) {
     if (load != Load::Starting) {
         part.expect(waitUntil([]() { return askDaemon("PRINT") == "0"; }), "the daemon did not serve");
     }
-    const OpenLock lock;
+    const Onlooker lock(daemonLock);
     const AppliedLoad applied(load);
     awaitRandomMoment(part, load);
     (void)kill(daemon, SIGKILL);

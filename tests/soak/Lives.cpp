@@ -52,18 +52,6 @@ BusyCores::~BusyCores() {
     }
 }
 
-OpenLock::~OpenLock() {
-    if (isOpen()) {
-        (void)sem_close(m_handle);
-    }
-}
-
-int OpenLock::count() const {
-    int value = -1;
-    (void)sem_getvalue(m_handle, &value);
-    return value;
-}
-
 void awaitRandomMoment(Part& part, Load load) {
     if (load == Load::Starting) {
         const unsigned moment = part.below(2) == 0 ? 0 : part.below(1000);

@@ -4,7 +4,6 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/ListeningPeer.h"
 
-#include <semaphore.h>
 #include <sys/types.h>
 
 #include <array>
@@ -28,23 +27,6 @@ public:
 
 private:
     std::vector<pid_t> m_burners;
-};
-
-/// The daemon's lock as somebody has it who opened it before the daemon's end.
-class OpenLock {
-public:
-    OpenLock() : m_handle(sem_open("/znorb.appLock", 0)) {}
-    ~OpenLock();
-    OpenLock(const OpenLock&) = delete;
-    OpenLock& operator=(const OpenLock&) = delete;
-
-    bool isOpen() const { return m_handle != SEM_FAILED; }
-
-    /// 0 while somebody holds it. REQUIRES: open.
-    int count() const;
-
-private:
-    sem_t* m_handle;
 };
 
 /// What the daemon is busy with when its end comes.

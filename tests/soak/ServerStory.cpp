@@ -4,9 +4,9 @@
 #include "tests/soak/Lives.h"
 #include "tests/soak/Soak.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/LocalPort.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/SharedTable.h"
-#include "tests/support/SilentPort.h"
 
 #include <unistd.h>
 
@@ -205,7 +205,7 @@ void meetServer(Part& part, DaemonDriver& driver, const Misbehaviour& misbehavio
 
 /// Refuses, or takes connections that nobody accepts.
 void meetSilentPort(Part& part, DaemonDriver& driver, bool listens) {
-    const SilentPort port(listens);
+    const LocalPort port(listens);
     Life life(part, driver, port.number());
     if (listens) {
         life.expectToWait();

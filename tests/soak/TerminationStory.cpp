@@ -4,6 +4,7 @@
 #include "tests/soak/Lives.h"
 #include "tests/soak/Soak.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/PlayedDaemon.h"
 
 #include <algorithm>
 #include <csignal>
@@ -24,7 +25,7 @@ bool isLeftByDesign(const std::vector<std::string>& names) {
                        [](const std::string& name) { return name == tableFile || name == socketFile; });
 }
 
-void checkEnd(Part& part, Load load, const ProcessEnd& end, const OpenLock& lock,
+void checkEnd(Part& part, Load load, const ProcessEnd& end, const Onlooker& lock,
               const std::vector<std::string>& left) {
     const bool endedInOrder = load == Load::Sweeping && end == exitedWith(255); // "QUIT" was quicker
     part.expect(end == exitedWith(10) || endedInOrder, "it " + inWords(end) + " " +
@@ -53,14 +54,14 @@ void terminateOnce(Part& part, const DaemonDriver& driver, Load load) {
     if (load != Load::Starting) {
         part.expect(waitUntil([]() { return askDaemon("PRINT") == "0"; }), "the daemon did not serve");
     }
-    std::optional<OpenLock> lock;
+    std::optional<Onlooker> lock;
     if (load != Load::Starting) {
-        lock.emplace(); // before the load: a sweep may remove the name
+        lock.emplace(daemonLock); // before the load: a sweep may remove the name
     }
     const AppliedLoad applied(load);
     awaitRandomMoment(part, load);
     if (!lock.has_value()) {
-        lock.emplace(); // when there is one by now
+        lock.emplace(daemonLock); // when there is one by now
     }
     part.expect(kill(daemon, SIGTERM) == 0, "the daemon was gone");
     const ProcessEnd end = waitForEndOf(daemon, terminationBound);

@@ -1,5 +1,7 @@
 #include "tests/support/ChildProcess.h"
 
+#include "tests/support/Files.h"
+
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -143,18 +145,6 @@ pid_t executeUnderInit(const Preparation& preparation) {
     }
     (void)prctl(PR_SET_CHILD_SUBREAPER, 1);
     return pid;
-}
-
-std::string contentOf(int file, std::size_t start = 0) {
-    std::string content;
-    char buffer[65536];
-    for (;;) {
-        const ssize_t length = pread(file, buffer, sizeof buffer, static_cast<off_t>(start + content.size()));
-        if (length <= 0) {
-            return content;
-        }
-        content.append(buffer, static_cast<std::size_t>(length));
-    }
 }
 
 void closeIfOpen(int descriptor) {

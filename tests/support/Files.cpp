@@ -45,6 +45,27 @@ std::string readFile(const std::string& path) {
     return content;
 }
 
+std::string readFileIfAny(const std::string& path) {
+    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    std::string content = contentOf(file);
+    if (file != -1) {
+        (void)close(file);
+    }
+    return content;
+}
+
+std::string contentOf(int file, std::size_t from) {
+    std::string content;
+    char buffer[65536];
+    for (;;) {
+        const ssize_t length = pread(file, buffer, sizeof buffer, static_cast<off_t>(from + content.size()));
+        if (length <= 0) {
+            return content;
+        }
+        content.append(buffer, static_cast<std::size_t>(length));
+    }
+}
+
 void writeFile(const std::string& path, const std::string& content, mode_t mode) {
     makeParent(path);
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,12 @@ namespace ZNORBTEST {
 
 /// The whole file. One that cannot be read is a failure.
 std::string readFile(const std::string& path);
+
+/// The file as far as it can be read; empty when there is none.
+std::string readFileIfAny(const std::string& path);
+
+/// What an open file holds from this byte on, wherever others read or write in it.
+std::string contentOf(int file, std::size_t from = 0);
 
 /// Makes the file, and the directories that it needs, with this content and exactly this mode.
 void writeFile(const std::string& path, const std::string& content, mode_t mode = 0644);

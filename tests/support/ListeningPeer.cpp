@@ -1,5 +1,7 @@
 #include "tests/support/ListeningPeer.h"
 
+#include "tests/support/LocalPort.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
@@ -27,19 +29,6 @@ bool bindToPath(int listener, const std::string& path) {
     return bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-/// The port, or 0.
-std::uint16_t bindToPort(int listener) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    if (bind(listener, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-        getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-        return 0;
-    }
-    return ntohs(address.sin_port);
-}
-
 /// Whether nothing of what was sent is on its way any more.
 bool hasArrived(int connection) {
     int left = 0;
@@ -50,7 +39,7 @@ bool hasArrived(int connection) {
 
 ListeningPeer::ListeningPeer(PeerScript script)
     : m_script(std::move(script)), m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    m_port = bindToPort(m_listener);
+    m_port = bindToLocalPort(m_listener);
     EXPECT_NE(m_port, 0) << std::strerror(errno);
     listenAndStart();
 }

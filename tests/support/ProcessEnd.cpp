@@ -4,6 +4,7 @@
 
 #include <sys/wait.h>
 
+#include <cerrno>
 #include <optional>
 #include <ostream>
 
@@ -45,6 +46,10 @@ ProcessEnd waitForEndOf(pid_t pid, Milliseconds bound) {
         },
         bound);
     return end;
+}
+
+bool hasNoChildren() {
+    return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
 }
 
 } // namespace ZNORBTEST

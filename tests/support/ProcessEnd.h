@@ -36,4 +36,7 @@ std::ostream& operator<<(std::ostream& stream, const ProcessEnd& end);
 /// stillRunning() when it did not within the bound, or is no such process. A child's end can be had once.
 ProcessEnd waitForEndOf(pid_t pid, Milliseconds bound = usualBound);
 
+/// Whether this process has no child, running or ended.
+bool hasNoChildren();
+
 } // namespace ZNORBTEST

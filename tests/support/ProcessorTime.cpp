@@ -2,7 +2,6 @@
 
 #include "tests/support/Files.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,18 +18,6 @@ using std::chrono::nanoseconds;
 
 nanoseconds oneTick() {
     return nanoseconds(std::chrono::seconds(1)) / std::max(sysconf(_SC_CLK_TCK), 1L);
-}
-
-/// Empty when there is no such file: a thread may end at any time.
-std::string contentOf(const std::string& path) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file == -1) {
-        return "";
-    }
-    char buffer[1024];
-    const ssize_t length = read(file, buffer, sizeof buffer);
-    (void)close(file);
-    return length > 0 ? std::string(buffer, static_cast<std::size_t>(length)) : "";
 }
 
 /// From a line of "stat": user and system time are its 14th and 15th field, the 12th and 13th behind the
@@ -50,14 +37,14 @@ nanoseconds ticksIn(const std::string& stat) {
 nanoseconds exactTimeOf(const std::string& process) {
     nanoseconds sum(0);
     for (const std::string& thread : namesIn(process + "/task")) {
-        const std::string count = contentOf(process + "/task/" + thread + "/schedstat");
+        const std::string count = readFileIfAny(process + "/task/" + thread + "/schedstat");
         sum += nanoseconds(std::strtoll(count.c_str(), nullptr, 10));
     }
     return sum;
 }
 
 nanoseconds timeOf(const std::string& process, bool isExact) {
-    return isExact ? exactTimeOf(process) : ticksIn(contentOf(process + "/stat"));
+    return isExact ? exactTimeOf(process) : ticksIn(readFileIfAny(process + "/stat"));
 }
 
 } // namespace

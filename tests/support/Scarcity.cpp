@@ -1,11 +1,19 @@
 #include "tests/support/Scarcity.h"
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <new>
 
 namespace ZNORBTEST {
+
+bool forbidForks() noexcept {
+    constexpr uid_t ordinaryUser = 65534;
+    const rlimit none = {0, 0};
+    return (geteuid() != 0 || setresuid(ordinaryUser, ordinaryUser, ordinaryUser) == 0) &&
+           setrlimit(RLIMIT_NPROC, &none) == 0;
+}
 
 void useUpMemory() {
     const rlimit none{0, 0};

@@ -9,6 +9,10 @@ namespace ZNORBTEST {
 /// store of its own; for a process that ends right after. Not under a sanitizer, which would end it.
 void useUpMemory();
 
+/// From here on this process can fork no more; a privileged one gives up being it for that. False when it
+/// still can.
+bool forbidForks() noexcept;
+
 /// Makes every creation of a thread fail while it lives: no stack of the default size can be had.
 class NoThreads {
 public:

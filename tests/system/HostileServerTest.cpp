@@ -4,10 +4,10 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/LocalPort.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
-#include "tests/support/SilentPort.h"
 
 #include <gmock/gmock.h>
 
@@ -168,13 +168,13 @@ INSTANTIATE_TEST_SUITE_P(PassedOver, ScriptedServer, testing::ValuesIn(passedOve
 INSTANTIATE_TEST_SUITE_P(WaitedFor, ScriptedServer, testing::ValuesIn(waitedFor), rowName);
 
 TEST_F(HostileServer, ThatRefusesIsPassedOver) {
-    const SilentPort port(false);
+    const LocalPort port(false);
     quitWith(port.number());
     expectPassedOver();
 }
 
 TEST_F(HostileServer, ThatNeverAcceptsIsWaitedForWithoutWork) {
-    const SilentPort port(true);
+    const LocalPort port(true);
     quitWith(port.number());
     expectWaitedFor();
 }

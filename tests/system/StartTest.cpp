@@ -6,13 +6,13 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/PlayedDaemon.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <semaphore.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -77,12 +77,7 @@ TEST_F(Start, LeavesALockAndATableAndASocketThatAnswers) {
 
 TEST_F(Start, HoldsTheLockSoThatItsCountIsZero) {
     ASSERT_TRUE(driver.start());
-    sem_t* lock = sem_open("/znorb.appLock", 0);
-    ASSERT_NE(lock, SEM_FAILED);
-    int count = -1;
-    EXPECT_EQ(sem_getvalue(lock, &count), 0);
-    EXPECT_EQ(count, 0);
-    (void)sem_close(lock);
+    EXPECT_EQ(Onlooker(daemonLock).count(), 0);
 }
 
 TEST_F(Start, OfASecondInstanceIsRefusedAndChangesNothing) {

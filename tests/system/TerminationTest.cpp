@@ -6,11 +6,11 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/PlayedDaemon.h"
 #include "tests/support/Sanitizers.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <semaphore.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -54,28 +54,22 @@ TEST_F(Termination, RightAfterTheStartDoesTheSame) {
 
 TEST_F(Termination, PostsTheLockBackForThoseWhoHaveItOpen) {
     ASSERT_TRUE(driver.start());
-    sem_t* lock = sem_open("/znorb.appLock", 0);
-    ASSERT_NE(lock, SEM_FAILED);
+    const Onlooker lock(daemonLock);
+    ASSERT_TRUE(lock.isOpen());
     terminate();
-    int count = -1;
-    EXPECT_EQ(sem_getvalue(lock, &count), 0);
-    EXPECT_EQ(count, 1);
-    (void)sem_close(lock);
+    EXPECT_EQ(lock.count(), 1);
 }
 
 TEST_F(Termination, BySeveralSignalsAtOncePostsTheLockOnce) {
     for (int round = 0; round < 50; ++round) {
         ASSERT_TRUE(driver.start()) << round;
-        sem_t* lock = sem_open("/znorb.appLock", 0);
-        ASSERT_NE(lock, SEM_FAILED);
+        const Onlooker lock(daemonLock);
+        ASSERT_TRUE(lock.isOpen());
         for (int number = 0; number < 3; ++number) {
             (void)kill(driver.daemon(), SIGTERM);
         }
         EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
-        int count = -1;
-        EXPECT_EQ(sem_getvalue(lock, &count), 0);
-        EXPECT_EQ(count, 1) << round;
-        (void)sem_close(lock);
+        EXPECT_EQ(lock.count(), 1) << round;
         (void)unlink(tableFile);
     }
 }

@@ -6,14 +6,6 @@
 
 namespace ZNORBTEST {
 
-std::string joined(const Writes& writes) {
-    std::string text;
-    for (const std::string& write : writes) {
-        text += write;
-    }
-    return text;
-}
-
 void logList(int level, const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);

@@ -3,6 +3,7 @@
 #include "common/log/Logger.h"
 #include "foundation/containers/SharedPtr.h"
 #include "foundation/streams/OutputStream.h"
+#include "tests/support/RecordingStream.h"
 
 #include <gtest/gtest.h>
 
@@ -22,29 +23,24 @@ using StreamPointer = Common::shared_ptr<Common::OutputStream>;
 /// 2001-09-09 01:46:40 UTC, with a day of the month of one digit.
 inline constexpr std::time_t billionthSecond = 1000000000;
 
-/// Notes every write, behind its own name, in a record that streams may share and that outlives them.
-class RecordingStream : public Common::OutputStream {
+/// Notes every write, behind its own name, in a record that streams may share.
+class LogStream : public RecordingStream {
 public:
-    explicit RecordingStream(Writes& writes, std::string name = "")
-        : m_writes(writes), m_name(std::move(name)) {}
+    using RecordingStream::RecordingStream;
 
     void write(const char* data, const unsigned int& length) override {
         EXPECT_EQ(data[length], '\0') << "streams that print text need a terminated one";
-        m_writes.push_back(m_name + std::string(data, length));
+        RecordingStream::write(data, length);
     }
-
-private:
-    Writes& m_writes;
-    std::string m_name;
 };
 
 /// Does something of its own after each write, and when it is destroyed.
-class ActingStream : public RecordingStream {
+class ActingStream : public LogStream {
 public:
     using Action = std::function<void(const std::string&)>;
 
     ActingStream(Writes& writes, Action onWrite, std::function<void()> onEnd = {})
-        : RecordingStream(writes), m_onWrite(std::move(onWrite)), m_onEnd(std::move(onEnd)) {}
+        : LogStream(writes), m_onWrite(std::move(onWrite)), m_onEnd(std::move(onEnd)) {}
 
     ~ActingStream() override {
         if (m_onEnd) {
@@ -53,7 +49,7 @@ public:
     }
 
     void write(const char* data, const unsigned int& length) override {
-        RecordingStream::write(data, length);
+        LogStream::write(data, length);
         if (m_onWrite) {
             m_onWrite(std::string(data, length));
         }
@@ -63,9 +59,6 @@ private:
     Action m_onWrite;
     std::function<void()> m_onEnd;
 };
-
-/// All writes in one text.
-std::string joined(const Writes& writes);
 
 /// Logger::vlog() with its arguments in a list.
 __attribute__((format(printf, 2, 3))) void logList(int level, const char* format, ...);
@@ -92,7 +85,7 @@ protected:
     static void setZone(const char* zone);
 
     void addRecorder(const std::string& name = "") {
-        ORBCOMMON::Logger::addOutputStream(StreamPointer(new RecordingStream(writes, name)));
+        ORBCOMMON::Logger::addOutputStream(StreamPointer(new LogStream(writes, name)));
     }
 
     Writes writes;

@@ -144,7 +144,7 @@ TEST_F(LoggerTest, StreamsGetEveryRecordInTheOrderOfAddition) {
 }
 
 TEST_F(LoggerTest, StreamAddedTwiceGetsEveryRecordTwice) {
-    const StreamPointer stream(new RecordingStream(writes));
+    const StreamPointer stream(new LogStream(writes));
     Logger::addOutputStream(stream);
     Logger::addOutputStream(stream);
     Logger::log("1");

@@ -1,6 +1,7 @@
 #include "common/processes/ProcessEvent.h"
 
 #include "tests/support/ForkedChild.h"
+#include "tests/support/ObservedThread.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
@@ -65,37 +66,14 @@ std::time_t inSeconds(int seconds) {
     return std::time(nullptr) + seconds;
 }
 
-// Whether a thread of this process sleeps in a system call.
-bool sleeps(pid_t thread) {
-    const std::string path = "/proc/self/task/" + std::to_string(thread) + "/stat";
-    FILE* file = std::fopen(path.c_str(), "re");
-    if (file == nullptr) {
-        return false;
-    }
-    char content[512];
-    const std::size_t length = std::fread(content, 1, sizeof(content), file);
-    (void)std::fclose(file);
-    const std::string text(content, length);
-    const std::size_t name = text.rfind(')');
-    return name != std::string::npos && name + 2 < text.size() && text[name + 2] == 'S';
-}
-
 // A thread that waits on an event as it is told to.
 class Waiter {
 public:
     explicit Waiter(std::function<bool()> waiting)
-        : m_thread([this, waiting = std::move(waiting)] {
-              m_id = gettid();
-              m_result = waiting() ? 1 : 0;
-          }) {}
-    ~Waiter() { m_thread.join(); }
-    Waiter(const Waiter&) = delete;
-    Waiter& operator=(const Waiter&) = delete;
+        : m_thread([this, waiting = std::move(waiting)] { m_result = waiting() ? 1 : 0; }) {}
 
     // True once the thread has begun to wait and sleeps, false if it does not within a bound.
-    bool isWaiting() {
-        return waitUntil([this] { return m_id != 0 && sleeps(m_id); });
-    }
+    bool isWaiting() const { return m_thread.fallsAsleep(); }
     bool isDone() const { return m_result != -1; }
     // True or false as the waiting said; false, and a failure, if it has not ended within a bound.
     bool result() {
@@ -104,9 +82,8 @@ public:
     }
 
 private:
-    std::atomic<pid_t> m_id{0};
     std::atomic<int> m_result{-1};
-    std::thread m_thread;
+    ZNORBTEST::ObservedThread m_thread;
 };
 
 // In the place of the block's mutex: one that notices when a holder ends without unlocking it.

@@ -1,15 +1,17 @@
 #include "common/processes/ProcessRunner.h"
 
 #include "tests/support/Allocations.h"
+#include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
+#include "tests/support/Scarcity.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Watchdog.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,40 +33,22 @@ namespace {
 using ZNORBTEST::exitedWith;
 using ZNORBTEST::expectEndOfForked;
 using ZNORBTEST::FailingAllocation;
+using ZNORBTEST::forbidForks;
 using ZNORBTEST::ForkedChild;
+using ZNORBTEST::hasNoChildren;
+using ZNORBTEST::readFile;
 
 using ORBCOMMON::forkWithoutLocks;
 using ORBCOMMON::runProcess;
 
-constexpr uid_t unprivilegedUser = 65534;
-
-std::string contentOf(const std::string& path) {
-    std::string content;
-    FILE* file = std::fopen(path.c_str(), "re");
-    if (file != nullptr) {
-        char buffer[4096];
-        content.assign(buffer, std::fread(buffer, 1, sizeof(buffer), file));
-        (void)std::fclose(file);
-    }
-    return content;
-}
-
-bool hasNoChildren() {
-    return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
-}
-
 // A folder with executables of the test's own, which is also the current directory.
 class ProcessRunnerTest : public testing::Test {
 protected:
-    void SetUp() override {
-        (void)alarm(100);
-        std::filesystem::current_path(folder);
-    }
+    void SetUp() override { std::filesystem::current_path(folder); }
 
-    void TearDown() override {
-        std::filesystem::current_path(before);
-        (void)alarm(0);
-    }
+    void TearDown() override { std::filesystem::current_path(before); }
+
+    const ZNORBTEST::Watchdog watchdog{100};
 
     // Runs what can be executed, so that no copy of the test comes back.
     static pid_t run(const std::string& program, const std::string& workingDirectory,
@@ -93,7 +77,7 @@ protected:
 TEST_F(ProcessRunnerTest, ReturnsTheProcessIdOfTheProgram) {
     const pid_t process = run("sh", "", {"-c", "echo $$ > result"});
     EXPECT_GT(process, 0);
-    EXPECT_EQ(contentOf(result), std::to_string(process) + "\n");
+    EXPECT_EQ(readFile(result), std::to_string(process) + "\n");
 }
 
 /// What runs in the folder, with which arguments, and what it leaves there.
@@ -112,7 +96,7 @@ TEST_P(ProcessRun, LeavesItsResult) {
     const bool isShell = GetParam().script.empty();
     makeScript("show", GetParam().script);
     (void)run(isShell ? "sh" : "show", isShell ? "" : folder, GetParam().arguments);
-    EXPECT_EQ(contentOf(result), std::regex_replace(GetParam().result, std::regex("~"), folder) + "\n");
+    EXPECT_EQ(readFile(result), std::regex_replace(GetParam().result, std::regex("~"), folder) + "\n");
 }
 
 const Run runs[] = {
@@ -132,14 +116,14 @@ INSTANTIATE_TEST_SUITE_P(ProcessRunner, ProcessRun, testing::ValuesIn(runs), ZNO
 TEST_F(ProcessRunnerTest, FirstElementIsTheWorkingDirectoryASlashAndTheProgram) {
     std::filesystem::create_symlink("/bin/sh", folder + "/tool");
     (void)run("tool", folder, {"-c", "echo \"$0\" > result"});
-    EXPECT_EQ(contentOf(result), folder + "/tool\n");
+    EXPECT_EQ(readFile(result), folder + "/tool\n");
 }
 
 TEST_F(ProcessRunnerTest, ProgramRunsInTheWorkingDirectory) {
     std::filesystem::create_directory("bin");
     makeScript("bin/show", "pwd > ../result");
     (void)run("show", folder + "/bin", {});
-    EXPECT_EQ(contentOf(result), folder + "/bin\n");
+    EXPECT_EQ(readFile(result), folder + "/bin\n");
     EXPECT_EQ(std::filesystem::current_path(), folder) << "the caller stays where it is";
 }
 
@@ -150,7 +134,7 @@ TEST_F(ProcessRunnerTest, ProgramIsSearchedAsTheShellWould) {
     ASSERT_EQ(setenv("PATH", (folder + "/bin:" + path).c_str(), 1), 0);
     (void)run("searched", "", {});
     (void)setenv("PATH", path.c_str(), 1);
-    EXPECT_EQ(contentOf(result), "found\n");
+    EXPECT_EQ(readFile(result), "found\n");
 }
 
 TEST_F(ProcessRunnerTest, WithAWorkingDirectoryProgramIsNotSearched) {
@@ -170,7 +154,7 @@ TEST_F(ProcessRunnerTest, RelativeWorkingDirectoryIsAppliedTwice) {
     makeScript("bin/show", "echo once > ../result");
     makeScript("bin/bin/show", "echo twice > ../result");
     (void)run("show", "bin", {});
-    EXPECT_EQ(contentOf(result), "twice\n");
+    EXPECT_EQ(readFile(result), "twice\n");
 }
 
 // What the copy of the caller finds, sent by it through a pipe: the returned value and the process it runs
@@ -226,7 +210,7 @@ TEST_F(ProcessRunnerTest, CopyOfTheCallerDoesNotHangWhenItIsToWait) {
 
 TEST_F(ProcessRunnerTest, WaitingBlocksUntilTheProgramHasEnded) {
     (void)run("sh", "", {"-c", "sleep 0.3; echo done > result"});
-    EXPECT_EQ(contentOf(result), "done\n");
+    EXPECT_EQ(readFile(result), "done\n");
 }
 
 TEST_F(ProcessRunnerTest, WaitingDiscardsTheExitStatus) {
@@ -253,7 +237,7 @@ TEST_F(ProcessRunnerTest, WaitingWithIgnoredChildSignalReturnsAfterTheProgram) {
     const pid_t process = run("sh", "", {"-c", "echo done > result"});
     (void)std::signal(SIGCHLD, handler);
     EXPECT_GT(process, 0);
-    EXPECT_EQ(contentOf(result), "done\n");
+    EXPECT_EQ(readFile(result), "done\n");
 }
 
 volatile std::sig_atomic_t signalCount = 0;
@@ -271,14 +255,7 @@ TEST_F(ProcessRunnerTest, SignalDoesNotEndTheWait) {
     (void)run("sh", "", {"-c", commands});
     (void)sigaction(SIGUSR1, &previous, nullptr);
     EXPECT_GT(signalCount, 0);
-    EXPECT_EQ(contentOf(result), "done\n");
-}
-
-// From here on the calling process can fork no more. Does nothing about a privileged user but give it up.
-bool forbidForks() {
-    const rlimit none{0, 0};
-    return (geteuid() != 0 || setresuid(unprivilegedUser, unprivilegedUser, unprivilegedUser) == 0) &&
-           setrlimit(RLIMIT_NPROC, &none) == 0;
+    EXPECT_EQ(readFile(result), "done\n");
 }
 
 TEST_F(ProcessRunnerTest, FailedForkReturnsMinusOne) {

@@ -1,11 +1,11 @@
 #include "common/sockets/IPClientSocket.h"
 #include "common/sockets/UXClientSocket.h"
+#include "tests/support/LocalPort.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -27,14 +27,10 @@ class Port {
 public:
     using Socket = IPClientSocket;
 
-    Port() : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        EXPECT_EQ(bind(listener.descriptor(), reinterpret_cast<const sockaddr*>(&address), length), 0);
-        EXPECT_EQ(getsockname(listener.descriptor(), reinterpret_cast<sockaddr*>(&address), &length), 0);
-        m_number = ntohs(address.sin_port);
+    Port()
+        : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
+          m_number(ZNORBTEST::bindToLocalPort(listener.descriptor())) {
+        EXPECT_NE(m_number, 0);
     }
 
     template <typename Kind>

@@ -1,5 +1,6 @@
 #include "common/sockets/IPClientSocket.h"
 
+#include "tests/support/LocalPort.h"
 #include "tests/support/Rows.h"
 #include "tests/support/StandIns.h"
 
@@ -8,7 +9,6 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -21,49 +21,14 @@ namespace {
 using ORBCOMMON::ClientSocket;
 using ORBCOMMON::IPClientSocket;
 using ORBCOMMON::storeFirstAddress;
+using ZNORBTEST::LocalPort;
 
 static_assert(std::is_base_of_v<ClientSocket, IPClientSocket>);
 static_assert(!std::is_copy_constructible_v<IPClientSocket>);
 
-// A TCP port of 127.0.0.1 that the test holds; connections are accepted only once it listens.
-class LocalPort {
-public:
-    LocalPort() : m_descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof(address);
-        EXPECT_EQ(bind(m_descriptor, reinterpret_cast<const sockaddr*>(&address), length), 0);
-        EXPECT_EQ(getsockname(m_descriptor, reinterpret_cast<sockaddr*>(&address), &length), 0);
-        m_port = ntohs(address.sin_port);
-    }
-
-    ~LocalPort() { (void)close(m_descriptor); }
-    LocalPort(const LocalPort&) = delete;
-    LocalPort& operator=(const LocalPort&) = delete;
-
-    void startListening() const { EXPECT_EQ(listen(m_descriptor, 5), 0); }
-
-    // The next connection, which goes to the caller and waits for bytes for a bounded time, or -1 when nobody
-    // is queued.
-    [[nodiscard]] int acceptOne() const {
-        const int accepted = accept4(m_descriptor, nullptr, nullptr, SOCK_CLOEXEC);
-        const timeval bound{20, 0};
-        (void)setsockopt(accepted, SOL_SOCKET, SO_RCVTIMEO, &bound, sizeof(bound));
-        return accepted;
-    }
-    [[nodiscard]] std::uint16_t number() const { return m_port; }
-
-private:
-    int m_descriptor;
-    std::uint16_t m_port = 0;
-};
-
 class IPClientSocketTest : public testing::Test {
 protected:
-    void SetUp() override { port.startListening(); }
-
-    LocalPort port;
+    const LocalPort port{true};
 };
 
 TEST_F(IPClientSocketTest, GoesToTheGivenPortInNetworkByteOrder) {
@@ -134,7 +99,7 @@ const Host hosts[] = {
 INSTANTIATE_TEST_SUITE_P(IPClientSocket, ConnectToAHost, testing::ValuesIn(hosts), ZNORBTEST::rowName);
 
 TEST(IPClientSocket, PortThatRefusesOrIsZeroStaysUnconnected) {
-    const LocalPort silent;
+    const LocalPort silent(false);
     for (const std::uint16_t port : {silent.number(), std::uint16_t{0}}) {
         IPClientSocket socket("127.0.0.1", port);
         socket.connect();

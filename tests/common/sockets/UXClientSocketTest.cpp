@@ -1,5 +1,6 @@
 #include "common/sockets/UXClientSocket.h"
 
+#include "tests/support/Descriptor.h"
 #include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -19,32 +20,10 @@ namespace {
 
 using ORBCOMMON::ClientSocket;
 using ORBCOMMON::UXClientSocket;
+using ZNORBTEST::Descriptor;
 
 static_assert(std::is_base_of_v<ClientSocket, UXClientSocket>);
 static_assert(!std::is_copy_constructible_v<UXClientSocket>);
-
-// A descriptor of the test's own.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
-    ~Descriptor() { reset(); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    [[nodiscard]] int get() const { return m_descriptor; }
-
-    void reset() {
-        if (m_descriptor != -1) {
-            (void)close(m_descriptor);
-        }
-        m_descriptor = -1;
-    }
-
-    int release() { return std::exchange(m_descriptor, -1); }
-
-private:
-    int m_descriptor;
-};
 
 int listenOn(const std::string& path) {
     sockaddr_un address{};

@@ -36,14 +36,6 @@ shared_ptr<OutputStream> recorderInto(Pieces& pieces) {
     return shared_ptr<OutputStream>(new RecordingStream(pieces));
 }
 
-std::string joined(const Pieces& pieces) {
-    std::string text;
-    for (const std::string& piece : pieces) {
-        text += piece;
-    }
-    return text;
-}
-
 /// Uses the log before any other static object is made and after all of them are gone.
 struct EarlyAndLate {
     EarlyAndLate() {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <fcntl.h>
+#include "tests/support/Onlooker.h"
+
 #include <semaphore.h>
 #include <unistd.h>
 
@@ -24,16 +25,7 @@ public:
     void unlink() const { (void)sem_unlink(absolute().c_str()); }
 
     /// The count of the semaphore, or -1 when there is none of the name.
-    [[nodiscard]] int count() const {
-        sem_t* const semaphore = sem_open(absolute().c_str(), 0);
-        if (semaphore == SEM_FAILED) {
-            return -1;
-        }
-        int value = -1;
-        (void)sem_getvalue(semaphore, &value);
-        (void)sem_close(semaphore);
-        return value;
-    }
+    [[nodiscard]] int count() const { return Onlooker(absolute()).count(); }
 
     [[nodiscard]] bool exists() const { return count() != -1; }
 

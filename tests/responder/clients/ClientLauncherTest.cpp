@@ -9,6 +9,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
+#include "tests/support/Scarcity.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -41,10 +42,6 @@ constexpr int notExecuted = 127;
 
 std::string createdLine(pid_t process) {
     return "New process created: " + std::to_string(process);
-}
-
-bool hasNoChildren() {
-    return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD;
 }
 
 /// A table with this count whose entries have these marks.
@@ -268,13 +265,6 @@ TEST_F(ClientLauncherTest, ClientIsNotSearchedElsewhere) {
     (void)setenv("PATH", path.c_str(), 1);
     EXPECT_EQ(waitForEndOf(process), exitedWith(7));
     EXPECT_EQ(report->returned, 0);
-}
-
-/// From here on the calling process can fork no more; a privileged one must give up being it for that.
-bool forbidForks() noexcept {
-    constexpr uid_t ordinaryUser = 65534;
-    const rlimit none = {0, 0};
-    return setresuid(ordinaryUser, ordinaryUser, ordinaryUser) == 0 && setrlimit(RLIMIT_NPROC, &none) == 0;
 }
 
 TEST_F(ClientLauncherTest, FailedForkIsReturnedAndLoggedAsMinusOneAndTheEntryStaysClaimed) {

@@ -3,6 +3,7 @@
 #include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/DescriptorLimit.h"
+#include "tests/support/LocalPort.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
@@ -41,26 +42,12 @@ constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nCont
 /// likes, so that it decides how long the sweep is held up.
 class ClientPort {
 public:
-    ClientPort() : m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-        sockaddr_in address = {};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t length = sizeof address;
-        EXPECT_EQ(bind(m_listener, reinterpret_cast<const sockaddr*>(&address), length), 0);
-        EXPECT_EQ(listen(m_listener, 5), 0);
-        EXPECT_EQ(getsockname(m_listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-        m_port = ntohs(address.sin_port);
-    }
-
-    ~ClientPort() {
-        hangUp();
-        closeListener();
-    }
-
+    ClientPort() = default;
+    ~ClientPort() { hangUp(); }
     ClientPort(const ClientPort&) = delete;
     ClientPort& operator=(const ClientPort&) = delete;
 
-    [[nodiscard]] std::uint16_t port() const { return m_port; }
+    [[nodiscard]] std::uint16_t port() const { return m_listener.number(); }
 
     /// Waits for a connection that is on its way.
     bool awaitAsked() {
@@ -70,7 +57,7 @@ public:
     /// Whether a connection has come; takes it.
     bool isAsked() {
         if (m_connection == -1) {
-            m_connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
+            m_connection = m_listener.acceptOne();
         }
         return m_connection != -1;
     }
@@ -114,16 +101,11 @@ public:
     }
 
     /// From here on connections are refused.
-    void closeListener() {
-        if (m_listener != -1) {
-            (void)close(std::exchange(m_listener, -1));
-        }
-    }
+    void closeListener() { m_listener.stopListening(); }
 
 private:
-    int m_listener;
+    LocalPort m_listener{true};
     int m_connection = -1;
-    std::uint16_t m_port = 0;
 };
 
 /// A table as clients have filled it in, and a sweep over it.

@@ -27,22 +27,6 @@ std::string recordPath(const std::string& directory, pid_t process, const std::s
 
 // ---- the stand-in: runs before main, without GoogleTest ------------------------------------------------
 
-/// Empty when it cannot be read.
-std::string contentOf(const char* path) {
-    std::string content;
-    const int file = open(path, O_RDONLY | O_CLOEXEC);
-    char buffer[4096];
-    ssize_t length = file != -1 ? read(file, buffer, sizeof buffer) : -1;
-    while (length > 0) {
-        content.append(buffer, static_cast<std::size_t>(length));
-        length = read(file, buffer, sizeof buffer);
-    }
-    if (file != -1) {
-        (void)close(file);
-    }
-    return content;
-}
-
 void store(const std::string& path, const std::string& content) {
     const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (file == -1 || write(file, content.data(), content.size()) != static_cast<ssize_t>(content.size())) {
@@ -66,7 +50,7 @@ std::string openDescriptors() {
     const std::string directory = program.substr(0, program.rfind('/'));
     char current[PATH_MAX];
     store(recordPath(directory, getpid(), ".descriptors"), openDescriptors());
-    store(recordPath(directory, getpid(), ".table"), contentOf("/dev/shm/znorb.shvars"));
+    store(recordPath(directory, getpid(), ".table"), readFileIfAny("/dev/shm/znorb.shvars"));
     store(recordPath(directory, getpid(), ".words"), words);
     store(recordPath(directory, getpid(), ".directory"),
           getcwd(current, sizeof current) != nullptr ? current : "");
@@ -78,7 +62,7 @@ std::string openDescriptors() {
 }
 
 bool becomeStandInIfAsked() {
-    const std::string words = contentOf("/proc/self/cmdline");
+    const std::string words = readFileIfAny("/proc/self/cmdline");
     const std::string program = words.substr(0, words.find('\0'));
     const std::string ending = programName;
     if (program.size() > ending.size() && program.substr(program.size() - ending.size()) == ending) {

@@ -2,13 +2,11 @@
 
 #include "responder/commands/ExitStatus.h"
 #include "tests/support/ForkedChild.h"
-#include "tests/support/ListeningPeer.h"
+#include "tests/support/PlayedDaemon.h"
 #include "tests/support/Rows.h"
 #include "tests/support/StandIns.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <semaphore.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -21,22 +19,20 @@ namespace {
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
 
-constexpr const char* lockName = "/znorb.appLock";
-
 /// The sleeps of the stopping process, and when the daemon lets go of its lock.
 struct Sleeps {
     unsigned ofTenths = 0;
     unsigned ofMilliseconds = 0;
     unsigned others = 0;
     unsigned releaseIn = 0; ///< the number of the sleep; 0 for never
-    sem_t* lock = nullptr;
+    const PlayedDaemon* daemon = nullptr;
 };
 
 void count(Sleeps& sleeps, useconds_t microseconds) {
     switch (microseconds) {
     case 100'000:
         if (++sleeps.ofTenths == sleeps.releaseIn) {
-            (void)sem_post(sleeps.lock);
+            sleeps.daemon->releaseLock();
         }
         break;
     case 1'000:
@@ -50,16 +46,10 @@ void count(Sleeps& sleeps, useconds_t microseconds) {
 /// A daemon that answers "QUIT" and holds its lock; the name stays when it lets go.
 class StopDaemon : public testing::Test {
 protected:
-    StopDaemon() { EXPECT_NE(m_lock, SEM_FAILED); }
-    ~StopDaemon() override {
-        (void)sem_close(m_lock);
-        (void)sem_unlink(lockName);
-    }
-
     /// The daemon lets go in this sleep of the stop.
     ProcessEnd stopReleasedIn(unsigned sleep) {
         sleeps->releaseIn = sleep;
-        sleeps->lock = m_lock;
+        sleeps->daemon = &m_daemon;
         return endOfForked([this]() {
             const InPlaceOf<usleep> noSleep([this](useconds_t microseconds) {
                 count(*sleeps, microseconds);
@@ -72,8 +62,7 @@ protected:
     const SharedReport<Sleeps> sleeps;
 
 private:
-    sem_t* const m_lock = sem_open(lockName, O_CREAT | O_EXCL, 0644, 0);
-    const ListeningPeer m_daemon{{4, {"0"}}, "/var/run/znorb.socket"};
+    const PlayedDaemon m_daemon{"0"};
 };
 
 /// The sleep in which the daemon lets go, the status of the stop, and its sleeps.

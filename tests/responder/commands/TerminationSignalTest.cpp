@@ -4,9 +4,9 @@
 #include "responder/Globals.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Onlooker.h"
 #include "tests/support/StandIns.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
 #include <unistd.h>
@@ -42,36 +42,21 @@ sigset_t currentMask() {
 class OtherHandle {
 public:
     OtherHandle() = default;
-    ~OtherHandle() {
-        if (m_handle != SEM_FAILED) {
-            (void)sem_close(m_handle);
-        }
-        (void)sem_unlink(lockName);
-    }
+    ~OtherHandle() { (void)sem_unlink(lockName); }
     OtherHandle(const OtherHandle&) = delete;
     OtherHandle& operator=(const OtherHandle&) = delete;
 
     /// Waits for the lock to be made by somebody and opens it.
     void open() {
-        ASSERT_TRUE(waitUntil([this]() {
-            m_handle = sem_open(lockName, 0);
-            return m_handle != SEM_FAILED;
-        }));
+        ASSERT_TRUE(waitUntil([this]() { return m_handle.emplace(lockName).isOpen(); }));
     }
 
-    void create(unsigned count) {
-        m_handle = sem_open(lockName, O_CREAT | O_EXCL, 0644, count);
-        ASSERT_NE(m_handle, SEM_FAILED);
-    }
+    void create(unsigned count) { ASSERT_TRUE(m_handle.emplace(lockName, count).isOpen()); }
 
-    [[nodiscard]] int count() const {
-        int value = -1;
-        EXPECT_EQ(sem_getvalue(m_handle, &value), 0);
-        return value;
-    }
+    [[nodiscard]] int count() const { return m_handle->count(); }
 
 private:
-    sem_t* m_handle = SEM_FAILED;
+    std::optional<Onlooker> m_handle;
 };
 
 /// Code that ends its process, in a child. Steps let the test and the child take turns.

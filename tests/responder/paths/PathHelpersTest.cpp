@@ -4,6 +4,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Watchdog.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -195,13 +196,12 @@ TEST_F(PathHelpersFileTest, EachPathIsARegularFileOrADirectoryOrNeither) {
         {"an empty path", "", false, false},
         {"a file with a slash", m_file + "/", false, false},
     };
-    (void)alarm(60); // a FIFO waits for its writer
+    const ZNORBTEST::Watchdog watchdog(60); // a FIFO waits for its writer
     for (const Kind& kind : kinds) {
         EXPECT_EQ(isRegularFile(kind.path), kind.isRegular) << kind.name;
         EXPECT_EQ(isDirectory(kind.path), kind.isDirectory) << kind.name;
         EXPECT_EQ(isReadableFile(kind.path), kind.isRegular) << kind.name;
     }
-    (void)alarm(0);
 }
 
 TEST_F(PathHelpersFileTest, FileWithoutReadPermissionIsNotReadable) {

@@ -1,13 +1,14 @@
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/LocalPort.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/Waiting.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -27,20 +28,6 @@ using testing::Eq;
 using testing::IsEmpty;
 using testing::Optional;
 using namespace ZNORBTEST;
-
-/// Closes it.
-class Descriptor {
-public:
-    explicit Descriptor(int descriptor) : m_descriptor(descriptor) {}
-    ~Descriptor() { (void)close(m_descriptor); }
-    Descriptor(const Descriptor&) = delete;
-    Descriptor& operator=(const Descriptor&) = delete;
-
-    [[nodiscard]] int get() const { return m_descriptor; }
-
-private:
-    const int m_descriptor;
-};
 
 /// Whether the monitor has closed the last connection; a requester sees its end before.
 bool isBetweenConnections() {
@@ -133,25 +120,18 @@ TEST_F(ServingResponderMonitor, SlowRequesterHoldsUpEveryoneBehindIt) {
 }
 
 TEST_F(UnifiedResponderMonitor, QuitIsAnsweredOnlyWhenEveryClientHasBeenAsked) {
-    const Descriptor clientPort(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ASSERT_EQ(bind(clientPort.get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
-    ASSERT_EQ(listen(clientPort.get(), 1), 0);
-    ASSERT_EQ(getsockname(clientPort.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    const LocalPort clientPort(true);
     startServing();
-    changeTable([&address](znorb_shared_table& table) {
+    changeTable([&clientPort](znorb_shared_table& table) {
         table.count = 1;
         table.entries[0].in_use = 1;
-        table.entries[0].port = ntohs(address.sin_port);
+        table.entries[0].port = clientPort.number();
     });
     LocalConnection quitter = LocalConnection::toPath(socketPath);
     EXPECT_TRUE(quitter.send("QUIT"));
-    pollfd wanted = {clientPort.get(), POLLIN, 0};
-    ASSERT_EQ(poll(&wanted, 1, static_cast<int>(usualBound.count())), 1);
-    const Descriptor connection(accept4(clientPort.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    int accepted = -1;
+    ASSERT_TRUE(waitUntil([&]() { return (accepted = clientPort.acceptOne()) != -1; }));
+    const Descriptor connection(accepted);
     EXPECT_EQ(quitter.receiveUntilClosed(std::chrono::milliseconds(100)), "");
     EXPECT_FALSE(quitter.wasClosed());
     EXPECT_FALSE(isExitEventSet());

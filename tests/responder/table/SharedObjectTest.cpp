@@ -2,6 +2,7 @@
 
 #include "responder/table/ClientTable.h"
 #include "responder/table/TruncationGuard.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
@@ -54,12 +55,6 @@ bool isMapped(void* address) {
     const auto start = reinterpret_cast<std::uintptr_t>(address) / page * page;
     unsigned char resident[8];
     return mincore(reinterpret_cast<void*>(start), objectSize, resident) == 0 || errno != ENOMEM;
-}
-
-int lowestFreeDescriptor() {
-    const int descriptor = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    (void)close(descriptor);
-    return descriptor;
 }
 
 constexpr bool canSteerMappings = !underSanitizer;

@@ -28,7 +28,7 @@ protected:
 
     bool copy() const { return copyFileTo(m_from, m_to, "file"); }
 
-    Watchdog m_watchdog;
+    Watchdog m_watchdog{60};
     TemporaryFolder m_folder;
     const std::string m_from = m_folder / "from";
     const std::string m_to = m_folder / "to";

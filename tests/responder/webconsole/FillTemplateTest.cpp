@@ -37,7 +37,7 @@ protected:
         return readFile(m_filled);
     }
 
-    Watchdog m_watchdog;
+    Watchdog m_watchdog{60};
     ExecutableLink m_link = ExecutableLink("/opt/zn/znorb/bin/znorbresponder");
     TemporaryFolder m_folder;
     const std::string m_source = m_folder / "template";

@@ -8,6 +8,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/ProcessEnd.h"
 #include "tests/support/SystemCallTracer.h"
+#include "tests/support/Watchdog.h"
 
 #include <gmock/gmock.h>
 #include <sys/socket.h>
@@ -41,15 +42,6 @@ const std::string sourceFolder = StagedInstallation::sources;
 const std::vector<std::string> sources = {sourceFolder + "/znorb.xml", sourceFolder + "/chp.htm",
                                           sourceFolder + "/ipcelmclient.php",
                                           std::string(StagedInstallation::programs) + "/znorbrequestor"};
-
-/// Ends the process, and thereby the test and what it traces, when something blocks.
-class Watchdog {
-public:
-    Watchdog() { (void)alarm(100); }
-    ~Watchdog() { (void)alarm(0); }
-    Watchdog(const Watchdog&) = delete;
-    Watchdog& operator=(const Watchdog&) = delete;
-};
 
 class PublicationMoments : public testing::Test {
 protected:
@@ -125,7 +117,7 @@ protected:
     static constexpr const char* oldContent = "old";
     static constexpr const char* newContent = "new";
 
-    Watchdog watchdog;
+    Watchdog watchdog{100};
     StagedInstallation installation;
     std::vector<std::string> writable;
 };
@@ -235,7 +227,7 @@ protected:
         }
     }
 
-    Watchdog watchdog;
+    Watchdog watchdog{100};
     StagedInstallation installation;
 };
 

@@ -4,6 +4,7 @@
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Files.h"
 #include "tests/support/Sanitizers.h"
+#include "tests/support/Watchdog.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -33,15 +34,6 @@ inline std::string allBytes() {
     }
     return bytes;
 }
-
-/// Ends the process, and thereby the test, when something blocks.
-class Watchdog {
-public:
-    Watchdog() { (void)alarm(60); }
-    ~Watchdog() { (void)alarm(0); }
-    Watchdog(const Watchdog&) = delete;
-    Watchdog& operator=(const Watchdog&) = delete;
-};
 
 inline constexpr const char* fatalReason = "sanitizers end the process when memory runs out";
 
@@ -165,7 +157,7 @@ protected:
                                         {entryScriptSource, entryScript, filledIn, 0644},
                                         {requestorSource, requestor, requestorContent, 0755}};
 
-    Watchdog m_watchdog;
+    Watchdog m_watchdog{60};
     StagedInstallation m_installation;
 
 private:

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "tests/support/ListeningPeer.h"
+#include "tests/support/Onlooker.h"
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ZNORBTEST {
+
+/// The name of the daemon's lock, as sem_open() takes it.
+inline constexpr const char* daemonLock = "/znorb.appLock";
+
+/// What a daemon shows to those who stop it: the held lock, and a socket that takes "QUIT" and answers it.
+/// The name of the lock goes only with this.
+class PlayedDaemon {
+public:
+    /// An empty reply closes the connection without one.
+    explicit PlayedDaemon(const std::string& reply);
+    ~PlayedDaemon();
+    PlayedDaemon(const PlayedDaemon&) = delete;
+    PlayedDaemon& operator=(const PlayedDaemon&) = delete;
+
+    void releaseLock() const { m_lock.post(); }
+
+    /// Lets go of the lock when the request has been answered and `delay` has passed.
+    void releaseAfterAnswer(Milliseconds delay);
+
+    std::vector<std::string> received() const { return m_server.received(); }
+
+private:
+    const Onlooker m_lock;
+    ListeningPeer m_server;
+    std::thread m_release;
+};
+
+} // namespace ZNORBTEST
