@@ -21,6 +21,14 @@ void PrintTo(const Row<Given, Expected>& row, std::ostream* stream) {
     *stream << row.name;
 }
 
+/// A test's parameter whose text is too long, or too odd, to be part of the test's name.
+struct NamedText {
+    const char* name; ///< letters and digits
+    std::string text;
+
+    friend void PrintTo(const NamedText& value, std::ostream* stream) { *stream << value.name; }
+};
+
 /// For INSTANTIATE_TEST_SUITE_P over rows with a name.
 inline constexpr auto rowName = [](const auto& info) { return std::string(info.param.name); };
 

@@ -113,4 +113,14 @@ bool SelectRecorder::awaitCalls(std::size_t count) {
     return s_called.wait_for(lock, usualBound, [count]() { return s_state.calls.size() >= count; });
 }
 
+testing::Matcher<const SelectRecorder::Call&> isWaitFor(int descriptor, long seconds) {
+    using Call = SelectRecorder::Call;
+    using testing::Field;
+    return testing::AllOf(Field("reading", &Call::reading, testing::ElementsAre(descriptor)),
+                          Field("highestPlusOne", &Call::highestPlusOne, descriptor + 1),
+                          Field("onlyReading", &Call::onlyReading, true),
+                          Field("seconds", &Call::seconds, seconds),
+                          Field("microseconds", &Call::microseconds, 0));
+}
+
 } // namespace ZNORBTEST

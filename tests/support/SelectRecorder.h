@@ -2,6 +2,7 @@
 
 #include "tests/support/StandIns.h"
 
+#include <gmock/gmock.h>
 #include <sys/select.h>
 
 #include <cstddef>
@@ -45,5 +46,8 @@ public:
 private:
     const InPlaceOf<::select> m_waits;
 };
+
+/// Matches a wait of that many seconds for something to read from this descriptor, and for nothing else.
+testing::Matcher<const SelectRecorder::Call&> isWaitFor(int descriptor, long seconds);
 
 } // namespace ZNORBTEST

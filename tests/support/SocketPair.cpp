@@ -7,6 +7,14 @@
 
 namespace ZNORBTEST {
 
+std::string pattern(std::size_t length) {
+    std::string text;
+    for (std::size_t i = 0; i < length; ++i) {
+        text.push_back(static_cast<char>(i * 31 % 251));
+    }
+    return text;
+}
+
 SocketPair::SocketPair(int type) {
     int ends[2] = {-1, -1};
     if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) {

@@ -2,9 +2,13 @@
 
 #include <sys/socket.h>
 
+#include <cstddef>
 #include <string>
 
 namespace ZNORBTEST {
+
+/// Bytes that are in their places only if none before them is missing.
+std::string pattern(std::size_t length);
 
 /// Two connected ends in this process. The test plays the peer at the far end; the near end is for the code
 /// under test, which may take it over. What the peer writes waits at the near end, so that a whole

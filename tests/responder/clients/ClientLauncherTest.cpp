@@ -2,6 +2,7 @@
 
 #include "responder/Globals.h"
 #include "responder/table/SharedObject.h"
+#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/clients/StandInClient.h"
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Allocations.h"
@@ -24,6 +25,7 @@
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -52,26 +54,22 @@ void fill(SharedVariables& table, std::uint32_t count, const std::vector<std::ui
     }
 }
 
-/// As `launchClient`, where the client can be executed. Should a second copy of this process come back from
+/// As `startClient`, where the client can be executed. Should a second copy of this process come back from
 /// it all the same, that one ends: it must not go on with the tests.
-pid_t launch(std::uint16_t index, const std::string& language, const std::string& timeout) {
+pid_t start(SharedVariables* table, std::uint16_t& index, const std::string& language,
+            const std::string& timeout) {
     const pid_t self = getpid();
-    const pid_t process = launchClient(index, language, timeout);
+    const pid_t process = table == nullptr ? launchClient(index, language, timeout)
+                                           : startClient(table, index, language, timeout);
     if (getpid() != self) {
         _exit(notExecuted);
     }
     return process;
 }
 
-/// As `startClient`, in the same way.
-pid_t start(SharedVariables* table, std::uint16_t& index, const std::string& language,
-            const std::string& timeout) {
-    const pid_t self = getpid();
-    const pid_t process = startClient(table, index, language, timeout);
-    if (getpid() != self) {
-        _exit(notExecuted);
-    }
-    return process;
+/// As `launchClient`, in the same way.
+pid_t launch(std::uint16_t index, const std::string& language, const std::string& timeout) {
+    return start(nullptr, index, language, timeout);
 }
 
 class ClientLauncherTest : public testing::Test {
@@ -118,6 +116,10 @@ const std::string longLanguage(1024, 'x'); // a request's size
 
 const LaunchedWords launchedWords[] = {
     {"WithoutATimeout", false, 3, "en", "", {"-lang", "en", "-wbx", "-index", "3"}},
+    {"WithAnIndexOfTwoDigits", false, 10, "en", "", {"-lang", "en", "-wbx", "-index", "10"}},
+    {"WithTheLastIndexOfATable", false, 63, "en", "", {"-lang", "en", "-wbx", "-index", "63"}},
+    {"WithAnIndexThatHasNoSign", false, 32768, "en", "", {"-lang", "en", "-wbx", "-index", "32768"}},
+    {"WithTheGreatestIndex", false, 65535, "en", "", {"-lang", "en", "-wbx", "-index", "65535"}},
     {"WithATimeout", false, 3, "en", "600", {"-lang", "en", "-wbx", "-index", "3", "-timeout", "600"}},
     {"InTestMode", true, 3, "en", "", {"-v", "-lang", "en", "-wbx", "-index", "3"}},
     {"InTestModeWithATimeout",
@@ -139,18 +141,10 @@ const LaunchedWords launchedWords[] = {
      oddLanguage,
      "-1; true",
      {"-lang", oddLanguage, "-wbx", "-index", "7", "-timeout", "-1; true"}},
-    {"LongLanguageIsWhole", false, 7, longLanguage, "", {"-lang", longLanguage, "-wbx", "-index", "7"}},
+    {"LongLanguageIsWhole", false, 9, longLanguage, "", {"-lang", longLanguage, "-wbx", "-index", "9"}},
 };
 
 INSTANTIATE_TEST_SUITE_P(ClientLauncher, ClientArguments, testing::ValuesIn(launchedWords), rowName);
-
-TEST_F(ClientLauncherTest, IndexIsPassedAsAnUnsignedDecimalNumber) {
-    const std::vector<std::uint16_t> indexes = {0, 9, 10, 63, 32768, 65535};
-    for (const std::uint16_t index : indexes) {
-        EXPECT_THAT(wordsOf(launch(index, "en", "")),
-                    ElementsAre(program, "-lang", "en", "-wbx", "-index", std::to_string(index)));
-    }
-}
 
 TEST_F(ClientLauncherTest, ClientRunsInTheExecutablesDirectory) {
     const std::string before = std::filesystem::current_path();
@@ -180,12 +174,9 @@ TEST_F(ClientLauncherTest, ClientHasTheStandardDescriptorsAndNoneThatIsCloseOnEx
 }
 
 TEST_F(ClientLauncherTest, LaunchingLeavesNoDescriptorOpen) {
-    const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    (void)close(before);
+    const int before = lowestFreeDescriptor();
     (void)startOfEnded(launch(0, "en", "5"));
-    const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    (void)close(after);
-    EXPECT_EQ(after, before) << "the lowest free number";
+    EXPECT_EQ(lowestFreeDescriptor(), before);
 }
 
 TEST_F(ClientLauncherTest, LogsAndReturnsTheProcessIdOfTheClient) {
@@ -236,35 +227,34 @@ pid_t launchInCopy(const LogRecorder& log, const SharedReport<CopyReport>& repor
     return process;
 }
 
+/// What keeps the client from being executed: a name, and how it comes about.
+using Obstacle = std::pair<const char*, void (*)()>;
+
 TEST_F(ClientLauncherTest, ClientThatCannotBeExecutedReturnsZeroInASecondCopyAndLogsThatThere) {
-    std::filesystem::remove(program);
-    const SharedReport<CopyReport> report;
-    const pid_t process = launchInCopy(m_log, report);
-    EXPECT_GT(process, 0);
-    EXPECT_EQ(waitForEndOf(process), exitedWith(7));
-    EXPECT_EQ(report->returned, 0);
-    EXPECT_EQ(report->self, process);
-    EXPECT_STREQ(report->log, "New process created: 0\r\n");
-    EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(process))) << "in the first copy";
-}
-
-TEST_F(ClientLauncherTest, ClientThatIsNoProgramEndsInASecondCopyToo) {
-    std::filesystem::remove(program);
-    std::filesystem::create_directory(program);
-    const SharedReport<CopyReport> report;
-    EXPECT_EQ(waitForEndOf(launchInCopy(m_log, report)), exitedWith(7));
-    EXPECT_EQ(report->returned, 0);
-}
-
-TEST_F(ClientLauncherTest, ClientIsNotSearchedElsewhere) {
-    std::filesystem::rename(program, "/opt/zn/znorb/znorbclient");
     const std::string path = std::getenv("PATH");
-    ASSERT_EQ(setenv("PATH", "/opt/zn/znorb", 1), 0);
-    const SharedReport<CopyReport> report;
-    const pid_t process = launchInCopy(m_log, report);
+    const Obstacle obstacles[] = {
+        {"it lies elsewhere on the path",
+         []() {
+             std::filesystem::rename(program, "/opt/zn/znorb/znorbclient");
+             (void)setenv("PATH", "/opt/zn/znorb", 1);
+         }},
+        {"it is nowhere", []() { std::filesystem::remove("/opt/zn/znorb/znorbclient"); }},
+        {"it is a directory", []() { std::filesystem::create_directory(program); }},
+    };
+    for (const auto& [name, prepare] : obstacles) {
+        SCOPED_TRACE(name);
+        prepare();
+        m_log.clear();
+        const SharedReport<CopyReport> report;
+        const pid_t process = launchInCopy(m_log, report);
+        EXPECT_GT(process, 0);
+        EXPECT_EQ(waitForEndOf(process), exitedWith(7));
+        EXPECT_EQ(report->returned, 0);
+        EXPECT_EQ(report->self, process);
+        EXPECT_STREQ(report->log, "New process created: 0\r\n");
+        EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(process))) << "in the first copy";
+    }
     (void)setenv("PATH", path.c_str(), 1);
-    EXPECT_EQ(waitForEndOf(process), exitedWith(7));
-    EXPECT_EQ(report->returned, 0);
 }
 
 TEST_F(ClientLauncherTest, FailedForkIsReturnedAndLoggedAsMinusOneAndTheEntryStaysClaimed) {
@@ -283,16 +273,6 @@ TEST_F(ClientLauncherTest, FailedForkIsReturnedAndLoggedAsMinusOneAndTheEntrySta
         GTEST_SKIP() << "no second user in this sandbox";
     }
     EXPECT_EQ(end, exitedWith(0)) << "1: returned, 2: claimed, 4: logged";
-}
-
-TEST_F(ClientLauncherTest, StartOnAnEmptyTableClaimsEntryZeroAndLaunchesItsClient) {
-    std::uint16_t index = untouched;
-    const pid_t process = start(&m_table, index, "en", "");
-    EXPECT_EQ(index, 0);
-    EXPECT_EQ(m_table.count, 1U);
-    EXPECT_EQ(m_table.entries[0].inUse, 1);
-    EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(process)));
-    EXPECT_THAT(wordsOf(process), ElementsAre(program, "-lang", "en", "-wbx", "-index", "0"));
 }
 
 /// A table of this many entries, all in use but the free ones, and the entry that a start claims.
@@ -325,15 +305,18 @@ TEST_F(ClientLauncherTest, StartPassesLanguageTimeoutAndTheLowestFreeEntry) {
     }
 }
 
-TEST_F(ClientLauncherTest, ConsecutiveStartsGetConsecutiveEntries) {
+TEST_F(ClientLauncherTest, StartsOnAnEmptyTableClaimConsecutiveEntriesAndLaunchTheirClients) {
     for (std::uint16_t expected = 0; expected < 3; ++expected) {
         std::uint16_t index = untouched;
+        m_log.clear();
         const pid_t process = start(&m_table, index, "en", "");
         EXPECT_EQ(index, expected);
+        EXPECT_EQ(m_table.count, expected + 1U);
+        EXPECT_EQ(m_table.entries[expected].inUse, 1);
+        EXPECT_THAT(m_log.lines(), ElementsAre(createdLine(process)));
         EXPECT_THAT(wordsOf(process),
                     ElementsAre(program, "-lang", "en", "-wbx", "-index", std::to_string(expected)));
     }
-    EXPECT_EQ(m_table.count, 3U);
 }
 
 TEST_F(ClientLauncherTest, EntryIsClaimedBeforeItsClientStarts) {
@@ -371,28 +354,18 @@ TEST_F(ClientLauncherTest, LaunchWithoutMemoryForTheArgumentsIsLoggedAsAFailedOn
     EXPECT_TRUE(hasNoChildren());
 }
 
-TEST_F(ClientLauncherTest, StartOnAFullTableLaunchesAndChangesNothing) {
-    fill(m_table, 64, std::vector<std::uint8_t>(64, 1));
-    const SharedVariables before = m_table;
-    std::uint16_t index = untouched;
-    EXPECT_EQ(start(&m_table, index, "en", "5"), noProcess);
-    EXPECT_EQ(index, untouched);
-    EXPECT_EQ(std::memcmp(&m_table, &before, sizeof before), 0);
-    EXPECT_THAT(m_log.lines(), IsEmpty());
-    EXPECT_TRUE(hasNoChildren());
-    EXPECT_THAT(startedFrom(programs), IsEmpty());
-}
-
-TEST_F(ClientLauncherTest, StartWithAHostileCountLaunchesAndChangesNothing) {
-    for (const std::uint32_t count : {65U, 0x80000000U, 0xffffffffU}) {
-        fill(m_table, count, std::vector<std::uint8_t>(64, 255));
+TEST_F(ClientLauncherTest, StartOnAFullTableLaunchesAndChangesNothingWhateverItsCount) {
+    for (const std::uint32_t count : {64U, 65U, 0x80000000U, 0xffffffffU}) {
+        fill(m_table, count, std::vector<std::uint8_t>(64, count == 64 ? 1 : 255));
         const SharedVariables before = m_table;
         std::uint16_t index = untouched;
-        EXPECT_EQ(start(&m_table, index, "en", ""), noProcess);
+        EXPECT_EQ(start(&m_table, index, "en", "5"), noProcess);
         EXPECT_EQ(index, untouched);
         EXPECT_EQ(std::memcmp(&m_table, &before, sizeof before), 0);
     }
+    EXPECT_THAT(m_log.lines(), IsEmpty());
     EXPECT_TRUE(hasNoChildren());
+    EXPECT_THAT(startedFrom(programs), IsEmpty());
 }
 
 } // namespace

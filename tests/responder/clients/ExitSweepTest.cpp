@@ -1,6 +1,5 @@
 #include "responder/clients/ExitSweep.h"
 
-#include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/LocalPort.h"
@@ -23,6 +22,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -37,6 +37,7 @@ using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";
+static_assert(std::string_view(exitRequest).size() == 58);
 
 /// A client's HTTP port. The kernel takes the connection and the request; the test looks at them when it
 /// likes, so that it decides how long the sweep is held up.
@@ -157,14 +158,7 @@ protected:
     std::thread sweep;
 };
 
-TEST_F(ExitSweep, RequestIsExactlyThese58Bytes) {
-    enter(0, first);
-    sweepWithoutWaiting();
-    EXPECT_EQ(std::strlen(exitRequest), 58U);
-    EXPECT_EQ(first.receivedUntilClosed(), exitRequest);
-}
-
-TEST_F(ExitSweep, EveryClientInUseIsAskedOnce) {
+TEST_F(ExitSweep, EveryClientInUseIsAskedOnceAndGivenHalfAnHour) {
     enter(0, first);
     enter(1, second);
     enter(2, third);
@@ -174,6 +168,8 @@ TEST_F(ExitSweep, EveryClientInUseIsAskedOnce) {
         client->hangUp();
         EXPECT_FALSE(client->isAsked()) << "asked twice";
     }
+    EXPECT_EQ(SelectRecorder::calls().size(), 3U);
+    EXPECT_THAT(SelectRecorder::calls(), Each(Field(&SelectRecorder::Call::seconds, 1800)));
 }
 
 TEST_F(ExitSweep, ClientsAreAskedInTheOrderOfTheirEntriesOneAfterTheOther) {
@@ -290,19 +286,14 @@ TEST_F(ExitSweep, ClientForWhichThereIsNoMemoryIsPassedOverQuietlyAndTheNextIsAs
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(ExitSweep, LastEntryOfTheTableIsAsked) {
+TEST_F(ExitSweep, LastEntryOfTheTableIsAskedAlsoWithACountThatSomebodyMadeTooLarge) {
     enter(63, first);
-    sweepWithoutWaiting();
-    EXPECT_TRUE(first.awaitAsked());
-    EXPECT_EQ(SelectRecorder::calls().size(), 1U);
-}
-
-TEST_F(ExitSweep, CountThatSomebodyMadeTooLargeIsBoundedByTheTable) {
-    enter(63, first);
-    for (const std::uint32_t count : {65U, 1000U, 0x7fffffffU, 0xffffffffU}) {
+    std::size_t sweeps = 0;
+    for (const std::uint32_t count : {64U, 65U, 1000U, 0x7fffffffU, 0xffffffffU}) {
         table->count = count;
         sweepWithoutWaiting();
         EXPECT_EQ(first.receivedUntilClosed(), exitRequest) << count;
+        EXPECT_EQ(SelectRecorder::calls().size(), ++sweeps) << count;
         first.hangUp();
         EXPECT_FALSE(first.isAsked()) << count;
     }
@@ -318,25 +309,18 @@ TEST_F(ExitSweep, TableFullOfRubbishEndsTheSweepAllTheSame) {
     EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-TEST_F(ExitSweep, EntriesAreNotModified) {
+TEST_F(ExitSweep, EntriesAreNotModifiedAndNoDescriptorIsLeftOpen) {
     enter(0, first);
     enter(1, std::uint16_t{0});
     enter(2, second.port(), 255);
     table->entries[2].reserved = 0x12345678;
     SharedVariables before;
     std::memcpy(static_cast<void*>(&before), table.get(), sizeof before);
+    const int descriptor = lowestFreeDescriptor();
     sweepWithoutWaiting();
+    EXPECT_EQ(lowestFreeDescriptor(), descriptor);
     EXPECT_TRUE(second.awaitAsked());
     EXPECT_EQ(std::memcmp(&before, table.get(), sizeof before), 0);
-}
-
-TEST_F(ExitSweep, ClientIsGivenHalfAnHourPerWait) {
-    enter(0, first);
-    enter(1, second);
-    sweepWithoutWaiting();
-    const auto calls = SelectRecorder::calls();
-    EXPECT_EQ(calls.size(), 2U);
-    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::seconds, 1800)));
 }
 
 TEST_F(ExitSweep, ClientThatNeverAnswersHoldsTheSweepUntilItsTimeIsOver) {
@@ -349,15 +333,6 @@ TEST_F(ExitSweep, ClientThatNeverAnswersHoldsTheSweepUntilItsTimeIsOver) {
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(90));
     EXPECT_TRUE(first.awaitAsked());
     EXPECT_THAT(log.lines(), IsEmpty());
-}
-
-TEST_F(ExitSweep, NoDescriptorIsLeftOpen) {
-    enter(0, first);
-    enter(1, std::uint16_t{0});
-    enter(2, second);
-    const int before = lowestFreeDescriptor();
-    sweepWithoutWaiting();
-    EXPECT_EQ(lowestFreeDescriptor(), before);
 }
 
 /// Whatever a client answers, the next one is asked.
@@ -388,7 +363,7 @@ const NamedText hostileAnswers[] = {
     {"MoreThanTheLength", "HTTP/1.0 200 OK\r\nContent-Length: 10\r\n\r\n" + std::string(7000, 'x')},
 };
 
-INSTANTIATE_TEST_SUITE_P(ExitSweep, HostileAnswer, testing::ValuesIn(hostileAnswers), nameOf);
+INSTANTIATE_TEST_SUITE_P(ExitSweep, HostileAnswer, testing::ValuesIn(hostileAnswers), rowName);
 
 TEST_F(ExitSweep, ClientThatHangsUpWithoutAnAnswerDoesNotKeepTheNextFromBeingAsked) {
     enter(0, first);

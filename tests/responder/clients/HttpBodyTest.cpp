@@ -1,5 +1,4 @@
 #include "responder/clients/HttpClient.h"
-#include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
@@ -24,20 +23,11 @@ namespace {
 using namespace ZNORBRESPONDER;
 using testing::Each;
 using testing::ElementsAre;
-using testing::Field;
 using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 std::string head(const std::string& lengthText) {
     return "HTTP/1.0 200 OK\r\nContent-Length: " + lengthText + "\r\n\r\n";
-}
-
-std::string pattern(std::size_t length) {
-    std::string text;
-    for (std::size_t i = 0; i < length; ++i) {
-        text.push_back(static_cast<char>(i * 31 % 251));
-    }
-    return text;
 }
 
 /// A response and what the reader made of it.
@@ -65,6 +55,13 @@ protected:
         return hasData() ? std::string(reinterpret_cast<const char*>(data.get()), length) : "no data";
     }
 
+    /// Reads what is no whole body, without a message.
+    void expectQuietFailure(const SocketPair& from) {
+        EXPECT_FALSE(read(from));
+        EXPECT_FALSE(hasData());
+        EXPECT_THAT(log.lines(), IsEmpty());
+    }
+
     LogRecorder log;
     std::string statusLine;
     HttpHeaders headers;
@@ -72,46 +69,38 @@ protected:
     std::uint32_t length = 0;
 };
 
-TEST_F(ReadResponseBody, BodyOfTheStatedLengthIsReadWhole) {
-    EXPECT_TRUE(readAll(head("12") + "hello, world"));
-    EXPECT_EQ(body(), "hello, world");
+/// A response, and the body that is read of it.
+using Response = Row<std::string, std::string>;
+
+class BodyOfAResponse : public ReadResponseBody, public testing::WithParamInterface<Response> {};
+
+TEST_P(BodyOfAResponse, IsOfTheStatedLength) {
+    EXPECT_TRUE(readAll("HTTP/1.0 200 OK\r\n" + GetParam().given));
+    EXPECT_EQ(body(), GetParam().expected);
 }
+
+const std::string hello = "hello, world";
+
+const Response responses[] = {
+    {"ThatFollows", "Content-Length: 12\r\n\r\n" + hello, hello},
+    {"WithAByteBeyondIt", "Content-Length: 12\r\n\r\n" + hello + "!", hello},
+    {"WithManyBytesBeyondIt", "Content-Length: 12\r\n\r\n" + hello + std::string(5000, '!'), hello},
+    {"LastOfSeveral", "Content-Length: 99\r\nContent-Length: 12\r\n\r\n" + hello, hello},
+    {"SmallLettersInItsName", "content-length: 12\r\n\r\n" + hello, "no data"},
+    {"CapitalLettersInItsName", "CONTENT-LENGTH: 12\r\n\r\n" + hello, "no data"},
+    {"SmallLetterInItsName", "Content-length: 12\r\n\r\n" + hello, "no data"},
+    {"SpaceBeforeItsName", " Content-Length: 12\r\n\r\n" + hello, "no data"},
+    {"SpaceBehindItsName", "Content-Length : 12\r\n\r\n" + hello, "no data"},
+    {"LongerName", "Content-Lengths: 12\r\n\r\n" + hello, "no data"},
+};
+
+INSTANTIATE_TEST_SUITE_P(ReadResponseBody, BodyOfAResponse, testing::ValuesIn(responses), rowName);
 
 TEST_F(ReadResponseBody, LengthOfOneDigitIsDroppedAndSoIsTheBody) {
     EXPECT_TRUE(readAll(head("5") + "hello"));
     EXPECT_EQ(statusLine, "HTTP/1.0 200 OK");
     EXPECT_TRUE(headers.empty());
     EXPECT_FALSE(hasData());
-}
-
-TEST_F(ReadResponseBody, LengthIsKnownOnlyByItsExactName) {
-    for (const char* name : {"content-length", "CONTENT-LENGTH", "Content-length", " Content-Length",
-                             "Content-Length ", "Content-Lengths"}) {
-        EXPECT_TRUE(readAll("HTTP/1.0 200 OK\r\n" + std::string(name) + ": 12\r\n\r\nhello, world")) << name;
-        EXPECT_FALSE(hasData()) << name;
-    }
-}
-
-TEST_F(ReadResponseBody, LastOfSeveralLengthsCounts) {
-    EXPECT_TRUE(readAll("HTTP/1.0 200 OK\r\nContent-Length: 99\r\nContent-Length: 12\r\n\r\nhello, world"));
-    EXPECT_EQ(body(), "hello, world");
-}
-
-TEST_F(ReadResponseBody, BodyThatLacksOneByteNeedsAnotherRead) {
-    const SelectRecorder waits;
-    SocketPair peer(SOCK_SEQPACKET);
-    peer.write(head("12") + "hello, worl");
-    peer.write("d");
-    EXPECT_TRUE(read(peer));
-    EXPECT_EQ(body(), "hello, world");
-    EXPECT_EQ(SelectRecorder::calls().size(), 2U);
-}
-
-TEST_F(ReadResponseBody, BytesBeyondTheLengthAreIgnored) {
-    EXPECT_TRUE(readAll(head("12") + "hello, world!"));
-    EXPECT_EQ(body(), "hello, world");
-    EXPECT_TRUE(readAll(head("12") + "hello, world" + std::string(5000, '!')));
-    EXPECT_EQ(body(), "hello, world");
 }
 
 TEST_F(ReadResponseBody, BytesBeyondTheLengthAreLeftUnreadByLaterReads) {
@@ -160,31 +149,23 @@ TEST_F(ReadResponseBody, LongBodyIsReadWhole) {
     EXPECT_TRUE(body() == sent);
 }
 
-TEST_F(ReadResponseBody, BodyThatArrivesByteByByteIsReadWhole) {
-    const SelectRecorder waits;
-    SocketPair peer(SOCK_SEQPACKET);
-    peer.write(head("12"));
-    for (const char byte : std::string("hello, world")) {
-        peer.write(std::string(1, byte));
+TEST_F(ReadResponseBody, BodyInPiecesTakesAReadForEachWithHalfAnHourAnew) {
+    const std::vector<std::string> pieces[] = {
+        {head("12") + "hello, worl", "d"},
+        {head("12") + "hello", ", ", "world"},
+        {head("12"), "h", "e", "l", "l", "o", ",", " ", "w", "o", "r", "l", "d"},
+    };
+    for (const std::vector<std::string>& writes : pieces) {
+        const SelectRecorder waits;
+        SocketPair peer(SOCK_SEQPACKET);
+        for (const std::string& bytes : writes) {
+            peer.write(bytes);
+        }
+        EXPECT_TRUE(read(peer));
+        EXPECT_EQ(body(), "hello, world");
+        EXPECT_EQ(SelectRecorder::calls().size(), writes.size());
+        EXPECT_THAT(SelectRecorder::calls(), Each(isWaitFor(peer.near(), 1800)));
     }
-    EXPECT_TRUE(read(peer));
-    EXPECT_EQ(body(), "hello, world");
-    EXPECT_EQ(SelectRecorder::calls().size(), 13U);
-}
-
-TEST_F(ReadResponseBody, EachWaitIsForHalfAnHourAnew) {
-    const SelectRecorder waits;
-    SocketPair peer(SOCK_SEQPACKET);
-    peer.write(head("12") + "hello");
-    peer.write(", ");
-    peer.write("world");
-    EXPECT_TRUE(read(peer));
-    const auto calls = SelectRecorder::calls();
-    EXPECT_EQ(calls.size(), 3U);
-    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::seconds, 1800)));
-    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::microseconds, 0)));
-    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::reading, ElementsAre(peer.near()))));
-    EXPECT_THAT(calls, Each(Field(&SelectRecorder::Call::onlyReading, true)));
 }
 
 // ---- what a length may look like -----------------------------------------------------------------------
@@ -239,7 +220,7 @@ const NamedText hugeLengths[] = {
     {"BeyondNumbers", std::string(38, '9')},
 };
 
-INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength, testing::ValuesIn(hugeLengths), nameOf);
+INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength, testing::ValuesIn(hugeLengths), rowName);
 
 TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
     if (!allocationsAreObserved) {
@@ -248,10 +229,8 @@ TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
     SocketPair peer;
     peer.write(head("5000") + pattern(5000));
     const FailingAllocation failure(0, 5000);
-    EXPECT_FALSE(read(peer));
+    expectQuietFailure(peer);
     EXPECT_TRUE(FailingAllocation::hasHappened());
-    EXPECT_FALSE(hasData());
-    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 // ---- bodies that do not come ---------------------------------------------------------------------------
@@ -287,10 +266,8 @@ TEST_F(ReadResponseBody, BodyThatDoesNotGoOnInTimeFailsWithoutAMessage) {
     SelectRecorder::divideWaitsBy(36000);
     SocketPair peer;
     peer.write(head("12") + "hello");
-    EXPECT_FALSE(read(peer));
-    EXPECT_FALSE(hasData());
+    expectQuietFailure(peer);
     EXPECT_EQ(SelectRecorder::calls().size(), 2U);
-    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 TEST_F(ReadResponseBody, WaitForTheBodyThatFailsIsAFailedReadWithoutAMessage) {
@@ -299,10 +276,8 @@ TEST_F(ReadResponseBody, WaitForTheBodyThatFailsIsAFailedReadWithoutAMessage) {
     SocketPair peer(SOCK_SEQPACKET);
     peer.write(head("12") + "hello");
     peer.write(", world");
-    EXPECT_FALSE(read(peer));
-    EXPECT_FALSE(hasData());
+    expectQuietFailure(peer);
     EXPECT_EQ(SelectRecorder::calls().size(), 2U);
-    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
 std::chrono::nanoseconds cpuTimeOf(clockid_t clock) {

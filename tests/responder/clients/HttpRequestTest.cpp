@@ -23,7 +23,6 @@ using testing::Each;
 using testing::ElementsAre;
 using testing::Field;
 using testing::IsEmpty;
-using testing::StartsWith;
 using namespace ZNORBTEST;
 
 constexpr int boundMilliseconds = 20000;
@@ -50,11 +49,32 @@ protected:
 
     bool post(const std::string& body) { return send("POST", "/u", body); }
 
+    /// A peer that reads no more than the beginning of the request and closes with the rest unread.
+    std::thread readerThatGoes() {
+        return std::thread([this]() {
+            char buffer[16];
+            (void)recvfrom(peer.far(), buffer, sizeof buffer, 0, nullptr, nullptr);
+            peer.closeFar();
+        });
+    }
+
     /// What the peer gets of a request that needs no answer.
     std::string sentBytes(const std::string& method, const std::string& url, const std::string& body) {
         peer.finish();
         EXPECT_TRUE(send(method, url, body));
         return peer.received();
+    }
+
+    /// Posts in vain: nothing is waited for, and the results are cleared.
+    void expectFailedPost() {
+        const SelectRecorder waits;
+        (void)headers.insert("Old", "value");
+        EXPECT_FALSE(post("body"));
+        EXPECT_FALSE(socket.isConnected());
+        EXPECT_EQ(statusLine, "");
+        EXPECT_TRUE(headers.empty());
+        EXPECT_THAT(stream.writes(), IsEmpty());
+        EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
     }
 
     LogRecorder log;
@@ -69,79 +89,62 @@ std::string headOfPost(std::size_t length) {
     return "POST /u HTTP/1.0\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
 }
 
-std::string pattern(std::size_t length) {
-    std::string text;
-    for (std::size_t i = 0; i < length; ++i) {
-        text.push_back(static_cast<char>(i * 31 % 251));
-    }
-    return text;
-}
-
-/// A request with a body and what is sent of it.
+/// Method, URL and body of a request, what is sent of it, and in which lengths.
 struct Request {
     const char* name;
-    const char* method;
-    const char* url;
-    const char* sent;
+    std::string method;
+    std::string url;
+    std::string body;
+    std::string sent;
+    std::vector<std::size_t> lengths;
 
     friend void PrintTo(const Request& row, std::ostream* stream) { *stream << row.name; }
 };
 
 class SentRequest : public SendRequest, public testing::WithParamInterface<Request> {};
 
-TEST_P(SentRequest, IsItsLineAndOfAPostItsLengthAndItsBody) {
-    EXPECT_EQ(sentBytes(GetParam().method, GetParam().url, "hello, world"), GetParam().sent);
+TEST_P(SentRequest, IsItsLineAndOfAPostItsLengthAndItsBodyWithoutASignal) {
+    const SendRecorder sends;
+    EXPECT_EQ(sentBytes(GetParam().method, GetParam().url, GetParam().body), GetParam().sent);
+    EXPECT_EQ(sends.lengths(), GetParam().lengths);
+    EXPECT_THAT(sends.calls(), Each(Field(&SendRecorder::Call::flags, MSG_NOSIGNAL)));
 }
 
+const std::string hello = "hello, world";
+const std::string anyBytes("\0\r\n\xff%s|", 7);
+
 const Request requests[] = {
-    {"Post", "POST", "/some/url", "POST /some/url HTTP/1.0\r\nContent-Length: 12\r\n\r\nhello, world"},
-    {"Get", "GET", "/", "GET / HTTP/1.0\r\n\r\n"},
-    {"AnyOtherMethod", "PUT", "/", "PUT / HTTP/1.0\r\n\r\n"},
-    {"PostInSmallLetters", "post", "/", "post / HTTP/1.0\r\n\r\n"},
-    {"MethodThatOnlyBeginsWithPost", "POSTER", "/", "POSTER / HTTP/1.0\r\n\r\n"},
-    {"EmptyMethodAndUrl", "", "", "  HTTP/1.0\r\n\r\n"},
+    {"Post", "POST", "/u", hello, headOfPost(12) + hello, {headOfPost(12).size(), 12}},
+    {"EmptyPost", "POST", "/u", "", headOfPost(0), {headOfPost(0).size()}},
+    {"PostToALongerUrl",
+     "POST",
+     "/ExitApplication.json",
+     "",
+     "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n",
+     {58}},
+    {"BodyOfAnyBytes", "POST", "/u", anyBytes, headOfPost(7) + anyBytes, {headOfPost(7).size(), 7}},
+    {"Get", "GET", "/", hello, "GET / HTTP/1.0\r\n\r\n", {18}},
+    {"AnyOtherMethod", "PUT", "/", hello, "PUT / HTTP/1.0\r\n\r\n", {18}},
+    {"PostInSmallLetters", "post", "/", hello, "post / HTTP/1.0\r\n\r\n", {19}},
+    {"MethodThatOnlyBeginsWithPost", "POSTER", "/", hello, "POSTER / HTTP/1.0\r\n\r\n", {21}},
+    {"EmptyMethodAndUrl", "", "", hello, "  HTTP/1.0\r\n\r\n", {14}},
 };
 
 INSTANTIATE_TEST_SUITE_P(SendRequest, SentRequest, testing::ValuesIn(requests), rowName);
-
-TEST_F(SendRequest, EmptyPostStatesALengthOfZeroAndHasNoBody) {
-    const SendRecorder sends;
-    EXPECT_EQ(sentBytes("POST", "/ExitApplication.json", ""),
-              "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n");
-    EXPECT_THAT(sends.lengths(), ElementsAre(58));
-}
-
-TEST_F(SendRequest, BodyMayHoldAnyBytes) {
-    const std::string body("\0\r\n\xff%s|", 7);
-    EXPECT_EQ(sentBytes("POST", "/u", body), headOfPost(7) + body);
-}
-
-TEST_F(SendRequest, HeadIsOneSendWithoutASignal) {
-    const SendRecorder sends;
-    (void)sentBytes("GET", "/", "");
-    ASSERT_EQ(sends.calls().size(), 1U);
-    EXPECT_EQ(sends.calls()[0].length, 18U);
-    EXPECT_EQ(sends.calls()[0].flags, MSG_NOSIGNAL);
-}
-
-TEST_F(SendRequest, BodyIsSentWithoutASignal) {
-    const SendRecorder sends;
-    (void)sentBytes("POST", "/u", pattern(8193));
-    EXPECT_THAT(sends.calls(), Each(Field(&SendRecorder::Call::flags, MSG_NOSIGNAL)));
-}
 
 /// A body's length and those of the sends of it, the head's apart.
 using Chunks = Row<std::size_t, std::vector<std::size_t>>;
 
 class BodyChunks : public SendRequest, public testing::WithParamInterface<Chunks> {};
 
-TEST_P(BodyChunks, AreAtMostOfTheLimitEach) {
+TEST_P(BodyChunks, AreAtMostOfTheLimitEachAndSentWithoutASignal) {
     const std::string body = pattern(GetParam().given);
     const SendRecorder sends;
     EXPECT_EQ(sentBytes("POST", "/u", body), headOfPost(body.size()) + body);
     std::vector<std::size_t> lengths = sends.lengths();
     lengths.erase(lengths.begin());
     EXPECT_EQ(lengths, GetParam().expected);
+    EXPECT_THAT(sends.calls(), Each(Field(&SendRecorder::Call::flags, MSG_NOSIGNAL)));
 }
 
 const Chunks chunks[] = {
@@ -193,41 +196,25 @@ TEST_F(SendRequest, LongBodyReachesAPeerThatReadsMeanwhile) {
 }
 
 TEST_F(SendRequest, UnconnectedSocketFailsAtOnceAndClearsTheResults) {
-    const SelectRecorder waits;
     const SendRecorder sends;
-    (void)headers.insert("Old", "value");
     socket.close();
-    EXPECT_FALSE(post("body"));
-    EXPECT_EQ(statusLine, "");
-    EXPECT_TRUE(headers.empty());
+    expectFailedPost();
     EXPECT_TRUE(sends.calls().empty());
-    EXPECT_THAT(stream.writes(), IsEmpty());
     EXPECT_THAT(log.lines(), IsEmpty());
-    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
 }
 
 TEST_F(SendRequest, HeadThatCannotBeSentClosesTheSocketWithoutAMessage) {
-    const SelectRecorder waits;
-    (void)headers.insert("Old", "value");
     peer.closeFar();
-    EXPECT_FALSE(post("body"));
-    EXPECT_FALSE(socket.isConnected());
-    EXPECT_EQ(statusLine, "");
-    EXPECT_TRUE(headers.empty());
+    expectFailedPost();
     EXPECT_THAT(log.lines(), IsEmpty());
-    EXPECT_THAT(SelectRecorder::calls(), IsEmpty()) << "waits for an answer";
 }
 
 TEST_F(SendRequest, BodyThatCannotBeSentIsLoggedAndClosesTheSocket) {
-    const SelectRecorder waits;
     SendRecorder sends;
     sends.failCall(1, EPIPE);
-    peer.write("HTTP/1.0 200 OK\r\n\r\n");
-    EXPECT_FALSE(post("body"));
-    EXPECT_FALSE(socket.isConnected());
+    peer.write("HTTP/1.0 200 OK\r\n\r\n"); // it is not read
+    expectFailedPost();
     EXPECT_THAT(log.lines(), ElementsAre("Error Sending to Server. Code: 32"));
-    EXPECT_EQ(statusLine, "") << "the answer is not read";
-    EXPECT_THAT(SelectRecorder::calls(), IsEmpty());
     EXPECT_EQ(peer.received(), headOfPost(4));
 }
 
@@ -241,11 +228,7 @@ TEST_F(SendRequest, LaterChunkThatCannotBeSentIsLoggedWithItsError) {
 }
 
 TEST_F(SendRequest, PeerThatGoesInTheMiddleOfTheBodyFailsTheRequest) {
-    std::thread reader([this]() {
-        char buffer[16];
-        (void)recvfrom(peer.far(), buffer, sizeof buffer, 0, nullptr, nullptr);
-        peer.closeFar();
-    });
+    std::thread reader = readerThatGoes();
     EXPECT_FALSE(post(std::string(8'000'000, 'b')));
     reader.join();
     EXPECT_FALSE(socket.isConnected());
@@ -337,11 +320,7 @@ INSTANTIATE_TEST_SUITE_P(SendRequest, BadlyAnsweredRequest, testing::ValuesIn(ba
 
 TEST_F(SendRequest, PeerThatResetsInsteadOfAnsweringLeavesNoTrace) {
     const SelectRecorder waits;
-    std::thread reader([this]() {
-        char buffer[16];
-        (void)recvfrom(peer.far(), buffer, sizeof buffer, 0, nullptr, nullptr); // the rest stays unread
-        peer.closeFar();
-    });
+    std::thread reader = readerThatGoes();
     EXPECT_TRUE(send("GET", "/a/url/of/more/than/sixteen/bytes", ""));
     reader.join();
     EXPECT_EQ(statusLine, "");

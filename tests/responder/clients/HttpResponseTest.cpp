@@ -1,5 +1,4 @@
 #include "responder/clients/HttpClient.h"
-#include "tests/responder/webconsole/NamedText.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"
@@ -68,67 +67,56 @@ std::map<std::string, std::string> headersOf(const std::string& lines) {
 
 constexpr const char* status = "HTTP/1.0 200 OK\r\n";
 
-TEST(ReadResponseHead, StatusLineAloneIsAResponse) {
-    const Outcome outcome = readAll("HTTP/1.0 200 OK\r\n\r\n");
+/// Status lines that are responses with nothing behind them.
+class StatusLine : public testing::TestWithParam<NamedText> {};
+
+TEST_P(StatusLine, AloneIsAResponse) {
+    const Outcome outcome = readAll(GetParam().text + "\r\n\r\n");
     EXPECT_TRUE(outcome.isRead);
-    EXPECT_EQ(outcome.statusLine, "HTTP/1.0 200 OK");
+    EXPECT_EQ(outcome.statusLine, GetParam().text);
     EXPECT_THAT(outcome.headers, IsEmpty()) << "old headers are cleared";
     EXPECT_FALSE(outcome.hasData);
 }
 
-TEST(ReadResponseHead, StatusLineIsAnyText) {
-    const Outcome outcome = readAll("?\r\n\r\n");
-    EXPECT_TRUE(outcome.isRead);
-    EXPECT_EQ(outcome.statusLine, "?");
-}
+const NamedText statusLines[] = {
+    {"Usual", "HTTP/1.0 200 OK"},
+    {"AnyText", "?"},
+    {"LineFeedsAndNuls", {"\nHTTP\0 \n200\n", 12}},
+};
 
-TEST(ReadResponseHead, StatusLineMayHoldLineFeedsAndNuls) {
-    const std::string line("\nHTTP\0 \n200\n", 12);
-    const Outcome outcome = readAll(line + "\r\n\r\n");
-    EXPECT_TRUE(outcome.isRead);
-    EXPECT_EQ(outcome.statusLine, line);
-}
+INSTANTIATE_TEST_SUITE_P(ReadResponseHead, StatusLine, testing::ValuesIn(statusLines), rowName);
 
-TEST(ReadResponseHead, StatusLineWithoutAnEndFails) {
-    const Outcome outcome = readAll("HTTP/1.0 200 OK");
+/// Heads that fail whatever else is right about them, and the status line that is read of them.
+using BadHead = Row<std::string, std::string>;
+
+class ReadResponseOfABadHead : public testing::TestWithParam<BadHead> {};
+
+TEST_P(ReadResponseOfABadHead, Fails) {
+    const Outcome outcome = readAll(GetParam().given);
     EXPECT_FALSE(outcome.isRead);
-    EXPECT_EQ(outcome.statusLine, "");
-}
-
-TEST(ReadResponseHead, LoneCarriageReturnInTheStatusLineFails) {
-    const Outcome outcome = readAll("HTTP/1.0\r200 OK\r\n\r\n");
-    EXPECT_FALSE(outcome.isRead);
-    EXPECT_EQ(outcome.statusLine, "");
-}
-
-TEST(ReadResponseHead, HeadersThatDoNotEndFail) {
-    const Outcome outcome = readAll("HTTP/1.0 200 OK\r\nName: value\r\n");
-    EXPECT_FALSE(outcome.isRead);
-    EXPECT_EQ(outcome.statusLine, "HTTP/1.0 200 OK") << "the status line was there";
+    EXPECT_EQ(outcome.statusLine, GetParam().expected);
     EXPECT_FALSE(outcome.hasData);
 }
 
-/// Heads that fail whatever else is right about them.
-class ReadResponseOfABadHead : public testing::TestWithParam<NamedText> {};
+const std::string ok = "HTTP/1.0 200 OK";
 
-TEST_P(ReadResponseOfABadHead, Fails) {
-    EXPECT_FALSE(readAll(GetParam().text).isRead);
-}
-
-const NamedText badHeads[] = {
-    {"CarriageReturnAlone", "\r"},
-    {"LineEndAlone", "\r\n"},
-    {"LineEndsAlone", "\r\n\r\n"},
-    {"CarriageReturnFirst", "\rHTTP/1.0 200 OK\r\n\r\n"},
-    {"StatusLineThatEndsWithALineFeedAlone", "HTTP/1.0 200 OK\n\n"},
-    {"CarriageReturnAsTheLastByteOfTheStatusLine", "HTTP/1.0 200 OK\r"},
-    {"CarriageReturnAsTheLastByteBehindTheStatusLine", "HTTP/1.0 200 OK\r\n\r"},
-    {"CarriageReturnAsTheLastByteOfAHeader", "HTTP/1.0 200 OK\r\nName: value\r"},
-    {"LoneCarriageReturnInAHeader", "HTTP/1.0 200 OK\r\nName: one\rtwo\r\n\r\n"},
-    {"LoneCarriageReturnBeforeAHeader", "HTTP/1.0 200 OK\r\n\rName: value\r\n\r\n"},
+const BadHead badHeads[] = {
+    {"CarriageReturnAlone", "\r", ""},
+    {"LineEndAlone", "\r\n", ""},
+    {"LineEndsAlone", "\r\n\r\n", ""},
+    {"CarriageReturnFirst", "\rHTTP/1.0 200 OK\r\n\r\n", ""},
+    {"CarriageReturnInTheStatusLine", "HTTP/1.0\r200 OK\r\n\r\n", ""},
+    {"StatusLineWithoutAnEnd", ok, ""},
+    {"StatusLineThatEndsWithALineFeedAlone", ok + "\n\n", ""},
+    {"CarriageReturnAsTheLastByteOfTheStatusLine", ok + "\r", ""},
+    {"CarriageReturnAsTheLastByteBehindTheStatusLine", ok + "\r\n\r", ok},
+    {"CarriageReturnAsTheLastByteOfAHeader", ok + "\r\nName: value\r", ok},
+    {"LoneCarriageReturnInAHeader", ok + "\r\nName: one\rtwo\r\n\r\n", ok},
+    {"LoneCarriageReturnBeforeAHeader", ok + "\r\n\rName: value\r\n\r\n", ok},
+    {"HeadersThatDoNotEnd", ok + "\r\nName: value\r\n", ok},
 };
 
-INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseOfABadHead, testing::ValuesIn(badHeads), nameOf);
+INSTANTIATE_TEST_SUITE_P(ReadResponseHead, ReadResponseOfABadHead, testing::ValuesIn(badHeads), rowName);
 
 /// The lines behind a status line and what is recorded of them.
 using HeaderLines = Row<std::string, std::map<std::string, std::string>>;
@@ -179,18 +167,12 @@ std::string headOfLength(std::size_t length) {
     return begin + std::string(length - begin.size() - 4, 'v') + "\r\n\r\n";
 }
 
-TEST(ReadResponseHead, HeadOfExactlyOneReadIsRead) {
+TEST(ReadResponseHead, HeadMustEndWithinOneReadAndNothingIsReadBehindOneThatDoesNot) {
     const Outcome outcome = readAll(headOfLength(8192));
     EXPECT_TRUE(outcome.isRead);
     EXPECT_EQ(outcome.headers.at("X-Name").size(), 8192U - 29U);
-}
-
-TEST(ReadResponseHead, HeadThatDoesNotEndWithinOneReadFails) {
     EXPECT_FALSE(readAll(headOfLength(8193)).isRead);
     EXPECT_FALSE(readAll(headOfLength(20000)).isRead);
-}
-
-TEST(ReadResponseHead, NothingIsReadBehindAHeadThatFails) {
     SocketPair peer;
     peer.write(headOfLength(8292));
     EXPECT_FALSE(readFrom(peer.near()).isRead);
@@ -247,13 +229,7 @@ TEST(ReadResponseHead, WaitsForHalfAnHourOnTheDescriptorAlone) {
     SocketPair peer;
     peer.write("HTTP/1.0 200 OK\r\n\r\n");
     EXPECT_TRUE(readFrom(peer.near()).isRead);
-    const auto calls = SelectRecorder::calls();
-    ASSERT_EQ(calls.size(), 1U);
-    EXPECT_EQ(calls[0].seconds, 1800);
-    EXPECT_EQ(calls[0].microseconds, 0);
-    EXPECT_THAT(calls[0].reading, ElementsAre(peer.near()));
-    EXPECT_EQ(calls[0].highestPlusOne, peer.near() + 1);
-    EXPECT_TRUE(calls[0].onlyReading);
+    EXPECT_THAT(SelectRecorder::calls(), ElementsAre(isWaitFor(peer.near(), 1800)));
 }
 
 TEST(ReadResponseHead, PeerThatSaysNothingInTimeFails) {

@@ -99,13 +99,7 @@ TEST_F(ReadRequest, RequestOfAPeerThatSendsNoMoreIsRead) {
 TEST_F(ReadRequest, WaitsSixtySecondsForTheConnectionAlone) {
     peer.write("QUIT");
     EXPECT_TRUE(read());
-    const auto calls = SelectRecorder::calls();
-    ASSERT_EQ(calls.size(), 1U);
-    EXPECT_EQ(calls[0].seconds, 60);
-    EXPECT_EQ(calls[0].microseconds, 0);
-    EXPECT_THAT(calls[0].reading, ElementsAre(socket.descriptor()));
-    EXPECT_EQ(calls[0].highestPlusOne, socket.descriptor() + 1);
-    EXPECT_TRUE(calls[0].onlyReading);
+    EXPECT_THAT(SelectRecorder::calls(), ElementsAre(isWaitFor(socket.descriptor(), 60)));
 }
 
 TEST_F(ReadRequest, NothingInTimeIsNoRequest) {
@@ -123,22 +117,20 @@ TEST_F(ReadRequest, WaitThatFailsOrFlagsAnotherDescriptorIsNoRequest) {
     expectNothingRead();
 }
 
-TEST_F(ReadRequest, PeerThatSendsNothingAndNoMoreOrHasClosedIsNoRequest) {
+TEST_F(ReadRequest, PeerThatSendsNothingOrHasClosedOrIsNotThereIsNoRequest) {
     peer.finish();
     expectNothingRead();
     command = "before";
     peer.closeFar();
+    expectNothingRead();
+    command = "before";
+    socket.close();
     expectNothingRead();
 }
 
 TEST_F(ReadRequest, PeerThatHasResetTheConnectionIsNoRequest) {
     EXPECT_EQ(sendto(socket.descriptor(), "x", 1, MSG_NOSIGNAL, nullptr, 0), 1); // it closes with this unread
     peer.closeFar();
-    expectNothingRead();
-}
-
-TEST_F(ReadRequest, SocketThatIsNotConnectedIsNoRequest) {
-    socket.close();
     expectNothingRead();
 }
 

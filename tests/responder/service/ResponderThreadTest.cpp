@@ -6,6 +6,7 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/ProcessEnd.h"
+#include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
 
 #include <gmock/gmock.h>
@@ -17,7 +18,6 @@
 #include <csignal>
 #include <cstdlib>
 #include <functional>
-#include <limits>
 #include <string>
 #include <thread>
 #include <utility>
@@ -25,13 +25,9 @@
 namespace {
 
 using testing::ElementsAre;
-using testing::Eq;
 using testing::IsEmpty;
-using testing::Optional;
 using ZNORBRESPONDER::mainExitBarrier;
-using ZNORBTEST::askDaemon;
-using ZNORBTEST::LogRecorder;
-using ZNORBTEST::waitUntil;
+using namespace ZNORBTEST;
 using Responder = ZNORBRESPONDER::ResponderThread;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";
@@ -83,7 +79,7 @@ protected:
         atTheLastRecord(action);
         Responder responder;
         start(responder);
-        EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+        EXPECT_EQ(askDaemon("QUIT"), "0");
         responder.awaitEnd();
         responder.detach();
     }
@@ -93,14 +89,15 @@ protected:
     const LogRecorder log;
 };
 
-TEST_F(ResponderThread, ServesUntilItIsToldToQuit) {
+TEST_F(ResponderThread, ServesUntilItIsToldToQuitAndItsEndCanBeAwaitedAgain) {
     Responder responder;
     start(responder);
     EXPECT_FALSE(isBarrierSet());
-    EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+    EXPECT_EQ(askDaemon("QUIT"), "0");
     responder.awaitEnd();
     EXPECT_TRUE(isBarrierSet());
     responder.detach();
+    responder.awaitEnd();
 }
 
 TEST_F(ResponderThread, WhenTheEndIsAwaitedNothingIsLeftToBeDone) {
@@ -108,9 +105,9 @@ TEST_F(ResponderThread, WhenTheEndIsAwaitedNothingIsLeftToBeDone) {
         (void)mainExitBarrier.reset();
         Responder responder;
         start(responder);
-        EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+        EXPECT_EQ(askDaemon("QUIT"), "0");
         responder.awaitEnd();
-        ASSERT_FALSE(ZNORBTEST::exists(tablePath));
+        ASSERT_FALSE(exists(tablePath));
         ASSERT_EQ(log.lines().back(), "Unified responder stopped");
         responder.detach();
     }
@@ -125,7 +122,7 @@ TEST_F(ResponderThread, AwaitBlocksWhileItServes) {
         isOver = true;
     });
     EXPECT_FALSE(waitUntil([&isOver]() { return isOver.load(); }, std::chrono::milliseconds(100)));
-    EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+    EXPECT_EQ(askDaemon("QUIT"), "0");
     waiter.join();
     responder.detach();
 }
@@ -135,12 +132,12 @@ TEST_F(ResponderThread, AwaitBlocksAfterTheExitEventUntilTheThreadIsThrough) {
     atTheLastRecord([&isOpen]() { isOpen.wait(false); });
     Responder responder;
     start(responder);
-    EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
+    EXPECT_EQ(askDaemon("QUIT"), "0");
     ASSERT_TRUE(mainExitBarrier.wait());
     std::atomic<bool> isOver = false;
     std::thread waiter([&responder, &isOver]() {
         responder.awaitEnd();
-        EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+        EXPECT_FALSE(exists(tablePath));
         isOver = true;
     });
     EXPECT_FALSE(waitUntil([&isOver]() { return isOver.load(); }, std::chrono::milliseconds(100)));
@@ -148,15 +145,6 @@ TEST_F(ResponderThread, AwaitBlocksAfterTheExitEventUntilTheThreadIsThrough) {
     isOpen.notify_all();
     waiter.join();
     responder.detach();
-}
-
-TEST_F(ResponderThread, TheEndCanBeAwaitedAgain) {
-    Responder responder;
-    start(responder);
-    EXPECT_THAT(askDaemon("QUIT"), Optional(Eq("0")));
-    responder.awaitEnd();
-    responder.detach();
-    responder.awaitEnd();
 }
 
 std::atomic<bool> s_wasHeldAtTheEnd = false;
@@ -192,48 +180,24 @@ TEST_F(ResponderThread, EndOfAForkedCopyOfTheThreadIsTheEndOfItsProcess) {
             copy = process;
         }
     });
-    EXPECT_EQ(ZNORBTEST::waitForEndOf(copy), ZNORBTEST::exitedWith(0));
+    EXPECT_EQ(waitForEndOf(copy), exitedWith(0));
 }
 
 TEST_F(ResponderThread, SetUpThatFailsIsAnEnd) {
-    ZNORBTEST::writeFile(tablePath, "left behind");
+    writeFile(tablePath, "left behind");
     Responder responder;
     responder.start();
     responder.awaitEnd();
     EXPECT_TRUE(isBarrierSet());
-    EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+    EXPECT_FALSE(exists(tablePath));
     EXPECT_THAT(log.lines(),
                 ElementsAre("Unified responder starting", "Unable to get to shared global variables",
                             "Unified responder stopped"));
     responder.detach();
 }
 
-/// While it lives, no thread can be started: its stack would not fit into any address space.
-class NoMoreThreads {
-public:
-    NoMoreThreads() {
-        (void)pthread_getattr_default_np(&m_before);
-        pthread_attr_t huge;
-        (void)pthread_getattr_default_np(&huge);
-        EXPECT_EQ(pthread_attr_setstacksize(&huge, std::numeric_limits<std::size_t>::max() / 4), 0);
-        EXPECT_EQ(pthread_setattr_default_np(&huge), 0);
-        (void)pthread_attr_destroy(&huge);
-    }
-
-    ~NoMoreThreads() {
-        (void)pthread_setattr_default_np(&m_before);
-        (void)pthread_attr_destroy(&m_before);
-    }
-
-    NoMoreThreads(const NoMoreThreads&) = delete;
-    NoMoreThreads& operator=(const NoMoreThreads&) = delete;
-
-private:
-    pthread_attr_t m_before = {};
-};
-
 TEST_F(ResponderThread, ThreadThatCannotBeStartedCountsAsEndedAtOnce) {
-    const NoMoreThreads limit;
+    const NoThreads none;
     Responder responder;
     responder.start();
     EXPECT_TRUE(isBarrierSet());
@@ -246,7 +210,7 @@ TEST_F(ResponderThread, NothingHappensBeforeItIsStarted) {
     {
         const Responder responder;
         EXPECT_FALSE(isBarrierSet());
-        EXPECT_FALSE(ZNORBTEST::exists(tablePath));
+        EXPECT_FALSE(exists(tablePath));
     }
     EXPECT_FALSE(isBarrierSet());
     EXPECT_THAT(log.lines(), IsEmpty());
