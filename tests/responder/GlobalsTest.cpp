@@ -121,14 +121,10 @@ TEST(Globals, FrontProcessEventIsSharedBetweenParentAndChild) {
     EXPECT_EQ(ORBFrontProcessBarrier.reset(), 0);
 }
 
-TEST(Globals, ApplicationLockIsClosedAtFirst) {
+TEST(Globals, ApplicationLockIsClosedAtFirstAndHasItsName) {
     EXPECT_FALSE(appLock.isHeld());
     EXPECT_FALSE(appLock.openExisting()) << "nothing of its name is made";
     EXPECT_FALSE(exists(lockFile));
-}
-
-TEST(Globals, ApplicationLockHasItsName) {
-    ASSERT_FALSE(exists(lockFile));
     EXPECT_TRUE(appLock.create(true));
     EXPECT_TRUE(exists(lockFile));
     appLock.remove(true);

@@ -19,7 +19,6 @@ using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
 using testing::ElementsAre;
 using testing::IsEmpty;
-using testing::Pair;
 using Words = std::vector<std::string>;
 using CommandRows = std::vector<CommandRow>;
 
@@ -145,14 +144,6 @@ TEST_F(CommandLineTablesTest, LookupReadsNoRowBeyondTheCount) {
     EXPECT_EQ(findValueOption({}, ""), noRow);
 }
 
-TEST_F(CommandLineTest, EachCommandIsRecordedWithItsRow) {
-    const std::vector<std::pair<std::string, unsigned>> rows = {{"d", 0}, {"stop", 1}, {"test", 2}, {"", 3}};
-    for (const auto& [name, row] : rows) {
-        EXPECT_TRUE(parse({"-" + name})) << name;
-        EXPECT_THAT(rowsOfCommands(), ElementsAre(Pair(name, row)));
-    }
-}
-
 /// Whether a line is accepted, and what of it is recorded.
 struct Parsed {
     bool isAccepted = false;
@@ -168,6 +159,9 @@ TEST_P(CommandLineOf, IsRecordedAsFarAsItIsAccepted) {
     const Parsed& expected = GetParam().expected;
     EXPECT_EQ(parse(GetParam().given), expected.isAccepted);
     EXPECT_EQ(parsedCommandList, expected.commands);
+    for (const auto& [name, row] : rowsOfCommands()) {
+        EXPECT_EQ(commandTable[row].name, name);
+    }
     EXPECT_EQ(rowsOfCommands().size(), expected.commands.size());
     EXPECT_EQ(optionsGiven(), expected.options);
     EXPECT_EQ(flagsSet(), expected.options) << "each flag sets its own bool and no other";
@@ -232,21 +226,15 @@ TEST_F(CommandLineTest, AnyTwoCommandsAreRejectedTheEmptyOneIncluded) {
     }
 }
 
-TEST_F(CommandLineTest, EachParseForgetsTheResultsOfTheOneBefore) {
-    EXPECT_TRUE(parse({"-stop", "-silent"}));
-    EXPECT_TRUE(parse({}));
-    EXPECT_THAT(parsedCommandList, IsEmpty());
-    EXPECT_THAT(rowsOfCommands(), IsEmpty());
-    EXPECT_THAT(optionsGiven(), IsEmpty());
-    EXPECT_TRUE(silentFlag) << "a flag that was set stays set";
-}
-
-TEST_F(CommandLineTest, RejectedLineForgetsTheResultsOfTheOneBeforeToo) {
-    EXPECT_TRUE(parse({"-stop", "-silent"}));
-    EXPECT_FALSE(parse({"bad"}));
-    EXPECT_THAT(parsedCommandList, IsEmpty());
-    EXPECT_THAT(rowsOfCommands(), IsEmpty());
-    EXPECT_THAT(optionsGiven(), IsEmpty());
+TEST_F(CommandLineTest, EachParseForgetsTheResultsOfTheOneBeforeAlsoWhenItIsRejected) {
+    for (const Words& words : {Words{}, Words{"bad"}}) {
+        EXPECT_TRUE(parse({"-stop", "-silent"}));
+        EXPECT_EQ(parse(words), words.empty());
+        EXPECT_THAT(parsedCommandList, IsEmpty());
+        EXPECT_THAT(rowsOfCommands(), IsEmpty());
+        EXPECT_THAT(optionsGiven(), IsEmpty());
+        EXPECT_TRUE(silentFlag) << "a flag that was set stays set";
+    }
 }
 
 TEST_F(CommandLineTest, RejectedLinePrintsNothing) {

@@ -29,6 +29,7 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
+using testing::Each;
 using testing::ElementsAre;
 using namespace ZNORBTEST;
 
@@ -84,13 +85,7 @@ private:
 TEST_F(ConsoleInput, IsWaitedForOnDescriptorZeroAloneForSixtySecondsAtATime) {
     keys.type("p");
     EXPECT_TRUE(waitForInput());
-    const auto calls = SelectRecorder::calls();
-    ASSERT_EQ(calls.size(), 1U);
-    EXPECT_EQ(calls[0].highestPlusOne, 1);
-    EXPECT_THAT(calls[0].reading, ElementsAre(0));
-    EXPECT_TRUE(calls[0].onlyReading);
-    EXPECT_EQ(calls[0].seconds, 60);
-    EXPECT_EQ(calls[0].microseconds, 0);
+    EXPECT_THAT(SelectRecorder::calls(), ElementsAre(isWaitFor(STDIN_FILENO, 60)));
 }
 
 TEST_F(ConsoleInput, TimeThatPassesOnlyWakesUp) {
@@ -101,31 +96,18 @@ TEST_F(ConsoleInput, TimeThatPassesOnlyWakesUp) {
     });
     EXPECT_TRUE(waitForInput());
     typist.join();
-    const auto calls = SelectRecorder::calls();
-    EXPECT_GE(calls.size(), 5U);
-    for (const SelectRecorder::Call& call : calls) {
-        EXPECT_EQ(call.seconds, 60);
-        EXPECT_THAT(call.reading, ElementsAre(0)) << "set afresh each time";
-    }
+    EXPECT_GE(SelectRecorder::calls().size(), 5U);
+    EXPECT_THAT(SelectRecorder::calls(), Each(isWaitFor(STDIN_FILENO, 60))) << "set afresh each time";
 }
 
-TEST_F(ConsoleInput, WaitingTakesNothingAway) {
-    keys.type("p");
-    EXPECT_TRUE(waitForInput());
-    EXPECT_TRUE(waitForInput());
-    EXPECT_EQ(readKey(), 'p');
-}
-
-TEST_F(ConsoleInput, WaitThatFailsIsFalse) {
+TEST_F(ConsoleInput, WaitThatFailsIsFalseAndWaitingTakesNothingAway) {
     keys.type("p");
     SelectRecorder::fail(EINTR);
     EXPECT_FALSE(waitForInput());
     EXPECT_EQ(SelectRecorder::calls().size(), 1U);
-}
-
-TEST_F(ConsoleInput, EndOfInputCountsAsInput) {
-    keys.end();
     EXPECT_TRUE(waitForInput());
+    EXPECT_TRUE(waitForInput());
+    EXPECT_EQ(readKey(), 'p');
 }
 
 TEST_F(ConsoleInput, KeysAreReadOneByOneAsBytesWithoutASign) {
@@ -139,6 +121,7 @@ TEST_F(ConsoleInput, KeyIsZeroAtTheEndOfInputAgainAndAgain) {
     keys.type("x");
     keys.end();
     EXPECT_EQ(readKey(), 'x');
+    EXPECT_TRUE(waitForInput()) << "the end counts as input";
     for (int i = 0; i < 100; ++i) {
         EXPECT_EQ(readKey(), 0);
     }
@@ -233,19 +216,8 @@ protected:
 
     void expectEnd() { EXPECT_EQ(console->waitForEnd(), exitedWith(255)); }
 
-    /// As a client fills its entry in.
-    static void enterClients() {
-        const int descriptor = open(tablePath, O_RDWR | O_CLOEXEC);
-        ASSERT_NE(descriptor, -1);
-        void* memory = mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
-        (void)close(descriptor);
-        ASSERT_NE(memory, MAP_FAILED);
-        auto* const entries = static_cast<znorb_shared_table*>(memory);
-        (void)std::strcpy(entries->entries[0].identifier, "one");
-        entries->entries[0].in_use = 1;
-        entries->count = 2;
-        (void)munmap(memory, ZNORB_TABLE_SIZE);
-    }
+    /// As clients fill their entries in.
+    static void enterClients() { ASSERT_TRUE(writeSharedTable(0, std::string("\2\0\0\0\1one", 8))); }
 
     Keys keys;
     const SharedReport<Findings> findings;
@@ -255,8 +227,8 @@ private:
     int m_output;
 };
 
-TEST_F(TestConsole, GreetsPrintsAndEnds) {
-    start();
+TEST_F(TestConsole, GreetsPrintsAndEndsAlsoWhenTheFirstWaitsFail) {
+    start(10);
     awaitOutput(greeting);
     enterClients();
     keys.type("p\n");
@@ -298,21 +270,15 @@ TEST_F(TestConsole, OtherKeysAreIgnored) {
     EXPECT_EQ(output(), greeting + table + farewell);
 }
 
-TEST_F(TestConsole, LeavesNothingBehindAndNobodyInTheLog) {
+TEST_F(TestConsole, TakesNoLockAndLeavesNothingBehindAndNobodyInTheLog) {
     start();
+    EXPECT_FALSE(exists("/dev/shm/sem.znorb.appLock"));
     keys.type("q\n");
     expectEnd();
     EXPECT_TRUE(findings->isTestMode);
     EXPECT_TRUE(findings->isTableGone);
     EXPECT_TRUE(findings->isBarrierSet);
     EXPECT_EQ(output(), greeting + farewell) << "its stream has left the log";
-}
-
-TEST_F(TestConsole, TakesNoLock) {
-    start();
-    EXPECT_FALSE(exists("/dev/shm/sem.znorb.appLock"));
-    keys.type("q\n");
-    expectEnd();
 }
 
 TEST_F(TestConsole, QuitFromOutsideEndsTheResponderAndTheKeyThenEndsTheRest) {
@@ -322,13 +288,6 @@ TEST_F(TestConsole, QuitFromOutsideEndsTheResponderAndTheKeyThenEndsTheRest) {
     EXPECT_EQ(console->waitForEnd(std::chrono::milliseconds(100)), stillRunning())
         << "the keys are served still";
     keys.type("pq");
-    expectEnd();
-    EXPECT_EQ(output(), greeting + farewell);
-}
-
-TEST_F(TestConsole, WaitsThatFailAreTriedAgain) {
-    start(10);
-    keys.type("q\n");
     expectEnd();
     EXPECT_EQ(output(), greeting + farewell);
 }
