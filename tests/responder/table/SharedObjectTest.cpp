@@ -70,36 +70,16 @@ protected:
         (void)shm_unlink(objectName);
     }
 
-    /// The creation, prepared for like this, ends its process by the signal.
-    static void expectEnd(int signalNumber, const std::function<void()>& prepare) {
-        if (underSanitizer) {
-            GTEST_SKIP() << "a sanitizer ends such a process in its own way";
-        }
-        const ProcessEnd end = endOfForked([&prepare]() {
-            const rlimit none = {0, 0};
-            (void)setrlimit(RLIMIT_CORE, &none);
-            SharedObject object;
-            prepare();
-            object.create();
-            return 0;
-        });
-        EXPECT_EQ(end, endedBy(signalNumber));
-    }
-
 private:
     mode_t m_mask = 0;
 };
 
-TEST_F(SharedObjectTest, HasNoTableBeforeItIsCreated) {
-    const SharedObject object;
-    EXPECT_EQ(object.table(), nullptr);
-    EXPECT_FALSE(exists(objectFile));
-}
-
-TEST_F(SharedObjectTest, CreatesAnObjectOf8196ZeroBytes) {
+TEST_F(SharedObjectTest, CreatesAnObjectOf8196ZeroBytesAndLeavesNoDescriptorOpen) {
+    const int before = lowestFreeDescriptor();
     SharedObject object;
     object.create();
     ASSERT_NE(object.table(), nullptr);
+    EXPECT_EQ(lowestFreeDescriptor(), before);
     EXPECT_EQ(readFile(objectFile), std::string(objectSize, '\0'));
     EXPECT_EQ(object.table()->count, 0U);
     std::memset(static_cast<void*>(object.table()), 'x', sizeof(SharedVariables));
@@ -127,46 +107,27 @@ TEST_F(SharedObjectTest, TableIsSharedWithOtherMappingsInBothDirections) {
     EXPECT_EQ(seen->count, 3U);
     EXPECT_EQ(seen->entries[63].port, 8080);
 
-    const int descriptor = shm_open(objectName, O_RDWR, 0);
-    const std::uint8_t mark = 1;
-    EXPECT_EQ(pwrite(descriptor, &mark, 1, 4), 1);
-    (void)close(descriptor);
+    EXPECT_TRUE(writeSharedTable(4, "\1"));
     EXPECT_EQ(static_cast<volatile std::uint8_t&>(object.table()->entries[0].inUse), 1);
 }
 
-TEST_F(SharedObjectTest, CreationLeavesNoDescriptorOpen) {
-    const int before = lowestFreeDescriptor();
-    SharedObject object;
-    object.create();
-    EXPECT_NE(object.table(), nullptr);
-    EXPECT_EQ(lowestFreeDescriptor(), before);
-}
-
-TEST_F(SharedObjectTest, EndOfTheOwnerUnmapsTheTableAndRemovesTheName) {
+TEST_F(SharedObjectTest, EndOfTheOwnerUnmapsTheTableAndRemovesTheNameButAClientsMappingStays) {
     void* address = nullptr;
+    void* mapped = nullptr;
     {
         SharedObject object;
         object.create();
         address = object.table();
         ASSERT_NE(address, nullptr);
         EXPECT_TRUE(isMapped(address));
-    }
-    EXPECT_FALSE(isMapped(address));
-    EXPECT_FALSE(exists(objectFile));
-}
-
-TEST_F(SharedObjectTest, MappingOfAClientOutlivesTheOwner) {
-    void* mapped = nullptr;
-    {
-        SharedObject object;
-        object.create();
-        ASSERT_NE(object.table(), nullptr);
         object.table()->count = 9;
         const int descriptor = shm_open(objectName, O_RDWR, 0);
         mapped = mmap(nullptr, objectSize, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, 0);
         (void)close(descriptor);
         ASSERT_NE(mapped, MAP_FAILED);
     }
+    EXPECT_FALSE(isMapped(address));
+    EXPECT_FALSE(exists(objectFile));
     EXPECT_EQ(static_cast<const SharedVariables*>(mapped)->count, 9U);
     (void)munmap(mapped, objectSize);
 }
@@ -202,9 +163,13 @@ TEST_F(SharedObjectTest, SecondOwnerGetsNoTableAndTakesTheNameFromTheFirst) {
     EXPECT_EQ(first.table()->count, 1U) << "its own mapping is still there";
 }
 
-TEST_F(SharedObjectTest, NameIsRemovedEvenByAnOwnerThatNeverCreated) {
-    makeStaleObject("stale");
-    { const SharedObject object; }
+TEST_F(SharedObjectTest, OwnerThatNeverCreatesHasNoTableAndMakesNoneButRemovesTheNameAllTheSame) {
+    {
+        const SharedObject object;
+        EXPECT_EQ(object.table(), nullptr);
+        EXPECT_FALSE(exists(objectFile));
+        makeStaleObject("stale");
+    }
     EXPECT_FALSE(exists(objectFile));
 }
 
@@ -242,9 +207,16 @@ TEST_F(SharedObjectTest, MappingAtNullCountsAsFailed) {
 }
 
 TEST_F(SharedObjectTest, AnyOtherFailureOfTheMappingEndsTheProcess) {
-    expectEnd(SIGSEGV, []() {
+    if (underSanitizer) {
+        GTEST_SKIP() << "a sanitizer ends such a process in its own way";
+    }
+    expectEndOfForked(endedBy(SIGSEGV), []() {
         const rlimit none = {0, 0};
+        (void)setrlimit(RLIMIT_CORE, &none);
+        SharedObject object;
         (void)setrlimit(RLIMIT_AS, &none);
+        object.create();
+        return 0;
     });
 }
 

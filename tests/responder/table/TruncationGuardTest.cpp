@@ -5,6 +5,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Sanitizers.h"
+#include "tests/support/SharedTable.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -62,15 +63,11 @@ protected:
     MappedObject m_object;
 };
 
-TEST_F(TruncationGuardTest, LeavesAWholeObjectAlone) {
+TEST_F(TruncationGuardTest, LeavesAWholeObjectAloneAndSeesALossAtTheNextAccessAndNotBefore) {
     guard();
     EXPECT_EQ(m_object.memory()[0], 'x');
     EXPECT_EQ(m_object.memory()[objectSize - 1], 'x');
     EXPECT_FALSE(isTruncated());
-}
-
-TEST_F(TruncationGuardTest, LossIsSeenAtTheNextAccessAndNotBefore) {
-    guard();
     m_object.resize(0);
     EXPECT_FALSE(isTruncated());
     EXPECT_EQ(m_object.memory()[0], 0);
@@ -162,31 +159,31 @@ protected:
 
     SharedVariables& table() { return *m_object->table(); }
 
-    static void shorten(off_t size) {
-        const int descriptor = shm_open("/znorb.shvars", O_RDWR, 0);
-        EXPECT_EQ(ftruncate(descriptor, size), 0);
-        (void)close(descriptor);
+    /// Whatever was in it, it is empty and stays so.
+    void expectLost() {
+        EXPECT_EQ(boundedCount(table()), 0U);
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            std::uint16_t index = untouched;
+            EXPECT_FALSE(claimEntry(table(), index));
+            EXPECT_EQ(index, untouched);
+            EXPECT_EQ(boundedCount(table()), 0U);
+        }
+        listEntries(table());
+        EXPECT_THAT(m_log.text(), IsEmpty());
     }
 
     std::optional<SharedObject> m_object;
     LogRecorder m_log;
 };
 
-TEST_F(LostTableTest, IsEmpty) {
-    shorten(0);
-    EXPECT_EQ(boundedCount(table()), 0U);
-    listEntries(table());
-    EXPECT_THAT(m_log.text(), IsEmpty());
+TEST_F(LostTableTest, IsEmptyAndRefusesEveryClaim) {
+    ASSERT_TRUE(resizeSharedTable(0));
+    expectLost();
 }
 
-TEST_F(LostTableTest, RefusesEveryClaim) {
-    shorten(0);
-    std::uint16_t index = untouched;
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        EXPECT_FALSE(claimEntry(table(), index));
-        EXPECT_EQ(boundedCount(table()), 0U);
-    }
-    EXPECT_EQ(index, untouched);
+TEST_F(LostTableTest, IsEmptyAlsoWhenWhatWasClaimedLiesInThePartThatStays) {
+    ASSERT_TRUE(resizeSharedTable(8192)); // the last four bytes are missing
+    expectLost();
 }
 
 TEST_F(LostTableTest, RefusesTheClaimInWhichItIsLost) {
@@ -195,15 +192,15 @@ TEST_F(LostTableTest, RefusesTheClaimInWhichItIsLost) {
         table().entries[entry].inUse = 1;
     }
     table().count = 40;
-    shorten(4096);
+    ASSERT_TRUE(resizeSharedTable(4096));
     std::uint16_t index = untouched;
     EXPECT_FALSE(claimEntry(table(), index));
     EXPECT_EQ(index, untouched);
-    EXPECT_EQ(boundedCount(table()), 0U);
+    expectLost();
 }
 
 TEST_F(LostTableTest, IsNotThatOfTheNextRun) {
-    shorten(0);
+    ASSERT_TRUE(resizeSharedTable(0));
     EXPECT_EQ(boundedCount(table()), 0U);
     m_object.reset();
     create();
@@ -212,18 +209,6 @@ TEST_F(LostTableTest, IsNotThatOfTheNextRun) {
     EXPECT_TRUE(claimEntry(table(), index));
     EXPECT_EQ(index, 0);
     EXPECT_EQ(boundedCount(table()), 1U);
-}
-
-TEST_F(LostTableTest, IsEmptyAlsoWhenWhatWasClaimedLiesInThePartThatStays) {
-    std::uint16_t index = untouched;
-    ASSERT_TRUE(claimEntry(table(), index));
-    shorten(8192); // the last four bytes are missing
-    EXPECT_EQ(boundedCount(table()), 0U);
-    index = untouched;
-    EXPECT_FALSE(claimEntry(table(), index));
-    EXPECT_EQ(index, untouched);
-    listEntries(table());
-    EXPECT_THAT(m_log.text(), IsEmpty());
 }
 
 } // namespace
