@@ -7,7 +7,6 @@
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Waiting.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
 #include <sys/syscall.h>

@@ -6,7 +6,6 @@
 #include "tests/responder/clients/StandInClient.h"
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Allocations.h"
-#include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"

@@ -12,7 +12,6 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <vector>
 
 namespace {
 
@@ -21,8 +20,6 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 
 using namespace ZNORBTEST;
-using testing::Pair;
-using testing::UnorderedElementsAre;
 
 /// What one call made of a response.
 struct Outcome {

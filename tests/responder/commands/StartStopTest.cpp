@@ -9,9 +9,6 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <atomic>
-#include <ctime>
-
 /// How long `-stop` waits, counted in its sleeps, of which none takes any time here. What it says and how it
 /// ends on the real executable are the system tests' matter.
 namespace {

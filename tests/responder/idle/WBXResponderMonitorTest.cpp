@@ -19,7 +19,6 @@
 #include <atomic>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>

@@ -1,12 +1,12 @@
 #include "responder/paths/PathHelpers.h"
 
+#include "tests/responder/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Watchdog.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -120,35 +120,34 @@ TEST(PathHelpers, NulBytesInPathsAreBytesLikeOthers) {
     EXPECT_EQ(getBaseName(path), name.substr(0, 3));
 }
 
-std::string replaced(std::string text, const std::string& find, const std::string& replacement) {
-    replaceFirst(text, find, replacement);
-    return text;
-}
-
-TEST(PathHelpers, OnlyTheFirstOccurrenceIsReplacedWhereverItStands) {
-    EXPECT_EQ(replaced("%A% and %A%", "%A%", "x"), "x and %A%");
-    EXPECT_EQ(replaced("aaa", "a", "b"), "baa");
-
-    EXPECT_EQ(replaced("%A%b", "%A%", "x"), "xb");
-    EXPECT_EQ(replaced("b%A%b", "%A%", "x"), "bxb");
-    EXPECT_EQ(replaced("b%A%", "%A%", "x"), "bx");
-    EXPECT_EQ(replaced("%A%", "%A%", "x"), "x");
-}
-
-TEST(PathHelpers, TextWithoutAnOccurrenceStays) {
-    EXPECT_EQ(replaced("%a% %A", "%A%", "x"), "%a% %A");
-    EXPECT_EQ(replaced("", "%A%", "x"), "");
-}
-
-TEST(PathHelpers, ReplacementMayBeEmptyLongerOrHoldWhatWasSearched) {
-    EXPECT_EQ(replaced("a%A%b", "%A%", ""), "ab");
-    EXPECT_EQ(replaced("a%A%b", "%A%", std::string(1000, 'x')), "a" + std::string(1000, 'x') + "b");
-    EXPECT_EQ(replaced("%A%", "%A%", "[%A%]"), "[%A%]");
-}
-
-TEST(PathHelpers, ReplacementTreatsNulBytesLikeOthers) {
-    EXPECT_EQ(replaced(std::string("a\0%A%", 5), "%A%", std::string("\0x", 2)), std::string("a\0\0x", 4));
-    EXPECT_EQ(replaced(std::string("a\0b", 3), std::string("\0", 1), "-"), "a-b");
+TEST(PathHelpers, OnlyTheFirstOccurrenceIsReplacedWhereverItStandsAndByWhateverBytes) {
+    struct Replacement {
+        std::string text;
+        std::string find;
+        std::string replacement;
+        std::string expected;
+    };
+    const std::string longer(1000, 'x');
+    const Replacement replacements[] = {
+        {"%A% and %A%", "%A%", "x", "x and %A%"},
+        {"aaa", "a", "b", "baa"},
+        {"%A%b", "%A%", "x", "xb"},
+        {"b%A%b", "%A%", "x", "bxb"},
+        {"b%A%", "%A%", "x", "bx"},
+        {"%A%", "%A%", "x", "x"},
+        {"%a% %A", "%A%", "x", "%a% %A"},
+        {"", "%A%", "x", ""},
+        {"a%A%b", "%A%", "", "ab"},
+        {"a%A%b", "%A%", longer, "a" + longer + "b"},
+        {"%A%", "%A%", "[%A%]", "[%A%]"},
+        {{"a\0%A%", 5}, "%A%", {"\0x", 2}, {"a\0\0x", 4}},
+        {{"a\0b", 3}, {"\0", 1}, "-", "a-b"},
+    };
+    for (const Replacement& row : replacements) {
+        std::string text = row.text;
+        replaceFirst(text, row.find, row.replacement);
+        EXPECT_EQ(text, row.expected) << row.text;
+    }
 }
 
 class PathHelpersFileTest : public testing::Test {
@@ -221,47 +220,27 @@ TEST_F(PathHelpersFileTest, FileWithoutReadPermissionIsNotReadable) {
 }
 
 TEST_F(PathHelpersFileTest, ReadableFileIsClosedAgain) {
-    const int before = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    (void)close(before);
+    const int before = lowestFreeDescriptor();
     EXPECT_TRUE(isReadableFile(m_file));
-    const int after = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    (void)close(after);
-    EXPECT_EQ(after, before) << "the lowest free number";
+    EXPECT_EQ(lowestFreeDescriptor(), before);
 }
 
-/// Sets the file mode creation mask for one test.
-class Umask {
-public:
-    explicit Umask(mode_t mask) : m_previous(umask(mask)) {}
-    ~Umask() { (void)umask(m_previous); }
-    Umask(const Umask&) = delete;
-    Umask& operator=(const Umask&) = delete;
-
-private:
-    mode_t m_previous;
-};
-
-TEST_F(PathHelpersFileTest, DirectoryIsCreatedWithMode755) {
-    const Umask mask(0);
-    EXPECT_TRUE(createDirectory(m_absent));
-    EXPECT_TRUE(isDirectory(m_absent));
-    EXPECT_EQ(modeOf(m_absent), 0755U);
+TEST_F(PathHelpersFileTest, DirectoryIsCreatedWithMode755LessenedByTheUmask) {
+    for (const mode_t mask : {0U, 0077U}) {
+        const mode_t before = umask(mask);
+        EXPECT_TRUE(createDirectory(m_absent));
+        (void)umask(before);
+        EXPECT_TRUE(isDirectory(m_absent));
+        EXPECT_EQ(modeOf(m_absent), 0755U & ~mask);
+        EXPECT_EQ(rmdir(m_absent.c_str()), 0);
+    }
 }
 
-TEST_F(PathHelpersFileTest, ModeOfACreatedDirectoryIsLessenedByTheUmask) {
-    const Umask mask(0077);
-    EXPECT_TRUE(createDirectory(m_absent));
-    EXPECT_EQ(modeOf(m_absent), 0700U);
-}
-
-TEST_F(PathHelpersFileTest, ExistingDirectoryCountsAsCreatedAndKeepsItsMode) {
+TEST_F(PathHelpersFileTest, WhateverExistsCountsAsCreatedAndStaysAsItIs) {
     ASSERT_EQ(chmod(m_directory.c_str(), 0700), 0);
     EXPECT_TRUE(createDirectory(m_directory));
     EXPECT_TRUE(createDirectory(m_directory + "/"));
     EXPECT_EQ(modeOf(m_directory), 0700U);
-}
-
-TEST_F(PathHelpersFileTest, AnythingElseThatExistsCountsAsCreatedToo) {
     EXPECT_TRUE(createDirectory(m_file));
     EXPECT_TRUE(createDirectory(linkTo(m_absent)));
     EXPECT_EQ(readFile(m_file), "content");

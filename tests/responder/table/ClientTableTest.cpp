@@ -19,7 +19,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::ElementsAre;
 using testing::IsEmpty;
 
 constexpr std::uint16_t untouched = 12345;

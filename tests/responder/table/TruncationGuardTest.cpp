@@ -18,7 +18,6 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
-#include <string>
 
 namespace {
 

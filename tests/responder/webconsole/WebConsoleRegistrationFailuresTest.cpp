@@ -130,22 +130,18 @@ TEST_F(WebConsoleRegistrationTest, DestinationsThatCannotBeOpenedAreSkippedOneBy
     }
 }
 
-TEST_F(WebConsoleRegistrationTest, FileInThePagesDirectorysPlaceCountsAsCreatedAndStopsThePrograms) {
-    writeFile(pages, "no directory", 0600);
-    EXPECT_TRUE(registerWebConsole());
-    expectPublished(descriptor);
-    EXPECT_EQ(readFile(pages), "no directory");
-    EXPECT_EQ(modeOf(pages), 0755U) << "the mode is set on whatever is there";
-}
-
-TEST_F(WebConsoleRegistrationTest, FileInTheProgramDirectorysPlaceCountsAsCreated) {
-    writeFile(productPrograms, "no directory", 0600);
-    EXPECT_TRUE(registerWebConsole());
-    expectPublished(descriptor);
+TEST_F(WebConsoleRegistrationTest, FileInADirectorysPlaceCountsAsCreatedAndStopsWhatBelongsInIt) {
+    for (const std::string& path : {pages, productPrograms}) {
+        std::filesystem::remove(descriptor);
+        std::filesystem::remove(pages);
+        writeFile(path, "no directory", 0600);
+        EXPECT_TRUE(registerWebConsole());
+        expectPublished(descriptor);
+        EXPECT_EQ(readFile(path), "no directory");
+        EXPECT_EQ(modeOf(path), 0755U) << "the mode is set on whatever is there";
+    }
     expectPublished(page);
     expectPublished(entryScript);
-    EXPECT_EQ(readFile(productPrograms), "no directory");
-    EXPECT_EQ(modeOf(productPrograms), 0755U);
 }
 
 /// A file system of the test's own over the console's document root.

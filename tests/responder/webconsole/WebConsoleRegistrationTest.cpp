@@ -18,13 +18,10 @@ namespace {
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
 
-TEST_F(WebConsoleRegistrationTest, WithoutAConsoleNothingIsDone) {
+TEST_F(WebConsoleRegistrationTest, WithoutAConsoleOrOneOfItsDirectoriesNothingIsDone) {
     std::filesystem::remove_all(console);
     expectNoConsole();
     EXPECT_FALSE(exists(console));
-}
-
-TEST_F(WebConsoleRegistrationTest, WithoutOneOfItsDirectoriesNothingIsDone) {
     for (const std::string& path : {console + "/webapp", console + "/data", documents}) {
         SCOPED_TRACE(path);
         StagedInstallation::installConsole();
@@ -70,7 +67,7 @@ TEST_F(WebConsoleRegistrationTest, EverythingIsPublishedByteForByteWithItsModeAn
     expectAllPublished();
 }
 
-TEST_F(WebConsoleRegistrationTest, OnlyTheEntryScriptIsFilledAsATemplate) {
+TEST_F(WebConsoleRegistrationTest, OnlyTheEntryScriptIsFilledAsATemplateAndPublishedAnewEachTime) {
     writeFile(descriptorSource, filled);
     writeFile(pageSource, filled);
     writeFile(requestorSource, filled);
@@ -79,6 +76,11 @@ TEST_F(WebConsoleRegistrationTest, OnlyTheEntryScriptIsFilledAsATemplate) {
     EXPECT_EQ(readFile(page), filled);
     EXPECT_EQ(readFile(requestor), filled);
     EXPECT_EQ(readFile(entryScript), filledIn);
+    writeFile(entryScriptSource, "b");
+    EXPECT_TRUE(registerWebConsole());
+    EXPECT_EQ(readFile(descriptor), filled);
+    EXPECT_EQ(readFile(entryScript), "b");
+    EXPECT_EQ(readFile(requestor), filled);
 }
 
 TEST_F(WebConsoleRegistrationTest, HtmlPathVariableReachesTheEntryScript) {
@@ -97,10 +99,12 @@ TEST_F(WebConsoleRegistrationTest, ModesDoNotDependOnTheUmask) {
     }
 }
 
-TEST_F(WebConsoleRegistrationTest, UmaskIsTheSameAfterwards) {
+TEST_F(WebConsoleRegistrationTest, UmaskIsTheSameAfterwardsAndNoDescriptorStaysOpen) {
     (void)umask(0137);
+    const int before = lowestFreeDescriptor();
     EXPECT_TRUE(registerWebConsole());
     EXPECT_EQ(umask(0137), 0137U);
+    EXPECT_EQ(lowestFreeDescriptor(), before);
     std::filesystem::remove_all(console);
     EXPECT_FALSE(registerWebConsole());
     EXPECT_EQ(umask(0137), 0137U);
@@ -129,15 +133,6 @@ TEST_F(WebConsoleRegistrationTest, OtherFilesInTheProductsDirectoriesAreLeftAlon
     EXPECT_EQ(modeOf(productPrograms + "/other"), 0700U);
 }
 
-TEST_F(WebConsoleRegistrationTest, SecondRegistrationPublishesWhatIsNew) {
-    EXPECT_TRUE(registerWebConsole());
-    writeFile(entryScriptSource, "b");
-    EXPECT_TRUE(registerWebConsole());
-    expectPublished(descriptor);
-    EXPECT_EQ(readFile(entryScript), "b");
-    expectPublished(requestor);
-}
-
 TEST_F(WebConsoleRegistrationTest, SourcesLieBesideTheDirectoryOfTheRunningExecutable) {
     std::filesystem::rename(StagedInstallation::root, "/opt/zn/znorb.moved");
     std::filesystem::create_directories(StagedInstallation::programs);
@@ -150,12 +145,6 @@ TEST_F(WebConsoleRegistrationTest, SourcesLieBesideTheDirectoryOfTheRunningExecu
     expectPublished(page);
     EXPECT_EQ(readFile(entryScript), "bin=[/opt/zn/znorb.moved/bin] html=[/opt/zn/znorb.moved/HTML/ORB1]");
     expectPublished(requestor);
-}
-
-TEST_F(WebConsoleRegistrationTest, NoDescriptorStaysOpen) {
-    const int before = lowestFreeDescriptor();
-    EXPECT_TRUE(registerWebConsole());
-    EXPECT_EQ(lowestFreeDescriptor(), before);
 }
 
 } // namespace
