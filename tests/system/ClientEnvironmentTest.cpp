@@ -292,13 +292,6 @@ TEST_F(ClientEnvironment, IgnoresWhatTheStarterIgnoredExceptWhatTheDaemonHandles
     expectSignals(ignored);
 }
 
-TEST_F(ClientEnvironment, RunsInTheExecutablesDirectoryWhereverTheStarterWas) {
-    launchFrom([]() { (void)!chdir("/dev/shm"); });
-    print("working_directory", client().link("cwd"));
-    EXPECT_EQ(client().link("cwd"), driver.directory());
-    EXPECT_EQ(client().link("root"), "/");
-}
-
 TEST_F(ClientEnvironment, IsAChildOfTheDaemonInItsGroupAndSession) {
     ASSERT_TRUE(driver.startServing());
     launch();
@@ -313,8 +306,11 @@ TEST_F(ClientEnvironment, IsAChildOfTheDaemonInItsGroupAndSession) {
     EXPECT_EQ(client().session(), getsid(0));
 }
 
-TEST_F(ClientEnvironment, GetsItsOwnPathAndTheDocumentedArgumentsAlone) {
-    launchFrom(doNothing);
+TEST_F(ClientEnvironment, RunsInTheExecutablesDirectoryWhereverTheStarterWasWithTheDocumentedArgumentsAlone) {
+    launchFrom([]() { (void)!chdir("/dev/shm"); });
+    print("working_directory", client().link("cwd"));
+    EXPECT_EQ(client().link("cwd"), driver.directory());
+    EXPECT_EQ(client().link("root"), "/");
     std::string line;
     for (const std::string& word : client().words("cmdline")) {
         line += "[" + word + "]";
@@ -423,13 +419,10 @@ protected:
     std::unique_ptr<ChildProcess> process;
 };
 
-TEST_F(ClientOfADaemonOfProcessOne, HasTheSameDescriptorsUmaskAndDirectory) {
+TEST_F(ClientOfADaemonOfProcessOne, HasTheSameDescriptorsUmaskAndDirectoryAndIgnoresTheEndsOfChildrenAlone) {
     expectDescriptors();
     expectUmask();
     EXPECT_EQ(client().link("cwd"), driver.directory());
-}
-
-TEST_F(ClientOfADaemonOfProcessOne, IgnoresTheEndsOfChildrenAlone) {
     expectSignals({SIGCHLD});
 }
 
@@ -444,8 +437,14 @@ protected:
     std::unique_ptr<ChildProcess> console;
 };
 
-TEST_F(ClientOfTheTestConsole, SharesTheTestersDescriptorsButNoneOfTheRespondersSockets) {
+TEST_F(ClientOfTheTestConsole,
+       SharesTheTestersDescriptorsAndUmaskButNoSocketAndIgnoresTheEndsOfChildrenAlone) {
+    const mode_t before = umask(027);
     launchFromConsole();
+    (void)umask(before);
+    print("umask", client().status("Umask"));
+    EXPECT_EQ(client().status("Umask"), "0027");
+    expectSignals({SIGCHLD});
     const std::map<int, std::string> testers = Witness(console->pid()).descriptors();
     for (const auto& [descriptor, target] : client().descriptors()) {
         print("descriptor_" + std::to_string(descriptor), target);
@@ -454,15 +453,6 @@ TEST_F(ClientOfTheTestConsole, SharesTheTestersDescriptorsButNoneOfTheResponders
         EXPECT_FALSE(target.starts_with("socket:")) << descriptor;
     }
     EXPECT_GE(client().descriptors().size(), 3U);
-}
-
-TEST_F(ClientOfTheTestConsole, HasTheTestersUmaskAndIgnoresTheEndsOfChildrenAlone) {
-    const mode_t before = umask(027);
-    launchFromConsole();
-    (void)umask(before);
-    print("umask", client().status("Umask"));
-    EXPECT_EQ(client().status("Umask"), "0027");
-    expectSignals({SIGCHLD});
 }
 
 } // namespace

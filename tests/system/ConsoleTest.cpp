@@ -77,9 +77,11 @@ TEST_F(Console, IgnoresEveryOtherKey) {
     EXPECT_THAT(console->output(), testing::Not(HasSubstr("Entry")));
 }
 
-TEST_F(Console, TakesNoLock) {
+TEST_F(Console, TakesNoLockAndIsEndedBySigtermAsAnyProgram) {
     EXPECT_FALSE(exists("/dev/shm/sem.znorb.appLock"));
     EXPECT_EQ(driver.run({"-stop"}).end, exitedWith(2));
+    ASSERT_EQ(kill(console->pid(), SIGTERM), 0);
+    EXPECT_EQ(console->waitForEnd(), endedBy(SIGTERM));
 }
 
 TEST_F(Console, GivesItsClientsTheVerboseOption) {
@@ -88,11 +90,6 @@ TEST_F(Console, GivesItsClientsTheVerboseOption) {
     std::string words = readFile("/proc/" + std::to_string(driver.clients()[0]) + "/cmdline");
     std::replace(words.begin(), words.end(), '\0', ' ');
     EXPECT_EQ(words, driver.client() + " -v -lang en -wbx -index 0 ");
-}
-
-TEST_F(Console, IsEndedBySigtermAsAnyProgram) {
-    ASSERT_EQ(kill(console->pid(), SIGTERM), 0);
-    EXPECT_EQ(console->waitForEnd(), endedBy(SIGTERM));
 }
 
 TEST(ConsoleWithoutInput, GoesOnReadingAndEndsOnlyByASignal) {

@@ -14,8 +14,6 @@
 #include <csignal>
 #include <optional>
 #include <string>
-#include <utility>
-#include <vector>
 
 namespace {
 

@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <filesystem>
 #include <string>
 #include <vector>
 

@@ -13,6 +13,7 @@
 
 #include <csignal>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -53,30 +54,22 @@ protected:
     }
 };
 
-TEST(Sandbox, RunsTheTestsAsRoot) {
+TEST(Sandbox, RunsTheTestsAsRootAndMakesTheRunnerASubreaper) {
     EXPECT_NE(currentSandboxMode(), SandboxMode::None);
     EXPECT_EQ(geteuid(), 0U);
-}
-
-TEST(Sandbox, MakesTheRunnerASubreaper) {
     int isSubreaper = 0;
     ASSERT_EQ(prctl(PR_GET_CHILD_SUBREAPER, &isSubreaper), 0);
     EXPECT_EQ(isSubreaper, 1);
 }
 
-TEST(Sandbox, HandsADetachedProcessToTheRunner) {
-    const ProgramResult result = runProgram(shell("(" + whenDetached + "exit 3) & echo $!"));
-    ASSERT_EQ(result.end, exitedWith(0));
-
-    EXPECT_EQ(waitForEndOf(std::stoi(result.output)), exitedWith(3));
-}
-
-TEST(Sandbox, TellsThatADetachedProcessWasEndedByASignal) {
-    const ProgramResult result =
-        runProgram(shell("(" + whenDetached + "kill -TERM $(exec sh -c 'echo $PPID')) & echo $!"));
-    ASSERT_EQ(result.end, exitedWith(0));
-
-    EXPECT_EQ(waitForEndOf(std::stoi(result.output)), endedBy(SIGTERM));
+TEST(Sandbox, HandsADetachedProcessToTheRunnerHoweverItEnds) {
+    const std::pair<std::string, ProcessEnd> ends[] = {
+        {"exit 3", exitedWith(3)}, {"kill -TERM $(exec sh -c 'echo $PPID')", endedBy(SIGTERM)}};
+    for (const auto& [command, end] : ends) {
+        const ProgramResult result = runProgram(shell("(" + whenDetached + command + ") & echo $!"));
+        ASSERT_EQ(result.end, exitedWith(0));
+        EXPECT_EQ(waitForEndOf(std::stoi(result.output)), end);
+    }
 }
 
 TEST(Sandbox, AllowsToMakeTheInstallationDirectory) {
@@ -175,9 +168,13 @@ TEST_F(IsolatedSandbox, EndsWithItsCaller) {
     EXPECT_EQ(reader.waitForEnd(), exitedWith(0));
 }
 
-TEST(SandboxCommand, EndsAsItsCommandEnds) {
+TEST(SandboxCommand, EndsAsItsCommandEndsAndSaysWhenThatCannotBeRun) {
     EXPECT_EQ(runProgram(sandboxCommand({"--", "/bin/sh", "-c", "exit 37"})).end, exitedWith(37));
     EXPECT_EQ(runProgram(sandboxCommand({"--", "/bin/sh", "-c", "kill -KILL $$"})).end, endedBy(SIGKILL));
+    const ProgramResult result = runProgram(sandboxCommand({"--", "/no/such/command"}));
+    EXPECT_EQ(result.end, exitedWith(127));
+    EXPECT_THAT(result.errors, HasSubstr("/no/such/command"));
+    EXPECT_EQ(runProgram(sandboxCommand({"--", "/dev/null"})).end, exitedWith(126));
 }
 
 TEST(SandboxCommand, PassesStandardOutputAndErrorThrough) {
@@ -216,13 +213,6 @@ TEST(SandboxCommand, SaysWhatIsWrongWithItsCommandLine) {
         EXPECT_EQ(result.end, exitedWith(125));
         EXPECT_THAT(result.errors, StartsWith("usage: znorb-sandbox"));
     }
-}
-
-TEST(SandboxCommand, SaysThatTheCommandCannotBeRun) {
-    const ProgramResult result = runProgram(sandboxCommand({"--", "/no/such/command"}));
-    EXPECT_EQ(result.end, exitedWith(127));
-    EXPECT_THAT(result.errors, HasSubstr("/no/such/command"));
-    EXPECT_EQ(runProgram(sandboxCommand({"--", "/dev/null"})).end, exitedWith(126));
 }
 
 // Direct sessions, tried inside of an isolated one: what they do to "the machine" stays in here.

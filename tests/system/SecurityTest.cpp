@@ -9,13 +9,10 @@
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <string>
@@ -24,7 +21,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 

@@ -61,23 +61,22 @@ protected:
     DaemonDriver driver;
 };
 
-TEST_F(Start, PrintsTheStartMessageAndReturnsZero) {
+TEST_F(Start, SaysSoReturnsZeroAndIsInAGroupOfTheIntermediateProcessWithTheLockAtZero) {
     ASSERT_TRUE(driver.start());
     EXPECT_THAT(driver.startResult(), resultIs(exitedWith(0), startedMessage));
+    EXPECT_EQ(Onlooker(daemonLock).count(), 0);
+    EXPECT_NE(getpgid(driver.daemon()), getpgrp());
+    EXPECT_NE(getpgid(driver.daemon()), driver.daemon());
 }
 
-TEST_F(Start, LeavesALockAndATableAndASocketThatAnswers) {
+TEST_F(Start, LeavesALockAndATableAndASocketThatAnswersInThePlaceOfAStaleFile) {
+    writeFile("/var/run/znorb.socket", "not even a socket");
     ASSERT_TRUE(driver.startServing());
     EXPECT_TRUE(exists(lockFile));
     EXPECT_EQ(modeOf(lockFile), 0644U);
     EXPECT_EQ(modeOf(tableFile), 0666U);
     EXPECT_EQ(std::filesystem::file_size(tableFile), 8196U);
     EXPECT_EQ(modeOf("/var/run/znorb.socket"), 0666U);
-}
-
-TEST_F(Start, HoldsTheLockSoThatItsCountIsZero) {
-    ASSERT_TRUE(driver.start());
-    EXPECT_EQ(Onlooker(daemonLock).count(), 0);
 }
 
 TEST_F(Start, OfASecondInstanceIsRefusedAndChangesNothing) {
@@ -137,11 +136,6 @@ TEST_F(Start, WithoutStandardDescriptorsWorksAsWithThem) {
     launch.arguments = {"-c", "exec '" + driver.program() + "' -stop <&- >&- 2>&-"};
     EXPECT_EQ(runProgram(launch).end, exitedWith(255));
     EXPECT_FALSE(exists(lockFile));
-}
-
-TEST_F(Start, ReplacesAStaleSocketFile) {
-    writeFile("/var/run/znorb.socket", "not even a socket");
-    ASSERT_TRUE(driver.startServing());
 }
 
 TEST_F(Start, PutsTheStandardDescriptorsOnNullAndKeepsNoOther) {
@@ -205,12 +199,6 @@ TEST_F(Start, SetsTheMaskOfNewFilesToZeroAndKeepsTheWorkingDirectory) {
     const std::string proc = "/proc/" + std::to_string(daemons[0]);
     EXPECT_EQ(std::filesystem::read_symlink(proc + "/cwd"), "/dev/shm");
     EXPECT_NE(readFile(proc + "/status").find("Umask:\t0000"), std::string::npos);
-}
-
-TEST_F(Start, LeadsAProcessGroupOfTheIntermediateProcess) {
-    ASSERT_TRUE(driver.start());
-    EXPECT_NE(getpgid(driver.daemon()), getpgrp());
-    EXPECT_NE(getpgid(driver.daemon()), driver.daemon());
 }
 
 TEST_F(Start, ByProcessOneDoesNotForkAndPrintsNothing) {

@@ -8,21 +8,19 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/Sanitizers.h"
+#include "tests/support/SharedTable.h"
 
-#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sys/mman.h>
+#include <semaphore.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <string>
 #include <vector>
 
 namespace {
 
 using namespace ZNORBTEST;
-using testing::Contains;
-using testing::IsEmpty;
 
 constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
 constexpr const char* tableFile = "/dev/shm/znorb.shvars";
@@ -38,11 +36,6 @@ protected:
 
     DaemonDriver driver;
 };
-
-TEST_F(Termination, OfAnIdleDaemonEndsItWithTenAndRemovesTheLock) {
-    ASSERT_TRUE(driver.startServing());
-    terminate();
-}
 
 TEST_F(Termination, RightAfterTheStartDoesTheSame) {
     for (int round = 0; round < 10; ++round) {
@@ -87,7 +80,7 @@ TEST_F(Termination, OfADaemonThatProcessOneStartedDoesTheSame) {
     EXPECT_FALSE(exists(lockFile));
 }
 
-TEST_F(Termination, LeavesTheTableSoThatOneStartFailsAndTheNextSucceeds) {
+TEST_F(Termination, OfAnIdleDaemonLeavesTheTableSoThatOneStartFailsAndTheNextSucceeds) {
     ASSERT_TRUE(driver.startServing());
     terminate();
     EXPECT_TRUE(exists(tableFile));
@@ -114,12 +107,7 @@ TEST_F(Termination, DuringASweepThatWaitsForASilentClientDoesNotWaitForIt) {
 
     // A client that takes the exit request and never answers.
     const ListeningPeer silent({58, {}, true});
-    const int descriptor = shm_open("/znorb.shvars", O_RDWR, 0);
-    ASSERT_NE(descriptor, -1);
-    const std::uint16_t port = silent.port();
-    ASSERT_EQ(pwrite(descriptor, &port, sizeof port, 4 + 124), static_cast<ssize_t>(sizeof port));
-    (void)close(descriptor);
-
+    ASSERT_TRUE(enterClient(0, silent.port()));
     LocalConnection quit = LocalConnection::toPath("/var/run/znorb.socket");
     ASSERT_TRUE(quit.send("QUIT"));
     ASSERT_TRUE(silent.waitForServed(1));
