@@ -306,7 +306,7 @@ TEST_F(ClientEnvironment, IsAChildOfTheDaemonInItsGroupAndSession) {
     EXPECT_EQ(client().session(), getsid(0));
 }
 
-TEST_F(ClientEnvironment, RunsInTheExecutablesDirectoryWhereverTheStarterWasWithTheDocumentedArgumentsAlone) {
+TEST_F(ClientEnvironment, RunsInItsDirectoryWithTheDocumentedArgumentsAlone) {
     launchFrom([]() { (void)!chdir("/dev/shm"); });
     print("working_directory", client().link("cwd"));
     EXPECT_EQ(client().link("cwd"), driver.directory());

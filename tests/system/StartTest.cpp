@@ -69,7 +69,7 @@ TEST_F(Start, SaysSoReturnsZeroAndIsInAGroupOfTheIntermediateProcessWithTheLockA
     EXPECT_NE(getpgid(driver.daemon()), driver.daemon());
 }
 
-TEST_F(Start, LeavesALockAndATableAndASocketThatAnswersInThePlaceOfAStaleFile) {
+TEST_F(Start, LeavesALockATableAndASocketOverAStaleFile) {
     writeFile("/var/run/znorb.socket", "not even a socket");
     ASSERT_TRUE(driver.startServing());
     EXPECT_TRUE(exists(lockFile));
