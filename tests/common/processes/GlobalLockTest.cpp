@@ -7,19 +7,13 @@
 #include "tests/support/Rows.h"
 #include "tests/support/StandIns.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/uio.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
-#include <csignal>
-#include <functional>
 #include <optional>
 #include <string>
 #include <type_traits>
@@ -47,14 +41,14 @@ TEST_F(GlobalLockTest, IsClosedAndTouchesNothingUntilItIsUsed) {
     EXPECT_FALSE(nameExists(m_name));
 }
 
-using Steps = std::vector<void (*)(GlobalLock&)>;
+using Step = void (*)(GlobalLock&);
 
 /// The life of an object: the semaphore's count before it, what it does, the count then, whether its end
 /// leaves the name, and the count at last.
 struct Life {
     const char* name;
     int before; ///< `none` for no semaphore of the name
-    Steps steps;
+    std::vector<Step> steps;
     int then;
     bool isNameLeft;
     int atLast;
@@ -66,45 +60,19 @@ constexpr int none = -1;
 constexpr bool left = true;
 constexpr bool unlinked = false;
 
-void creates(GlobalLock& lock) {
-    EXPECT_TRUE(lock.create(true));
-}
-void createsFree(GlobalLock& lock) {
-    EXPECT_TRUE(lock.create(false));
-}
-void failsToCreate(GlobalLock& lock) {
-    EXPECT_FALSE(lock.create(true));
-}
-void opens(GlobalLock& lock) {
-    EXPECT_TRUE(lock.openExisting());
-}
-void takes(GlobalLock& lock) {
-    EXPECT_TRUE(lock.tryLock(false));
-}
-void takesAndOwns(GlobalLock& lock) {
-    EXPECT_TRUE(lock.tryLock(true));
-}
-void failsToTake(GlobalLock& lock) {
-    EXPECT_FALSE(lock.tryLock(true));
-}
-void isHeld(GlobalLock& lock) {
-    EXPECT_TRUE(lock.isHeld());
-}
-void isNotHeld(GlobalLock& lock) {
-    EXPECT_FALSE(lock.isHeld());
-}
-void unlocks(GlobalLock& lock) {
-    lock.unlock(false);
-}
-void disowns(GlobalLock& lock) {
-    lock.unlock(true);
-}
-void closes(GlobalLock& lock) {
-    lock.close();
-}
-void removes(GlobalLock& lock) {
-    lock.remove(false);
-}
+constexpr Step creates = [](GlobalLock& lock) { EXPECT_TRUE(lock.create(true)); };
+constexpr Step createsFree = [](GlobalLock& lock) { EXPECT_TRUE(lock.create(false)); };
+constexpr Step failsToCreate = [](GlobalLock& lock) { EXPECT_FALSE(lock.create(true)); };
+constexpr Step opens = [](GlobalLock& lock) { EXPECT_TRUE(lock.openExisting()); };
+constexpr Step takes = [](GlobalLock& lock) { EXPECT_TRUE(lock.tryLock(false)); };
+constexpr Step takesAndOwns = [](GlobalLock& lock) { EXPECT_TRUE(lock.tryLock(true)); };
+constexpr Step failsToTake = [](GlobalLock& lock) { EXPECT_FALSE(lock.tryLock(true)); };
+constexpr Step isHeld = [](GlobalLock& lock) { EXPECT_TRUE(lock.isHeld()); };
+constexpr Step isNotHeld = [](GlobalLock& lock) { EXPECT_FALSE(lock.isHeld()); };
+constexpr Step unlocks = [](GlobalLock& lock) { lock.unlock(false); };
+constexpr Step disowns = [](GlobalLock& lock) { lock.unlock(true); };
+constexpr Step closes = [](GlobalLock& lock) { lock.close(); };
+constexpr Step removes = [](GlobalLock& lock) { lock.remove(false); };
 
 class GlobalLockLife : public GlobalLockTest, public testing::WithParamInterface<Life> {};
 
@@ -165,14 +133,6 @@ const Life lives[] = {
 
 INSTANTIATE_TEST_SUITE_P(GlobalLock, GlobalLockLife, testing::ValuesIn(lives), rowName);
 
-TEST_F(GlobalLockTest, CloseKeepsTheOwnership) {
-    GlobalLock lock(m_name);
-    ASSERT_TRUE(lock.create(true));
-    lock.close();
-    lock.remove(false);
-    EXPECT_FALSE(nameExists(m_name));
-}
-
 TEST_F(GlobalLockTest, CreatesTheNameWithMode0644) {
     const mode_t before = umask(0);
     GlobalLock lock(m_name);
@@ -230,10 +190,12 @@ TEST_F(GlobalLockTest, RemoveWithForceUnlinksEvenANameThatIsNotOpen) {
     EXPECT_EQ(onlooker.count(), 0);
 }
 
-TEST_F(GlobalLockTest, RemoveGivesUpTheOwnership) {
+TEST_F(GlobalLockTest, CloseKeepsTheOwnershipAndRemoveGivesItUp) {
     GlobalLock lock(m_name);
     ASSERT_TRUE(lock.create(true));
-    lock.remove(true);
+    lock.close();
+    lock.remove(false);
+    EXPECT_FALSE(nameExists(m_name));
     const Onlooker successor(m_name, 1);
     lock.remove(false);
     EXPECT_TRUE(nameExists(m_name));

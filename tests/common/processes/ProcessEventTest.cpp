@@ -23,7 +23,6 @@
 #include <functional>
 #include <limits>
 #include <memory>
-#include <new>
 #include <string>
 #include <thread>
 #include <type_traits>
@@ -66,34 +65,32 @@ std::time_t inSeconds(int seconds) {
     return std::time(nullptr) + seconds;
 }
 
-// A thread that waits on an event as it is told to.
+/// A thread that waits on an event as it is told to.
 class Waiter {
 public:
     explicit Waiter(std::function<bool()> waiting)
-        : m_thread([this, waiting = std::move(waiting)] { m_result = waiting() ? 1 : 0; }) {}
+        : m_thread([this, waiting = std::move(waiting)] { m_result = waiting(); }) {}
 
-    // True once the thread has begun to wait and sleeps, false if it does not within a bound.
+    /// True once the thread sleeps in its wait, false if it does not within a bound or has ended.
     bool isWaiting() const { return m_thread.fallsAsleep(); }
-    bool isDone() const { return m_result != -1; }
-    // True or false as the waiting said; false, and a failure, if it has not ended within a bound.
-    bool result() {
-        EXPECT_TRUE(waitUntil([this] { return isDone(); }));
-        return m_result == 1;
+    /// True or false as the waiting said; false, and a failure, if it has not ended within a bound.
+    bool result() const {
+        EXPECT_TRUE(m_thread.finishes());
+        return m_result;
     }
 
 private:
-    std::atomic<int> m_result{-1};
-    ZNORBTEST::ObservedThread m_thread;
+    std::atomic<bool> m_result = false;
+    ObservedThread m_thread;
 };
 
-// In the place of the block's mutex: one that notices when a holder ends without unlocking it.
-void makeRobust(pthread_mutex_t* mutex) {
+/// Gives the block another mutex, with the attributes that `choose` sets.
+void replaceMutex(BlockView& block, void (*choose)(pthread_mutexattr_t*)) {
     pthread_mutexattr_t attributes;
     ASSERT_EQ(pthread_mutexattr_init(&attributes), 0);
-    ASSERT_EQ(pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED), 0);
-    ASSERT_EQ(pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST), 0);
-    ASSERT_EQ(pthread_mutex_destroy(mutex), 0);
-    ASSERT_EQ(pthread_mutex_init(mutex, &attributes), 0);
+    choose(&attributes);
+    ASSERT_EQ(pthread_mutex_destroy(&block.mutex), 0);
+    ASSERT_EQ(pthread_mutex_init(&block.mutex, &attributes), 0);
     ASSERT_EQ(pthread_mutexattr_destroy(&attributes), 0);
 }
 
@@ -106,6 +103,9 @@ void endHolding(pthread_mutex_t* mutex) {
 class ProcessEventOfEachKind : public testing::TestWithParam<bool> {
 protected:
     static bool isShared() { return GetParam(); }
+
+    ProcessEvent event{false, isShared()};
+    BlockView* const block = viewOf(event).block;
 };
 
 INSTANTIATE_TEST_SUITE_P(ProcessEvent, ProcessEventOfEachKind, testing::Values(false, true),
@@ -115,27 +115,25 @@ INSTANTIATE_TEST_SUITE_P(ProcessEvent, ProcessEventOfEachKind, testing::Values(f
 
 TEST_P(ProcessEventOfEachKind, StartsAsItIsTold) {
     ProcessEvent signalled(true, isShared());
-    ProcessEvent notSignalled(false, isShared());
     EXPECT_TRUE(signalled.timedWait(0));
-    EXPECT_FALSE(notSignalled.timedWait(0));
+    EXPECT_FALSE(event.timedWait(0));
 }
 
 TEST_P(ProcessEventOfEachKind, KeepsItsFlagsInTheBlock) {
-    ProcessEvent event(true, isShared());
-    const EventView view = viewOf(event);
+    ProcessEvent signalled(true, isShared());
+    const EventView view = viewOf(signalled);
     ASSERT_NE(view.block, nullptr);
     EXPECT_TRUE(view.owner);
     EXPECT_EQ(view.block->destroyed, 0);
     EXPECT_EQ(view.block->signalled, 1);
     EXPECT_EQ(view.block->shared, isShared() ? 1 : 0);
-    EXPECT_EQ(event.reset(), 0);
+    EXPECT_EQ(signalled.reset(), 0);
     EXPECT_EQ(view.block->signalled, 0);
-    EXPECT_EQ(event.set(), 0);
+    EXPECT_EQ(signalled.set(), 0);
     EXPECT_EQ(view.block->signalled, 1);
 }
 
 TEST_P(ProcessEventOfEachKind, SetAndResetReturnZeroAndOneResetUndoesAnyNumberOfSets) {
-    ProcessEvent event(false, isShared());
     for (int sets = 0; sets <= 2; ++sets) {
         for (int count = 0; count < sets; ++count) {
             EXPECT_EQ(event.set(), 0);
@@ -147,7 +145,6 @@ TEST_P(ProcessEventOfEachKind, SetAndResetReturnZeroAndOneResetUndoesAnyNumberOf
 }
 
 TEST_P(ProcessEventOfEachKind, WaitOnASignalledEventReturnsAtOnceAndLeavesItSignalled) {
-    ProcessEvent event(false, isShared());
     ASSERT_EQ(event.set(), 0);
     EXPECT_TRUE(event.wait());
     EXPECT_TRUE(event.wait());
@@ -156,15 +153,13 @@ TEST_P(ProcessEventOfEachKind, WaitOnASignalledEventReturnsAtOnceAndLeavesItSign
 }
 
 TEST_P(ProcessEventOfEachKind, OneSetReleasesEveryWaiter) {
-    ProcessEvent event(false, isShared());
     std::vector<std::unique_ptr<Waiter>> waiters;
     for (int count = 0; count < 3; ++count) {
-        waiters.push_back(std::make_unique<Waiter>([&event] { return event.wait(); }));
-        waiters.push_back(std::make_unique<Waiter>([&event] { return event.timedWait(inSeconds(60)); }));
+        waiters.push_back(std::make_unique<Waiter>([this] { return event.wait(); }));
+        waiters.push_back(std::make_unique<Waiter>([this] { return event.timedWait(inSeconds(60)); }));
     }
     for (const auto& waiter : waiters) {
         EXPECT_TRUE(waiter->isWaiting());
-        EXPECT_FALSE(waiter->isDone());
     }
     EXPECT_EQ(event.set(), 0);
     for (const auto& waiter : waiters) {
@@ -174,10 +169,9 @@ TEST_P(ProcessEventOfEachKind, OneSetReleasesEveryWaiter) {
 }
 
 TEST_P(ProcessEventOfEachKind, ASecondSetDoesNotBroadcastAgain) {
-    ProcessEvent event(true, isShared());
-    BlockView* block = viewOf(event).block;
+    EXPECT_EQ(event.set(), 0);
     // A waiter on the bare condition, which a broadcast would wake although the event is signalled.
-    Waiter bystander([block] {
+    Waiter bystander([this] {
         const timespec limit{inSeconds(2), 0};
         (void)pthread_mutex_lock(&block->mutex);
         const int error = pthread_cond_timedwait(&block->condition, &block->mutex, &limit);
@@ -191,9 +185,8 @@ TEST_P(ProcessEventOfEachKind, ASecondSetDoesNotBroadcastAgain) {
 }
 
 TEST_P(ProcessEventOfEachKind, CanBeUsedAgainAfterAReset) {
-    ProcessEvent event(false, isShared());
     for (int round = 0; round < 3; ++round) {
-        Waiter waiter([&event] { return event.wait(); });
+        Waiter waiter([this] { return event.wait(); });
         EXPECT_TRUE(waiter.isWaiting());
         EXPECT_EQ(event.set(), 0);
         EXPECT_TRUE(waiter.result());
@@ -202,16 +195,10 @@ TEST_P(ProcessEventOfEachKind, CanBeUsedAgainAfterAReset) {
 }
 
 TEST_P(ProcessEventOfEachKind, FailsWithoutAChangeWhenTheLockFails) {
-    ProcessEvent event(false, isShared());
-    BlockView* block = viewOf(event).block;
-    // A mutex that tells its own holder that it is locked.
-    pthread_mutexattr_t attributes;
-    ASSERT_EQ(pthread_mutexattr_init(&attributes), 0);
-    ASSERT_EQ(pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK), 0);
-    ASSERT_EQ(pthread_mutex_destroy(&block->mutex), 0);
-    ASSERT_EQ(pthread_mutex_init(&block->mutex, &attributes), 0);
-    ASSERT_EQ(pthread_mutexattr_destroy(&attributes), 0);
-
+    replaceMutex(*block,
+                 [](pthread_mutexattr_t* attributes) { // by one that tells its holder that it is locked
+                     ASSERT_EQ(pthread_mutexattr_settype(attributes, PTHREAD_MUTEX_ERRORCHECK), 0);
+                 });
     ASSERT_EQ(pthread_mutex_lock(&block->mutex), 0);
     EXPECT_EQ(event.set(), EDEADLK);
     EXPECT_EQ(block->signalled, 0);
@@ -227,32 +214,33 @@ TEST_P(ProcessEventOfEachKind, FailsWithoutAChangeWhenTheLockFails) {
 TEST_P(ProcessEventOfEachKind, WaitsEndWithFalseWhenTheirLockIsLostOrBecomesUnusableMeanwhile) {
     for (const auto& [isTimed, isUnusable] :
          {std::pair(false, false), {true, false}, {false, true}, {true, true}}) {
-        ProcessEvent event(false, isShared());
-        BlockView* block = viewOf(event).block;
-        makeRobust(&block->mutex);
+        ProcessEvent lost(false, isShared());
+        BlockView* const itsBlock = viewOf(lost).block;
+        replaceMutex(*itsBlock, [](pthread_mutexattr_t* attributes) {
+            ASSERT_EQ(pthread_mutexattr_setpshared(attributes, PTHREAD_PROCESS_SHARED), 0);
+            ASSERT_EQ(pthread_mutexattr_setrobust(attributes, PTHREAD_MUTEX_ROBUST), 0);
+        });
         Waiter waiter(
-            [&event, timed = isTimed] { return timed ? event.timedWait(inSeconds(60)) : event.wait(); });
+            [&lost, timed = isTimed] { return timed ? lost.timedWait(inSeconds(60)) : lost.wait(); });
         ASSERT_TRUE(waiter.isWaiting());
-        endHolding(&block->mutex);
+        endHolding(&itsBlock->mutex);
         if (isUnusable) {
-            EXPECT_EQ(pthread_mutex_lock(&block->mutex), EOWNERDEAD);
-            EXPECT_EQ(pthread_mutex_unlock(&block->mutex), 0); // nobody has put it right
+            EXPECT_EQ(pthread_mutex_lock(&itsBlock->mutex), EOWNERDEAD);
+            EXPECT_EQ(pthread_mutex_unlock(&itsBlock->mutex), 0); // nobody has put it right
         }
-        EXPECT_EQ(pthread_cond_broadcast(&block->condition), 0);
+        EXPECT_EQ(pthread_cond_broadcast(&itsBlock->condition), 0);
         EXPECT_FALSE(waiter.result());
-        EXPECT_TRUE(!isUnusable || event.set() == ENOTRECOVERABLE);
+        EXPECT_TRUE(!isUnusable || lost.set() == ENOTRECOVERABLE);
     }
 }
 
 TEST_P(ProcessEventOfEachKind, TimedWaitTakesAPointInTimeAndNoDuration) {
-    ProcessEvent event(false, isShared());
     const auto before = std::chrono::steady_clock::now();
     EXPECT_FALSE(event.timedWait(3600));
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(60));
 }
 
 TEST_P(ProcessEventOfEachKind, TimedWaitWithAPastDeadlineIsFalseUnlessSignalled) {
-    ProcessEvent event(false, isShared());
     for (const std::time_t past :
          {inSeconds(-1), std::time_t{0}, std::time_t{-1}, std::numeric_limits<std::time_t>::min()}) {
         EXPECT_EQ(event.reset(), 0);
@@ -263,7 +251,6 @@ TEST_P(ProcessEventOfEachKind, TimedWaitWithAPastDeadlineIsFalseUnlessSignalled)
 }
 
 TEST_P(ProcessEventOfEachKind, TimedWaitWaitsUntilTheDeadline) {
-    ProcessEvent event(false, isShared());
     const std::time_t deadline = inSeconds(2);
     EXPECT_FALSE(event.timedWait(deadline));
     timespec now{};
@@ -272,19 +259,15 @@ TEST_P(ProcessEventOfEachKind, TimedWaitWaitsUntilTheDeadline) {
 }
 
 TEST_P(ProcessEventOfEachKind, TimedWaitIsTrueWhenSignalledBeforeAVeryLateDeadline) {
-    ProcessEvent event(false, isShared());
-    Waiter waiter([&event] { return event.timedWait(std::numeric_limits<std::time_t>::max()); });
+    Waiter waiter([this] { return event.timedWait(std::numeric_limits<std::time_t>::max()); });
     EXPECT_TRUE(waiter.isWaiting());
-    EXPECT_FALSE(waiter.isDone());
     EXPECT_EQ(event.set(), 0);
     EXPECT_TRUE(waiter.result());
 }
 
 TEST_P(ProcessEventOfEachKind, TimedWaitIsFalseWhenTheSignalCoincidesWithTheTimeOut) {
-    ProcessEvent event(false, isShared());
-    BlockView* block = viewOf(event).block;
     const std::time_t deadline = inSeconds(2);
-    Waiter waiter([&event, deadline] { return event.timedWait(deadline); });
+    Waiter waiter([this, deadline] { return event.timedWait(deadline); });
     EXPECT_TRUE(waiter.isWaiting());
     // The time-out finds the lock taken, and behind it an event that has just been signalled.
     ASSERT_EQ(pthread_mutex_lock(&block->mutex), 0);
@@ -296,10 +279,8 @@ TEST_P(ProcessEventOfEachKind, TimedWaitIsFalseWhenTheSignalCoincidesWithTheTime
 }
 
 TEST_P(ProcessEventOfEachKind, TimedWaitSleepsAgainWhenItWasWokenWithoutASignal) {
-    ProcessEvent event(false, isShared());
-    BlockView* block = viewOf(event).block;
-    Waiter waiter([&event] { return event.timedWait(inSeconds(60)); });
-    Waiter unlimited([&event] { return event.wait(); });
+    Waiter waiter([this] { return event.timedWait(inSeconds(60)); });
+    Waiter unlimited([this] { return event.wait(); });
     for (int wakeUp = 0; wakeUp < 3; ++wakeUp) {
         EXPECT_TRUE(waiter.isWaiting());
         EXPECT_TRUE(unlimited.isWaiting());
@@ -307,8 +288,6 @@ TEST_P(ProcessEventOfEachKind, TimedWaitSleepsAgainWhenItWasWokenWithoutASignal)
     }
     EXPECT_TRUE(waiter.isWaiting());
     EXPECT_TRUE(unlimited.isWaiting());
-    EXPECT_FALSE(waiter.isDone());
-    EXPECT_FALSE(unlimited.isDone());
     EXPECT_EQ(event.set(), 0);
     EXPECT_TRUE(waiter.result());
     EXPECT_TRUE(unlimited.result());
@@ -353,9 +332,14 @@ TEST(ProcessEvent, DestroyingASharedEventUnmapsItsBlockWhetherItOwnsItOrNot) {
     }
 }
 
-TEST(ProcessEvent, AHeapEventIsNotSharedWithAChild) {
-    ProcessEvent event(false, false);
-    expectEndOfForked(exitedWith(0), [&event] { return event.set(); });
+TEST(ProcessEvent, AChildsSetAndResetAreSeenByTheParentOfASharedEventAlone) {
+    for (const bool isShared : {false, true}) {
+        ProcessEvent event(false, isShared);
+        expectEndOfForked(exitedWith(0), [&event] { return event.set(); });
+        EXPECT_EQ(event.timedWait(0), isShared);
+    }
+    ProcessEvent event(true, true);
+    expectEndOfForked(exitedWith(0), [&event] { return event.reset(); });
     EXPECT_FALSE(event.timedWait(0));
 }
 
@@ -372,25 +356,12 @@ TEST(ProcessEvent, AChildReleasesTheParentThatWaits) {
     EXPECT_EQ(child.waitForEnd(), exitedWith(0));
 }
 
-TEST(ProcessEvent, AParentReleasesTheChildThatWaits) {
+TEST(ProcessEvent, OneSetOfTheParentReleasesTheChildrenThatWait) {
     ProcessEvent event(false, true);
     event.setOwner(false);
-    ForkedChild child([&event] { return event.wait() ? 0 : 1; });
-    event.setOwner(true);
-    EXPECT_EQ(event.set(), 0);
-    EXPECT_EQ(child.waitForEnd(), exitedWith(0));
-}
-
-TEST(ProcessEvent, AChildsResetIsSeenByTheParent) {
-    ProcessEvent event(true, true);
-    expectEndOfForked(exitedWith(0), [&event] { return event.reset(); });
-    EXPECT_FALSE(event.timedWait(0));
-}
-
-TEST(ProcessEvent, OneSetReleasesTheWaitersOfSeveralProcesses) {
-    ProcessEvent event(false, true);
     const auto wait = [&event] { return event.wait() ? 0 : 1; };
     ForkedChild children[] = {ForkedChild(wait), ForkedChild(wait), ForkedChild(wait)};
+    event.setOwner(true);
     EXPECT_EQ(event.set(), 0);
     for (ForkedChild& child : children) {
         EXPECT_EQ(child.waitForEnd(), exitedWith(0));

@@ -22,21 +22,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
-#include <new>
 #include <regex>
 #include <string>
 #include <vector>
 
 namespace {
 
-using ZNORBTEST::exitedWith;
-using ZNORBTEST::expectEndOfForked;
-using ZNORBTEST::FailingAllocation;
-using ZNORBTEST::forbidForks;
-using ZNORBTEST::ForkedChild;
-using ZNORBTEST::hasNoChildren;
-using ZNORBTEST::readFile;
+using namespace ZNORBTEST;
 
 using ORBCOMMON::forkWithoutLocks;
 using ORBCOMMON::runProcess;
@@ -61,14 +53,10 @@ protected:
     }
 
     void makeScript(const std::string& path, const std::string& commands) const {
-        FILE* file = std::fopen(path.c_str(), "we");
-        ASSERT_NE(file, nullptr);
-        (void)std::fprintf(file, "#!/bin/sh\n%s\n", commands.c_str());
-        (void)std::fclose(file);
-        ASSERT_EQ(chmod(path.c_str(), 0700), 0);
+        writeFile(folder + "/" + path, "#!/bin/sh\n" + commands + "\n", 0700);
     }
 
-    const ZNORBTEST::TemporaryFolder temporary;
+    const TemporaryFolder temporary;
     const std::string folder = std::filesystem::canonical(temporary.path()).string();
     const std::string result = folder + "/result"; // where the programs leave what they saw
     const std::filesystem::path before = std::filesystem::current_path();
@@ -111,7 +99,7 @@ const Run runs[] = {
     {"RunsInTheCallersDirectoryWithoutAnother", "", {"-c", "pwd > result"}, "~"},
 };
 
-INSTANTIATE_TEST_SUITE_P(ProcessRunner, ProcessRun, testing::ValuesIn(runs), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(ProcessRunner, ProcessRun, testing::ValuesIn(runs), rowName);
 
 TEST_F(ProcessRunnerTest, FirstElementIsTheWorkingDirectoryASlashAndTheProgram) {
     std::filesystem::create_symlink("/bin/sh", folder + "/tool");
@@ -157,14 +145,14 @@ TEST_F(ProcessRunnerTest, RelativeWorkingDirectoryIsAppliedTwice) {
     EXPECT_EQ(readFile(result), "twice\n");
 }
 
-// What the copy of the caller finds, sent by it through a pipe: the returned value and the process it runs
-// in.
+/// What the copy of the caller finds: the returned value and the process it runs in.
 struct CopyReport {
     pid_t returned;
     pid_t self;
 };
 
-// Runs what cannot be executed. The copy reports and ends with status 7; the caller returns the report.
+/// Runs what cannot be executed. The copy reports through a pipe and ends with status 7; the caller returns
+/// the report.
 CopyReport runInCopy(const std::string& program, const std::string& workingDirectory, bool wait,
                      pid_t& process) {
     int ends[2] = {-1, -1};
@@ -193,7 +181,7 @@ TEST_F(ProcessRunnerTest, ProgramThatCannotBeExecutedReturnsZeroInACopyOfTheCall
 }
 
 TEST_F(ProcessRunnerTest, CopyOfTheCallerDoesNotHangWhenItIsToWait) {
-    const ZNORBTEST::Row<std::string, std::string> programs[] = {
+    const Row<std::string, std::string> programs[] = {
         {"no such program", "no-such-program", ""},
         {"a directory that cannot be entered", "sh", folder + "/absent"},
         {"an empty program", "", ""},
@@ -258,59 +246,34 @@ TEST_F(ProcessRunnerTest, SignalDoesNotEndTheWait) {
     EXPECT_EQ(readFile(result), "done\n");
 }
 
-TEST_F(ProcessRunnerTest, FailedForkReturnsMinusOne) {
-    expectEndOfForked(exitedWith(0), [] {
-        if (!forbidForks()) {
-            return 1;
-        }
-        return runProcess("true", "", {}, false) == -1 ? 0 : 2;
-    });
-}
-
-TEST_F(ProcessRunnerTest, WaitAfterAFailedForkReturnsAtOnceWithoutChildren) {
-    expectEndOfForked(exitedWith(0), [] {
-        if (!forbidForks()) {
-            return 1;
-        }
-        return runProcess("true", "", {}, true) == -1 ? 0 : 2;
-    });
+TEST_F(ProcessRunnerTest, FailedForkReturnsMinusOneAndItsWaitEndsAtOnceWithoutChildren) {
+    for (const bool wait : {false, true}) {
+        EXPECT_TRUE(
+            holdsInForked([wait] { return forbidForks() && runProcess("true", "", {}, wait) == -1; }));
+    }
 }
 
 TEST_F(ProcessRunnerTest, WaitAfterAFailedForkTakesAnyChild) {
-    expectEndOfForked(exitedWith(0), [] {
+    EXPECT_TRUE(holdsInForked([] {
         if (fork() == 0) {
             _exit(0);
         }
-        if (!forbidForks()) {
-            return 1;
-        }
-        if (runProcess("true", "", {}, true) != -1) {
-            return 2;
-        }
-        return hasNoChildren() ? 0 : 3;
-    });
+        return forbidForks() && runProcess("true", "", {}, true) == -1 && hasNoChildren();
+    }));
 }
 
 int preparedForks = 0;
 
-/// What a fork that takes the C library's locks does on its way.
-void countForks() {
-    (void)pthread_atfork([] { ++preparedForks; }, nullptr, nullptr);
-}
-
-TEST_F(ProcessRunnerTest, ForkTakesTheLocksOfTheCLibrary) {
-    expectEndOfForked(exitedWith(1), [] {
-        countForks();
-        return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
-    });
-}
-
-TEST_F(ProcessRunnerTest, ForkWithoutLocksDoesNot) {
-    expectEndOfForked(exitedWith(0), [] {
-        countForks();
-        forkWithoutLocks();
-        return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
-    });
+TEST_F(ProcessRunnerTest, ForkTakesTheLocksOfTheCLibraryUnlessToldNotTo) {
+    for (const bool isToldNotTo : {false, true}) {
+        expectEndOfForked(exitedWith(isToldNotTo ? 0 : 1), [isToldNotTo] {
+            (void)pthread_atfork([] { ++preparedForks; }, nullptr, nullptr); // where it takes the locks
+            if (isToldNotTo) {
+                forkWithoutLocks();
+            }
+            return runProcess("true", "", {}, true) > 0 ? preparedForks : -1;
+        });
+    }
 }
 
 TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
@@ -328,7 +291,7 @@ TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
 }
 
 TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor) {
-    if (!ZNORBTEST::allocationsAreObserved) {
+    if (!allocationsAreObserved) {
         GTEST_SKIP() << "no allocation can be made to fail under the thread sanitizer";
     }
     const std::vector<std::string> arguments{"-c", "exit 0", "name"};

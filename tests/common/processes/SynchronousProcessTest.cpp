@@ -6,16 +6,9 @@
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
-#include <cstddef>
-#include <functional>
-#include <new>
 #include <thread>
 #include <type_traits>
 

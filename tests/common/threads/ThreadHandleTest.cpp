@@ -8,23 +8,14 @@
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
-#include <cstddef>
 #include <cstdint>
-#include <ctime>
-#include <functional>
 #include <limits>
-#include <memory>
-#include <new>
-#include <thread>
 #include <type_traits>
 
 namespace {
@@ -67,51 +58,33 @@ public:
     int value = 0;
 };
 
-TEST(ThreadHandle, IsNullUntilStarted) {
-    const ThreadHandle handle;
-    EXPECT_TRUE(handle.isNull());
-}
-
-TEST(ThreadHandle, StartReturnsZeroAndHoldsTheThread) {
-    Gated threadable;
-    threadable.open = true;
-    ThreadHandle handle;
-    EXPECT_EQ(start(handle, &threadable), 0);
-    EXPECT_FALSE(handle.isNull());
-    join(handle);
-    EXPECT_EQ(threadable.runs, 1);
-}
-
-TEST(ThreadHandle, JoinWaitsForTheEndAndMakesTheHandleNull) {
+TEST(ThreadHandle, IsNullUntilStartedAndAfterAJoinThatWaitsForTheEnd) {
     SlowWriter threadable;
     ThreadHandle handle;
-    ASSERT_EQ(start(handle, &threadable), 0);
+    EXPECT_TRUE(handle.isNull());
+    EXPECT_EQ(start(handle, &threadable), 0);
+    EXPECT_FALSE(handle.isNull());
     join(handle);
     EXPECT_EQ(threadable.value, 1);
     EXPECT_TRUE(handle.isNull());
 }
 
-TEST(ThreadHandle, DetachReturnsAtOnceAndLetsTheThreadRunOn) {
-    Gated threadable;
-    ThreadHandle handle;
-    ASSERT_EQ(start(handle, &threadable), 0);
-    detach(handle);
-    EXPECT_TRUE(handle.isNull());
-    EXPECT_EQ(threadable.runs, 0);
-    threadable.open = true;
-    ASSERT_TRUE(waitUntil([&] { return threadable.finished.load(); }));
-    EXPECT_EQ(threadable.runs, 1);
-}
-
-TEST(ThreadHandle, DestroyingAStartedHandleDetachesTheThread) {
-    Gated threadable;
-    {
-        ThreadHandle handle;
-        ASSERT_EQ(start(handle, &threadable), 0);
+TEST(ThreadHandle, DetachAndDestructionReturnAtOnceAndLetTheThreadRunOn) {
+    for (const bool isDetached : {true, false}) {
+        Gated threadable;
+        {
+            ThreadHandle handle;
+            ASSERT_EQ(start(handle, &threadable), 0);
+            if (isDetached) {
+                detach(handle);
+                EXPECT_TRUE(handle.isNull());
+            }
+        }
+        EXPECT_EQ(threadable.runs, 0);
+        threadable.open = true;
+        ASSERT_TRUE(waitUntil([&] { return threadable.finished.load(); }));
+        EXPECT_EQ(threadable.runs, 1);
     }
-    EXPECT_EQ(threadable.runs, 0);
-    threadable.open = true;
-    ASSERT_TRUE(waitUntil([&] { return threadable.finished.load(); }));
 }
 
 TEST(ThreadHandle, JoinAndDetachOfANullHandleDoNothing) {
@@ -122,25 +95,16 @@ TEST(ThreadHandle, JoinAndDetachOfANullHandleDoNothing) {
     EXPECT_TRUE(handle.isNull());
 }
 
-TEST(ThreadHandle, ASecondJoinOrDetachDoesNothing) {
-    Gated threadable;
-    threadable.open = true;
-    ThreadHandle handle;
-    ASSERT_EQ(start(handle, &threadable), 0);
-    join(handle);
-    join(handle);
-    detach(handle);
-    EXPECT_TRUE(handle.isNull());
-    EXPECT_EQ(threadable.runs, 1);
-}
-
-TEST(ThreadHandle, CanBeStartedAgainOnceItIsNull) {
+TEST(ThreadHandle, ASecondJoinOrDetachDoesNothingAndItCanBeStartedAgain) {
     Gated threadable;
     threadable.open = true;
     ThreadHandle handle;
     for (int runs = 1; runs <= 2; ++runs) {
         ASSERT_EQ(start(handle, &threadable), 0);
         join(handle);
+        join(handle);
+        detach(handle);
+        EXPECT_TRUE(handle.isNull());
         EXPECT_EQ(threadable.runs, runs);
     }
 }
@@ -157,6 +121,7 @@ TEST(ThreadHandle, HoldsTheIdentifierOfAFailedStartUntilItIsJoinedDetachedOrDest
             EXPECT_FALSE(handle->isNull());
         }
         join(joined);
+        EXPECT_TRUE(holdSameThread(&detached, &destroyed)) << "the plain same value";
         detach(detached);
         EXPECT_TRUE(joined.isNull());
         EXPECT_TRUE(detached.isNull());
@@ -198,47 +163,27 @@ TEST(ThreadHandle, StartWithoutMemoryReturnsEnomemAndANullHandle) {
     }));
 }
 
-TEST(ThreadHandle, HandlesAreEqualWhenTheyHoldTheSameThread) {
+TEST(ThreadHandle, HandlesAreEqualWhenTheyHoldTheSameThreadAndANullHandleIsEqualToNothing) {
     Gated first;
     Gated second;
     ThreadHandle firstHandle;
     ThreadHandle secondHandle;
+    const ThreadHandle null;
     ASSERT_EQ(start(firstHandle, &first), 0);
     ASSERT_EQ(start(secondHandle, &second), 0);
     EXPECT_TRUE(holdSameThread(&firstHandle, &firstHandle));
     EXPECT_FALSE(holdSameThread(&firstHandle, &secondHandle));
+    EXPECT_FALSE(holdSameThread(&null, &null));
+    EXPECT_FALSE(holdSameThread(&null, &firstHandle));
+    EXPECT_FALSE(holdSameThread(&firstHandle, &null));
+    EXPECT_FALSE(holdSameThread(nullptr, &firstHandle));
+    EXPECT_FALSE(holdSameThread(&firstHandle, nullptr));
+    EXPECT_FALSE(holdSameThread(nullptr, nullptr));
     first.open = true;
     second.open = true;
     join(firstHandle);
     join(secondHandle);
-}
-
-TEST(ThreadHandle, ANullHandleIsEqualToNothing) {
-    Gated threadable;
-    ThreadHandle started;
-    const ThreadHandle null;
-    ASSERT_EQ(start(started, &threadable), 0);
-    EXPECT_FALSE(holdSameThread(&null, &null));
-    EXPECT_FALSE(holdSameThread(&null, &started));
-    EXPECT_FALSE(holdSameThread(&started, &null));
-    EXPECT_FALSE(holdSameThread(nullptr, &started));
-    EXPECT_FALSE(holdSameThread(&started, nullptr));
-    EXPECT_FALSE(holdSameThread(nullptr, nullptr));
-    threadable.open = true;
-    join(started);
-    EXPECT_FALSE(holdSameThread(&started, &started));
-}
-
-TEST(ThreadHandle, HandlesOfFailedStartsHoldThePlainSameValue) {
-    Gated threadable;
-    ThreadHandle first;
-    ThreadHandle second;
-    {
-        const NoThreads noThreads;
-        ASSERT_NE(start(first, &threadable), 0);
-        ASSERT_NE(start(second, &threadable), 0);
-    }
-    EXPECT_TRUE(holdSameThread(&first, &second));
+    EXPECT_FALSE(holdSameThread(&firstHandle, &firstHandle));
 }
 
 TEST(SleepMilliseconds, SleepsAtLeastAsLongAsAskedAndReturnsFromASleepOfNothing) {

@@ -30,12 +30,14 @@ struct Step {
 class Recorder : public Threadable {
 public:
     explicit Recorder(std::vector<Step>& steps) : m_steps(steps) {}
-    ~Recorder() override { m_steps.push_back({"destroyed", std::this_thread::get_id()}); }
+    ~Recorder() override { note("destroyed"); }
 
-    void run() override { m_steps.push_back({"run", std::this_thread::get_id()}); }
-    void finish() override { m_steps.push_back({"finish", std::this_thread::get_id()}); }
+    void run() override { note("run"); }
+    void finish() override { note("finish"); }
 
 private:
+    void note(const std::string& name) { m_steps.push_back({name, std::this_thread::get_id()}); }
+
     std::vector<Step>& m_steps;
 };
 
@@ -59,16 +61,6 @@ TEST(Threadable, CallsFinishOnTheSameThreadAfterARunThatReturnsAtOnce) {
     EXPECT_NE(steps[0].thread, std::this_thread::get_id());
 }
 
-TEST(Threadable, NeedsNoFinishOfItsOwn) {
-    WithoutFinish threadable;
-    ThreadHandle handle;
-    ASSERT_EQ(start(handle, &threadable), 0);
-    join(handle);
-    EXPECT_EQ(threadable.runs, 1);
-    threadable.Threadable::finish();
-    EXPECT_EQ(threadable.runs, 1);
-}
-
 TEST(Threadable, IsDestroyedThroughItsBase) {
     std::vector<Step> steps;
     std::unique_ptr<Threadable> threadable = std::make_unique<Recorder>(steps);
@@ -77,12 +69,14 @@ TEST(Threadable, IsDestroyedThroughItsBase) {
     EXPECT_EQ(steps[0].name, "destroyed");
 }
 
-TEST(Threadable, RunsAgainOnASecondThread) {
+TEST(Threadable, NeedsNoFinishOfItsOwnAndRunsAgainOnASecondThread) {
     WithoutFinish threadable;
     for (int runs = 1; runs <= 2; ++runs) {
         ThreadHandle handle;
         ASSERT_EQ(start(handle, &threadable), 0);
         join(handle);
+        EXPECT_EQ(threadable.runs, runs);
+        threadable.Threadable::finish();
         EXPECT_EQ(threadable.runs, runs);
     }
 }
