@@ -53,15 +53,11 @@ TEST(ClientSocket, IsNotConnectedByDefault) {
     EXPECT_FALSE(socket.isConnected());
 }
 
-TEST_F(ClientSocketTest, HoldsTheDescriptorThatItIsGiven) {
-    const ClientSocket socket(given);
+TEST_F(ClientSocketTest, HoldsTheDescriptorThatItIsGivenUntilItClosesAndForgetsIt) {
+    ClientSocket socket(given);
     EXPECT_EQ(socket.descriptor(), given);
     EXPECT_TRUE(socket.isConnected());
     EXPECT_FALSE(isAtEnd(peer));
-}
-
-TEST_F(ClientSocketTest, CloseClosesTheDescriptorAndForgetsIt) {
-    ClientSocket socket(given);
     socket.close();
     EXPECT_EQ(socket.descriptor(), -1);
     EXPECT_FALSE(socket.isConnected());

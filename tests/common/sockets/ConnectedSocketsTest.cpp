@@ -1,18 +1,14 @@
 #include "common/sockets/IPClientSocket.h"
 #include "common/sockets/UXClientSocket.h"
-#include "tests/support/LocalPort.h"
+#include "tests/common/sockets/Listeners.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
-#include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 
@@ -21,53 +17,31 @@ namespace {
 using ORBCOMMON::ClientSocket;
 using ORBCOMMON::IPClientSocket;
 using ORBCOMMON::UXClientSocket;
+using namespace ZNORBTEST;
 
-/// A listener on 127.0.0.1 at a port of the kernel's choice.
-class Port {
-public:
+/// A port and a path, each with the kind of socket that connects to it.
+struct ByPort {
     using Socket = IPClientSocket;
 
-    Port()
-        : listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)),
-          m_number(ZNORBTEST::bindToLocalPort(listener.descriptor())) {
-        EXPECT_NE(m_number, 0);
-    }
-
     template <typename Kind>
     std::unique_ptr<Kind> newSocket() const {
-        return std::make_unique<Kind>("127.0.0.1", m_number);
+        return std::make_unique<Kind>("127.0.0.1", place.number());
     }
 
-    ClientSocket listener;
-
-private:
-    std::uint16_t m_number = 0;
+    Port place;
 };
 
-/// A listener on a path.
-class Path {
-public:
+struct ByPath {
     using Socket = UXClientSocket;
-
-    Path() : listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        (void)m_path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        EXPECT_EQ(bind(listener.descriptor(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)),
-                  0);
-    }
 
     template <typename Kind>
     std::unique_ptr<Kind> newSocket() const {
-        return std::make_unique<Kind>(m_path);
+        return std::make_unique<Kind>(path);
     }
 
-private:
-    const ZNORBTEST::TemporaryFolder m_folder;
-    const std::string m_path = m_folder / "socket";
-
-public:
-    ClientSocket listener;
+    const TemporaryFolder folder;
+    const std::string path = folder / "socket";
+    Path place{path};
 };
 
 /// What both kinds of connecting sockets have in common.
@@ -87,10 +61,9 @@ protected:
         int closes = 0;
     };
 
-    void SetUp() override { EXPECT_EQ(listen(address.listener.descriptor(), 5), 0); }
+    void SetUp() override { startListening(address.place.listener); }
 
-    /// The next connection, which goes to the caller, or -1 when nobody is queued.
-    int acceptOne() { return accept4(address.listener.descriptor(), nullptr, nullptr, SOCK_CLOEXEC); }
+    int acceptNext() { return acceptOne(address.place.listener); }
 
     static bool isAtEnd(const ClientSocket& connection) {
         char byte = 0;
@@ -101,20 +74,20 @@ protected:
     std::unique_ptr<Counting> socket = address.template newSocket<Counting>();
 };
 
-using Addresses = testing::Types<Port, Path>;
+using Addresses = testing::Types<ByPort, ByPath>;
 
 TYPED_TEST_SUITE(ConnectedSocket, Addresses);
 
 TYPED_TEST(ConnectedSocket, IsNotConnectedBeforeConnect) {
     EXPECT_FALSE(this->socket->isConnected());
     EXPECT_EQ(this->socket->descriptor(), -1);
-    EXPECT_EQ(this->acceptOne(), -1);
+    EXPECT_EQ(this->acceptNext(), -1);
 }
 
 TYPED_TEST(ConnectedSocket, ReachesTheListener) {
     this->socket->connect();
     ASSERT_TRUE(this->socket->isConnected());
-    const ClientSocket accepted(this->acceptOne());
+    const ClientSocket accepted(this->acceptNext());
     ASSERT_EQ(send(this->socket->descriptor(), "hello", 5, MSG_NOSIGNAL), 5);
     char received[6] = {};
     EXPECT_EQ(recv(accepted.descriptor(), received, 5, MSG_WAITALL), 5);
@@ -124,7 +97,7 @@ TYPED_TEST(ConnectedSocket, ReachesTheListener) {
 // The first connection is made without the limit: the sanitizers need a descriptor when they meet a type.
 TYPED_TEST(ConnectedSocket, EndsUnconnectedWhenNoSocketCanBeCreated) {
     this->socket->connect();
-    const ClientSocket accepted(this->acceptOne());
+    const ClientSocket accepted(this->acceptNext());
     this->socket->closes = 0;
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
@@ -135,11 +108,11 @@ TYPED_TEST(ConnectedSocket, EndsUnconnectedWhenNoSocketCanBeCreated) {
     EXPECT_FALSE(this->socket->isConnected());
     EXPECT_EQ(this->socket->closes, 2) << "the connection before, and the failed attempt";
     EXPECT_TRUE(this->isAtEnd(accepted));
-    EXPECT_EQ(this->acceptOne(), -1);
+    EXPECT_EQ(this->acceptNext(), -1);
 }
 
 TYPED_TEST(ConnectedSocket, LeavesNoDescriptorOpenWhenItIsRefused) {
-    this->address.listener.close();
+    this->address.place.listener.close();
     const ClientSocket before(dup(STDERR_FILENO));
     this->socket->connect();
     EXPECT_FALSE(this->socket->isConnected());
@@ -149,9 +122,9 @@ TYPED_TEST(ConnectedSocket, LeavesNoDescriptorOpenWhenItIsRefused) {
 
 TYPED_TEST(ConnectedSocket, ConnectingAgainClosesTheFirstConnection) {
     this->socket->connect();
-    const ClientSocket first(this->acceptOne());
+    const ClientSocket first(this->acceptNext());
     this->socket->connect();
-    const ClientSocket second(this->acceptOne());
+    const ClientSocket second(this->acceptNext());
     EXPECT_TRUE(this->socket->isConnected());
     EXPECT_TRUE(second.isConnected());
     EXPECT_TRUE(this->isAtEnd(first));
@@ -161,8 +134,8 @@ TYPED_TEST(ConnectedSocket, ConnectingAgainClosesTheFirstConnection) {
 
 TYPED_TEST(ConnectedSocket, FailedReconnectGivesTheFirstConnectionUp) {
     this->socket->connect();
-    const ClientSocket accepted(this->acceptOne());
-    this->address.listener.close();
+    const ClientSocket accepted(this->acceptNext());
+    this->address.place.listener.close();
     this->socket->connect();
     EXPECT_FALSE(this->socket->isConnected());
     EXPECT_TRUE(this->isAtEnd(accepted));
@@ -178,7 +151,7 @@ TYPED_TEST(ConnectedSocket, CloseAndConnectMakeItConnectedAnew) {
 
 TYPED_TEST(ConnectedSocket, DestructionThroughTheBaseClosesTheConnection) {
     this->socket->connect();
-    const ClientSocket accepted(this->acceptOne());
+    const ClientSocket accepted(this->acceptNext());
     std::unique_ptr<ClientSocket> base = std::move(this->socket);
     base.reset();
     EXPECT_TRUE(this->isAtEnd(accepted));

@@ -1,15 +1,12 @@
 #include "common/sockets/IPClientSocket.h"
 
-#include "tests/support/LocalPort.h"
+#include "tests/common/sockets/Listeners.h"
 #include "tests/support/Rows.h"
 #include "tests/support/StandIns.h"
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netdb.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <cstring>
@@ -21,14 +18,16 @@ namespace {
 using ORBCOMMON::ClientSocket;
 using ORBCOMMON::IPClientSocket;
 using ORBCOMMON::storeFirstAddress;
-using ZNORBTEST::LocalPort;
+using namespace ZNORBTEST;
 
 static_assert(std::is_base_of_v<ClientSocket, IPClientSocket>);
 static_assert(!std::is_copy_constructible_v<IPClientSocket>);
 
 class IPClientSocketTest : public testing::Test {
 protected:
-    const LocalPort port{true};
+    void SetUp() override { startListening(port.listener); }
+
+    Port port;
 };
 
 TEST_F(IPClientSocketTest, GoesToTheGivenPortInNetworkByteOrder) {
@@ -48,11 +47,11 @@ TEST_F(IPClientSocketTest, NameThatResolvesToNoAddressStaysUnconnected) {
     answer.h_addrtype = AF_INET;
     answer.h_length = 4;
     answer.h_addr_list = none;
-    const ZNORBTEST::InPlaceOf<gethostbyname> service([&answer](const char*) { return &answer; });
+    const InPlaceOf<gethostbyname> service([&answer](const char*) { return &answer; });
     IPClientSocket client("localhost", port.number());
     client.connect();
     EXPECT_FALSE(client.isConnected());
-    EXPECT_EQ(port.acceptOne(), -1);
+    EXPECT_EQ(acceptOne(port.listener), -1);
 }
 
 TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
@@ -71,7 +70,7 @@ TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
 }
 
 /// A host and whether it is connected to.
-using Host = ZNORBTEST::Row<std::string, bool>;
+using Host = Row<std::string, bool>;
 
 class ConnectToAHost : public IPClientSocketTest, public testing::WithParamInterface<Host> {};
 
@@ -79,7 +78,7 @@ TEST_P(ConnectToAHost, SucceedsOrStaysUnconnected) {
     IPClientSocket socket(GetParam().given, port.number());
     socket.connect();
     EXPECT_EQ(socket.isConnected(), GetParam().expected);
-    const ClientSocket accepted(port.acceptOne());
+    const ClientSocket accepted(acceptOne(port.listener));
     EXPECT_EQ(accepted.isConnected(), GetParam().expected);
 }
 
@@ -96,10 +95,10 @@ const Host hosts[] = {
     {"LetterBeyondAscii", "\xe4host", false},
 };
 
-INSTANTIATE_TEST_SUITE_P(IPClientSocket, ConnectToAHost, testing::ValuesIn(hosts), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(IPClientSocket, ConnectToAHost, testing::ValuesIn(hosts), rowName);
 
 TEST(IPClientSocket, PortThatRefusesOrIsZeroStaysUnconnected) {
-    const LocalPort silent(false);
+    const Port silent;
     for (const std::uint16_t port : {silent.number(), std::uint16_t{0}}) {
         IPClientSocket socket("127.0.0.1", port);
         socket.connect();
@@ -127,23 +126,24 @@ private:
     hostent m_answer{};
 };
 
-// An address between bytes that must not change.
-struct GuardedAddress {
-    sockaddr_in address{};
-    unsigned char guard[16] = {};
-};
-
-TEST(StoreFirstAddress, TakesFamilyAndAddressOfAnIPv4Answer) {
+TEST(StoreFirstAddress, TakesFamilyAndAddressOfAnIPv4AnswerAndNoMoreThanItsBytes) {
     Answer answer(AF_INET, 4);
     sockaddr_in address{};
     EXPECT_TRUE(storeFirstAddress(answer.get(), address));
     EXPECT_EQ(address.sin_family, AF_INET);
     EXPECT_EQ(address.sin_addr.s_addr, htonl(0x01020304));
+    Answer shorter(AF_INET, 2);
+    address = {};
+    EXPECT_TRUE(storeFirstAddress(shorter.get(), address));
+    EXPECT_EQ(address.sin_addr.s_addr, htonl(0x01020000));
 }
 
 TEST(StoreFirstAddress, IPv6AnswerDoesNotOverrunTheField) {
     Answer answer(AF_INET6, 16);
-    GuardedAddress guarded;
+    struct {
+        sockaddr_in address{};
+        unsigned char guard[16] = {}; // which must not change
+    } guarded;
     guarded.address.sin_port = htons(0x5a5a);
     EXPECT_TRUE(storeFirstAddress(answer.get(), guarded.address));
     EXPECT_EQ(guarded.address.sin_family, AF_INET6);
@@ -154,13 +154,6 @@ TEST(StoreFirstAddress, IPv6AnswerDoesNotOverrunTheField) {
     EXPECT_EQ(std::memcmp(guarded.guard, zeros, sizeof(zeros)), 0);
 }
 
-TEST(StoreFirstAddress, ShorterAddressFillsOnlyItsOwnBytes) {
-    Answer answer(AF_INET, 2);
-    sockaddr_in address{};
-    EXPECT_TRUE(storeFirstAddress(answer.get(), address));
-    EXPECT_EQ(address.sin_addr.s_addr, htonl(0x01020000));
-}
-
 TEST(StoreFirstAddress, AnswerWithoutAnAddressIsRefused) {
     sockaddr_in address{};
     for (const int length : {0, -1}) {
@@ -169,10 +162,10 @@ TEST(StoreFirstAddress, AnswerWithoutAnAddressIsRefused) {
     }
     char* none[1] = {nullptr};
     Answer empty(AF_INET, 4);
-    empty.get().h_addr_list = none;
-    EXPECT_FALSE(storeFirstAddress(empty.get(), address));
-    empty.get().h_addr_list = nullptr;
-    EXPECT_FALSE(storeFirstAddress(empty.get(), address));
+    for (char** const list : {none, static_cast<char**>(nullptr)}) {
+        empty.get().h_addr_list = list;
+        EXPECT_FALSE(storeFirstAddress(empty.get(), address));
+    }
     EXPECT_EQ(address.sin_family, 0);
 }
 

@@ -38,12 +38,7 @@ protected:
     int ends[2] = {-1, -1};
 };
 
-TEST_F(SocketWaitTest, BytesThatWaitAreReadable) {
-    ASSERT_EQ(send(ends[1], "x", 1, MSG_NOSIGNAL), 1);
-    EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Readable);
-}
-
-TEST_F(SocketWaitTest, WaitingTakesNothingAway) {
+TEST_F(SocketWaitTest, BytesThatWaitAreReadableAndWaitingTakesNothingAway) {
     ASSERT_EQ(send(ends[1], "x", 1, MSG_NOSIGNAL), 1);
     EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Readable);
     EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Readable);
@@ -76,11 +71,8 @@ TEST(SocketWait, QueuedConnectionMakesAListenerReadable) {
     (void)close(listener);
 }
 
-TEST_F(SocketWaitTest, ReadinessToWriteDoesNotCount) {
+TEST_F(SocketWaitTest, ReadinessToWriteDoesNotCountAndTimeOutIsInSecondsAndSetAfreshForEachWait) {
     EXPECT_EQ(waitUntilReadable(ends[0], 0), Readiness::TimedOut);
-}
-
-TEST_F(SocketWaitTest, TimeOutIsInSecondsAndSetAfreshForEachWait) {
     for (int wait = 0; wait < 2; ++wait) {
         const auto start = std::chrono::steady_clock::now();
         EXPECT_EQ(waitUntilReadable(ends[0], 1), Readiness::TimedOut);
@@ -88,22 +80,16 @@ TEST_F(SocketWaitTest, TimeOutIsInSecondsAndSetAfreshForEachWait) {
     }
 }
 
-TEST_F(SocketWaitTest, NegativeDescriptorFails) {
-    EXPECT_EQ(waitUntilReadable(-1, 60), Readiness::Failed);
-    EXPECT_EQ(waitUntilReadable(-1000, 60), Readiness::Failed);
-}
-
-TEST_F(SocketWaitTest, ClosedDescriptorFails) {
-    const int number = ends[0];
-    closeEnd(0);
-    EXPECT_EQ(waitUntilReadable(number, 60), Readiness::Failed);
-}
-
-TEST_F(SocketWaitTest, NegativeTimeOutFails) {
+TEST_F(SocketWaitTest, NegativeTimeOutsAndDescriptorsThatAreNotOpenFail) {
     EXPECT_EQ(waitUntilReadable(ends[0], -1), Readiness::Failed);
+    const int closed = ends[0];
+    closeEnd(0);
+    for (const int descriptor : {-1, -1000, closed}) {
+        EXPECT_EQ(waitUntilReadable(descriptor, 60), Readiness::Failed) << descriptor;
+    }
 }
 
-TEST_F(SocketWaitTest, DescriptorTooLargeForASetFails) {
+TEST_F(SocketWaitTest, DescriptorTooLargeForASetFailsAndTheLargestIsWaitedOn) {
     rlimit limit{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit raised{std::max<rlim_t>(limit.rlim_cur, FD_SETSIZE + 16), limit.rlim_max};
@@ -114,10 +100,6 @@ TEST_F(SocketWaitTest, DescriptorTooLargeForASetFails) {
     EXPECT_EQ(waitUntilReadable(large, 60), Readiness::Failed);
     (void)close(large);
     (void)setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-TEST_F(SocketWaitTest, LargestDescriptorOfASetIsWaitedOn) {
-    ASSERT_EQ(send(ends[1], "x", 1, MSG_NOSIGNAL), 1);
     const int largest = fcntl(ends[0], F_DUPFD_CLOEXEC, FD_SETSIZE - 1);
     ASSERT_EQ(largest, FD_SETSIZE - 1);
     EXPECT_EQ(waitUntilReadable(largest, 60), Readiness::Readable);
