@@ -9,9 +9,7 @@
 
 #include <cstddef>
 #include <ctime>
-#include <functional>
 #include <string>
-#include <utility>
 #include <vector>
 
 /// What the tests of the Logger have in common.
@@ -23,42 +21,6 @@ using StreamPointer = Common::shared_ptr<Common::OutputStream>;
 /// 2001-09-09 01:46:40 UTC, with a day of the month of one digit.
 inline constexpr std::time_t billionthSecond = 1000000000;
 
-/// Notes every write, behind its own name, in a record that streams may share.
-class LogStream : public RecordingStream {
-public:
-    using RecordingStream::RecordingStream;
-
-    void write(const char* data, const unsigned int& length) override {
-        EXPECT_EQ(data[length], '\0') << "streams that print text need a terminated one";
-        RecordingStream::write(data, length);
-    }
-};
-
-/// Does something of its own after each write, and when it is destroyed.
-class ActingStream : public LogStream {
-public:
-    using Action = std::function<void(const std::string&)>;
-
-    ActingStream(Writes& writes, Action onWrite, std::function<void()> onEnd = {})
-        : LogStream(writes), m_onWrite(std::move(onWrite)), m_onEnd(std::move(onEnd)) {}
-
-    ~ActingStream() override {
-        if (m_onEnd) {
-            m_onEnd();
-        }
-    }
-
-    void write(const char* data, const unsigned int& length) override {
-        LogStream::write(data, length);
-        if (m_onWrite) {
-            m_onWrite(std::string(data, length));
-        }
-    }
-
-private:
-    Action m_onWrite;
-    std::function<void()> m_onEnd;
-};
 
 /// Logger::vlog() with its arguments in a list.
 __attribute__((format(printf, 2, 3))) void logList(int level, const char* format, ...);

@@ -1,5 +1,6 @@
 #include "common/log/Logger.h"
 #include "tests/common/log/LoggerFixture.h"
+#include "tests/support/OnThreads.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,25 +21,6 @@ using ORBCOMMON::Logger;
 using ORBCOMMON::logger_mutex;
 using testing::ElementsAre;
 using namespace ZNORBTEST;
-
-// Runs one function on several threads, which begin together; each gets its number.
-void onThreads(int count, const std::function<void(int)>& body) {
-    std::atomic<int> missing = count;
-    std::vector<std::thread> threads;
-    threads.reserve(static_cast<std::size_t>(count));
-    for (int number = 0; number < count; ++number) {
-        threads.emplace_back([&missing, &body, number] {
-            --missing;
-            while (missing > 0) {
-                std::this_thread::yield();
-            }
-            body(number);
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-}
 
 TEST_F(LoggerTest, RecordsOfSeveralThreadsAreWholeAndInOneOrderOnAllStreams) {
     constexpr int threads = 4;
@@ -141,24 +123,21 @@ TEST_F(LoggerTest, EveryOperationHoldsTheMutex) {
     };
     std::atomic<std::size_t> started = 0;
     std::atomic<std::size_t> finished = 0;
-    std::vector<std::thread> threads;
     logger_mutex->lock();
-    for (const std::function<void()>& operation : operations) {
-        threads.emplace_back([&operation, &started, &finished] {
+    std::thread callers([&operations, &started, &finished] {
+        onThreads(static_cast<int>(operations.size()), [&](int number) {
             ++started;
-            operation();
+            operations[static_cast<std::size_t>(number)]();
             ++finished;
         });
-    }
+    });
     const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(200);
     while (started < operations.size() || std::chrono::steady_clock::now() < end) {
         std::this_thread::yield();
     }
     EXPECT_EQ(finished, 0U);
     logger_mutex->unlock();
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    callers.join();
     EXPECT_EQ(finished, operations.size());
 }
 

@@ -11,7 +11,6 @@
 #include <random>
 #include <string>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 using Common::map;

@@ -1,12 +1,12 @@
 #include "foundation/containers/SharedPtr.h"
 
 #include "tests/support/Allocations.h"
+#include "tests/support/OnThreads.h"
 
 #include <gtest/gtest.h>
 
 #include <new>
 #include <string>
-#include <thread>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -169,23 +169,16 @@ TEST_F(SharedPtrAllocations, FailedCounterAllocationDeletesTheObject) {
 }
 
 TEST(SharedPtr, OwnersOnSeveralThreadsComeAndGoWithoutLosingTheObject) {
-    constexpr int threadCount = 4;
-    constexpr int rounds = 2000;
     int destroyed = 0;
     {
         const shared_ptr<Base> owner(new Base(destroyed));
-        std::vector<std::thread> threads;
-        for (int i = 0; i < threadCount; ++i) {
-            threads.emplace_back([mine = owner] {
-                for (int round = 0; round < rounds; ++round) {
-                    shared_ptr<Base> copy = mine;
-                    copy = shared_ptr<Base>();
-                }
-            });
-        }
-        for (std::thread& thread : threads) {
-            thread.join();
-        }
+        onThreads(4, [&owner](int) {
+            const shared_ptr<Base> mine = owner;
+            for (int round = 0; round < 2000; ++round) {
+                shared_ptr<Base> copy = mine;
+                copy = shared_ptr<Base>();
+            }
+        });
         EXPECT_EQ(destroyed, 0);
     }
     EXPECT_EQ(destroyed, 1);

@@ -2,13 +2,14 @@
 
 #include "foundation/streams/OutputStreamToBuffer.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/RecordingStream.h"
 #include "tests/support/SetClock.h"
+#include "tests/support/Waiting.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <atomic>
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -25,6 +26,13 @@ using Common::OutputStream;
 using Common::OutputStreamToBuffer;
 using Common::shared_ptr;
 using namespace ZNORBTEST;
+using testing::AllOf;
+using testing::ElementsAre;
+using testing::Ge;
+using testing::Le;
+using testing::SizeIs;
+using testing::StartsWith;
+using testing::Truly;
 
 namespace {
 
@@ -32,8 +40,12 @@ using Pieces = std::vector<std::string>;
 
 const std::string stampPattern = R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d)";
 
-shared_ptr<OutputStream> recorderInto(Pieces& pieces) {
-    return shared_ptr<OutputStream>(new RecordingStream(pieces));
+shared_ptr<OutputStream> recorderInto(Pieces& pieces, const std::string& name = "") {
+    return shared_ptr<OutputStream>(new RecordingStream(pieces, name));
+}
+
+bool isStamp(const std::string& text) {
+    return std::regex_match(text, std::regex(stampPattern));
 }
 
 /// Uses the log before any other static object is made and after all of them are gone.
@@ -90,7 +102,9 @@ protected:
         DebugLog::resume();
     }
 
-    void addRecorder(unsigned char mask) { DebugLog().addOutputStream(mask, recorderInto(m_pieces)); }
+    void addRecorder(unsigned char mask, const std::string& name = "") {
+        DebugLog().addOutputStream(mask, recorderInto(m_pieces, name));
+    }
 
     std::vector<std::string> messages() const { return messagesOf(joined(m_pieces)); }
 
@@ -138,31 +152,21 @@ TEST_F(RecordedDebugLog, IsActiveWithAStreamUnlessPaused) {
 
 TEST_F(RecordedDebugLog, ARecordIsWrittenInPieces) {
     DebugLog().write(1, "the text", true, true);
-    ASSERT_EQ(m_pieces.size(), 5U);
-    EXPECT_EQ(m_pieces[0], "[");
-    EXPECT_TRUE(std::regex_match(m_pieces[1], std::regex(stampPattern))) << m_pieces[1];
-    EXPECT_EQ(m_pieces[2], "] ");
-    EXPECT_EQ(m_pieces[3], "the text");
-    EXPECT_EQ(m_pieces[4], "\n");
+    EXPECT_THAT(m_pieces, ElementsAre("[", Truly(isStamp), "] ", "the text", "\n"));
 }
 
 TEST_F(RecordedDebugLog, TheStampIsTheLocalTime) {
     const std::string before = localNow();
     DebugLog().write(1, "", true, false);
     const std::string after = localNow();
-    ASSERT_EQ(m_pieces.size(), 4U);
-    EXPECT_EQ(m_pieces[1].size(), 19U);
-    EXPECT_LE(before, m_pieces[1]);
-    EXPECT_LE(m_pieces[1], after);
+    EXPECT_THAT(m_pieces, ElementsAre("[", AllOf(SizeIs(19), Ge(before), Le(after)), "] ", ""));
 }
 
 TEST_F(DebugLogTest, TheStampHasRoomForLongYears) {
     const SetClock clock(400000000000); // in the year 14645
     addRecorder(0x01);
     DebugLog().write(1, "", true, false);
-    ASSERT_EQ(m_pieces.size(), 4U);
-    EXPECT_EQ(m_pieces[1], localNow());
-    EXPECT_EQ(m_pieces[1].substr(0, 6), "14645-");
+    EXPECT_THAT(m_pieces, ElementsAre("[", AllOf(localNow(), StartsWith("14645-")), "] ", ""));
 }
 
 TEST_F(DebugLogTest, TheStampIsEmptyWhenTheClockYieldsNoDate) {
@@ -174,19 +178,16 @@ TEST_F(DebugLogTest, TheStampIsEmptyWhenTheClockYieldsNoDate) {
 
 TEST_F(RecordedDebugLog, StampAndLineFeedAreWrittenOnlyOnRequest) {
     DebugLog().write(1, "plain", false, false);
-    EXPECT_EQ(m_pieces, Pieces({"plain"}));
-    m_pieces.clear();
     DebugLog().write(1, "line", false, true);
-    EXPECT_EQ(m_pieces, Pieces({"line", "\n"}));
-    m_pieces.clear();
     DebugLog().write(1, "stamped", true, false);
-    ASSERT_EQ(m_pieces.size(), 4U);
-    EXPECT_EQ(m_pieces[3], "stamped");
+    EXPECT_THAT(m_pieces, ElementsAre("plain", "line", "\n", "[", Truly(isStamp), "] ", "stamped"));
 }
 
-TEST_F(RecordedDebugLog, WriteDoesNotTakeTheTextForAFormat) {
+TEST_F(RecordedDebugLog, WriteDoesNotTakeTheTextForAFormatAndCutsNothing) {
+    const std::string text(10000, 'x');
     DebugLog().write(1, "100% %s %n", false, false);
-    EXPECT_EQ(m_pieces, Pieces({"100% %s %n"}));
+    DebugLog().write(1, text.c_str(), false, false);
+    EXPECT_EQ(m_pieces, Pieces({"100% %s %n", text}));
 }
 
 TEST_F(RecordedDebugLog, PrintFormatsAStampedLine) {
@@ -220,23 +221,12 @@ TEST_F(DebugLogTest, AStreamWithoutCategoriesReceivesNothing) {
     EXPECT_EQ(m_pieces, Pieces());
 }
 
-TEST_F(DebugLogTest, StreamsReceiveEveryRecordInTheOrderOfTheirAddition) {
-    Pieces order;
-    class Marker : public OutputStream {
-    public:
-        Marker(Pieces& order, const char* name) : m_order(order), m_name(name) {}
-        void write(const char* data, const unsigned int& length) override {
-            m_order.push_back(m_name + std::string(data, length));
-        }
-
-    private:
-        Pieces& m_order;
-        std::string m_name;
-    };
-    DebugLog().addOutputStream(1, shared_ptr<OutputStream>(new Marker(order, "A:")));
-    DebugLog().addOutputStream(1, shared_ptr<OutputStream>(new Marker(order, "B:")));
+TEST_F(DebugLogTest, StreamsReceiveEveryRecordInTheOrderOfTheirAdditionAndANullOneIsPassedOver) {
+    addRecorder(0x01, "A:");
+    DebugLog().addOutputStream(1, shared_ptr<OutputStream>());
+    addRecorder(0x01, "B:");
     DebugLog().write(1, "x", false, true);
-    EXPECT_EQ(order, Pieces({"A:x", "A:\n", "B:x", "B:\n"}));
+    EXPECT_EQ(m_pieces, Pieces({"A:x", "A:\n", "B:x", "B:\n"}));
 }
 
 TEST_F(DebugLogTest, AStreamAddedTwiceReceivesEveryRecordTwice) {
@@ -259,22 +249,10 @@ TEST_F(RecordedDebugLog, PausedWritesNothingUntilResumed) {
     EXPECT_EQ(m_pieces, Pieces({"again"}));
 }
 
-TEST_F(DebugLogTest, SharesTheOwnershipOfItsStreamsUntilTheyAreRemoved) {
+TEST_F(DebugLogTest, SharesTheOwnershipOfItsStreamsUntilTheyAreRemovedAndTakesOthersThen) {
     bool ended = false;
-    class TellsItsEnd : public RecordingStream {
-    public:
-        TellsItsEnd(Pieces& pieces, bool& ended) : RecordingStream(pieces), m_ended(ended) {}
-        TellsItsEnd(const TellsItsEnd&) = delete;
-        TellsItsEnd& operator=(const TellsItsEnd&) = delete;
-        ~TellsItsEnd() override { m_ended = true; }
-
-    private:
-        bool& m_ended;
-    };
-    {
-        const shared_ptr<OutputStream> stream(new TellsItsEnd(m_pieces, ended));
-        DebugLog().addOutputStream(1, stream);
-    }
+    DebugLog().addOutputStream(
+        1, shared_ptr<OutputStream>(new ActingStream(m_pieces, {}, [&ended] { ended = true; })));
     DebugLog().write(1, "alive", false, false);
     EXPECT_FALSE(ended);
     EXPECT_EQ(m_pieces, Pieces({"alive"}));
@@ -282,20 +260,9 @@ TEST_F(DebugLogTest, SharesTheOwnershipOfItsStreamsUntilTheyAreRemoved) {
     EXPECT_TRUE(ended);
     DebugLog().write(1, "gone", false, false);
     EXPECT_EQ(m_pieces, Pieces({"alive"}));
-}
-
-TEST_F(RecordedDebugLog, TakesStreamsAgainAfterTheyWereRemoved) {
-    DebugLog().removeAllOutputStreams();
     addRecorder(0x01);
-    DebugLog().write(1, "x", false, false);
-    EXPECT_EQ(m_pieces, Pieces({"x"}));
-}
-
-TEST_F(DebugLogTest, PassesOverANullStream) {
-    DebugLog().addOutputStream(1, shared_ptr<OutputStream>());
-    addRecorder(0x01);
-    DebugLog().write(1, "x", false, false);
-    EXPECT_EQ(m_pieces, Pieces({"x"}));
+    DebugLog().write(1, "again", false, false);
+    EXPECT_EQ(m_pieces, Pieces({"alive", "again"}));
 }
 
 TEST_F(DebugLogTest, WithoutMemoryAStreamIsNotAdded) {
@@ -319,12 +286,6 @@ TEST_F(RecordedDebugLog, PrintCutsAMessageAt2047Bytes) {
     DebugLog().print("%s", (longest + "yz").c_str());
     DebugLog().print(1, "%s", (longest + "yz").c_str());
     EXPECT_EQ(messages(), Pieces({longest, longest, longest}));
-}
-
-TEST_F(RecordedDebugLog, WriteCutsNothing) {
-    const std::string text(10000, 'x');
-    DebugLog().write(1, text.c_str(), false, false);
-    EXPECT_EQ(m_pieces, Pieces({text}));
 }
 
 TEST_F(RecordedDebugLog, HexDumpWritesHeaderRuleAndRowsAsStampedRecords) {
@@ -376,17 +337,11 @@ TEST_F(DebugLogTest, RecordsOfSeveralThreadsStayWhole) {
     auto* const buffer = new OutputStreamToBuffer;
     const shared_ptr<OutputStream> stream(buffer);
     DebugLog().addOutputStream(1, stream);
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < threadCount; ++thread) {
-        threads.emplace_back([thread] {
-            for (int record = 0; record < recordCount; ++record) {
-                DebugLog().print("thread %d record %d", thread, record);
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+    onThreads(threadCount, [](int thread) {
+        for (int record = 0; record < recordCount; ++record) {
+            DebugLog().print("thread %d record %d", thread, record);
+        }
+    });
     std::vector<int> next(threadCount, 0);
     const std::vector<std::string> records = messagesOf(buffer->getString());
     EXPECT_EQ(records.size(), static_cast<std::size_t>(threadCount * recordCount));
@@ -418,10 +373,7 @@ TEST_F(DebugLogTest, StreamsComeAndGoWhileOthersWrite) {
     }
     addRecorder(0x01);
     const int before = written;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (written < before + 2 && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::yield();
-    }
+    (void)waitUntil([&] { return written >= before + 2; });
     stop = true;
     writer.join();
     EXPECT_FALSE(m_pieces.empty());

@@ -10,24 +10,7 @@
 #include <vector>
 
 using Common::OutputStream;
-using ZNORBTEST::RecordingStream;
-
-namespace {
-
-class StreamThatTellsItsEnd : public OutputStream {
-public:
-    explicit StreamThatTellsItsEnd(bool& ended) : m_ended(ended) {}
-    StreamThatTellsItsEnd(const StreamThatTellsItsEnd&) = delete;
-    StreamThatTellsItsEnd& operator=(const StreamThatTellsItsEnd&) = delete;
-    ~StreamThatTellsItsEnd() override { m_ended = true; }
-
-    void write(const char* /*data*/, const unsigned int& /*length*/) override {}
-
-private:
-    bool& m_ended;
-};
-
-} // namespace
+using namespace ZNORBTEST;
 
 TEST(OutputStream, IsAbstractAndNeverCopied) {
     EXPECT_TRUE(std::is_abstract_v<OutputStream>);
@@ -43,13 +26,15 @@ TEST(OutputStream, HandsBytesAndLengthToTheKindOfStream) {
     std::vector<std::string> pieces;
     RecordingStream recorder(pieces);
     OutputStream& stream = recorder;
-    stream.write("abc", 2);
-    EXPECT_EQ(pieces, std::vector<std::string>{"ab"});
+    stream.write("a\0b", 3);
+    EXPECT_EQ(pieces, std::vector<std::string>(1, {"a\0b", 3}));
 }
 
 TEST(OutputStream, DestroysTheKindOfStreamThroughItsBase) {
     bool ended = false;
-    std::unique_ptr<OutputStream> stream = std::make_unique<StreamThatTellsItsEnd>(ended);
+    std::vector<std::string> pieces;
+    std::unique_ptr<OutputStream> stream =
+        std::make_unique<ActingStream>(pieces, ActingStream::Action(), [&ended] { ended = true; });
     stream.reset();
     EXPECT_TRUE(ended);
 }

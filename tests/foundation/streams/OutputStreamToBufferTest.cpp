@@ -52,8 +52,6 @@ std::string copyOf(const OutputStreamToBuffer& stream, std::size_t offset, std::
     return destination;
 }
 
-} // namespace
-
 TEST_F(OutputStreamToBufferAllocations, AnUnusedStreamHasNone) {
     const AllocationWatch watch;
     {
@@ -74,32 +72,38 @@ TEST(OutputStreamToBuffer, StartsEmptyAndAFlushChangesNothing) {
     EXPECT_EQ(stream.getString(), "");
 }
 
-TEST(OutputStreamToBuffer, AFullChunkIsFollowedByAnEmptyOneAtOnce) {
-    const std::string bytes = patternOf(chunkSize);
+/// How many bytes are written at once, and how many chunks they make.
+using Chunks = Row<std::size_t, std::size_t>;
+
+class ChunksOfAWrite : public testing::TestWithParam<Chunks> {};
+
+TEST_P(ChunksOfAWrite, HoldItUntilItIsJoinedIntoTheString) {
+    const std::string bytes = patternOf(GetParam().given);
     VisibleStream stream;
     writeText(stream, bytes);
-    EXPECT_EQ(stream.chunkCount(), 2U);
-    EXPECT_EQ(stream.size(), chunkSize);
+    EXPECT_EQ(stream.chunkCount(), GetParam().expected);
+    EXPECT_EQ(stream.size(), bytes.size());
     EXPECT_EQ(stream.getString(), bytes);
     EXPECT_EQ(stream.chunkCount(), 0U);
-    EXPECT_EQ(stream.size(), chunkSize);
+    EXPECT_EQ(stream.size(), bytes.size());
 }
 
-TEST(OutputStreamToBuffer, OneByteLessThanAChunkStaysInIt) {
+const Chunks chunks[] = {
+    {"OneByteLessThanAChunkStaysInIt", chunkSize - 1, 1},
+    {"AFullChunkIsFollowedByAnEmptyOneAtOnce", chunkSize, 2},
+    {"ALongWriteSpreadsOverChunks", 5 * chunkSize + 17, 6},
+};
+
+INSTANTIATE_TEST_SUITE_P(OutputStreamToBuffer, ChunksOfAWrite, testing::ValuesIn(chunks), rowName);
+
+TEST(OutputStreamToBuffer, JoinsWritesInOrderAndGivesTheSameStringAgain) {
     VisibleStream stream;
     writeText(stream, patternOf(chunkSize - 1));
     EXPECT_EQ(stream.chunkCount(), 1U);
-    stream.write("x", 1);
+    stream.write("xyz", 3);
     EXPECT_EQ(stream.chunkCount(), 2U);
-    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "x");
-}
-
-TEST(OutputStreamToBuffer, JoinsWritesInOrderAndGivesTheSameStringAgain) {
-    OutputStreamToBuffer stream;
-    stream.write("abc", 3);
-    stream.write("defgh", 5);
-    EXPECT_EQ(stream.getString(), "abcdefgh");
-    EXPECT_EQ(stream.getString(), "abcdefgh");
+    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "xyz");
+    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "xyz");
 }
 
 TEST(OutputStreamToBuffer, ALengthOfZeroNeedsNoDataAllocatesTheFirstChunkAndHoldsNothing) {
@@ -127,15 +131,6 @@ TEST(OutputStreamToBuffer, HoldsBytesOfAnyValue) {
     }
     OutputStreamToBuffer stream;
     writeText(stream, bytes);
-    EXPECT_EQ(stream.getString(), bytes);
-}
-
-TEST(OutputStreamToBuffer, ALongWriteSpreadsOverChunks) {
-    const std::string bytes = patternOf(5 * chunkSize + 17);
-    VisibleStream stream;
-    writeText(stream, bytes);
-    EXPECT_EQ(stream.chunkCount(), 6U);
-    EXPECT_EQ(stream.size(), bytes.size());
     EXPECT_EQ(stream.getString(), bytes);
 }
 
@@ -175,37 +170,25 @@ TEST(OutputStreamToBuffer, FlushMovesTheChunksBehindTheString) {
     EXPECT_EQ(stream.getString(), "first " + patternOf(chunkSize + 1));
 }
 
-TEST(OutputStreamToBuffer, GetDataFlushesAndPointsToTheString) {
+TEST(OutputStreamToBuffer, GetDataFlushesAndPointsToTheOneStringOfTheStreamsLife) {
     VisibleStream stream;
+    const std::string& held = stream.getString();
     stream.write("abc", 3);
     EXPECT_STREQ(stream.getData(), "abc");
     EXPECT_EQ(stream.chunkCount(), 0U);
     EXPECT_EQ(stream.getData(), stream.getString().data());
-}
-
-TEST(OutputStreamToBuffer, GetStringRefersToOneStringForTheStreamsLife) {
-    OutputStreamToBuffer stream;
-    const std::string& held = stream.getString();
-    stream.write("abc", 3);
     EXPECT_EQ(&stream.getString(), &held);
     EXPECT_EQ(held, "abc");
 }
 
-TEST(OutputStreamToBuffer, SizeCountsStringAndChunksWithoutFlushing) {
+TEST(OutputStreamToBuffer, SizeCountsStringAndChunksWithoutFlushingAndClearDropsBoth) {
     VisibleStream stream;
     stream.write("abc", 3);
     stream.flush();
-    stream.write("de", 2);
-    EXPECT_EQ(stream.size(), 5U);
-    EXPECT_FALSE(stream.isEmpty());
-    EXPECT_EQ(stream.chunkCount(), 1U);
-}
-
-TEST(OutputStreamToBuffer, ClearDropsEverythingAndTheStreamGoesOn) {
-    VisibleStream stream;
-    stream.write("string", 6);
-    stream.flush();
     writeText(stream, patternOf(2 * chunkSize));
+    EXPECT_EQ(stream.size(), 3 + 2 * chunkSize);
+    EXPECT_FALSE(stream.isEmpty());
+    EXPECT_EQ(stream.chunkCount(), 3U);
     stream.clear();
     EXPECT_EQ(stream.chunkCount(), 0U);
     EXPECT_TRUE(stream.isEmpty());
@@ -341,3 +324,5 @@ TEST_F(OutputStreamToBufferAllocations, WithoutMemoryFlushLosesNothingAndMayBeTr
     EXPECT_EQ(stream.chunkCount(), 2U);
     EXPECT_EQ(stream.getString(), "held " + bytes);
 }
+
+} // namespace

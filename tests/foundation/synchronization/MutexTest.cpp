@@ -28,11 +28,8 @@ protected:
 
 } // namespace
 
-TEST_F(MutexTest, ConstructionAsksNothingOfTheSystem) {
+TEST_F(MutexTest, AsksNothingOfTheSystemUntilItIsHeldByWhoeverCreatesTheSemaphore) {
     EXPECT_FALSE(name.exists());
-}
-
-TEST_F(MutexTest, IsHeldByWhoeverCreatedTheSemaphore) {
     EXPECT_TRUE(mutex.tryLock());
     EXPECT_TRUE(name.exists());
 }
@@ -53,49 +50,39 @@ TEST_F(MutexTest, TryLockOfAHolderIsTrueWithoutAskingAgain) {
 }
 
 TEST_F(MutexTest, SecondObjectOfTheNameGetsItAfterTheFirstUnlocks) {
-    Mutex first(name.plain());
     Mutex second(name.absolute());
-    EXPECT_TRUE(first.tryLock());
+    EXPECT_TRUE(mutex.tryLock());
     EXPECT_FALSE(second.tryLock());
-    EXPECT_TRUE(first.unlock());
-    EXPECT_TRUE(second.tryLock());
-    EXPECT_FALSE(first.tryLock());
-}
-
-TEST_F(MutexTest, UnlockUnlinksTheNameAndIsTrue) {
-    EXPECT_TRUE(mutex.tryLock());
     EXPECT_TRUE(mutex.unlock());
-    EXPECT_FALSE(name.exists());
+    EXPECT_TRUE(second.tryLock());
+    EXPECT_FALSE(mutex.tryLock());
+}
+
+TEST_F(MutexTest, UnlockUnlinksTheNameUnlessItIsGoneAlreadyAndIsTrue) {
+    for (const bool isGone : {false, true}) {
+        EXPECT_TRUE(mutex.tryLock());
+        if (isGone) {
+            name.unlink();
+        }
+        EXPECT_TRUE(mutex.unlock());
+        EXPECT_FALSE(name.exists());
+    }
     EXPECT_TRUE(mutex.tryLock());
 }
 
-TEST_F(MutexTest, UnlockOfAnObjectThatNeverLockedIsTrueAndLeavesTheNameAlone) {
+TEST_F(MutexTest, UnlockOfANonHolderLeavesTheNameAloneAndIsFalseAfterAFailedTryLock) {
     EXPECT_TRUE(mutex.tryLock());
     EXPECT_TRUE(other.unlock());
     EXPECT_TRUE(name.exists());
-}
-
-TEST_F(MutexTest, UnlockAfterAFailedTryLockIsFalseAndLeavesTheNameAlone) {
-    EXPECT_TRUE(mutex.tryLock());
     EXPECT_FALSE(other.tryLock());
     EXPECT_FALSE(other.unlock());
     EXPECT_TRUE(name.exists());
 }
 
-TEST_F(MutexTest, UnlockWorksWhenTheNameIsGoneAlready) {
-    EXPECT_TRUE(mutex.tryLock());
-    name.unlink();
-    EXPECT_TRUE(mutex.unlock());
-    EXPECT_TRUE(mutex.tryLock());
-}
-
 TEST_F(MutexTest, DestructorUnlocksWhatTheObjectHolds) {
     std::optional<Mutex> holder(name.plain());
     EXPECT_TRUE(holder->tryLock());
-    {
-        Mutex third(name.plain());
-        EXPECT_FALSE(third.tryLock());
-    }
+    EXPECT_FALSE(Mutex(name.plain()).tryLock());
     EXPECT_TRUE(name.exists());
     holder.reset();
     EXPECT_FALSE(name.exists());

@@ -49,10 +49,26 @@ extern "C" void countSignal(int) {
     ++signalsCaught;
 }
 
+class NamedSemaphore : public testing::Test {
+protected:
+    /// Calls the function with the name: it must sleep until somebody posts, and be true then.
+    void expectToSleepUntilAPost(bool (*function)(const std::string&)) const {
+        std::atomic<bool> result = false;
+        const ObservedThread caller([&] { result = function(name.plain()); });
+        EXPECT_TRUE(caller.fallsAsleep());
+        EXPECT_EQ(name.count(), 0);
+        EXPECT_TRUE(postSemaphore(name.plain()));
+        EXPECT_TRUE(caller.finishes());
+        EXPECT_TRUE(result);
+        EXPECT_EQ(name.count(), 0);
+    }
+
+    const SemaphoreName name{"semaphore"};
+};
+
 } // namespace
 
-TEST(NamedSemaphore, ExistsCheckCreatesTheSemaphoreAndSaysFalse) {
-    const SemaphoreName name("exists");
+TEST_F(NamedSemaphore, ExistsCheckCreatesTheSemaphoreAndSaysFalse) {
     EXPECT_FALSE(semaphoreExists(name.plain()));
     EXPECT_EQ(name.count(), 0);
     for (const std::string& same : {name.plain(), name.absolute()}) { // without a slash it is made absolute
@@ -61,8 +77,7 @@ TEST(NamedSemaphore, ExistsCheckCreatesTheSemaphoreAndSaysFalse) {
     }
 }
 
-TEST(NamedSemaphore, ExistsCheckKeepsItsHandles) {
-    const SemaphoreName name("handles");
+TEST_F(NamedSemaphore, ExistsCheckKeepsItsHandles) {
     EXPECT_FALSE(semaphoreExists(name.plain()));
     const ino_t inode = inodeOf(name);
     ASSERT_NE(inode, 0U);
@@ -71,8 +86,7 @@ TEST(NamedSemaphore, ExistsCheckKeepsItsHandles) {
     EXPECT_TRUE(isMapped(inode));
 }
 
-TEST(NamedSemaphore, IsCreatedReadableForAllAndWritableForItsOwner) {
-    const SemaphoreName name("mode");
+TEST_F(NamedSemaphore, IsCreatedReadableForAllAndWritableForItsOwner) {
     const mode_t before = umask(0);
     EXPECT_FALSE(semaphoreExists(name.plain()));
     (void)umask(before);
@@ -81,8 +95,7 @@ TEST(NamedSemaphore, IsCreatedReadableForAllAndWritableForItsOwner) {
     EXPECT_EQ(status.st_mode & 07777U, 0644U);
 }
 
-TEST(NamedSemaphore, OpenOrCreateReportsWhetherTheNameExisted) {
-    const SemaphoreName name("open");
+TEST_F(NamedSemaphore, OpenOrCreateReportsWhetherTheNameExisted) {
     bool existed = true;
     sem_t* const created = openOrCreateSemaphore(name.plain(), existed);
     ASSERT_NE(created, SEM_FAILED);
@@ -96,8 +109,7 @@ TEST(NamedSemaphore, OpenOrCreateReportsWhetherTheNameExisted) {
     EXPECT_EQ(sem_close(opened), 0);
 }
 
-TEST(NamedSemaphore, RemoveUnlinksTheNameAndCountsAsSuccessWithoutOne) {
-    const SemaphoreName name("remove");
+TEST_F(NamedSemaphore, RemoveUnlinksTheNameAndCountsAsSuccessWithoutOne) {
     for (const std::string& same : {name.plain(), name.absolute()}) {
         EXPECT_FALSE(semaphoreExists(same));
         EXPECT_TRUE(removeSemaphore(same));
@@ -107,8 +119,7 @@ TEST(NamedSemaphore, RemoveUnlinksTheNameAndCountsAsSuccessWithoutOne) {
     }
 }
 
-TEST(NamedSemaphore, PostAddsToTheCountAndWaitTakesFromIt) {
-    const SemaphoreName name("post");
+TEST_F(NamedSemaphore, PostAddsToTheCountAndWaitTakesFromIt) {
     EXPECT_TRUE(postSemaphore(name.plain()));
     EXPECT_TRUE(postSemaphore(name.absolute()));
     EXPECT_EQ(name.count(), 2);
@@ -116,31 +127,22 @@ TEST(NamedSemaphore, PostAddsToTheCountAndWaitTakesFromIt) {
     EXPECT_EQ(name.count(), 1);
 }
 
-TEST(NamedSemaphore, PostBeyondTheHighestCountFails) {
-    const SemaphoreName name("overflow");
+TEST_F(NamedSemaphore, PostBeyondTheHighestCountFails) {
     sem_t* const semaphore = sem_open(name.absolute().c_str(), O_CREAT, 0600, SEM_VALUE_MAX);
     ASSERT_NE(semaphore, SEM_FAILED);
     EXPECT_FALSE(postSemaphore(name.plain()));
     EXPECT_EQ(sem_close(semaphore), 0);
 }
 
-TEST(NamedSemaphore, WaitBlocksUntilSomebodyPosts) {
-    const SemaphoreName name("wait");
-    std::atomic<bool> taken = false;
-    const ObservedThread waiter([&] { taken = waitSemaphore(name.plain()); });
-    EXPECT_TRUE(waiter.fallsAsleep());
-    EXPECT_TRUE(postSemaphore(name.plain()));
-    EXPECT_TRUE(waiter.finishes());
-    EXPECT_TRUE(taken);
-    EXPECT_EQ(name.count(), 0);
+TEST_F(NamedSemaphore, WaitBlocksUntilSomebodyPosts) {
+    expectToSleepUntilAPost(waitSemaphore);
 }
 
-TEST(NamedSemaphore, WaitGoesOnAfterASignal) {
+TEST_F(NamedSemaphore, WaitGoesOnAfterASignal) {
     struct sigaction action = {};
     struct sigaction before = {};
     action.sa_handler = countSignal;
     ASSERT_EQ(sigaction(SIGUSR1, &action, &before), 0);
-    const SemaphoreName name("signal");
     ObservedThread waiter([&] { (void)waitSemaphore(name.plain()); });
     EXPECT_TRUE(waiter.fallsAsleep());
     const int caughtBefore = signalsCaught;
@@ -152,11 +154,10 @@ TEST(NamedSemaphore, WaitGoesOnAfterASignal) {
     EXPECT_EQ(sigaction(SIGUSR1, &before, nullptr), 0);
 }
 
-TEST(NamedSemaphore, WaitThatTheSystemRefusesFailsAtOnce) {
+TEST_F(NamedSemaphore, WaitThatTheSystemRefusesFailsAtOnce) {
     if (underThreadSanitizer) {
         GTEST_SKIP() << "the thread sanitizer has a wait of its own";
     }
-    const SemaphoreName name("refused");
     EXPECT_TRUE(postSemaphore(name.plain()));
     const FailingCall<sem_wait> waits(EINVAL, 1); // by itself it can only fail for a signal
     EXPECT_FALSE(waitSemaphore(name.plain()));
@@ -165,49 +166,37 @@ TEST(NamedSemaphore, WaitThatTheSystemRefusesFailsAtOnce) {
     EXPECT_TRUE(waitSemaphore(name.plain()));
 }
 
-TEST(NamedSemaphore, DrainTakesEveryCountAndThenOnePostMore) {
-    const SemaphoreName name("drain");
+TEST_F(NamedSemaphore, DrainTakesEveryCountAndThenOnePostMore) {
     for (int i = 0; i < 3; ++i) {
         EXPECT_TRUE(postSemaphore(name.plain()));
     }
-    std::atomic<bool> drained = false;
-    const ObservedThread drainer([&] { drained = drainSemaphore(name.plain()); });
-    EXPECT_TRUE(drainer.fallsAsleep());
-    EXPECT_EQ(name.count(), 0);
-    EXPECT_TRUE(postSemaphore(name.plain()));
-    EXPECT_TRUE(drainer.finishes());
-    EXPECT_TRUE(drained);
-    EXPECT_EQ(name.count(), 0);
+    expectToSleepUntilAPost(drainSemaphore);
 }
 
-TEST(NamedSemaphore, DrainOfAMissingNameCreatesItAndWaits) {
-    const SemaphoreName name("drain-new");
-    const ObservedThread drainer([&] { (void)drainSemaphore(name.plain()); });
-    EXPECT_TRUE(drainer.fallsAsleep());
-    EXPECT_TRUE(postSemaphore(name.plain()));
-    EXPECT_TRUE(drainer.finishes());
+TEST_F(NamedSemaphore, DrainOfAMissingNameCreatesItAndWaits) {
+    expectToSleepUntilAPost(drainSemaphore);
 }
 
-TEST(NamedSemaphore, NamesThatTheSystemRefusesFailAtOnce) {
-    for (const std::string& name : refusedNames) {
+TEST_F(NamedSemaphore, NamesThatTheSystemRefusesFailAtOnce) {
+    for (const std::string& refused : refusedNames) {
         bool existed = true;
-        EXPECT_FALSE(semaphoreExists(name));
-        EXPECT_EQ(openOrCreateSemaphore(name, existed), SEM_FAILED);
+        EXPECT_FALSE(semaphoreExists(refused));
+        EXPECT_EQ(openOrCreateSemaphore(refused, existed), SEM_FAILED);
         EXPECT_FALSE(existed);
-        EXPECT_FALSE(postSemaphore(name));
-        EXPECT_FALSE(waitSemaphore(name));
-        EXPECT_FALSE(drainSemaphore(name));
-        EXPECT_TRUE(removeSemaphore(name));
+        EXPECT_FALSE(postSemaphore(refused));
+        EXPECT_FALSE(waitSemaphore(refused));
+        EXPECT_FALSE(drainSemaphore(refused));
+        EXPECT_TRUE(removeSemaphore(refused));
     }
 }
 
-TEST(NamedSemaphore, LongestNameThatTheSystemTakesWorks) {
+TEST_F(NamedSemaphore, LongestNameThatTheSystemTakesWorks) {
     const std::string pid = std::to_string(getpid());
-    std::string name(NAME_MAX - 4, 'n'); // the system puts four characters in front of it
-    name.replace(0, pid.size(), pid);
-    EXPECT_FALSE(semaphoreExists(name));
-    EXPECT_TRUE(semaphoreExists("/" + name));
-    EXPECT_TRUE(removeSemaphore(name));
-    name += 'n';
-    EXPECT_FALSE(postSemaphore(name));
+    std::string longest(NAME_MAX - 4, 'n'); // the system puts four characters in front of it
+    longest.replace(0, pid.size(), pid);
+    EXPECT_FALSE(semaphoreExists(longest));
+    EXPECT_TRUE(semaphoreExists("/" + longest));
+    EXPECT_TRUE(removeSemaphore(longest));
+    longest += 'n';
+    EXPECT_FALSE(postSemaphore(longest));
 }

@@ -3,14 +3,13 @@
 #include "foundation/synchronization/RecursiveProcessMutex.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/ObservedThread.h"
+#include "tests/support/OnThreads.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <new>
-#include <thread>
 #include <type_traits>
-#include <vector>
 
 using Common::NonCopyable;
 using Common::Synchronization::ProcessMutex;
@@ -54,24 +53,16 @@ TYPED_TEST(ProcessMutexOfEachKind, KeepsOthersOutUntilItIsUnlocked) {
 }
 
 TYPED_TEST(ProcessMutexOfEachKind, OnlyOneThreadAtATimeHoldsIt) {
-    constexpr int threadCount = 4;
-    constexpr int rounds = 5000;
     TypeParam mutex;
     int counter = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < threadCount; ++i) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < rounds; ++round) {
-                mutex.lock();
-                ++counter;
-                mutex.unlock();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(counter, threadCount * rounds);
+    onThreads(4, [&](int) {
+        for (int round = 0; round < 5000; ++round) {
+            mutex.lock();
+            ++counter;
+            mutex.unlock();
+        }
+    });
+    EXPECT_EQ(counter, 4 * 5000);
 }
 
 TYPED_TEST(ProcessMutexAllocations, AreKeptUntilItIsDestroyed) {

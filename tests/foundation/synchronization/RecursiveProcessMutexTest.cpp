@@ -1,7 +1,7 @@
 #include "foundation/synchronization/RecursiveProcessMutex.h"
 
-#include "tests/support/Allocations.h"
 #include "tests/support/ObservedThread.h"
+#include "tests/support/OnThreads.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Waiting.h"
 
@@ -14,7 +14,7 @@
 #include <vector>
 
 using Common::Synchronization::RecursiveProcessMutex;
-using ZNORBTEST::ObservedThread;
+using namespace ZNORBTEST;
 
 namespace {
 
@@ -38,7 +38,7 @@ void unlockOnAnotherThread(RecursiveProcessMutex& mutex) {
 
 /// The calling thread's locks and unlocks of it ("L" and "U"), and stray unlocks of another thread ("S"),
 /// each with what a visitor does after it: it waits until the last one.
-class LockedToDepth : public testing::TestWithParam<ZNORBTEST::Row<std::string, std::string>> {};
+class LockedToDepth : public testing::TestWithParam<Row<std::string, std::string>> {};
 
 TEST_P(LockedToDepth, WakesAVisitorWithItsLastUnlock) {
     RecursiveProcessMutex mutex;
@@ -63,7 +63,7 @@ TEST_P(LockedToDepth, WakesAVisitorWithItsLastUnlock) {
 }
 
 // Before the visitor comes, and while it waits.
-const ZNORBTEST::Row<std::string, std::string> depths[] = {
+const Row<std::string, std::string> depths[] = {
     {"ThreeLocksNeedThreeUnlocks", "LLL", "UUU"},
     {"OwnerTakesItAgainWhileOthersWait", "L", "LUU"},
     {"StrayUnlockReleasesTheOwnersOnlyLevel", "L", "S"},
@@ -73,7 +73,7 @@ const ZNORBTEST::Row<std::string, std::string> depths[] = {
     {"IsTakenAfterUnlocksThatDidNothing", "UUUL", "U"},
 };
 
-INSTANTIATE_TEST_SUITE_P(RecursiveProcessMutex, LockedToDepth, testing::ValuesIn(depths), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(RecursiveProcessMutex, LockedToDepth, testing::ValuesIn(depths), rowName);
 
 } // namespace
 
@@ -119,7 +119,7 @@ TEST(RecursiveProcessMutex, OneReleaseWakesOneWaiter) {
     const auto stayInside = [&] {
         mutex.lock();
         ++inside;
-        (void)ZNORBTEST::waitUntil([&] { return leave.load(); });
+        (void)waitUntil([&] { return leave.load(); });
         mutex.unlock();
     };
     const ObservedThread first(stayInside);
@@ -129,7 +129,7 @@ TEST(RecursiveProcessMutex, OneReleaseWakesOneWaiter) {
     const long firstBefore = first.timesAsleep();
     const long secondBefore = second.timesAsleep();
     mutex.unlock();
-    EXPECT_TRUE(ZNORBTEST::waitUntil([&] { return inside == 1; }));
+    EXPECT_TRUE(waitUntil([&] { return inside == 1; }));
     EXPECT_TRUE(first.timesAsleep() == firstBefore || second.timesAsleep() == secondBefore);
     leave = true;
     EXPECT_TRUE(first.finishes());
@@ -138,27 +138,19 @@ TEST(RecursiveProcessMutex, OneReleaseWakesOneWaiter) {
 }
 
 TEST(RecursiveProcessMutex, OnlyOneThreadAtATimeOwnsItHoweverDeep) {
-    constexpr int threadCount = 4;
-    constexpr int rounds = 2000;
     RecursiveProcessMutex mutex;
     int counter = 0;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < threadCount; ++i) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < rounds; ++round) {
-                mutex.lock();
-                mutex.lock();
-                ++counter;
-                mutex.unlock();
-                ++counter;
-                mutex.unlock();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(counter, 2 * threadCount * rounds);
+    onThreads(4, [&](int) {
+        for (int round = 0; round < 2000; ++round) {
+            mutex.lock();
+            mutex.lock();
+            ++counter;
+            mutex.unlock();
+            ++counter;
+            mutex.unlock();
+        }
+    });
+    EXPECT_EQ(counter, 2 * 4 * 2000);
 }
 
 TEST(RecursiveProcessMutex, OwnerWhoLostTheLockToAStrayUnlockTakesALevelOffItsSuccessor) {
@@ -170,10 +162,10 @@ TEST(RecursiveProcessMutex, OwnerWhoLostTheLockToAStrayUnlockTakesALevelOffItsSu
     const ObservedThread successor([&] {
         mutex.lock();
         owned = true;
-        (void)ZNORBTEST::waitUntil([&] { return leave.load(); });
+        (void)waitUntil([&] { return leave.load(); });
         mutex.unlock();
     });
-    ASSERT_TRUE(ZNORBTEST::waitUntil([&] { return owned.load(); }));
+    ASSERT_TRUE(waitUntil([&] { return owned.load(); }));
     mutex.unlock();
     EXPECT_TRUE(isFree(mutex));
     leave = true;
@@ -182,24 +174,14 @@ TEST(RecursiveProcessMutex, OwnerWhoLostTheLockToAStrayUnlockTakesALevelOffItsSu
 }
 
 TEST(RecursiveProcessMutex, StaysUsableUnderStrayUnlocksFromManyThreads) {
-    constexpr int rounds = 2000;
     RecursiveProcessMutex mutex;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([&] {
-            for (int round = 0; round < rounds; ++round) {
+    onThreads(4, [&](int thread) {
+        for (int round = 0; round < 2000; ++round) {
+            if (thread % 2 == 0) {
                 mutex.lock();
-                mutex.unlock();
             }
-        });
-        threads.emplace_back([&] {
-            for (int round = 0; round < rounds; ++round) {
-                mutex.unlock();
-            }
-        });
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
-    }
+            mutex.unlock();
+        }
+    });
     EXPECT_TRUE(isFree(mutex));
 }
