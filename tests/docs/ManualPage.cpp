@@ -51,16 +51,6 @@ std::vector<std::vector<std::string>> ManualPage::lists(const std::string& title
     return lists;
 }
 
-std::vector<std::string> ManualPage::argumentsOf(const std::string& macro) const {
-    std::vector<std::string> arguments;
-    for (const std::string& line : m_lines) {
-        if (line.starts_with(macro)) {
-            arguments.push_back(line.substr(macro.size()));
-        }
-    }
-    return arguments;
-}
-
 std::vector<std::string> ManualPage::displays(const std::string& title) const {
     std::vector<std::string> displays;
     bool isInside = false;
@@ -75,6 +65,20 @@ std::vector<std::string> ManualPage::displays(const std::string& title) const {
         }
     }
     return displays;
+}
+
+std::string ManualPage::display(const std::string& title) const {
+    const std::vector<std::string> all = displays(title);
+    EXPECT_EQ(all.size(), 1U) << title;
+    return all.empty() ? "" : all[0];
+}
+
+std::set<int> ManualPage::statuses() const {
+    std::set<int> statuses;
+    for (const std::string& item : items("EXIT STATUS")) {
+        (void)statuses.insert(std::stoi(item));
+    }
+    return statuses;
 }
 
 } // namespace ZNORBTEST

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -21,11 +22,14 @@ public:
     /// The items of each list of a section on their own.
     std::vector<std::vector<std::string>> lists(const std::string& title) const;
 
-    /// What stands behind this macro at the beginning of a line, such as ".Pa ", wherever on the page.
-    std::vector<std::string> argumentsOf(const std::string& macro) const;
+    /// The numbers that the page has for its items in the section "EXIT STATUS".
+    std::set<int> statuses() const;
 
     /// The lines of each literal display of a section, joined by newlines.
     std::vector<std::string> displays(const std::string& title) const;
+
+    /// The one of a section that has one; any other number is a failure.
+    std::string display(const std::string& title) const;
 
 private:
     std::vector<std::string> m_lines;

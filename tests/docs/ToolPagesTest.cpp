@@ -100,17 +100,10 @@ protected:
         EXPECT_THAT(linesOf(runProgram(launch).errors), testing::Contains(synopsis));
     }
 
-    [[nodiscard]] std::set<int> listedStatuses() const {
-        std::set<int> statuses;
-        for (const std::string& item : m_page.items("EXIT STATUS")) {
-            (void)statuses.insert(std::stoi(item));
-        }
-        return statuses;
-    }
-
-    [[nodiscard]] std::set<std::string> listedMessages() const {
+    void expectEachListedToBeSeen() const {
         const std::vector<std::string> items = m_page.items("DIAGNOSTICS");
-        return {items.begin(), items.end()};
+        EXPECT_EQ(m_seen, std::set<std::string>(items.begin(), items.end()));
+        EXPECT_EQ(m_statuses, m_page.statuses());
     }
 
     void endBy(int number) {
@@ -166,8 +159,7 @@ TEST_F(CleanPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
     EXPECT_EQ(run({}, true), exitedWith(1));
     EXPECT_EQ(run({"too", "many"}), exitedWith(1));
 
-    EXPECT_EQ(m_seen, listedMessages());
-    EXPECT_EQ(m_statuses, listedStatuses());
+    expectEachListedToBeSeen();
 }
 
 class WaitPage : public ToolPage {
@@ -199,8 +191,7 @@ TEST_F(WaitPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
     EXPECT_EQ(runOnOurs({"-t", "0", std::to_string(tester->pid())}), exitedWith(3));
     EXPECT_EQ(rmdir("/var/run/znorb.socket"), 0);
 
-    EXPECT_EQ(m_seen, listedMessages());
-    EXPECT_EQ(m_statuses, listedStatuses());
+    expectEachListedToBeSeen();
 }
 
 TEST_F(WaitPage, GivesAStartThatWorksOverWhatEachEndLeavesBehind) {

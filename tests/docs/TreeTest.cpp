@@ -7,7 +7,6 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <filesystem>
 #include <iterator>
 #include <set>
 #include <string>
