@@ -75,20 +75,14 @@ TEST_F(RecordedLogger, MessageThatCannotBeFormattedIsStillATerminatedRecord) {
 
 // --- Time stamps
 
-TEST_F(LoggerTest, StampedRecordIsFiveWrites) {
-    setZone("UTC");
-    addRecorder();
+TEST_F(RecordedLogger, StampedRecordIsFiveWritesWithTheLocalTime) {
+    const SetClock clock(billionthSecond);
     Logger::setShowTimestamp(true);
-    const SetClock clock(billionthSecond, 1);
+    setZone("UTC");
     Logger::log("message");
     EXPECT_THAT(writes, ElementsAre("[", "Sun Sep  9 01:46:40 2001", "] ", "message", "\r\n"));
-}
-
-TEST_F(LoggerTest, StampIsTheLocalTime) {
+    writes.clear();
     setZone("XYZ-2");
-    addRecorder();
-    Logger::setShowTimestamp(true);
-    const SetClock clock(billionthSecond, 1);
     Logger::log("message");
     EXPECT_EQ(joined(writes), "[Sun Sep  9 03:46:40 2001] message\r\n");
 }
@@ -229,20 +223,13 @@ TEST_F(RecordedLogger, DumpShowsUnprintableBytesAsDots) {
     EXPECT_EQ(characters, std::string(32, '.') + bytes.substr(0x20, 0x5f) + std::string(129, '.'));
 }
 
-TEST_F(RecordedLogger, DumpRowFromOffset1000LosesItsLastSpace) {
-    const std::string bytes(0x1010, 'Z');
-    Logger::hexDump(0, bytes.data(), 0x1010);
-    const Writes rows = rowsOf(writes);
-    ASSERT_EQ(rows.size(), 0x101U);
-    EXPECT_EQ(rows[0xff], " FF0  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A ZZZZZZZZZZZZZZZZ");
-    EXPECT_EQ(rows[0x100], " 1000  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5AZZZZZZZZZZZZZZZZ");
-}
-
-TEST_F(RecordedLogger, DumpRowFromOffset10000LosesItsLastDigitToo) {
+TEST_F(RecordedLogger, DumpRowsFromOffset1000LoseTheirLastSpaceAndFrom10000TheirLastDigitToo) {
     const std::string bytes(0x10011, 'Z');
     Logger::hexDump(0, bytes.data(), 0x10011);
     const Writes rows = rowsOf(writes);
     ASSERT_EQ(rows.size(), 0x1002U);
+    EXPECT_EQ(rows[0xff], " FF0  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A ZZZZZZZZZZZZZZZZ");
+    EXPECT_EQ(rows[0x100], " 1000  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5AZZZZZZZZZZZZZZZZ");
     EXPECT_EQ(rows[0xfff], " FFF0  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5AZZZZZZZZZZZZZZZZ");
     EXPECT_EQ(rows[0x1000], " 10000  5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5A 5ZZZZZZZZZZZZZZZZ");
     EXPECT_EQ(rows[0x1001], " 10010  5A " + std::string(43, ' ') + "Z");

@@ -194,7 +194,7 @@ TEST(SynchronousProcess, AStartThatFailedMayBeStoppedAndTriedAgain) {
     service.end();
 }
 
-TEST(SynchronousProcess, FailsWithoutMemoryForItsRecord) {
+TEST(SynchronousProcess, FailsWithoutMemoryForItsRecordOrForAThread) {
     if (underSanitizer) {
         GTEST_SKIP() << "the sanitizers end a process that has no memory";
     }
@@ -207,12 +207,6 @@ TEST(SynchronousProcess, FailsWithoutMemoryForItsRecord) {
         const bool refused = process.startThread() == ENOMEM && process.call() == 0;
         return refused && !process.waitForRequest();
     }));
-}
-
-TEST(SynchronousProcess, StartThreadWithoutMemoryReturnsEnomem) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "the sanitizers end a process that has no memory";
-    }
     EXPECT_TRUE(holdsInForked([] {
         Plain process;
         useUpMemory();

@@ -70,26 +70,20 @@ TEST(InputStreamFromBuffer, ReadsACopyOfItsData) {
     EXPECT_EQ(allOf(stream), "abc");
 }
 
-TEST(InputStreamFromBuffer, ALastLineWithoutLineFeedSetsItsStringAndRaisesTheRangeError) {
-    InputStreamFromBuffer stream("a");
-    std::string out = "old";
-    try {
-        stream.getLine(out);
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const std::out_of_range& error) {
-        EXPECT_STREQ(error.what(), "basic_string::substr");
-    }
-    EXPECT_EQ(out, "a");
-    EXPECT_EQ(allOf(stream), "a");
-}
-
-TEST(InputStreamFromBuffer, AfterTheRangeErrorTheSameLineRaisesItAgain) {
+TEST(InputStreamFromBuffer, ALastLineWithoutLineFeedSetsItsStringAndRaisesTheRangeErrorEachTime) {
     InputStreamFromBuffer stream("x\nlast");
     EXPECT_EQ(lineOf(stream), "x");
-    std::string out;
-    EXPECT_THROW(stream.getLine(out), std::out_of_range);
-    EXPECT_THROW(stream.getLine(out), std::out_of_range);
-    EXPECT_EQ(out, "last");
+    for (int read = 0; read < 2; ++read) {
+        std::string out = "old";
+        try {
+            stream.getLine(out);
+            ADD_FAILURE() << "nothing was thrown";
+        } catch (const std::out_of_range& error) {
+            EXPECT_STREQ(error.what(), "basic_string::substr");
+        }
+        EXPECT_EQ(out, "last");
+    }
+    EXPECT_EQ(allOf(stream), "last");
 }
 
 TEST_F(InputStreamFromBufferAllocations, ALineBeyondTheMemoryChangesNothing) {

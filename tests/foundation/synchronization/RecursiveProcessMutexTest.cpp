@@ -77,26 +77,6 @@ INSTANTIATE_TEST_SUITE_P(RecursiveProcessMutex, LockedToDepth, testing::ValuesIn
 
 } // namespace
 
-TEST(RecursiveProcessMutex, BlockedThreadWakesWhenTheDepthDropsToZeroAndNotBefore) {
-    RecursiveProcessMutex mutex;
-    std::atomic<bool> lastUnlockReached = false;
-    std::atomic<bool> enteredInTime = false;
-    mutex.lock();
-    mutex.lock();
-    const ObservedThread blocked([&] {
-        mutex.lock();
-        enteredInTime = lastUnlockReached.load();
-        mutex.unlock();
-    });
-    EXPECT_TRUE(blocked.fallsAsleep());
-    mutex.unlock();
-    EXPECT_TRUE(blocked.fallsAsleep());
-    lastUnlockReached = true;
-    mutex.unlock();
-    EXPECT_TRUE(blocked.finishes());
-    EXPECT_TRUE(enteredInTime);
-}
-
 TEST(RecursiveProcessMutex, WaitersAreWokenOneByOneUntilAllHaveHadIt) {
     RecursiveProcessMutex mutex;
     mutex.lock();
