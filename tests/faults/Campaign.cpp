@@ -14,8 +14,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
-#include <new>
-#include <set>
 #include <tuple>
 
 namespace ZNORBFAULTS {

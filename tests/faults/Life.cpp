@@ -5,21 +5,17 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
-#include "tests/support/ProcessEnd.h"
-#include "tests/support/SharedTable.h"
 
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
-#include <optional>
 
 namespace ZNORBFAULTS {
 namespace {

@@ -3,11 +3,7 @@
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
-#include <sys/syscall.h>
 
-#include <algorithm>
-#include <cctype>
-#include <csignal>
 #include <cstring>
 
 namespace ZNORBFAULTS {

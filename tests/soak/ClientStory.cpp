@@ -1,7 +1,6 @@
 /// A full table of clients, launched and swept: most as they should be, some dead, some slow, some hostile,
 /// some without a port.
 
-#include "tests/sandbox/Processes.h"
 #include "tests/soak/Lives.h"
 #include "tests/soak/Soak.h"
 #include "tests/support/LocalConnection.h"

@@ -1,13 +1,10 @@
 #pragma once
 
-#include "tests/support/ProcessEnd.h"
-
 #include <array>
 #include <atomic>
 #include <cstddef>
 #include <random>
 #include <string>
-#include <vector>
 
 /// What the stories of the soak have in common: each shows over many rounds, with choices of chance, that the
 /// daemon keeps to what it promises.

@@ -7,7 +7,6 @@
 #include "tests/support/SharedTable.h"
 
 #include <algorithm>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
