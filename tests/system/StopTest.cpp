@@ -2,9 +2,9 @@
 
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
+#include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/PlayedDaemon.h"
-#include "tests/support/ListeningPeer.h"
 #include "tests/support/Results.h"
 
 #include <gmock/gmock.h>

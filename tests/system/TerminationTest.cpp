@@ -11,8 +11,8 @@
 #include "tests/support/SharedTable.h"
 
 #include <gmock/gmock.h>
-#include <sys/mman.h>
 #include <semaphore.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <csignal>

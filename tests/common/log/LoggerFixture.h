@@ -21,7 +21,6 @@ using StreamPointer = Common::shared_ptr<Common::OutputStream>;
 /// 2001-09-09 01:46:40 UTC, with a day of the month of one digit.
 inline constexpr std::time_t billionthSecond = 1000000000;
 
-
 /// Logger::vlog() with its arguments in a list.
 __attribute__((format(printf, 2, 3))) void logList(int level, const char* format, ...);
 
@@ -47,7 +46,7 @@ protected:
     static void setZone(const char* zone);
 
     void addRecorder(const std::string& name = "") {
-        ORBCOMMON::Logger::addOutputStream(StreamPointer(new LogStream(writes, name)));
+        ORBCOMMON::Logger::addOutputStream(StreamPointer(new RecordingStream(writes, name)));
     }
 
     Writes writes;

@@ -29,7 +29,7 @@ static_assert(!std::is_default_constructible_v<Logger>);
 class EarlyGlobal {
 public:
     EarlyGlobal() : m_mutexExisted(static_cast<bool>(logger_mutex)) {
-        Logger::addOutputStream(StreamPointer(new LogStream(m_writes)));
+        Logger::addOutputStream(StreamPointer(new RecordingStream(m_writes)));
         Logger::log("early %d", 1);
         Logger::hexDump(0, "A", 1);
         Logger::removeAllOutputStreams();
@@ -38,7 +38,7 @@ public:
 
     ~EarlyGlobal() {
         Writes late;
-        Logger::addOutputStream(StreamPointer(new LogStream(late)));
+        Logger::addOutputStream(StreamPointer(new RecordingStream(late)));
         Logger::log("late");
         Logger::hexDump(0, "A", 1);
         Logger::writeLine(0, "late");
@@ -78,7 +78,7 @@ constexpr const char* withoutLoggerMutex = "ZNORB_TEST_WITHOUT_LOGGER_MUTEX";
 class EarlySettings : public testing::Environment {
 public:
     void SetUp() override {
-        Logger::addOutputStream(StreamPointer(new LogStream(s_writes)));
+        Logger::addOutputStream(StreamPointer(new RecordingStream(s_writes)));
         Logger::logAt(7, "seven");
         Logger::logAt(8, "eight");
         Logger::removeAllOutputStreams();
@@ -131,7 +131,7 @@ TEST(LoggerLife, StreamThatFindsNoMemoryIsLeftOutOfTheList) {
     }
     const auto addWithoutMemory = [] {
         static Writes writes;
-        StreamPointer stream(new LogStream(writes));
+        StreamPointer stream(new RecordingStream(writes));
         useUpMemory();
         Logger::addOutputStream(stream);
         Logger::log("message");
@@ -150,7 +150,7 @@ TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
     }
     ASSERT_FALSE(logger_mutex);
     Writes writes;
-    const StreamPointer stream(new LogStream(writes));
+    const StreamPointer stream(new RecordingStream(writes));
     Logger::addOutputStream(stream);
     EXPECT_TRUE(Logger::isSilent());
     Logger::log("nobody");

@@ -139,7 +139,7 @@ TEST_F(LoggerTest, StreamsGetEveryRecordInTheOrderOfAddition) {
 }
 
 TEST_F(LoggerTest, StreamAddedTwiceGetsEveryRecordTwice) {
-    const StreamPointer stream(new LogStream(writes));
+    const StreamPointer stream(new RecordingStream(writes));
     Logger::addOutputStream(stream);
     Logger::addOutputStream(stream);
     Logger::log("1");

@@ -2,10 +2,10 @@
 
 #include "responder/Globals.h"
 #include "responder/table/SharedObject.h"
-#include "tests/responder/DescriptorLimit.h"
 #include "tests/responder/clients/StandInClient.h"
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Rows.h"

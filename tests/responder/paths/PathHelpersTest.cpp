@@ -1,6 +1,6 @@
 #include "responder/paths/PathHelpers.h"
 
-#include "tests/responder/DescriptorLimit.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
