@@ -17,15 +17,15 @@ namespace {
 /// How runProcess() copies the process.
 constinit auto copyProcess = fork;
 
-/// The parts as one NUL-terminated text; null when memory ran out.
-std::unique_ptr<char[]> newText(std::initializer_list<std::string_view> parts) noexcept {
+/// The parts as one new NUL-terminated text, to be released with delete[]; null when memory ran out.
+char* newText(std::initializer_list<std::string_view> parts) noexcept {
     std::size_t length = 0;
     for (const std::string_view part : parts) {
         length += part.size();
     }
-    std::unique_ptr<char[]> text(new (std::nothrow) char[length + 1]());
+    char* const text = new (std::nothrow) char[length + 1]();
     if (text != nullptr) {
-        char* end = text.get();
+        char* end = text;
         for (const std::string_view part : parts) {
             end += part.copy(end, part.size());
         }
@@ -63,14 +63,11 @@ public:
     [[nodiscard]] char* const* texts() const noexcept { return m_texts.get(); }
 
 private:
-    // False when `text` is null.
-    bool append(std::unique_ptr<char[]> text) noexcept {
-        if (text == nullptr) {
-            return false;
-        }
-        m_texts[m_count] = text.release();
-        ++m_count;
-        return true;
+    // False when `text`, which it takes over, is null.
+    bool append(char* text) noexcept {
+        m_texts[m_count] = text;
+        m_count += text != nullptr ? 1 : 0;
+        return text != nullptr;
     }
 
     std::unique_ptr<char*[]> m_texts; // each of the first m_count is owned

@@ -3,6 +3,7 @@
 #include "tests/support/SystemCallTracer.h"
 
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Sanitizers.h"
 
 #include <gmock/gmock.h>
 #include <sys/syscall.h>
@@ -59,10 +60,12 @@ TEST_F(SystemCalls, StopBeforeAndBehindOfEveryThreadAndDescendant) {
             last = stop.call.result;
         }
     }));
-    EXPECT_EQ(births, (std::vector<bool>{true, false}));
+    if (!underThreadSanitizer) { // which has threads of its own
+        EXPECT_EQ(births, (std::vector<bool>{true, false}));
+    }
     EXPECT_EQ(calls.size(), 2U);
     EXPECT_EQ(calls.count(first), 0U);
-    EXPECT_EQ(ends.size(), 3U);
+    EXPECT_EQ(ends.size(), 1 + births.size());
     EXPECT_EQ(endFrom(ends.at(first)), exitedWith(0));
     EXPECT_EQ(endFrom(ends.at(ends.rbegin()->first)), exitedWith(3));
     EXPECT_GE(last, 0);
