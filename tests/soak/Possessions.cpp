@@ -27,10 +27,9 @@ unsigned long sizeIn(const std::string& text, const std::string& label) {
                                       : std::strtoul(text.c_str() + place + 1 + label.size(), nullptr, 10);
 }
 
-/// Written pages alone: unchanged pages of files come and go with the system's need for memory.
+/// What belongs to no file: pages of files, and of the executable in a file system in memory, come and go.
 unsigned long writtenMemoryOf(pid_t process) {
-    const std::string text = readFile("/proc/" + std::to_string(process) + "/smaps_rollup");
-    return sizeIn(text, "Private_Dirty:") + sizeIn(text, "Shared_Dirty:");
+    return sizeIn(readFile("/proc/" + std::to_string(process) + "/smaps_rollup"), "Anonymous:");
 }
 
 std::size_t socketsAmong(const std::string& folder, const std::vector<std::string>& descriptors) {
