@@ -208,11 +208,6 @@ int main(int argc, char** argv) {
     }
     const auto seconds =
         std::chrono::duration_cast<std::chrono::seconds>(std::chrono::steady_clock::now() - begin).count();
-    if (failures > 0) {
-        std::printf("soak: FAILED: %lu failures in %u stories\n", failures, played);
-        return EXIT_FAILURE;
-    }
-    std::printf("soak: passed; %u stories in %ld s, nothing was left behind\n", played,
-                static_cast<long>(seconds));
-    return EXIT_SUCCESS;
+    std::printf("soak: %u stories in %ld s, %lu failures\n", played, static_cast<long>(seconds), failures);
+    return failures == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }
