@@ -17,10 +17,10 @@ for word in "$@"; do
 done
 
 verdict= # how it ended: what comes behind the name in the last line
-child=   # what `run` or `stage` waits for
 scratch=
 owned= # build/ was looked at
-mark=$name-$$-$(date +%s)
+# shellcheck source=script/parts/children.sh
+. script/parts/children.sh
 
 fail() { # fail <why>: the end
     verdict="FAILED: $*"
@@ -41,24 +41,6 @@ need() { # need <tool>...
 
 make_scratch() { # a folder of the name $scratch, which goes when the script ends
     scratch=$(mktemp -d "${TMPDIR:-/tmp}/znorb.XXXXXX")
-}
-
-# The processes that were started from here carry the mark in their environment: also those that have left the
-# process group or lost their parent.
-started_here() { grep -lszF "$mark" /proc/[0-9]*/environ | cut -d / -f 3; }
-
-# Asks for half of the time, then insists. A script among them takes the time to end its own.
-end_children() {
-    tries=60
-    signal=TERM
-    while left=$(started_here) && [ -n "$left$child" ] && [ $tries -gt 0 ]; do
-        [ $tries -gt 30 ] || signal=KILL
-        # shellcheck disable=SC2086 # a list
-        kill -s $signal $left $child 2>/dev/null || true
-        child=
-        sleep 0.1
-        tries=$((tries - 1))
-    done
 }
 
 at_end() {
@@ -82,21 +64,6 @@ trap at_end EXIT
 trap 'interrupted HUP 129' HUP
 trap 'interrupted INT 130' INT
 trap 'interrupted TERM 143' TERM
-
-# In the background, because a shell attends to a signal only between commands or while it waits; a shell starts
-# what is in the background without SIGINT, which is given back.
-start() { # start <command>...
-    env --default-signal=INT,QUIT "ZNORB_SCRIPTS=${ZNORB_SCRIPTS:-} $mark" "$@" </dev/null &
-    child=$!
-}
-
-run() { # run <command>...: shows what it prints, and returns its status; it has no input
-    start "$@"
-    ended=0
-    wait "$child" || ended=$?
-    child=
-    return $ended
-}
 
 # After sudo it may be root's.
 own_build() {

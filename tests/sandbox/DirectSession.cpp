@@ -23,6 +23,7 @@ namespace {
 constexpr const char* lockName = "/dev/shm/sem.znorb.appLock";
 constexpr const char* tableName = "/dev/shm/znorb.shvars";
 constexpr const char* socketName = "/var/run/znorb.socket";
+constexpr const char* turnName = "/run/znorb-clean.lock";
 constexpr const char* installation = "/opt/zn";
 constexpr const char* mark = "/opt/zn/.znorb-sandbox";
 
@@ -52,6 +53,7 @@ void removeNames() {
     (void)unlink(lockName);
     (void)unlink(tableName);
     (void)unlink(socketName);
+    (void)unlink(turnName);
     std::error_code ignored; // what cannot be removed makes the next session refuse, with its name
     (void)std::filesystem::remove_all(installation, ignored);
 }

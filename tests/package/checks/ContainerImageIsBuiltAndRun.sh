@@ -9,7 +9,7 @@ done
 mkdir "$scratch/context"
 cp "$package" "$source/packaging/container/Containerfile" "$build/bin/znorbclient" "$scratch/context"
 name=znorb-test-$$
-trap '$engine rm --force $name; $engine rmi --force $name; rm -rf "$scratch"' EXIT
+echo "$engine rm --force $name; $engine rmi --force $name" >"$scratch/at-end"
 quietly "$engine" build --tag $name --file "$scratch/context/Containerfile" "$scratch/context"
 quietly "$engine" run --detach --name $name $name
 quietly "$engine" exec $name znorb-wait -t 30
