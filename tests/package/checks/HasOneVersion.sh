@@ -1,13 +1,14 @@
+# The package's, which moves between releases, and the program's, which does not.
 [ "$(control Version)" = "$version-1" ] || fail "the package's is $(control Version)"
 unpack
 for program in opt/zn/znorb/bin/znorbresponder usr/sbin/znorb-clean usr/sbin/znorb-wait; do
     objcopy --output-target=binary --only-section=.note.package --set-section-flags .note.package=alloc \
         "$scratch/root/$program" "$scratch/note"
-    wanted="{\"type\":\"deb\",\"name\":\"znorb\",\"version\":\"$version\",\"architecture\":\"$(control Architecture)\"}"
+    wanted="{\"type\":\"deb\",\"name\":\"znorb\",\"version\":\"$release\",\"architecture\":\"$(control Architecture)\"}"
     tr '\000' '\n' <"$scratch/note" | grep -qF "$wanted" || fail "$program's note: $(strings "$scratch/note")"
 done
 gzip -dc "$scratch/root/usr/share/doc/znorb/changelog.Debian.gz" | grep -q "^znorb ($version-1)" ||
     fail "changelog.Debian has another one"
-gzip -dc "$scratch/root/usr/share/doc/znorb/changelog.gz" | grep -q "^## .*$version" ||
+gzip -dc "$scratch/root/usr/share/doc/znorb/changelog.gz" | grep -q "^## .*$release" ||
     fail "the changelog knows nothing of it"
-grep -qx "Version: $version" "$scratch/root/usr/share/pkgconfig/znorb.pc" || fail "znorb.pc has another one"
+grep -qx "Version: $release" "$scratch/root/usr/share/pkgconfig/znorb.pc" || fail "znorb.pc has another one"

@@ -1,7 +1,6 @@
 prefix=$scratch/prefix
 quietly cmake --install "$build" --prefix "$prefix"
-unpack
-[ "$(tree "$prefix")" = "$(tree "$scratch/root")" ] || fail "not what the package has: $(tree "$prefix")"
+[ "$(tree "$prefix")" = "$(installed_files)" ] || fail "not what the package has: $(tree "$prefix")"
 unit=$prefix/lib/systemd/system/znorbresponder.service
 grep -qxF "ExecStart=$prefix/opt/zn/znorb/bin/znorbresponder -d" "$unit" || fail "$(grep ^Exec "$unit")"
 grep -qE '(^|[^a-zA-Z0-9])/opt|@' "$unit" && fail "$(cat "$unit")"
