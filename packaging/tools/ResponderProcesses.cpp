@@ -214,8 +214,8 @@ bool maps(pid_t process, const struct stat& status) {
 } // namespace
 
 std::string installedResponder() {
-    const std::string prefix = parentOf(parentOf(parentOf(linkTarget("/proc/self/exe"))));
-    return prefix + "/opt/zn/znorb/bin/znorbresponder";
+    const std::string prefix = parentOf(parentOf(linkTarget("/proc/self/exe")));
+    return (nameOf(prefix) == "usr" ? parentOf(prefix) : prefix) + "/opt/zn/znorb/bin/znorbresponder";
 }
 
 bool runsResponder(pid_t process, const std::string& executable) {

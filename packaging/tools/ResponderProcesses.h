@@ -12,8 +12,8 @@
 /// found belongs to root, as every responder does: other users cannot stand in the way.
 namespace ZNORBTOOLS {
 
-/// Where the responder is installed, seen from this program: <prefix>/usr/sbin/<this program> belongs to
-/// <prefix>/opt/zn/znorb/bin/znorbresponder.
+/// Where the responder is installed, seen from this program: <prefix>/sbin/<this program> and
+/// <prefix>/usr/sbin/<this program> belong to <prefix>/opt/zn/znorb/bin/znorbresponder.
 std::string installedResponder();
 
 /// True when the process runs the executable, or ran it before an upgrade or a removal took its file away.

@@ -58,8 +58,7 @@ protected:
     [[nodiscard]] ProgramResult runInWork(const std::string& script) const {
         Launch launch = shellScript("", script);
         launch.workingDirectory = m_work.path();
-        launch.environment = {"PKG_CONFIG_LIBDIR=" + m_root.path() + "/usr/share/pkgconfig",
-                              "PKG_CONFIG_PATH="};
+        launch.environment = {"PKG_CONFIG_LIBDIR=" + m_root.path() + "/lib/pkgconfig", "PKG_CONFIG_PATH="};
         return runProgram(launch, compilerBound);
     }
 
@@ -116,7 +115,9 @@ TEST_F(InstalledKit, IsFoundInAStagingFolderAsWell) {
     const TemporaryFolder stage;
     install("--prefix /", "DESTDIR=" + stage.path());
     const std::string packages = stage.path() + "/usr/share/pkgconfig";
-    const ProgramResult result = runInWork("PKG_CONFIG_LIBDIR=" + packages + " pkg-config --cflags znorb");
+    const ProgramResult result =
+        runInWork("PKG_CONFIG_SYSROOT_DIR=" + stage.path() + " PKG_CONFIG_LIBDIR=" + packages +
+                  " pkg-config --keep-system-cflags --cflags znorb");
     ASSERT_THAT(result.output, HasSubstr(stage.path())) << result.errors;
     const std::string directory = withoutNewline(result.output).substr(2);
     EXPECT_TRUE(exists(directory.substr(0, directory.find(' ')) + "/znorb/shared_table.h"));
@@ -127,6 +128,17 @@ TEST_F(InstalledKit, IsWhatTheExamplesNeedToBeBuilt) {
         GTEST_SKIP() << "this machine has a header of its own";
     }
     EXPECT_THAT(runInWork("cc -fsyntax-only znorbclient.c").errors, HasSubstr("znorb/shared_table.h"));
+}
+
+TEST_F(InstalledKit, HasToolsThatFindTheInstalledDaemon) {
+    const std::string clean = m_root / "sbin/znorb-clean";
+    const std::string wait = m_root / "sbin/znorb-wait -t 0";
+    EXPECT_EQ(runInWork(clean).end, exitedWith(0));
+    EXPECT_EQ(runInWork(wait).end, exitedWith(2));
+    ASSERT_TRUE(m_driver.startServing());
+    EXPECT_EQ(runInWork(wait).end, exitedWith(0));
+    EXPECT_EQ(runInWork(clean).end, exitedWith(2));
+    EXPECT_EQ(runInWork(m_root / "sbin/znorbresponder -stop").output, "The ZN Orbisan daemon has stopped.\n");
 }
 
 TEST_F(InstalledKit, BuildsExamplesWithGccThatTheInstalledDaemonServes) {
@@ -160,7 +172,7 @@ protected:
 
 TEST_F(PythonKit, HasExamplesThatTheInstalledDaemonServes) {
     (void)unlink(m_driver.client().c_str());
-    const std::string examples = m_root / "usr/share/doc/znorb/examples/";
+    const std::string examples = m_root / "share/doc/znorb/examples/";
     const std::string installation = lineOfTheProtocol("install -m 755 znorbclient.py");
     ASSERT_EQ(runInWork("cd " + examples + "\n" + installation).end, exitedWith(0));
     ASSERT_TRUE(m_driver.startServing());

@@ -3,7 +3,7 @@ command -v systemd-analyze >/dev/null || skip "systemd is not installed"
 quietly cmake --install "$build" --prefix "$scratch/prefix"
 folder=$scratch/prefix/lib/systemd/system
 mkdir "$folder/znorbresponder.service.d"
-cp "$scratch/prefix/usr/share/doc/znorb/examples/hardening.conf" "$folder/znorbresponder.service.d"
+cp "$scratch/prefix/share/doc/znorb/examples/hardening.conf" "$folder/znorbresponder.service.d"
 quietly env SYSTEMD_UNIT_PATH="$folder:" systemd-analyze verify --man=no "$folder/znorbresponder.service"
 [ ! -s "$scratch/log" ] || { cat "$scratch/log"; fail "it is not silent"; }
 echo 'Nonsense=yes' >>"$folder/znorbresponder.service.d/hardening.conf"
