@@ -3,11 +3,12 @@
 #include "responder/Globals.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/ShellScript.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/Waiting.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,7 +20,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::HasSubstr;
 
 const std::string completion = "packaging/completion/znorbresponder";
 
@@ -105,9 +105,7 @@ private:
 
 TEST(Completion, FinishesAWordAtTheTabKey) {
     InteractiveShell shell;
-    if (!shell.hasTerminal()) {
-        GTEST_SKIP() << "there are no pseudo-terminals here";
-    }
+    ZNORB_SKIP_IF(!shell.hasTerminal()) << "there are no pseudo-terminals here";
     shell.type("source " + sourcePath(completion) + "; echo rea''dy\n");
     ASSERT_THAT(shell.shownWith("ready\r\n"), HasSubstr("ready\r\n"));
     shell.type("znorbresponder -st\t-si\t");

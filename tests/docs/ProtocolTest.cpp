@@ -8,12 +8,13 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SharedTable.h"
 #include "tests/support/ShellScript.h"
+#include "tests/support/Skipping.h"
 #include "znorb/shared_table.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -27,32 +28,29 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 const std::string document = "docs/PROTOCOL.md";
 const std::string pageFile = "packaging/man/znorb.7";
 
 /// A row of a table of fields: where, how long, its name.
-struct Field {
+struct TableField {
     std::string offset;
     std::string size;
     std::string name;
 
-    bool operator==(const Field&) const = default;
+    bool operator==(const TableField&) const = default;
 };
 
-void PrintTo(const Field& field, std::ostream* stream) {
+void PrintTo(const TableField& field, std::ostream* stream) {
     *stream << field.offset << ' ' << field.size << ' ' << field.name;
 }
 
-Field field(std::size_t offset, std::size_t size, const std::string& name) {
+TableField field(std::size_t offset, std::size_t size, const std::string& name) {
     return {std::to_string(offset), std::to_string(size), name};
 }
 
 /// As the header has them: of the table first, then of an entry.
-std::vector<Field> fieldsOfTheHeader() {
+std::vector<TableField> fieldsOfTheHeader() {
     const znorb_client_entry entry = {};
     return {
         field(offsetof(znorb_shared_table, count), sizeof(znorb_shared_table::count), "count"),
@@ -83,7 +81,7 @@ std::string nameAtTheStartOf(const std::string& text) {
 }
 
 TEST(Znorb7Page, HasTheFieldsOfTheHeader) {
-    std::vector<Field> fields;
+    std::vector<TableField> fields;
     for (const std::string& item : ManualPage("znorb.7").items("THE TABLE")) {
         const auto first = item.find(" Ta ");
         const auto second = item.find(" Ta ", first + 4);
@@ -97,7 +95,7 @@ TEST(Znorb7Page, HasTheFieldsOfTheHeader) {
 }
 
 TEST(Protocol, HasTheFieldsOfTheHeader) {
-    std::vector<Field> fields;
+    std::vector<TableField> fields;
     for (const std::string& line : linesOf(readSource(document))) {
         const std::vector<std::string> cells = cellsOf(line);
         if (cells.size() == 4 && cells[0].find_first_not_of("0123456789") == std::string::npos) {
@@ -185,9 +183,7 @@ TEST(Znorb7Page, GivesARequesterForTheShellThatIsServed) {
     DaemonDriver driver;
     ASSERT_TRUE(driver.startServing());
     const Launch requester = shellScript("", ManualPage("znorb.7").display("EXAMPLES"));
-    if (runProgram(shellScript("", "command -v nc")).end != exitedWith(0)) {
-        GTEST_SKIP() << "nc is not installed";
-    }
+    ZNORB_SKIP_IF(runProgram(shellScript("", "command -v nc")).end != exitedWith(0)) << "nc is not installed";
     for (const char* number : {"0", "1"}) {
         const ProgramResult result = runProgram(requester);
         EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
@@ -265,9 +261,8 @@ private:
 };
 
 TEST(Protocol, ShowsASessionThatTheDaemonRepeatsByteForByte) {
-    if constexpr (std::endian::native != std::endian::little) {
-        GTEST_SKIP() << "the document shows a little-endian machine's table";
-    }
+    ZNORB_SKIP_IF(std::endian::native != std::endian::little)
+        << "the document shows a little-endian machine's table";
     const std::vector<SessionStep> steps = readSession(readSource(document));
     std::set<std::string> kinds;
     std::string response;
@@ -291,9 +286,8 @@ TEST(Protocol, ShowsAnEntryWithItsBytesWhereItSaysTheyAre) {
     entry.in_use = 1;
     (void)std::snprintf(entry.identifier, sizeof entry.identifier, "znorbclient-4711 en");
     entry.port = 40001;
-    if constexpr (std::endian::native != std::endian::little) {
-        GTEST_SKIP() << "the document shows a little-endian machine's table";
-    }
+    ZNORB_SKIP_IF(std::endian::native != std::endian::little)
+        << "the document shows a little-endian machine's table";
     std::string expected(sizeof entry, '\0');
     std::memcpy(expected.data(), &entry, sizeof entry);
 

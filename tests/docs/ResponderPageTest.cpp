@@ -11,11 +11,12 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/ShellScript.h"
+#include "tests/support/Skipping.h"
 
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -28,11 +29,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAreArray;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::UnorderedElementsAreArray;
 
 constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
 constexpr const char* tableFile = "/dev/shm/znorb.shvars";
@@ -170,9 +166,7 @@ std::string withoutOverstrikes(const std::string& text) {
 TEST_F(ResponderPage, ShowsEveryMessageAsItIsWhenItIsRead) {
     const ProgramResult result = runProgram(
         shellScript("", "mandoc -T ascii -O width=200 " + sourcePath("packaging/man/znorbresponder.8")));
-    if (result.end == exitedWith(127)) {
-        GTEST_SKIP() << "mandoc is not installed";
-    }
+    ZNORB_SKIP_IF(result.end == exitedWith(127)) << "mandoc is not installed";
     const std::string shown = withoutOverstrikes(result.output);
     for (const std::string& message : page.items("DIAGNOSTICS")) {
         EXPECT_THAT(shown, HasSubstr(message));
@@ -235,7 +229,7 @@ TEST_F(ResponderPage, NamesTheDaemonsFiles) {
         std::string("/dev/shm") + ZNORBRESPONDER::sharedVariablesName, ZNORBRESPONDER::consoleRoot};
     EXPECT_THAT(files, ElementsAreArray(expected));
     EXPECT_THAT(page.items("ENVIRONMENT"),
-                testing::ElementsAre(std::string("Ev ") + ZNORBRESPONDER::htmlPathVariable));
+                ElementsAre(std::string("Ev ") + ZNORBRESPONDER::htmlPathVariable));
 }
 
 /// The words of the page for what an end leaves behind and what the next start does about it.

@@ -7,11 +7,11 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/ShellScript.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/file.h>
 #include <unistd.h>
 
@@ -25,8 +25,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 const std::string toolDirectory = ZNORB_PROGRAM_DIRECTORY;
 
@@ -97,7 +95,7 @@ protected:
                 synopsis += " [" + option[1].str() + "]";
             }
         }
-        EXPECT_THAT(linesOf(runProgram(launch).errors), testing::Contains(synopsis));
+        EXPECT_THAT(linesOf(runProgram(launch).errors), Contains(synopsis));
     }
 
     void expectEachListedToBeSeen() const {
@@ -195,7 +193,7 @@ TEST_F(WaitPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
 }
 
 TEST_F(WaitPage, GivesAStartThatWorksOverWhatEachEndLeavesBehind) {
-    ASSERT_THAT(m_page.displays("EXAMPLES"), testing::ElementsAre(startLine));
+    ASSERT_THAT(m_page.displays("EXAMPLES"), ElementsAre(startLine));
     for (const int number : {SIGTERM, SIGKILL}) {
         endBy(number);
         const ProgramResult result = runShownScript(m_driver, startLine);
@@ -207,7 +205,7 @@ TEST_F(WaitPage, GivesAStartThatWorksOverWhatEachEndLeavesBehind) {
 
 TEST(StartLine, IsTheSameWhereverItIsShown) {
     for (const char* page : {"znorb-clean.8", "znorb-wait.8", "znorbresponder.8"}) {
-        EXPECT_THAT(ManualPage(page).displays("EXAMPLES"), testing::Contains(startLine)) << page;
+        EXPECT_THAT(ManualPage(page).displays("EXAMPLES"), Contains(startLine)) << page;
     }
     for (const char* document : {"README.md", "docs/OPERATING.md", "docs/TROUBLESHOOTING.md"}) {
         EXPECT_THAT(readSource(document), HasSubstr(std::string("\n    ") + startLine)) << document;

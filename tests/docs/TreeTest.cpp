@@ -3,8 +3,7 @@
 #include "responder/commands/ExitStatus.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/support/Files.h"
-
-#include <gmock/gmock.h>
+#include "tests/support/Matchers.h"
 
 #include <algorithm>
 #include <iterator>
@@ -16,8 +15,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::Contains;
-using testing::HasSubstr;
 
 const std::vector<std::string> documents = {
     "README.md",         "CONTRIBUTING.md",        "CHANGELOG.md",

@@ -7,11 +7,12 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/SharedTable.h"
 #include "tests/support/ShellScript.h"
+#include "tests/support/Skipping.h"
 
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -24,10 +25,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::AllOf;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::SizeIs;
 
 constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
 constexpr const char* tableFile = "/dev/shm/znorb.shvars";
@@ -138,7 +135,7 @@ TEST_F(Troubleshooting, HasATestForEveryRow) {
     for (const Row& each : rowsOfThePage()) {
         rows.push_back(each.symptom);
     }
-    EXPECT_THAT(tried, testing::UnorderedElementsAreArray(rows));
+    EXPECT_THAT(tried, UnorderedElementsAreArray(rows));
     EXPECT_GE(rows.size(), 10U);
 }
 
@@ -343,9 +340,8 @@ TEST_F(Troubleshooting, GetIsAnsweredZeroAgain) {
 
 TEST_F(Troubleshooting, NcWithEchoDoesNothing) {
     const Row it = row(R"(`echo QUIT | nc -U` is answered 0, and nothing happens)");
-    if (inShell("nc -h 2>&1 | grep -q OpenBSD").end != exitedWith(0)) {
-        GTEST_SKIP() << "OpenBSD's nc is not installed";
-    }
+    ZNORB_SKIP_IF(inShell("nc -h 2>&1 | grep -q OpenBSD").end != exitedWith(0))
+        << "OpenBSD's nc is not installed";
     ASSERT_TRUE(driver.startServing());
     EXPECT_EQ(inShell(quoted(it.symptom) + " " + socketPath).output, "0");
     EXPECT_EQ(askDaemon("PRINT"), "0");

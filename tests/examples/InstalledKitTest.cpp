@@ -5,11 +5,12 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SharedTable.h"
 #include "tests/support/ShellScript.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <string>
@@ -18,11 +19,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::AnyOf;
-using testing::EndsWith;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 constexpr Milliseconds compilerBound{60000};
 
@@ -104,7 +100,7 @@ protected:
 TEST_F(InstalledKit, IsFoundThroughPkgConfigWithItsVersionAndItsProgramDirectory) {
     EXPECT_EQ(ask("--modversion"), ZNORB_VERSION);
     const std::string flags = ask("--cflags");
-    ASSERT_THAT(flags, testing::StartsWith("-I"));
+    ASSERT_THAT(flags, StartsWith("-I"));
     EXPECT_EQ(readFile(flags.substr(2, flags.find(' ') - 2) + "/znorb/shared_table.h"),
               readFile(sourceDirectory + "/include/znorb/shared_table.h"));
     EXPECT_TRUE(exists(ask("--variable=programdir") + "/znorbresponder"));
@@ -124,9 +120,7 @@ TEST_F(InstalledKit, IsFoundInAStagingFolderAsWell) {
 }
 
 TEST_F(InstalledKit, IsWhatTheExamplesNeedToBeBuilt) {
-    if (exists("/usr/include/znorb/shared_table.h")) {
-        GTEST_SKIP() << "this machine has a header of its own";
-    }
+    ZNORB_SKIP_IF(exists("/usr/include/znorb/shared_table.h")) << "this machine has a header of its own";
     EXPECT_THAT(runInWork("cc -fsyntax-only znorbclient.c").errors, HasSubstr("znorb/shared_table.h"));
 }
 
@@ -163,9 +157,8 @@ std::string lineOfTheProtocol(const std::string& start) {
 class PythonKit : public InstalledKit {
 protected:
     void SetUp() override {
-        if (runProgram(shellScript("", "command -v python3")).end != exitedWith(0)) {
-            GTEST_SKIP() << "Python is not installed";
-        }
+        ZNORB_SKIP_IF(runProgram(shellScript("", "command -v python3")).end != exitedWith(0))
+            << "Python is not installed";
         InstalledKit::SetUp();
     }
 };
@@ -204,9 +197,8 @@ TEST_F(InstalledKit, IsUsedAsTheProtocolSays) {
 class ShellRequester : public InstalledKit {
 protected:
     void SetUp() override {
-        if (runProgram(shellScript("", "nc -h 2>&1 | grep -q OpenBSD")).end != exitedWith(0)) {
-            GTEST_SKIP() << "OpenBSD's nc is not installed";
-        }
+        ZNORB_SKIP_IF(runProgram(shellScript("", "nc -h 2>&1 | grep -q OpenBSD")).end != exitedWith(0))
+            << "OpenBSD's nc is not installed";
     }
 };
 

@@ -62,9 +62,7 @@ constexpr const char* withoutPipeName = "ZNORB_TEST_WITHOUT_PIPE_NAME";
     failAllocationAtStart(sizeof "\\\\.\\pipe\\ZNORBWBXResponder", withoutPipeName);
 
 TEST(Globals, PipeNameIsEmptyWithoutMemoryForIt) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     if (isCopyWith(withoutPipeName)) {
         EXPECT_EQ(pipeName, "");
     } else {
@@ -191,9 +189,8 @@ std::size_t sharedMappingsOf(pid_t process) {
 }
 
 TEST(Globals, AreDestroyedAtExitInReverseOrderLockAndFrontEventBeforeTheExitEvent) {
-    if (underThreadSanitizer) {
-        GTEST_SKIP() << "the thread sanitizer reports the destruction under a waiter that this relies on";
-    }
+    ZNORB_SKIP_IF(underThreadSanitizer)
+        << "the thread sanitizer reports the destruction under a waiter that this relies on";
     ASSERT_FALSE(exists(lockFile));
     const std::size_t mappings = sharedMappingsOf(getpid());
     ForkedChild process(exitWhileWaiting);

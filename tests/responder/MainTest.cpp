@@ -58,9 +58,7 @@ TEST_F(Main, EndsQuietlyWith255WithoutAnyWordNotEvenItsName) {
 }
 
 TEST_F(Main, EndsQuietlyWith255WithoutMemoryForItsWords) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "the sanitizers need memory of their own";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "the sanitizers need memory of their own";
     constexpr std::size_t count = 100000;
     constexpr rlim_t lessThanTheyTake = 2U << 20;
     std::vector<std::string> words(count, "-silent");

@@ -1,9 +1,8 @@
 #pragma once
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/ProcessEnd.h"
-
-#include <gmock/gmock.h>
 
 #include <ostream>
 #include <string>
@@ -17,9 +16,8 @@ inline void PrintTo(const ProgramResult& result, std::ostream* stream) {
 
 /// Matches a program that ended like this and printed just that.
 inline auto resultIs(const ProcessEnd& end, const std::string& output = "", const std::string& errors = "") {
-    return testing::AllOf(testing::Field("end", &ProgramResult::end, end),
-                          testing::Field("output", &ProgramResult::output, output),
-                          testing::Field("errors", &ProgramResult::errors, errors));
+    return AllOf(Field("end", &ProgramResult::end, end), Field("output", &ProgramResult::output, output),
+                 Field("errors", &ProgramResult::errors, errors));
 }
 
 } // namespace ZNORBTEST

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Skipping.h"
+
 /// Which sanitizers this build has, for tests that rely on what one of them takes over.
 /// (g++ says it with a macro, clang++ with a feature that g++ has no question for.)
 #if defined(__has_feature)

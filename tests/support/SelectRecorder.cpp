@@ -1,5 +1,6 @@
 #include "tests/support/SelectRecorder.h"
 
+#include "tests/support/Matchers.h"
 #include "tests/support/Waiting.h"
 
 #include <cerrno>
@@ -115,12 +116,10 @@ bool SelectRecorder::awaitCalls(std::size_t count) {
 
 testing::Matcher<const SelectRecorder::Call&> isWaitFor(int descriptor, long seconds) {
     using Call = SelectRecorder::Call;
-    using testing::Field;
-    return testing::AllOf(Field("reading", &Call::reading, testing::ElementsAre(descriptor)),
-                          Field("highestPlusOne", &Call::highestPlusOne, descriptor + 1),
-                          Field("onlyReading", &Call::onlyReading, true),
-                          Field("seconds", &Call::seconds, seconds),
-                          Field("microseconds", &Call::microseconds, 0));
+    return AllOf(Field("reading", &Call::reading, ElementsAre(descriptor)),
+                 Field("highestPlusOne", &Call::highestPlusOne, descriptor + 1),
+                 Field("onlyReading", &Call::onlyReading, true), Field("seconds", &Call::seconds, seconds),
+                 Field("microseconds", &Call::microseconds, 0));
 }
 
 } // namespace ZNORBTEST

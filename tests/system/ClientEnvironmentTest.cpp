@@ -7,12 +7,12 @@
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -33,8 +33,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 using Signals = std::set<int>;
 
@@ -396,9 +394,7 @@ TEST_F(ClientEnvironment, HasTheStartersTerminalWhichTheDaemonKeeps) {
         return isSame ? Same : Different;
     };
     const ProcessEnd end = endOfForked(findOut, 3 * usualBound); // it waits up to three times
-    if (end == exitedWith(NoTerminal)) {
-        GTEST_SKIP() << "there are no pseudo-terminals here";
-    }
+    ZNORB_SKIP_IF(end == exitedWith(NoTerminal)) << "there are no pseudo-terminals here";
     EXPECT_EQ(end, exitedWith(Same));
     print("terminal", "the starter's, while that lives");
 }
@@ -406,9 +402,8 @@ TEST_F(ClientEnvironment, HasTheStartersTerminalWhichTheDaemonKeeps) {
 class ClientOfADaemonOfProcessOne : public ClientEnvironment {
 protected:
     void SetUp() override {
-        if (currentSandboxMode() != SandboxMode::Isolated) {
-            GTEST_SKIP() << "only in namespaces of its own can a test be started by process 1";
-        }
+        ZNORB_SKIP_IF(currentSandboxMode() != SandboxMode::Isolated)
+            << "only in namespaces of its own can a test be started by process 1";
         Launch daemon = driver.launch({"-d"});
         daemon.asChildOfInit = true;
         process = std::make_unique<ChildProcess>(daemon);

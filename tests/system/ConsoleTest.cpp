@@ -3,9 +3,9 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SharedTable.h"
 
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,8 +16,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::HasSubstr;
 
 constexpr const char* greeting = "Press: p, then Enter to show stats.\r\n"
                                  "Press: q, then Enter to exit.\r\n"
@@ -74,7 +72,7 @@ TEST_F(Console, IgnoresEveryOtherKey) {
     ASSERT_TRUE(console->writeInput("PQ xyz\n\t"));
     ASSERT_TRUE(console->writeInput("q\n"));
     EXPECT_EQ(console->waitForEnd(), exitedWith(255));
-    EXPECT_THAT(console->output(), testing::Not(HasSubstr("Entry")));
+    EXPECT_THAT(console->output(), Not(HasSubstr("Entry")));
 }
 
 TEST_F(Console, TakesNoLockAndIsEndedBySigtermAsAnyProgram) {

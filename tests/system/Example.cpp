@@ -2,16 +2,16 @@
 
 #include "tests/sandbox/Processes.h"
 #include "tests/support/ShellScript.h"
+#include "tests/support/Skipping.h"
 
 #include <unistd.h>
 
 namespace ZNORBTEST {
 
 void ExampleTest::SetUp() {
-    if (program().ends_with(".py") &&
-        runProgram(shellScript("", "command -v python3")).end != exitedWith(0)) {
-        GTEST_SKIP() << "Python is not installed";
-    }
+    ZNORB_SKIP_IF(program().ends_with(".py") &&
+                  runProgram(shellScript("", "command -v python3")).end != exitedWith(0))
+        << "Python is not installed";
 }
 
 Launch ExampleTest::launch(const std::vector<std::string>& arguments) const {

@@ -1,14 +1,13 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 #include "tests/system/Example.h"
 
 #include <arpa/inet.h>
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -23,8 +22,6 @@
 
 namespace {
 
-using testing::HasSubstr;
-using testing::StartsWith;
 using namespace ZNORBTEST;
 
 constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";

@@ -1,11 +1,9 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/ListeningPeer.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/system/Example.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <string>
@@ -14,9 +12,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::StartsWith;
 using namespace ZNORBTEST;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";

@@ -114,9 +114,8 @@ TEST_F(RunningDaemon, HasItsTablesOfAddressesReadOnly) {
 #endif
 
 TEST_F(RunningDaemon, IsLoadedWhereNobodyCanForetell) {
-    if (readFile("/proc/sys/kernel/randomize_va_space")[0] == '0') {
-        GTEST_SKIP() << "this kernel is told not to randomise addresses";
-    }
+    ZNORB_SKIP_IF(readFile("/proc/sys/kernel/randomize_va_space")[0] == '0')
+        << "this kernel is told not to randomise addresses";
     std::set<std::uint64_t> bases;
     for (int start = 0; start < 4; ++start) {
         (void)bases.insert(baseOf(mappingsOf(driver.daemon()), driver.program()));

@@ -5,11 +5,10 @@
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LocalPort.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
-
-#include <gmock/gmock.h>
 
 #include <csignal>
 #include <optional>
@@ -18,10 +17,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
 
 constexpr std::size_t requestSize = 58;
 constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";

@@ -5,10 +5,10 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 
-#include <gmock/gmock.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -22,8 +22,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 constexpr const char* waitingLine = "Unified responder waiting for connections\r\n";

@@ -4,11 +4,11 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -18,7 +18,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::IsEmpty;
 
 class LaunchedClient : public testing::Test {
 protected:

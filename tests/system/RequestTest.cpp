@@ -3,9 +3,9 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SharedTable.h"
 
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -16,8 +16,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";
 

@@ -4,10 +4,10 @@
 #include "tests/support/ChildProcess.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
+#include "tests/support/Matchers.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -18,11 +18,6 @@
 
 namespace {
 
-using testing::Contains;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::StartsWith;
 using namespace ZNORBTEST;
 
 Launch shell(const std::string& script) {
@@ -48,9 +43,7 @@ Launch sandboxCommand(const std::vector<std::string>& arguments) {
 class IsolatedSandbox : public testing::Test {
 protected:
     void SetUp() override {
-        if (currentSandboxMode() != SandboxMode::Isolated) {
-            GTEST_SKIP() << "needs a sandbox with namespaces";
-        }
+        ZNORB_SKIP_IF(currentSandboxMode() != SandboxMode::Isolated) << "needs a sandbox with namespaces";
     }
 };
 
@@ -82,7 +75,7 @@ TEST(Sandbox, AllowsToMakeTheInstallationDirectory) {
 TEST_F(IsolatedSandbox, HasTheRunnerAsItsSecondProcess) {
     EXPECT_EQ(getpid(), 2);
     EXPECT_EQ(getppid(), 1);
-    EXPECT_THAT(childrenOf(1), testing::ElementsAre(2));
+    EXPECT_THAT(childrenOf(1), ElementsAre(2));
 }
 
 TEST_F(IsolatedSandbox, StartsWithEmptyDirectoriesForTheDaemonsNames) {

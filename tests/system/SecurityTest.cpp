@@ -5,11 +5,12 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
+#include "tests/support/Skipping.h"
 
-#include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -21,8 +22,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr const char* socketFile = "/var/run/znorb.socket";
 constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
@@ -117,9 +116,7 @@ TEST_F(Security, EveryFailedLaunchLeavesOneMoreDaemon) {
 }
 
 TEST_F(Security, AdministratorMayCloseTheSocketToOthers) {
-    if (!knowsOtherUsers()) {
-        GTEST_SKIP() << onlyRoot;
-    }
+    ZNORB_SKIP_IF(!knowsOtherUsers()) << onlyRoot;
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(chmod(socketFile, 0600), 0);
     EXPECT_EQ(request("PRINT").end, exitedWith(1));
@@ -140,9 +137,7 @@ TEST_F(Security, AdministratorMayCloseTheTableToOthersWithoutHarmToClients) {
 }
 
 TEST_F(Security, OthersCanNeitherTakeTheLockNorRemoveTheNamesNorSignalTheDaemon) {
-    if (!knowsOtherUsers()) {
-        GTEST_SKIP() << onlyRoot;
-    }
+    ZNORB_SKIP_IF(!knowsOtherUsers()) << onlyRoot;
     ASSERT_TRUE(driver.startServing());
     for (const std::string& command :
          {std::string(": <>") + lockFile, std::string("rm -f ") + lockFile, std::string("rm -f ") + tableFile,

@@ -6,13 +6,13 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -22,7 +22,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::IsEmpty;
 
 constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
 constexpr const char* tableFile = "/dev/shm/znorb.shvars";
@@ -202,9 +201,8 @@ TEST_F(Start, SetsTheMaskOfNewFilesToZeroAndKeepsTheWorkingDirectory) {
 }
 
 TEST_F(Start, ByProcessOneDoesNotForkAndPrintsNothing) {
-    if (currentSandboxMode() != SandboxMode::Isolated) {
-        GTEST_SKIP() << "only in namespaces of its own can a test be started by process 1";
-    }
+    ZNORB_SKIP_IF(currentSandboxMode() != SandboxMode::Isolated)
+        << "only in namespaces of its own can a test be started by process 1";
     Launch launch = driver.launch({"-d"});
     launch.asChildOfInit = true;
     ChildProcess daemon(launch);

@@ -4,10 +4,9 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/Results.h"
-
-#include <gmock/gmock.h>
 
 #include <chrono>
 #include <csignal>
@@ -18,7 +17,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
 
 constexpr const char* stoppedMessage = "The ZN Orbisan daemon has stopped.\n";
 

@@ -22,11 +22,7 @@ using Kind = TracedStop::Kind;
 
 class SystemCalls : public testing::Test {
 protected:
-    void SetUp() override {
-        if (!canTrace()) {
-            GTEST_SKIP() << "no process can be traced here";
-        }
-    }
+    void SetUp() override { ZNORB_SKIP_IF(!canTrace()) << "no process can be traced here"; }
 
     static bool isBefore(const TracedStop& stop, long number) {
         return stop.kind == Kind::Call && stop.call.isStart && stop.call.number == number;

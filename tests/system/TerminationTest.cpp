@@ -68,9 +68,8 @@ TEST_F(Termination, BySeveralSignalsAtOncePostsTheLockOnce) {
 }
 
 TEST_F(Termination, OfADaemonThatProcessOneStartedDoesTheSame) {
-    if (currentSandboxMode() != SandboxMode::Isolated) {
-        GTEST_SKIP() << "only in namespaces of its own can a test be started by process 1";
-    }
+    ZNORB_SKIP_IF(currentSandboxMode() != SandboxMode::Isolated)
+        << "only in namespaces of its own can a test be started by process 1";
     Launch launch = driver.launch({"-d"});
     launch.asChildOfInit = true;
     ChildProcess daemon(launch);

@@ -3,11 +3,10 @@
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/FailingStart.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -19,7 +18,6 @@ namespace {
 
 using ORBCOMMON::Logger;
 using ORBCOMMON::logger_mutex;
-using testing::ElementsAre;
 using namespace ZNORBTEST;
 
 static_assert(!std::is_default_constructible_v<Logger>);
@@ -126,9 +124,7 @@ TEST(LoggerLife, ProcessExitReleasesTheStreamsBeforeTheMutexAndThenLogsNothing) 
 }
 
 TEST(LoggerLife, StreamThatFindsNoMemoryIsLeftOutOfTheList) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "a sanitizer ends a process that runs out of memory";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "a sanitizer ends a process that runs out of memory";
     const auto addWithoutMemory = [] {
         static Writes writes;
         StreamPointer stream(new RecordingStream(writes));
@@ -141,9 +137,7 @@ TEST(LoggerLife, StreamThatFindsNoMemoryIsLeftOutOfTheList) {
 }
 
 TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     if (!isCopyWith(withoutLoggerMutex)) {
         expectToPassInCopyWith(withoutLoggerMutex);
         return;
@@ -157,7 +151,7 @@ TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
     Logger::logAt(0, "nobody");
     Logger::hexDump(0, "data", 4);
     Logger::removeAllOutputStreams();
-    EXPECT_THAT(writes, testing::IsEmpty());
+    EXPECT_THAT(writes, IsEmpty());
 }
 
 } // namespace

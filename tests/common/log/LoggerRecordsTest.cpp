@@ -1,11 +1,9 @@
 #include "common/log/Logger.h"
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SetClock.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <climits>
 #include <cstddef>
@@ -17,8 +15,6 @@ namespace {
 
 using ORBCOMMON::formatLogTime;
 using ORBCOMMON::Logger;
-using testing::ElementsAre;
-using testing::ElementsAreArray;
 using namespace ZNORBTEST;
 
 /// A call of the Logger and the message of its record.
@@ -54,7 +50,7 @@ INSTANTIATE_TEST_SUITE_P(Logger, LoggedMessage, testing::ValuesIn(calls), rowNam
 
 TEST_F(RecordedLogger, VlogLooksAtTheLevel) {
     logList(1, "%s", "too verbose");
-    EXPECT_THAT(writes, testing::IsEmpty());
+    EXPECT_THAT(writes, IsEmpty());
 }
 
 TEST_F(LoggerTest, ConsoleStreamPrintsExactlyTheMessageAndTheLineEnd) {

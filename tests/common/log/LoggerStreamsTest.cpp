@@ -1,10 +1,9 @@
 #include "common/log/Logger.h"
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SetClock.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 
 #include <climits>
@@ -15,8 +14,6 @@
 namespace {
 
 using ORBCOMMON::Logger;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 // --- No stream

@@ -1,9 +1,7 @@
 #include "common/log/Logger.h"
 #include "tests/common/log/LoggerFixture.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/OnThreads.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
@@ -19,7 +17,6 @@ namespace {
 using Common::OutputStream;
 using ORBCOMMON::Logger;
 using ORBCOMMON::logger_mutex;
-using testing::ElementsAre;
 using namespace ZNORBTEST;
 
 TEST_F(LoggerTest, RecordsOfSeveralThreadsAreWholeAndInOneOrderOnAllStreams) {

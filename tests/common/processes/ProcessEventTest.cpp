@@ -294,9 +294,7 @@ TEST_P(ProcessEventOfEachKind, TimedWaitSleepsAgainWhenItWasWokenWithoutASignal)
 }
 
 TEST(ProcessEvent, FailsWithoutMemoryForItsBlock) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "the sanitizers end a process that has no memory";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "the sanitizers end a process that has no memory";
     EXPECT_TRUE(holdsInForked([] {
         useUpMemory();
         ProcessEvent event(true, false);
@@ -307,9 +305,7 @@ TEST(ProcessEvent, FailsWithoutMemoryForItsBlock) {
 }
 
 TEST(ProcessEvent, FailedMappingOfASharedEventEndsTheProcess) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "a sanitizer ends such a process in its own way";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "a sanitizer ends such a process in its own way";
     expectEndOfForked(endedBy(SIGSEGV), [] {
         const rlimit none = {0, 0};
         (void)setrlimit(RLIMIT_CORE, &none);

@@ -291,9 +291,7 @@ TEST_F(ProcessRunnerTest, CopyMadeWithoutLocksAllocatesAfterAFailedExecution) {
 }
 
 TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "no allocation can be made to fail under the thread sanitizer";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     const std::vector<std::string> arguments{"-c", "exit 0", "name"};
     constexpr int allocations = 5; // the array, the program's path and the three arguments
     ForkedChild child([]() { return 0; });

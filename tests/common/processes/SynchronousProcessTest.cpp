@@ -195,9 +195,7 @@ TEST(SynchronousProcess, AStartThatFailedMayBeStoppedAndTriedAgain) {
 }
 
 TEST(SynchronousProcess, FailsWithoutMemoryForItsRecordOrForAThread) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "the sanitizers end a process that has no memory";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "the sanitizers end a process that has no memory";
     EXPECT_TRUE(holdsInForked([] {
         useUpMemory();
         Plain process;

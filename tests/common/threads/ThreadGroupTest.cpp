@@ -249,9 +249,7 @@ TEST(ThreadGroup, DestroyingTheGroupDetachesItsThreads) {
 }
 
 TEST(ThreadGroup, AddWithoutMemoryLeavesTheHandleToItsCaller) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "the sanitizers end a process that has no memory";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "the sanitizers end a process that has no memory";
     expectEndOfForked(exitedWith(0), [] {
         ThreadGroup unused;
         ThreadGroup used;

@@ -151,9 +151,7 @@ TEST(ThreadHandle, AStartThatFailsLateLeavesNoThreadsValueBehind) {
 }
 
 TEST(ThreadHandle, StartWithoutMemoryReturnsEnomemAndANullHandle) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "the sanitizers end a process that has no memory";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "the sanitizers end a process that has no memory";
     EXPECT_TRUE(holdsInForked([] {
         Gated threadable;
         ThreadHandle handle;

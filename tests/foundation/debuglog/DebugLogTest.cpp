@@ -2,12 +2,11 @@
 
 #include "foundation/streams/OutputStreamToBuffer.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/RecordingStream.h"
 #include "tests/support/SetClock.h"
 #include "tests/support/Waiting.h"
-
-#include <gmock/gmock.h>
 
 #include <atomic>
 #include <cstddef>
@@ -26,13 +25,6 @@ using Common::OutputStream;
 using Common::OutputStreamToBuffer;
 using Common::shared_ptr;
 using namespace ZNORBTEST;
-using testing::AllOf;
-using testing::ElementsAre;
-using testing::Ge;
-using testing::Le;
-using testing::SizeIs;
-using testing::StartsWith;
-using testing::Truly;
 
 namespace {
 
@@ -266,9 +258,7 @@ TEST_F(DebugLogTest, SharesTheOwnershipOfItsStreamsUntilTheyAreRemovedAndTakesOt
 }
 
 TEST_F(DebugLogTest, WithoutMemoryAStreamIsNotAdded) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     const shared_ptr<OutputStream> stream = recorderInto(m_pieces);
     {
         const FailingAllocation fault(0);

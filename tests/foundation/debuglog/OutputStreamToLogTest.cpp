@@ -1,9 +1,8 @@
 #include "foundation/debuglog/OutputStreamToLog.h"
 
 #include "foundation/debuglog/DebugLog.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/RecordingStream.h"
-
-#include <gmock/gmock.h>
 
 #include <string>
 #include <vector>
@@ -12,9 +11,7 @@ using Common::DebugLog;
 using Common::OutputStream;
 using Common::OutputStreamToLog;
 using Common::shared_ptr;
-using testing::ElementsAre;
-using testing::SizeIs;
-using ZNORBTEST::RecordingStream;
+using namespace ZNORBTEST;
 
 namespace {
 

@@ -110,9 +110,7 @@ TEST_F(InputStreamFromFileTest, AMissingFileIsNotOpenAndAtItsEnd) {
 }
 
 TEST_F(InputStreamFromFileTest, ALineBeyondTheMemoryEndsEarly) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     InputStreamFromFile& stream = streamOf(std::string(100000, 'l') + "\nnext");
     EXPECT_EQ(characterOf(stream), "l"); // stdio has its own buffer from here on
     std::string out;
@@ -185,9 +183,7 @@ TEST_F(InputStreamFromFileTest, GetAllOfAPipeTakesALimitedNumberOfBytesAndLeaves
 }
 
 TEST_F(InputStreamFromFileTest, GetAllBeyondTheMemoryIsEmptyAndMayBeTriedAgain) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     const std::string content(100000, 'm');
     InputStreamFromFile& stream = streamOf(content);
     std::string out;

@@ -8,12 +8,11 @@
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Scarcity.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,10 +30,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-using testing::Contains;
-using testing::ElementsAre;
-using testing::IsEmpty;
-using testing::Not;
 
 constexpr const char* programs = StagedInstallation::programs;
 constexpr const char* program = "/opt/zn/znorb/bin/znorbclient";
@@ -268,9 +263,7 @@ TEST_F(ClientLauncherTest, FailedForkIsReturnedAndLoggedAsMinusOneAndTheEntrySta
         const bool logged = m_log.text() == "New process created: -1\r\n";
         return (process == -1 ? 0 : 1) + (claimed ? 0 : 2) + (logged ? 0 : 4);
     });
-    if (end == exitedWith(cannotForbid)) {
-        GTEST_SKIP() << "no second user in this sandbox";
-    }
+    ZNORB_SKIP_IF(end == exitedWith(cannotForbid)) << "no second user in this sandbox";
     EXPECT_EQ(end, exitedWith(0)) << "1: returned, 2: claimed, 4: logged";
 }
 
@@ -341,9 +334,7 @@ TEST_F(ClientLauncherTest, EntryIsClaimedBeforeItsClientStarts) {
 }
 
 TEST_F(ClientLauncherTest, LaunchWithoutMemoryForTheArgumentsIsLoggedAsAFailedOne) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     {
         const FailingAllocation failure(0);
         EXPECT_EQ(launch(7, "en", ""), noProcess);

@@ -4,13 +4,12 @@
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/LocalPort.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -29,10 +28,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::Each;
-using testing::ElementsAre;
-using testing::Field;
-using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 constexpr const char* exitRequest = "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n";
@@ -271,9 +266,7 @@ TEST_F(ExitSweep, ClientForWhichThereIsNoSocketIsPassedOverQuietly) {
 }
 
 TEST_F(ExitSweep, ClientForWhichThereIsNoMemoryIsPassedOverQuietlyAndTheNextIsAsked) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     enter(0, first);
     enter(1, second);
     SelectRecorder::fail(EINTR, 100);

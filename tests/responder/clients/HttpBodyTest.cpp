@@ -1,12 +1,11 @@
 #include "responder/clients/HttpClient.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SocketPair.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 
 #include <atomic>
@@ -21,9 +20,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::Each;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 std::string head(const std::string& lengthText) {
@@ -223,9 +219,7 @@ const NamedText hugeLengths[] = {
 INSTANTIATE_TEST_SUITE_P(ReadResponseBody, HugeLength, testing::ValuesIn(hugeLengths), rowName);
 
 TEST_F(ReadResponseBody, BodyThatFindsNoMemoryIsAFailedReadWithoutAMessage) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     SocketPair peer;
     peer.write(head("5000") + pattern(5000));
     const FailingAllocation failure(0, 5000);

@@ -2,12 +2,11 @@
 #include "tests/responder/clients/SendRecorder.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SocketPair.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 
 #include <cerrno>
@@ -18,11 +17,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::AnyOf;
-using testing::Each;
-using testing::ElementsAre;
-using testing::Field;
-using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 constexpr int boundMilliseconds = 20000;
@@ -328,9 +322,7 @@ TEST_F(SendRequest, PeerThatResetsInsteadOfAnsweringLeavesNoTrace) {
 }
 
 TEST_F(SendRequest, WithoutMemoryForItsTextNothingIsSentAndTheSocketIsClosed) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     {
         const FailingAllocation failure(0);
         EXPECT_FALSE(post("body"));

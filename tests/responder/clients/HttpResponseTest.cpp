@@ -1,12 +1,10 @@
 #include "responder/clients/HttpClient.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SocketPair.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <map>
@@ -16,8 +14,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 using namespace ZNORBTEST;
 
@@ -253,9 +249,7 @@ TEST(ReadResponseHead, WaitThatFailsIsAFailedRead) {
 }
 
 TEST(ReadResponseHead, HeadThatFindsNoMemoryIsAFailedRead) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     const LogRecorder log;
     SocketPair peer;
     peer.write("HTTP/1.0 " + std::string(3000, '2') + "\r\n\r\n");

@@ -7,10 +7,9 @@
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SelectRecorder.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -25,8 +24,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";
@@ -124,9 +121,7 @@ TEST_F(CommandClient, FailsAtOnceWhenNoSocketCanBeMade) {
 }
 
 TEST_F(CommandClient, FailsAtOnceWhenMemoryRunsOut) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     const FailingAllocation failure(0);
     EXPECT_FALSE(sendQuit());
     EXPECT_TRUE(FailingAllocation::hasHappened());

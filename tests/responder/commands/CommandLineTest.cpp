@@ -1,10 +1,8 @@
 #include "responder/commands/CommandLine.h"
 
 #include "responder/Globals.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
@@ -17,8 +15,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::IsEmpty;
 using Words = std::vector<std::string>;
 using CommandRows = std::vector<CommandRow>;
 

@@ -2,6 +2,7 @@
 
 #include "responder/Globals.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Waiting.h"
@@ -267,9 +268,7 @@ protected:
         constexpr int noNamespace = 9;
         ForkedChild outside([&body]() { return unshare(CLONE_NEWPID) == 0 ? body() : noNamespace; });
         const auto end = outside.waitForEnd();
-        if (end == exitedWith(noNamespace)) {
-            GTEST_SKIP() << "needs a pid namespace";
-        }
+        ZNORB_SKIP_IF(end == exitedWith(noNamespace)) << "needs a pid namespace";
         ASSERT_EQ(end, exitedWith(daemonStatus)) << "the calling process is the daemon";
         EXPECT_TRUE(report->isDaemonDone);
         EXPECT_FALSE(report->daemonResult);

@@ -5,13 +5,12 @@
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SharedTable.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -29,8 +28,6 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::Each;
-using testing::ElementsAre;
 using namespace ZNORBTEST;
 
 constexpr const char* socketPath = "/var/run/znorb.socket";

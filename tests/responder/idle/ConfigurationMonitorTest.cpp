@@ -2,9 +2,7 @@
 
 #include "common/threads/ThreadHandle.h"
 #include "tests/support/LogRecorder.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "tests/support/Matchers.h"
 
 #include <atomic>
 #include <string>
@@ -12,7 +10,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using ZNORBRESPONDER::ConfigurationMonitor;
 using namespace ZNORBTEST;
 

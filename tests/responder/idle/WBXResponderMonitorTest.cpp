@@ -7,11 +7,10 @@
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Files.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SharedTable.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -26,7 +25,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-using testing::ElementsAre;
 using ZNORBRESPONDER::WBXResponderMonitor;
 
 static_assert(std::is_base_of_v<ORBCOMMON::Threadable, WBXResponderMonitor>);

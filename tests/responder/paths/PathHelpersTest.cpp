@@ -4,6 +4,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Watchdog.h"
 
@@ -213,9 +214,7 @@ TEST_F(PathHelpersFileTest, FileWithoutReadPermissionIsNotReadable) {
         }
         return isRegularFile(m_file) && !isReadableFile(m_file) ? 0 : 1;
     });
-    if (end == exitedWith(noSecondUser)) {
-        GTEST_SKIP() << "no second user in this sandbox";
-    }
+    ZNORB_SKIP_IF(end == exitedWith(noSecondUser)) << "no second user in this sandbox";
     EXPECT_EQ(end, exitedWith(0));
 }
 

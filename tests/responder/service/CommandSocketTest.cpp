@@ -3,12 +3,11 @@
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -22,7 +21,6 @@
 
 namespace {
 
-using testing::ElementsAre;
 using namespace ZNORBTEST;
 using Listener = ZNORBRESPONDER::CommandSocket;
 

@@ -1,11 +1,9 @@
 #include "responder/service/UnifiedResponderMonitor.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SocketPair.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <string>
@@ -13,8 +11,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using ZNORBRESPONDER::UnifiedResponderMonitor;
 using namespace ZNORBTEST;
 

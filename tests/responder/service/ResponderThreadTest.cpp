@@ -5,12 +5,11 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/ProcessEnd.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -24,8 +23,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using ZNORBRESPONDER::mainExitBarrier;
 using namespace ZNORBTEST;
 using Responder = ZNORBRESPONDER::ResponderThread;

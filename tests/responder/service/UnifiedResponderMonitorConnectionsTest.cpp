@@ -4,11 +4,10 @@
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LocalPort.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/Waiting.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -24,7 +23,6 @@
 
 namespace {
 
-using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 /// Whether the monitor has closed the last connection; a requester sees its end before.
@@ -79,9 +77,7 @@ TEST_F(ServingResponderMonitor, RequesterThatGoesWithoutARequestDoesNoHarm) {
 }
 
 TEST_F(UnifiedResponderMonitor, RequestForWhichThereIsNoMemoryIsClosedWithoutAReply) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     startServing();
     const std::string request = "PRINT|" + std::string(1000, 'x');
     LocalConnection client = LocalConnection::toPath(socketPath);

@@ -1,17 +1,13 @@
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <string>
 
 namespace {
 
-using testing::ElementsAre;
-using testing::IsEmpty;
 using namespace ZNORBTEST;
 
 TEST_F(ServingResponderMonitor, FirstGetOnAnEmptyTableIsEntryZeroAndTheNextEntryOne) {
@@ -91,7 +87,7 @@ TEST_F(ServingResponderMonitor, GetWithoutALanguageIsAnsweredWithZeroAndLaunches
     const auto table = readSharedTable();
     ASSERT_TRUE(table.has_value());
     EXPECT_EQ(table->count, 0U);
-    EXPECT_THAT(log.text(), Not(testing::HasSubstr("New process")));
+    EXPECT_THAT(log.text(), Not(HasSubstr("New process")));
 }
 
 TEST_F(ServingResponderMonitor, PrintListsTheTableInTheLogAndNothingOfAnEmptyOneWhateverItsFurtherTokens) {

@@ -3,11 +3,10 @@
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Waiting.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,8 +18,6 @@
 
 namespace {
 
-using testing::ElementsAre;
-using testing::StartsWith;
 using namespace ZNORBTEST;
 
 TEST_F(ServingResponderMonitor, WholeDialogueIsLoggedInOrder) {

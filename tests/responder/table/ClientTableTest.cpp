@@ -1,10 +1,9 @@
 #include "responder/table/ClientTable.h"
 
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -19,7 +18,7 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using testing::IsEmpty;
+using namespace ZNORBTEST;
 
 constexpr std::uint16_t untouched = 12345;
 constexpr std::size_t identifierOffset = 1;
@@ -203,7 +202,7 @@ const Claims claims[] = {
     {"FreeEntryBeyondTheCountIsNotPreferred", 2, {4}, {{2, 3}}},
 };
 
-INSTANTIATE_TEST_SUITE_P(ClientTable, ClaimedEntry, testing::ValuesIn(claims), ZNORBTEST::rowName);
+INSTANTIATE_TEST_SUITE_P(ClientTable, ClaimedEntry, testing::ValuesIn(claims), rowName);
 
 TEST_F(ClientTableTest, TableIsGivenOutFromTheFirstEntryToTheLastAndThenNoMore) {
     for (unsigned entry = 0; entry < 64; ++entry) {
@@ -278,7 +277,7 @@ protected:
         return m_log.lines();
     }
 
-    ZNORBTEST::LogRecorder m_log;
+    LogRecorder m_log;
 };
 
 TEST_F(ClientTableListTest, FreshTableLogsNothing) {

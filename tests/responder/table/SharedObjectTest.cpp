@@ -189,9 +189,7 @@ TEST_F(SharedObjectTest, WithoutAFreeDescriptorThereIsNoTable) {
 }
 
 TEST_F(SharedObjectTest, MappingAtNullCountsAsFailed) {
-    if (!canSteerMappings) {
-        GTEST_SKIP() << "the sanitizers map by themselves";
-    }
+    ZNORB_SKIP_IF(!canSteerMappings) << "the sanitizers map by themselves";
     {
         SharedObject object;
         unsigned mappings = 0;
@@ -207,9 +205,7 @@ TEST_F(SharedObjectTest, MappingAtNullCountsAsFailed) {
 }
 
 TEST_F(SharedObjectTest, AnyOtherFailureOfTheMappingEndsTheProcess) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "a sanitizer ends such a process in its own way";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "a sanitizer ends such a process in its own way";
     expectEndOfForked(endedBy(SIGSEGV), []() {
         const rlimit none = {0, 0};
         (void)setrlimit(RLIMIT_CORE, &none);
@@ -245,9 +241,7 @@ TEST_F(SharedObjectTest, TableIsLostWhenTheObjectCannotGetItsSize) {
 }
 
 TEST_F(SharedObjectTest, TableIsLostWhenSomebodyShortensTheObjectBeforeItIsMade) {
-    if (!canSteerMappings) {
-        GTEST_SKIP() << "the sanitizers map by themselves";
-    }
+    ZNORB_SKIP_IF(!canSteerMappings) << "the sanitizers map by themselves";
     const InPlaceOf<mmap> mapping(
         [](void* address, std::size_t length, int protection, int flags, int descriptor, off_t offset) {
             void* const mapped = mmap(address, length, protection, flags, descriptor, offset);

@@ -4,12 +4,11 @@
 #include "responder/table/SharedObject.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -23,7 +22,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-using testing::IsEmpty;
 
 constexpr std::size_t objectSize = sizeof(SharedVariables);
 constexpr std::uint16_t untouched = 12345;
@@ -128,9 +126,7 @@ TEST_F(TruncationGuardTest, BusErrorElsewhereEndsTheProcess) {
 }
 
 TEST_F(TruncationGuardTest, LossThatCannotBeReplacedEndsTheProcess) {
-    if (underSanitizer) {
-        GTEST_SKIP() << "the sanitizers' own memory does not bear the limit";
-    }
+    ZNORB_SKIP_IF(underSanitizer) << "the sanitizers' own memory does not bear the limit";
     expectEndOfForked(endedBy(SIGBUS), [this] {
         guard();
         m_object.resize(0);

@@ -2,11 +2,11 @@
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -17,7 +17,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-using testing::IsEmpty;
 
 class CopyFileToTest : public testing::Test {
 protected:
@@ -119,9 +118,7 @@ TEST_F(CopyFileToTest, SourceThatIsNoOrdinaryFileIsNotCopiedAndDoesNotBlock) {
 }
 
 TEST_F(CopyFileToTest, SourceThatNoMemoryHoldsNeitherThrowsNorBlocks) {
-    if (underSanitizer) {
-        GTEST_SKIP() << fatalReason;
-    }
+    ZNORB_SKIP_IF(underSanitizer) << fatalReason;
     const HugeFile huge;
     EXPECT_NO_THROW(EXPECT_TRUE(copyFileTo(HugeFile::directory, m_to, HugeFile::name())));
 }

@@ -3,11 +3,11 @@
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -18,8 +18,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 class FillTemplateTest : public testing::Test {
 protected:
@@ -132,9 +130,7 @@ TEST_F(FillTemplateTest, TemplateThatIsNoOrdinaryFileDoesNotBlockAndLeavesTheDes
 }
 
 TEST_F(FillTemplateTest, TemplateThatNoMemoryHoldsNeitherThrowsNorBlocks) {
-    if (underSanitizer) {
-        GTEST_SKIP() << fatalReason;
-    }
+    ZNORB_SKIP_IF(underSanitizer) << fatalReason;
     const HugeFile huge;
     EXPECT_NO_THROW(fillTemplate(HugeFile::path(), m_filled));
 }

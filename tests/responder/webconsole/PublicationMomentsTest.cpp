@@ -6,11 +6,12 @@
 #include "tests/responder/paths/ExecutableLink.h"
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Files.h"
+#include "tests/support/Matchers.h"
 #include "tests/support/ProcessEnd.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/SystemCallTracer.h"
 #include "tests/support/Watchdog.h"
 
-#include <gmock/gmock.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -28,7 +29,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-using testing::IsEmpty;
 
 constexpr mode_t writableByOthers = 022;
 
@@ -46,9 +46,7 @@ const std::vector<std::string> sources = {sourceFolder + "/znorb.xml", sourceFol
 class PublicationMoments : public testing::Test {
 protected:
     void SetUp() override {
-        if (!canTrace()) {
-            GTEST_SKIP() << "no process can be traced here";
-        }
+        ZNORB_SKIP_IF(!canTrace()) << "no process can be traced here";
         stage();
     }
 
@@ -233,18 +231,14 @@ protected:
 
 TEST_P(PublicationPast, ItInAFilesSourceGoesOnWithTheOthers) {
     const auto [obstacle, file] = GetParam();
-    if (!put(obstacle, sources[file])) {
-        GTEST_SKIP() << "this user may not make one";
-    }
+    ZNORB_SKIP_IF(!put(obstacle, sources[file])) << "this user may not make one";
     expectTheOthers(file);
     EXPECT_FALSE(exists(destinations[file]));
 }
 
 TEST_P(PublicationPast, ItInAFilesDestinationGoesOnWithTheOthers) {
     const auto [obstacle, file] = GetParam();
-    if (!put(obstacle, destinations[file])) {
-        GTEST_SKIP() << "this user may not make one";
-    }
+    ZNORB_SKIP_IF(!put(obstacle, destinations[file])) << "this user may not make one";
     const bool isWritten = obstacle == Obstacle::Nothing;
     expectTheOthers(isWritten ? destinations.size() : file);
     EXPECT_EQ(std::filesystem::is_regular_file(std::filesystem::symlink_status(destinations[file])),

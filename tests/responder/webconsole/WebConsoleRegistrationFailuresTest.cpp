@@ -3,9 +3,8 @@
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
+#include "tests/support/Matchers.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -16,8 +15,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-using testing::ElementsAre;
-using testing::IsEmpty;
 
 TEST_F(WebConsoleRegistrationTest, MissingSourceIsSkipped) {
     for (const File& file : files) {
@@ -81,9 +78,7 @@ TEST_F(WebConsoleRegistrationTest, DirectoriesAndFifosAsSourcesAreSkippedAndDoNo
 }
 
 TEST_F(WebConsoleRegistrationTest, WithoutMemoryForThePathsNothingIsPublished) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     const FailingAllocation failure(0);
     EXPECT_FALSE(registerWebConsole());
     EXPECT_TRUE(FailingAllocation::hasHappened());
@@ -91,9 +86,7 @@ TEST_F(WebConsoleRegistrationTest, WithoutMemoryForThePathsNothingIsPublished) {
 }
 
 TEST_F(WebConsoleRegistrationTest, WithoutMemoryForOneOfItsFilesTheRestStaysUnpublished) {
-    if (!allocationsAreObserved) {
-        GTEST_SKIP() << "allocations cannot be made to fail here";
-    }
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
     const std::string text = "%ZNORB_BIN_PATH%" + std::string(1U << 20, 'x');
     writeFile(entryScriptSource, text);
     const FailingAllocation failure(0, text.size() + 2); // it fits as it is, but not as it is filled in
@@ -104,9 +97,7 @@ TEST_F(WebConsoleRegistrationTest, WithoutMemoryForOneOfItsFilesTheRestStaysUnpu
 }
 
 TEST_F(WebConsoleRegistrationTest, SourcesThatNoMemoryHoldsNeitherThrowNorStopTheRest) {
-    if (underSanitizer) {
-        GTEST_SKIP() << fatalReason;
-    }
+    ZNORB_SKIP_IF(underSanitizer) << fatalReason;
     const HugeFile huge;
     for (const std::string& path : {descriptorSource, entryScriptSource}) {
         std::filesystem::remove(path);
@@ -167,9 +158,7 @@ private:
 
 TEST_F(WebConsoleRegistrationTest, PagesDirectoryThatCannotBeCreatedEndsTheRegistrationBehindTheDescriptor) {
     const DocumentRootMount readOnly("mode=0755", MS_RDONLY);
-    if (!readOnly.isMounted()) {
-        GTEST_SKIP() << "no mounts are allowed here";
-    }
+    ZNORB_SKIP_IF(!readOnly.isMounted()) << "no mounts are allowed here";
     EXPECT_TRUE(registerWebConsole());
     expectPublished(descriptor);
     EXPECT_THAT(namesIn(documents), IsEmpty());
@@ -178,9 +167,7 @@ TEST_F(WebConsoleRegistrationTest, PagesDirectoryThatCannotBeCreatedEndsTheRegis
 TEST_F(WebConsoleRegistrationTest, ProgramDirectoryThatCannotBeCreatedEndsTheRegistrationBehindThePages) {
     // Room for the root, the pages directory and its two files.
     const DocumentRootMount small("mode=0755,nr_inodes=4");
-    if (!small.isMounted()) {
-        GTEST_SKIP() << "no mounts are allowed here";
-    }
+    ZNORB_SKIP_IF(!small.isMounted()) << "no mounts are allowed here";
     (void)umask(0077);
     EXPECT_TRUE(registerWebConsole());
     expectPublished(descriptor);
@@ -193,9 +180,7 @@ TEST_F(WebConsoleRegistrationTest, ProgramDirectoryThatCannotBeCreatedEndsTheReg
 TEST_F(WebConsoleRegistrationTest, FileThatFindsNoRoomIsSkipped) {
     // Room for the root, the pages directory and one file, which is the page as it comes first.
     const DocumentRootMount small("mode=0755,nr_inodes=3");
-    if (!small.isMounted()) {
-        GTEST_SKIP() << "no mounts are allowed here";
-    }
+    ZNORB_SKIP_IF(!small.isMounted()) << "no mounts are allowed here";
     EXPECT_TRUE(registerWebConsole());
     expectPublished(page);
     EXPECT_THAT(namesIn(pages), ElementsAre("chp.htm"));
