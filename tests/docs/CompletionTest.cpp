@@ -15,7 +15,6 @@
 
 #include <csignal>
 #include <cstdlib>
-#include <string>
 
 namespace {
 

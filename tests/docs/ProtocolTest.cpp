@@ -21,9 +21,6 @@
 #include <bit>
 #include <cstddef>
 #include <cstring>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace {
 

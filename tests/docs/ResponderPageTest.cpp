@@ -8,7 +8,6 @@
 #include "tests/docs/ShownScript.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/sandbox/Processes.h"
-#include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
@@ -22,9 +21,6 @@
 #include <csignal>
 #include <functional>
 #include <map>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -69,8 +65,7 @@ protected:
     ProgramResult startTwice() {
         EXPECT_TRUE(driver.startServing());
         ProgramResult second = driver.run({"-d"});
-        EXPECT_EQ(askDaemon("QUIT"), "0");
-        EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+        EXPECT_EQ(driver.quit(), exitedWith(255));
         return second;
     }
 
@@ -82,8 +77,7 @@ protected:
 
     ProcessEnd terminate() {
         EXPECT_TRUE(driver.startServing());
-        EXPECT_EQ(kill(driver.daemon(), SIGTERM), 0);
-        ProcessEnd end = driver.waitForDaemon();
+        ProcessEnd end = driver.endBy(SIGTERM);
         (void)unlink(tableFile);
         return end;
     }
@@ -269,8 +263,7 @@ TEST_F(ResponderPage, TellsWhatEachEndLeavesBehind) {
 
 TEST_F(ResponderPage, GivesACommandThatMakesTheNextStartSucceed) {
     ASSERT_TRUE(driver.startServing());
-    ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
-    ASSERT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
+    ASSERT_EQ(driver.endBy(SIGKILL), endedBy(SIGKILL));
     ASSERT_EQ(runProgram(shellScript(driver.directory(), page.display("RECOVERY"))).end, exitedWith(0));
     EXPECT_TRUE(driver.startServing());
 }
@@ -300,8 +293,7 @@ TEST_F(StopScript, StopsTheDaemonAndGoesOn) {
 
 TEST_F(StopScript, RemovesTheLockOfADeadDaemonThatDoesNotAnswer) {
     ASSERT_TRUE(driver.startServing());
-    ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
-    ASSERT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
+    ASSERT_EQ(driver.endBy(SIGKILL), endedBy(SIGKILL));
     const ProgramResult result = runIt();
     EXPECT_EQ(result.end, exitedWith(0));
     EXPECT_THAT(result.output, HasSubstr("removed the stale lock"));
@@ -322,8 +314,7 @@ TEST_F(StopScript, FailsWhenALivingDaemonDoesNotAnswer) {
     const ProgramResult result = runIt();
     EXPECT_EQ(result.end, exitedWith(2));
     EXPECT_THAT(result.errors, HasSubstr("a responder runs"));
-    EXPECT_EQ(kill(driver.daemon(), SIGTERM), 0);
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
+    EXPECT_EQ(driver.endBy(SIGTERM), exitedWith(10));
 }
 
 TEST_F(ResponderPage, GivesACommandForTestModeWithoutATerminal) {
@@ -369,8 +360,7 @@ TEST_F(ResponderPage, TellsThatADaemonOfTheTerminalIgnoresAHangUpAndLeavesItsLoc
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(kill(driver.daemon(), SIGHUP), 0);
     EXPECT_EQ(askDaemon("PRINT"), "0");
-    ASSERT_EQ(kill(driver.daemon(), SIGINT), 0);
-    EXPECT_EQ(driver.waitForDaemon(), endedBy(SIGINT));
+    EXPECT_EQ(driver.endBy(SIGINT), endedBy(SIGINT));
     EXPECT_TRUE(exists(lockFile));
     EXPECT_TRUE(exists(tableFile));
 }

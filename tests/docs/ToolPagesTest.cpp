@@ -3,7 +3,6 @@
 #include "tests/docs/ManualPage.h"
 #include "tests/docs/ShownScript.h"
 #include "tests/docs/SourceTree.h"
-#include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
@@ -18,9 +17,6 @@
 #include <csignal>
 #include <memory>
 #include <regex>
-#include <set>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -44,10 +40,9 @@ protected:
 
     /// Runs the tool and notes what it says and returns.
     ProcessEnd run(const std::vector<std::string>& arguments, bool asOrdinaryUser = false) {
-        Launch launch;
-        launch.program = toolDirectory + "/" + m_tool;
-        launch.arguments = arguments;
-        launch.asOrdinaryUser = asOrdinaryUser;
+        Launch launch = {.program = toolDirectory + "/" + m_tool,
+                         .arguments = arguments,
+                         .asOrdinaryUser = asOrdinaryUser};
         if (asOrdinaryUser) { // who may not look into the build folder
             launch.program = m_driver.directory() + "/" + m_tool;
             copyProgram(toolDirectory + "/" + m_tool, launch.program);
@@ -82,9 +77,7 @@ protected:
 
     /// The options as they stand on the page and as the usage text has them.
     void expectTheOptionsOfTheUsage() {
-        Launch launch;
-        launch.program = toolDirectory + "/" + m_tool;
-        launch.arguments = {"-?"};
+        const Launch launch = {.program = toolDirectory + "/" + m_tool, .arguments = {"-?"}};
         std::string synopsis = "usage: " + m_tool;
         for (const std::string& line : m_page.section("SYNOPSIS")) {
             std::smatch option;
@@ -104,10 +97,9 @@ protected:
         EXPECT_EQ(m_statuses, m_page.statuses());
     }
 
-    void endBy(int number) {
+    void startAndEndBy(int number) {
         ASSERT_TRUE(m_driver.startServing());
-        ASSERT_EQ(kill(m_driver.daemon(), number), 0);
-        ASSERT_NE(m_driver.waitForDaemon(), stillRunning());
+        ASSERT_NE(m_driver.endBy(number), stillRunning());
     }
 
     const std::string m_tool;
@@ -127,7 +119,7 @@ TEST_F(CleanPage, HasTheOptionsOfTheUsage) {
 }
 
 TEST_F(CleanPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
-    endBy(SIGKILL);
+    startAndEndBy(SIGKILL);
     EXPECT_EQ(runOnOurs({"-n"}), exitedWith(0));
     EXPECT_EQ(runOnOurs(), exitedWith(0));
     EXPECT_EQ(runOnOurs(), exitedWith(0)); // nothing to do and nothing to say
@@ -138,8 +130,7 @@ TEST_F(CleanPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
         const Onlooker lock(daemonLock);
         EXPECT_EQ(run({"-e", "/no/such/program"}), exitedWith(2)); // we use the lock
     }
-    EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(m_driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(m_driver.quit(), exitedWith(255));
     {
         (void)unlink("/var/run/znorb.socket");
         const ListeningPeer somebody({}, "/var/run/znorb.socket");
@@ -180,8 +171,7 @@ TEST_F(WaitPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
     EXPECT_EQ(run({"too", "many"}), exitedWith(1));
 
     // Test mode that cannot listen, and waits for its keys all the same.
-    EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(m_driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(m_driver.quit(), exitedWith(255));
     EXPECT_EQ(runProgram(shellScript("", "cd /var/run; rm znorb.socket; mkdir znorb.socket")).end,
               exitedWith(0));
     const std::unique_ptr<ChildProcess> tester = m_driver.startTestConsole();
@@ -195,7 +185,7 @@ TEST_F(WaitPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
 TEST_F(WaitPage, GivesAStartThatWorksOverWhatEachEndLeavesBehind) {
     ASSERT_THAT(m_page.displays("EXAMPLES"), ElementsAre(startLine));
     for (const int number : {SIGTERM, SIGKILL}) {
-        endBy(number);
+        startAndEndBy(number);
         const ProgramResult result = runShownScript(m_driver, startLine);
         EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
         EXPECT_EQ(askDaemon("PRINT"), "0");

@@ -8,9 +8,7 @@
 #include <algorithm>
 #include <iterator>
 #include <set>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace {
 

@@ -19,8 +19,6 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -89,8 +87,7 @@ protected:
 
     void endBy(int number) {
         ASSERT_TRUE(driver.startServing());
-        ASSERT_EQ(kill(driver.daemon(), number), 0);
-        ASSERT_NE(driver.waitForDaemon(), stillRunning());
+        ASSERT_NE(driver.endBy(number), stillRunning());
     }
 
     void expectAStartToWork() {
@@ -229,8 +226,7 @@ TEST_F(Troubleshooting, StopWaitsAndTheDaemonIsTerminated) {
     const LocalConnection silent = LocalConnection::toPath(socketPath);
     ChildProcess stop(driver.launch({"-stop"}));
     EXPECT_EQ(stop.waitForEnd(Milliseconds(200)), stillRunning());
-    ASSERT_EQ(kill(driver.daemon(), SIGTERM), 0);
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
+    EXPECT_EQ(driver.endBy(SIGTERM), exitedWith(10));
     EXPECT_EQ(stop.waitForEnd(), exitedWith(255));
     EXPECT_EQ(clean().end, exitedWith(0));
     expectAStartToWork();

@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <string>
-#include <vector>
 
 namespace {
 

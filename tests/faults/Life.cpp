@@ -5,6 +5,7 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/PlayedDaemon.h"
 
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -98,34 +99,17 @@ bool isAlive(pid_t pid) {
     return pid > 0 && !programOf(pid).empty();
 }
 
-std::string linkTarget(pid_t pid, const std::string& link) {
-    std::error_code error;
-    return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/" + link, error).string();
-}
-
 /// "0 /dev/null, 3 socket" and so on.
 std::string descriptorsOf(pid_t pid) {
     std::string result;
     for (int number = 0; number < 16; ++number) {
-        const std::string target = linkTarget(pid, "fd/" + std::to_string(number));
+        const std::string target = linkOf(pid, "fd/" + std::to_string(number));
         if (!target.empty()) {
             result += (result.empty() ? "" : ", ") + std::to_string(number) + " " +
                       target.substr(0, target.find(':'));
         }
     }
     return result;
-}
-
-/// Of /proc/<pid>/status; the first thread's where it is a thread's.
-std::string statusField(pid_t pid, const std::string& name) {
-    const std::string path = "/proc/" + std::to_string(pid) + "/status";
-    const std::string text = exists(path) ? readFile(path) : "";
-    const std::size_t start = text.find("\n" + name + ":\t");
-    if (start == std::string::npos) {
-        return "";
-    }
-    const std::size_t value = start + name.size() + 3;
-    return text.substr(value, text.find('\n', value) - value);
 }
 
 std::string octal(mode_t mode) {
@@ -137,12 +121,11 @@ std::string octal(mode_t mode) {
 /// "/dev/shm/sem.aB3xYz" is another in every life. Where the daemon shares the machine's names with others,
 /// only those that may be its own.
 std::vector<std::string> withoutChance(const std::vector<std::string>& names) {
-    const std::string unnamed = "/dev/shm/sem.";
     const bool isAlone = currentSandboxMode() == SandboxMode::Isolated;
     std::vector<std::string> result;
     for (const std::string& name : names) {
-        if (name.starts_with(unnamed) && name.size() == unnamed.size() + 6) {
-            result.push_back(unnamed + "XXXXXX");
+        if (isUnfinishedSemaphore(name)) {
+            result.emplace_back("/dev/shm/sem.XXXXXX");
         } else if (isAlone || name.find("znorb.") != std::string::npos) {
             result.push_back(name);
         }
@@ -282,7 +265,7 @@ private:
                 return isFilledIn || !isAlive(pid);
             },
             bound);
-        m_seen[name] = isFilledIn && isAlive(pid) ? "runs in " + linkTarget(pid, "cwd") : "does not run";
+        m_seen[name] = isFilledIn && isAlive(pid) ? "runs in " + linkOf(pid, "cwd") : "does not run";
     }
 
     /// What the process with the responder's thread is like, once it serves and has closed its connection.
@@ -298,7 +281,7 @@ private:
         const bool isMember = intermediate != nullptr && getpgid(daemon) == intermediate->pid;
         m_seen["process group"] = isMember ? "the intermediate process'" : "another";
         for (const std::string field : {"Umask", "SigBlk", "SigIgn", "SigCgt"}) {
-            m_seen[field] = statusField(daemon, field);
+            m_seen[field] = statusField(daemon, field).value_or("");
         }
         m_seen["lock's name"] = exists("/dev/shm/sem.znorb.appLock") ? "there" : "absent";
         m_seen["table's mode"] = octal(modeOf("/dev/shm/znorb.shvars"));

@@ -14,10 +14,8 @@
 
 #include <cstdlib>
 #include <ctime>
-#include <string>
 #include <thread>
 #include <type_traits>
-#include <vector>
 
 namespace {
 

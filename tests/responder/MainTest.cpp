@@ -7,7 +7,7 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 

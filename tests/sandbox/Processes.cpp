@@ -29,31 +29,28 @@ std::vector<pid_t> allProcesses() {
     return result;
 }
 
-/// "/proc/<pid>/stat", one line: pid (name) state parent ... The name may hold anything, ")" included.
-std::string statLine(pid_t pid) {
-    const std::string path = "/proc/" + std::to_string(pid) + "/stat";
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file == -1) {
-        return "";
-    }
-    char buffer[1024];
-    const ssize_t length = read(file, buffer, sizeof buffer);
-    (void)close(file);
-    return length > 0 ? std::string(buffer, static_cast<std::size_t>(length)) : "";
-}
-
-/// The program that valgrind runs in the process; empty when there is none. Valgrind's command line stays as
-/// it was given: its own name and options, then the program.
-std::string programUnderValgrind(pid_t pid) {
-    const std::string path = "/proc/" + std::to_string(pid) + "/cmdline";
+/// What a file in the process' folder holds, as far as one read gets it.
+std::string fileOf(pid_t pid, const std::string& name) {
+    const std::string path = "/proc/" + std::to_string(pid) + "/" + name;
     const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (file == -1) {
         return "";
     }
     char buffer[4096];
-    const ssize_t length = read(file, buffer, sizeof buffer - 1);
+    const ssize_t length = read(file, buffer, sizeof buffer);
     (void)close(file);
-    const std::string words(buffer, length > 0 ? static_cast<std::size_t>(length) : 0);
+    return {buffer, length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+/// "/proc/<pid>/stat", one line: pid (name) state parent ... The name may hold anything, ")" included.
+std::string statLine(pid_t pid) {
+    return fileOf(pid, "stat");
+}
+
+/// The program that valgrind runs in the process; empty when there is none. Valgrind's command line stays as
+/// it was given: its own name and options, then the program.
+std::string programUnderValgrind(pid_t pid) {
+    const std::string words = fileOf(pid, "cmdline");
     std::size_t start = words.find('\0') + 1; // 0 when there is none
     while (start != 0 && start < words.size() && words[start] == '-') {
         start = words.find('\0', start) + 1;
@@ -94,12 +91,26 @@ std::vector<pid_t> childrenOf(pid_t parent) {
     return result;
 }
 
-std::string programOf(pid_t pid) {
+std::string linkOf(pid_t pid, const std::string& name) {
     char target[PATH_MAX];
-    const std::string link = "/proc/" + std::to_string(pid) + "/exe";
+    const std::string link = "/proc/" + std::to_string(pid) + "/" + name;
     const ssize_t length = readlink(link.c_str(), target, sizeof target);
-    const std::string program(target, length > 0 ? static_cast<std::size_t>(length) : 0);
+    return {target, length > 0 ? static_cast<std::size_t>(length) : 0};
+}
+
+std::string programOf(pid_t pid) {
+    const std::string program = linkOf(pid, "exe");
     return program.find("/valgrind/") != std::string::npos ? programUnderValgrind(pid) : program;
+}
+
+std::optional<std::string> statusField(pid_t pid, const std::string& field) {
+    const std::string text = fileOf(pid, "status");
+    const std::size_t start = text.find("\n" + field + ":\t");
+    if (start == std::string::npos) {
+        return std::nullopt;
+    }
+    const std::size_t value = start + field.size() + 3;
+    return text.substr(value, text.find('\n', value) - value);
 }
 
 std::string nameOf(pid_t pid) {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,12 @@ std::string programOf(pid_t pid);
 
 /// The process' name, at most 15 characters; empty when there is no such process. Zombies keep theirs.
 std::string nameOf(pid_t pid);
+
+/// The value of a field in the process' status, such as "SigIgn"; nullopt when there is none.
+std::optional<std::string> statusField(pid_t pid, const std::string& field);
+
+/// Where a link in the process' folder leads, such as "cwd" or "fd/0"; empty when there is none.
+std::string linkOf(pid_t pid, const std::string& name);
 
 /// All processes that run this very program file.
 std::vector<pid_t> processesRunning(const std::string& program);

@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 /// znorb-sandbox: runs a command in the sandbox of the tests, for scripts. Detached daemons that the command
 /// starts become children of this program's, which can therefore write down how they ended.

@@ -39,12 +39,6 @@ struct Residue {
     }
 };
 
-/// The C library makes a semaphore under a name like this one and then links it to its own.
-bool isUnfinishedSemaphore(const std::string& name) {
-    const std::string prefix = "/dev/shm/sem.";
-    return name.starts_with(prefix) && name.size() == prefix.size() + 6;
-}
-
 /// Lock, table and socket come in this order and, the socket excepted, go in the reverse order.
 void checkResidue(Part& part, Load load, const Residue& left) {
     for (const std::string& name : left.others) {

@@ -66,11 +66,8 @@ private:
     /// Only a namespace that maps many users knows that one.
     static bool knowsNobody() {
         char text[256] = {};
-        const int file = open("/proc/self/uid_map", O_RDONLY | O_CLOEXEC);
-        const ssize_t length = file != -1 ? read(file, text, sizeof text - 1) : -1;
-        if (file != -1) {
-            (void)close(file);
-        }
+        const Descriptor file(open("/proc/self/uid_map", O_RDONLY | O_CLOEXEC));
+        const ssize_t length = read(file.get(), text, sizeof text - 1);
         const char* last = length > 0 ? std::strrchr(text, ' ') : nullptr;
         return last == nullptr || std::strtol(last, nullptr, 10) > static_cast<long>(nobody);
     }
@@ -147,12 +144,6 @@ pid_t executeUnderInit(const Preparation& preparation) {
     return pid;
 }
 
-void closeIfOpen(int descriptor) {
-    if (descriptor != -1) {
-        (void)close(descriptor);
-    }
-}
-
 } // namespace
 
 ChildProcess::ChildProcess(const Launch& launch)
@@ -160,18 +151,18 @@ ChildProcess::ChildProcess(const Launch& launch)
     int input[2] = {-1, -1};
     if (launch.withInput) {
         EXPECT_EQ(pipe2(input, O_CLOEXEC), 0) << std::strerror(errno);
-        m_input = input[1];
+        m_input.reset(input[1]);
     } else {
         input[0] = open("/dev/null", O_RDONLY | O_CLOEXEC);
     }
-    EXPECT_TRUE(input[0] != -1 && m_output != -1 && m_errors != -1) << std::strerror(errno);
-    start(launch, input[0]);
-    closeIfOpen(input[0]);
+    const Descriptor childsInput(input[0]);
+    EXPECT_TRUE(childsInput.isOpen() && m_output.isOpen() && m_errors.isOpen()) << std::strerror(errno);
+    start(launch, childsInput.get());
     EXPECT_NE(m_pid, -1) << launch.program << " cannot be started: " << std::strerror(errno);
 }
 
 void ChildProcess::start(const Launch& launch, int input) {
-    const Preparation preparation(launch, input, m_output, m_errors);
+    const Preparation preparation(launch, input, m_output.get(), m_errors.get());
     m_pid = launch.asChildOfInit ? executeUnderInit(preparation) : forkAndExecute(preparation);
 }
 
@@ -180,9 +171,6 @@ ChildProcess::~ChildProcess() {
         (void)kill(m_pid, SIGKILL);
         EXPECT_NE(waitForEnd(), stillRunning()) << "process " << m_pid;
     }
-    closeIfOpen(m_input);
-    closeIfOpen(m_output);
-    closeIfOpen(m_errors);
 }
 
 ProcessEnd ChildProcess::waitForEnd(Milliseconds bound) {
@@ -193,15 +181,15 @@ ProcessEnd ChildProcess::waitForEnd(Milliseconds bound) {
 }
 
 std::string ChildProcess::output() const {
-    return contentOf(m_output);
+    return contentOf(m_output.get());
 }
 
 std::string ChildProcess::errors() const {
-    return contentOf(m_errors);
+    return contentOf(m_errors.get());
 }
 
 std::string ChildProcess::outputFrom(std::size_t start) const {
-    return contentOf(m_output, start);
+    return contentOf(m_output.get(), start);
 }
 
 bool ChildProcess::waitForOutput(const std::string& text, Milliseconds bound) const {
@@ -209,7 +197,7 @@ bool ChildProcess::waitForOutput(const std::string& text, Milliseconds bound) co
 }
 
 bool ChildProcess::writeInput(const std::string& text) const {
-    return write(m_input, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    return write(m_input.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
 ProgramResult runProgram(const Launch& launch, Milliseconds bound) {

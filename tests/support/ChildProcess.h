@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Descriptor.h"
 #include "tests/support/ProcessEnd.h"
 
 #include <sys/types.h>
@@ -11,13 +12,13 @@ namespace ZNORBTEST {
 
 /// What to run, and how.
 struct Launch {
-    std::string program;                  ///< a path; nothing is searched
-    std::vector<std::string> arguments;   ///< without the program's own name
-    std::vector<std::string> environment; ///< "NAME=value", on top of this process' environment
-    std::string workingDirectory;         ///< empty: this process'
-    bool withInput = false;               ///< standard input is a pipe (writeInput), else /dev/null
-    bool asOrdinaryUser = false;          ///< as somebody who is not root
-    bool asChildOfInit = false;           ///< its parent is pid 1; only in an isolated sandbox
+    std::string program = {};                  ///< a path; nothing is searched
+    std::vector<std::string> arguments = {};   ///< without the program's own name
+    std::vector<std::string> environment = {}; ///< "NAME=value", on top of this process' environment
+    std::string workingDirectory = {};         ///< empty: this process'
+    bool withInput = false;                    ///< standard input is a pipe (writeInput), else /dev/null
+    bool asOrdinaryUser = false;               ///< as somebody who is not root
+    bool asChildOfInit = false;                ///< its parent is pid 1; only in an isolated sandbox
 };
 
 /// A program that a test runs, with its standard output and error recorded. It may leave a daemon behind
@@ -55,9 +56,9 @@ private:
     void start(const Launch& launch, int input);
 
     pid_t m_pid = -1;
-    int m_input = -1;  ///< our end of the pipe
-    int m_output = -1; ///< a file in memory, as is m_errors
-    int m_errors = -1;
+    Descriptor m_input;        ///< our end of the pipe
+    const Descriptor m_output; ///< a file in memory, as is m_errors
+    const Descriptor m_errors;
     ProcessEnd m_end;
 };
 

@@ -184,6 +184,16 @@ ProcessEnd DaemonDriver::waitForDaemon(Milliseconds bound) {
     return m_daemonEnd;
 }
 
+ProcessEnd DaemonDriver::endBy(int signal) {
+    EXPECT_EQ(kill(m_daemon, signal), 0);
+    return waitForDaemon();
+}
+
+ProcessEnd DaemonDriver::quit() {
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    return waitForDaemon();
+}
+
 std::unique_ptr<ChildProcess> DaemonDriver::startTestConsole() const {
     Launch console = launch({"-test"});
     console.withInput = true;

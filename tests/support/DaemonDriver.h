@@ -70,6 +70,12 @@ public:
     /// How the daemon ended; stillRunning() when it did not within the bound.
     ProcessEnd waitForDaemon(Milliseconds bound = usualBound);
 
+    /// Sends the daemon a signal and waits for its end. One that is gone is a failure of the test.
+    ProcessEnd endBy(int signal);
+
+    /// Asks the daemon to quit and waits for its end. Another answer than "0" is a failure of the test.
+    ProcessEnd quit();
+
     /// Starts the executable with "-test" and a pipe for the keys. Keep the pipe open: the console reads
     /// an ended input again and again.
     std::unique_ptr<ChildProcess> startTestConsole() const;

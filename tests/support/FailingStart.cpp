@@ -57,11 +57,11 @@ bool failAllocationAtStart(std::size_t size, const char* variable) {
 
 void expectToPassInCopyWith(const char* variable) {
     const testing::TestInfo& test = *testing::UnitTest::GetInstance()->current_test_info();
-    Launch launch;
-    launch.program = "/proc/self/exe";
-    launch.arguments = {std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name()};
-    launch.environment = {std::string(variable) + "=1"};
-    const ProgramResult copy = runProgram(launch, boundOfAllCopies);
+    const ProgramResult copy = runProgram(
+        {.program = "/proc/self/exe",
+         .arguments = {std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name()},
+         .environment = {std::string(variable) + "=1"}},
+        boundOfAllCopies);
     EXPECT_EQ(copy.end, exitedWith(EXIT_SUCCESS)) << copy.output << copy.errors;
     EXPECT_NE(copy.output.find("[  PASSED  ] 1 test."), std::string::npos) << copy.output;
 }

@@ -1,5 +1,7 @@
 #include "tests/support/Files.h"
 
+#include "tests/support/Descriptor.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -27,31 +29,25 @@ void makeParent(const std::string& path) {
 
 std::string readFile(const std::string& path) {
     std::string content;
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (file == -1) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.isOpen()) {
         ADD_FAILURE() << failureOn(path);
         return content;
     }
     char buffer[65536];
     for (;;) {
-        const ssize_t length = read(file, buffer, sizeof buffer);
+        const ssize_t length = read(file.get(), buffer, sizeof buffer);
         if (length <= 0) {
             EXPECT_EQ(length, 0) << failureOn(path);
             break;
         }
         content.append(buffer, static_cast<std::size_t>(length));
     }
-    (void)close(file);
     return content;
 }
 
 std::string readFileIfAny(const std::string& path) {
-    const int file = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    std::string content = contentOf(file);
-    if (file != -1) {
-        (void)close(file);
-    }
-    return content;
+    return contentOf(Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)).get());
 }
 
 std::string contentOf(int file, std::size_t from) {
@@ -68,15 +64,14 @@ std::string contentOf(int file, std::size_t from) {
 
 void writeFile(const std::string& path, const std::string& content, mode_t mode) {
     makeParent(path);
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
-    if (file == -1) {
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!file.isOpen()) {
         ADD_FAILURE() << failureOn(path);
         return;
     }
-    EXPECT_EQ(write(file, content.data(), content.size()), static_cast<ssize_t>(content.size()))
+    EXPECT_EQ(write(file.get(), content.data(), content.size()), static_cast<ssize_t>(content.size()))
         << failureOn(path);
-    EXPECT_EQ(fchmod(file, mode), 0) << failureOn(path); // whatever the umask is
-    (void)close(file);
+    EXPECT_EQ(fchmod(file.get(), mode), 0) << failureOn(path); // whatever the umask is
 }
 
 void copyProgram(const std::string& from, const std::string& to) {

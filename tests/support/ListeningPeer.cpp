@@ -1,16 +1,14 @@
 #include "tests/support/ListeningPeer.h"
 
+#include "tests/support/Addresses.h"
 #include "tests/support/LocalPort.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/sockios.h>
-#include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,16 +16,6 @@
 
 namespace ZNORBTEST {
 namespace {
-
-bool bindToPath(int listener, const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        return false;
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    return bind(listener, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
 
 /// Whether nothing of what was sent is on its way any more.
 bool hasArrived(int connection) {
@@ -39,28 +27,30 @@ bool hasArrived(int connection) {
 
 ListeningPeer::ListeningPeer(PeerScript script)
     : m_script(std::move(script)), m_listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    m_port = bindToLocalPort(m_listener);
+    m_port = bindToLocalPort(m_listener.get());
     EXPECT_NE(m_port, 0) << std::strerror(errno);
     listenAndStart();
 }
 
 ListeningPeer::ListeningPeer(PeerScript script, const std::string& path)
     : m_script(std::move(script)), m_path(path), m_listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    EXPECT_TRUE(bindToPath(m_listener, path)) << path << ": " << std::strerror(errno);
+    EXPECT_TRUE(path.size() < sizeof(sockaddr_un::sun_path) && bindTo(m_listener.get(), addressOf(path)) == 0)
+        << path << ": " << std::strerror(errno);
     listenAndStart();
 }
 
 void ListeningPeer::listenAndStart() {
-    EXPECT_EQ(pipe2(m_stop, O_CLOEXEC), 0) << std::strerror(errno);
-    EXPECT_EQ(listen(m_listener, 16), 0) << std::strerror(errno);
+    int ends[2] = {-1, -1};
+    EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0) << std::strerror(errno);
+    m_isStopping.reset(ends[0]);
+    m_stop.reset(ends[1]);
+    EXPECT_EQ(listen(m_listener.get(), 16), 0) << std::strerror(errno);
     m_thread = std::thread([this]() { serveAll(); });
 }
 
 ListeningPeer::~ListeningPeer() {
-    (void)close(m_stop[1]);
+    m_stop.reset();
     m_thread.join();
-    (void)close(m_stop[0]);
-    (void)close(m_listener);
     if (!m_path.empty()) {
         (void)unlink(m_path.c_str());
     }
@@ -82,7 +72,7 @@ bool ListeningPeer::waitForServed(std::size_t count, Milliseconds bound) const {
 
 /// Waits for the descriptor; false when the thread has to end.
 bool ListeningPeer::isReadable(int descriptor) const {
-    pollfd wanted[] = {{descriptor, POLLIN, 0}, {m_stop[0], POLLIN, 0}};
+    pollfd wanted[] = {{descriptor, POLLIN, 0}, {m_isStopping.get(), POLLIN, 0}};
     // EINVAL: a test has just taken all descriptors away.
     while (poll(wanted, 2, -1) < 0 && (errno == EINTR || errno == EINVAL)) {
         std::this_thread::yield();
@@ -91,16 +81,15 @@ bool ListeningPeer::isReadable(int descriptor) const {
 }
 
 bool ListeningPeer::isStopped() const {
-    pollfd wanted = {m_stop[0], POLLIN, 0};
+    pollfd wanted = {m_isStopping.get(), POLLIN, 0};
     return poll(&wanted, 1, 0) > 0;
 }
 
 void ListeningPeer::serveAll() {
-    while (isReadable(m_listener)) {
-        const int connection = accept4(m_listener, nullptr, nullptr, SOCK_CLOEXEC);
-        if (connection != -1) {
-            serve(connection);
-            (void)close(connection);
+    while (isReadable(m_listener.get())) {
+        const Descriptor connection(accept4(m_listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+        if (connection.isOpen()) {
+            serve(connection.get());
         }
     }
 }
@@ -144,7 +133,7 @@ void ListeningPeer::noteServed() {
 
 /// Waits for the script's pause; false when the thread has to end.
 bool ListeningPeer::rest() const {
-    pollfd wanted = {m_stop[0], POLLIN, 0};
+    pollfd wanted = {m_isStopping.get(), POLLIN, 0};
     return poll(&wanted, 1, static_cast<int>(m_script.pause.count())) == 0;
 }
 

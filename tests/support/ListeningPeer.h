@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Descriptor.h"
 #include "tests/support/Waiting.h"
 
 #include <cstdint>
@@ -60,8 +61,9 @@ private:
 
     const PeerScript m_script;
     const std::string m_path;
-    int m_listener;
-    int m_stop[2] = {-1, -1}; ///< a pipe; its writing end is closed to end the thread
+    const Descriptor m_listener;
+    Descriptor m_isStopping; ///< the reading end of a pipe
+    Descriptor m_stop;       ///< its writing end, which is closed to end the thread
     std::uint16_t m_port = 0;
     mutable std::mutex m_mutex; ///< guards the two below
     std::vector<std::string> m_received;

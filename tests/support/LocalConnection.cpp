@@ -1,23 +1,19 @@
 #include "tests/support/LocalConnection.h"
 
-#include <netinet/in.h>
+#include "tests/support/Addresses.h"
+
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-
-#include <cstring>
-#include <utility>
 
 namespace ZNORBTEST {
 namespace {
 
-/// The connected descriptor, or -1. Connecting on this machine does not block while there is a queue.
-int connectTo(int family, const void* address, socklen_t length) {
-    const int descriptor = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (descriptor != -1 && connect(descriptor, static_cast<const sockaddr*>(address), length) != 0) {
-        (void)close(descriptor);
-        return -1;
+/// Connected, or none. Connecting on this machine does not block while there is a queue.
+template <typename Address>
+Descriptor connectedTo(int family, const Address& address) {
+    Descriptor descriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connectTo(descriptor.get(), address) != 0) {
+        descriptor.reset();
     }
     return descriptor;
 }
@@ -25,53 +21,34 @@ int connectTo(int family, const void* address, socklen_t length) {
 } // namespace
 
 LocalConnection LocalConnection::toPort(std::uint16_t port) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return LocalConnection(connectTo(AF_INET, &address, sizeof address));
+    return LocalConnection(connectedTo(AF_INET, addressOf(port)));
 }
 
 LocalConnection LocalConnection::toPath(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        return LocalConnection(-1);
-    }
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
-    return LocalConnection(connectTo(AF_UNIX, &address, sizeof address));
-}
-
-LocalConnection::LocalConnection(LocalConnection&& other) noexcept
-    : m_descriptor(std::exchange(other.m_descriptor, -1)), m_closed(other.m_closed) {}
-
-LocalConnection::~LocalConnection() {
-    if (m_descriptor != -1) {
-        (void)close(m_descriptor);
-    }
+    return LocalConnection(connectedTo(AF_UNIX, addressOf(path)));
 }
 
 bool LocalConnection::send(const std::string& bytes) const {
-    return ::send(m_descriptor, bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
+    return ::send(m_descriptor.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
 }
 
 void LocalConnection::finishSending() const {
-    (void)shutdown(m_descriptor, SHUT_WR);
+    (void)shutdown(m_descriptor.get(), SHUT_WR);
 }
 
 std::string LocalConnection::receiveUntilClosed(Milliseconds bound) {
     const std::chrono::steady_clock::time_point end = std::chrono::steady_clock::now() + bound;
     std::string received;
-    while (m_descriptor != -1) {
+    while (m_descriptor.isOpen()) {
         const Milliseconds left =
             std::chrono::duration_cast<Milliseconds>(end - std::chrono::steady_clock::now());
-        pollfd wanted = {m_descriptor, POLLIN, 0};
+        pollfd wanted = {m_descriptor.get(), POLLIN, 0};
         if (left.count() <= 0 || poll(&wanted, 1, static_cast<int>(left.count())) == 0) {
             break;
         }
         char buffer[4096];
-        const ssize_t length = recv(m_descriptor, buffer, sizeof buffer, 0);
+        const ssize_t length = recv(m_descriptor.get(), buffer, sizeof buffer, 0);
         if (length <= 0) {
             m_closed = true;
             break;

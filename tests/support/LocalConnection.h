@@ -1,10 +1,12 @@
 #pragma once
 
+#include "tests/support/Descriptor.h"
 #include "tests/support/Waiting.h"
 
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace ZNORBTEST {
 
@@ -13,14 +15,9 @@ class LocalConnection {
 public:
     static LocalConnection toPort(std::uint16_t port);
     static LocalConnection toPath(const std::string& path);
-    ~LocalConnection();
-    LocalConnection(LocalConnection&& other) noexcept;
-    LocalConnection(const LocalConnection&) = delete;
-    LocalConnection& operator=(const LocalConnection&) = delete;
-    LocalConnection& operator=(LocalConnection&&) = delete;
 
-    bool isConnected() const { return m_descriptor != -1; }
-    int descriptor() const { return m_descriptor; }
+    bool isConnected() const { return m_descriptor.isOpen(); }
+    int descriptor() const { return m_descriptor.get(); }
 
     /// One send; whether all of it was taken.
     bool send(const std::string& bytes) const;
@@ -35,9 +32,9 @@ public:
     bool wasClosed() const { return m_closed; }
 
 private:
-    explicit LocalConnection(int descriptor) : m_descriptor(descriptor) {}
+    explicit LocalConnection(Descriptor descriptor) : m_descriptor(std::move(descriptor)) {}
 
-    int m_descriptor;
+    Descriptor m_descriptor;
     bool m_closed = false;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Descriptor.h"
+
 #include <cstdint>
 
 namespace ZNORBTEST {
@@ -9,9 +11,6 @@ namespace ZNORBTEST {
 class LocalPort {
 public:
     explicit LocalPort(bool listens);
-    ~LocalPort();
-    LocalPort(const LocalPort&) = delete;
-    LocalPort& operator=(const LocalPort&) = delete;
 
     [[nodiscard]] std::uint16_t number() const { return m_number; }
 
@@ -20,10 +19,10 @@ public:
     [[nodiscard]] int acceptOne() const;
 
     /// From here on connections are refused.
-    void stopListening();
+    void stopListening() { m_descriptor.reset(); }
 
 private:
-    int m_descriptor;
+    Descriptor m_descriptor;
     std::uint16_t m_number = 0;
 };
 

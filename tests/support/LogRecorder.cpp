@@ -3,6 +3,7 @@
 #include "common/log/Logger.h"
 #include "foundation/containers/SharedPtr.h"
 #include "foundation/streams/OutputStream.h"
+#include "tests/support/Words.h"
 
 #include <algorithm>
 #include <mutex>
@@ -65,14 +66,7 @@ std::string LogRecorder::text() const {
 }
 
 std::vector<std::string> LogRecorder::lines() const {
-    const std::string all = text();
-    std::vector<std::string> result;
-    std::size_t begin = 0;
-    for (std::size_t end = all.find("\r\n"); end != std::string::npos; end = all.find("\r\n", begin)) {
-        result.push_back(all.substr(begin, end - begin));
-        begin = end + 2;
-    }
-    return result;
+    return partsOf(text(), "\r\n");
 }
 
 bool LogRecorder::waitForLine(const std::string& line, Milliseconds bound) const {
@@ -86,6 +80,38 @@ bool LogRecorder::waitForLine(const std::string& line, Milliseconds bound) const
 
 void LogRecorder::clear() {
     m_record->clear();
+}
+
+namespace {
+
+class LineObserver : public Common::OutputStream {
+public:
+    explicit LineObserver(std::function<void(const std::string&)> look) : m_look(std::move(look)) {}
+
+    void write(const char* data, const unsigned int& length) override {
+        const std::string text(data, length);
+        if (text != "\r\n") {
+            m_look(text);
+        }
+    }
+
+private:
+    const std::function<void(const std::string&)> m_look;
+};
+
+} // namespace
+
+void onLogLines(std::function<void(const std::string&)> look) {
+    ORBCOMMON::Logger::addOutputStream(
+        Common::shared_ptr<Common::OutputStream>(new LineObserver(std::move(look))));
+}
+
+void onLogLine(const std::string& line, const std::function<void()>& action) {
+    onLogLines([line, action](const std::string& text) {
+        if (text == line) {
+            action();
+        }
+    });
 }
 
 } // namespace ZNORBTEST

@@ -2,6 +2,7 @@
 
 #include "tests/support/Waiting.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -36,5 +37,12 @@ private:
 
     const std::shared_ptr<Record> m_record; ///< shared with the stream, which the Logger owns
 };
+
+/// Looks at each line at the moment when the Logger writes it, on the thread that logs, until the Logger's
+/// streams are removed.
+void onLogLines(std::function<void(const std::string&)> look);
+
+/// Acts at that moment of this line.
+void onLogLine(const std::string& line, const std::function<void()>& action);
 
 } // namespace ZNORBTEST

@@ -12,6 +12,12 @@ namespace ZNORBTEST {
 /// The name of the daemon's lock, as sem_open() takes it.
 inline constexpr const char* daemonLock = "/znorb.appLock";
 
+/// Whether the C library has made a semaphore's file under this path, which it then links to its name.
+inline bool isUnfinishedSemaphore(const std::string& path) {
+    constexpr std::string_view prefix = "/dev/shm/sem.";
+    return path.starts_with(prefix) && path.size() == prefix.size() + 6;
+}
+
 /// What a daemon shows to those who stop it: the held lock, and a socket that takes "QUIT" and answers it.
 /// The name of the lock goes only with this.
 class PlayedDaemon {

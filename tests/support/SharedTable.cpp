@@ -1,5 +1,7 @@
 #include "tests/support/SharedTable.h"
 
+#include "tests/support/Descriptor.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
@@ -14,16 +16,12 @@
 namespace ZNORBTEST {
 
 std::optional<znorb_shared_table> readSharedTable() {
-    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDONLY, 0);
+    const Descriptor descriptor(shm_open(ZNORB_TABLE_NAME, O_RDONLY, 0));
     struct stat status {};
-    if (descriptor == -1) {
-        return std::nullopt;
-    }
     void* memory = MAP_FAILED;
-    if (fstat(descriptor, &status) == 0 && status.st_size >= ZNORB_TABLE_SIZE) {
-        memory = mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ, MAP_SHARED, descriptor, 0);
+    if (fstat(descriptor.get(), &status) == 0 && status.st_size >= ZNORB_TABLE_SIZE) {
+        memory = mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ, MAP_SHARED, descriptor.get(), 0);
     }
-    (void)close(descriptor);
     if (memory == MAP_FAILED) {
         return std::nullopt;
     }
@@ -34,22 +32,14 @@ std::optional<znorb_shared_table> readSharedTable() {
 }
 
 bool writeSharedTable(std::int64_t offset, const std::string& bytes) {
-    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR, 0);
-    const bool isWritten = pwrite(descriptor, bytes.data(), bytes.size(), static_cast<off_t>(offset)) ==
-                           static_cast<ssize_t>(bytes.size());
-    if (descriptor != -1) {
-        (void)close(descriptor);
-    }
-    return isWritten;
+    const Descriptor descriptor(shm_open(ZNORB_TABLE_NAME, O_RDWR, 0));
+    return pwrite(descriptor.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)) ==
+           static_cast<ssize_t>(bytes.size());
 }
 
 bool resizeSharedTable(std::int64_t size) {
-    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR, 0);
-    const bool isResized = ftruncate(descriptor, static_cast<off_t>(size)) == 0;
-    if (descriptor != -1) {
-        (void)close(descriptor);
-    }
-    return isResized;
+    const Descriptor descriptor(shm_open(ZNORB_TABLE_NAME, O_RDWR, 0));
+    return ftruncate(descriptor.get(), static_cast<off_t>(size)) == 0;
 }
 
 bool enterClient(unsigned index, std::uint16_t port) {
@@ -69,19 +59,17 @@ std::string identifierOf(const znorb_client_entry& entry) {
 }
 
 OwnSharedTable::OwnSharedTable() {
-    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR | O_CREAT | O_EXCL, 0666);
-    m_isOurs = descriptor != -1 && ftruncate(descriptor, ZNORB_TABLE_SIZE) == 0;
+    const Descriptor descriptor(shm_open(ZNORB_TABLE_NAME, O_RDWR | O_CREAT | O_EXCL, 0666));
+    m_isOurs = ftruncate(descriptor.get(), ZNORB_TABLE_SIZE) == 0;
     EXPECT_TRUE(m_isOurs) << ZNORB_TABLE_NAME << ": " << std::strerror(errno);
     // Without the object the test, which has failed, gets memory of its own to go on with.
-    void* memory = mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ | PROT_WRITE,
-                        m_isOurs ? MAP_SHARED : MAP_SHARED | MAP_ANONYMOUS, m_isOurs ? descriptor : -1, 0);
+    void* memory =
+        mmap(nullptr, ZNORB_TABLE_SIZE, PROT_READ | PROT_WRITE,
+             m_isOurs ? MAP_SHARED : MAP_SHARED | MAP_ANONYMOUS, m_isOurs ? descriptor.get() : -1, 0);
     if (memory == MAP_FAILED) {
         throw std::bad_alloc();
     }
     m_table = static_cast<znorb_shared_table*>(memory);
-    if (descriptor != -1) {
-        (void)close(descriptor);
-    }
 }
 
 OwnSharedTable::~OwnSharedTable() {

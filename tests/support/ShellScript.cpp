@@ -3,10 +3,8 @@
 namespace ZNORBTEST {
 
 Launch shellScript(const std::string& directory, const std::string& script) {
-    Launch launch;
-    launch.program = "/bin/sh";
-    launch.arguments = {"-ec", (directory.empty() ? "" : "PATH=" + directory + ":$PATH\n") + script};
-    return launch;
+    const std::string path = directory.empty() ? "" : "PATH=" + directory + ":$PATH\n";
+    return {.program = "/bin/sh", .arguments = {"-ec", path + script}};
 }
 
 } // namespace ZNORBTEST

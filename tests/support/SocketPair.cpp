@@ -1,63 +1,31 @@
 #include "tests/support/SocketPair.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <utility>
 
 namespace ZNORBTEST {
-
-std::string pattern(std::size_t length) {
-    std::string text;
-    for (std::size_t i = 0; i < length; ++i) {
-        text.push_back(static_cast<char>(i * 31 % 251));
-    }
-    return text;
-}
 
 SocketPair::SocketPair(int type) {
     int ends[2] = {-1, -1};
     if (socketpair(AF_UNIX, type | SOCK_CLOEXEC, 0, ends) != 0) {
         ADD_FAILURE() << "no pair of sockets";
     }
-    m_near = ends[0];
-    m_far = ends[1];
-}
-
-SocketPair::~SocketPair() {
-    closeNear();
-    closeFar();
-}
-
-int SocketPair::releaseNear() {
-    return std::exchange(m_near, -1);
-}
-
-void SocketPair::closeNear() {
-    if (m_near != -1) {
-        (void)close(std::exchange(m_near, -1));
-    }
+    m_near.reset(ends[0]);
+    m_far.reset(ends[1]);
 }
 
 void SocketPair::write(const std::string& bytes) const {
     // Never blocks: what does not fit is a mistake of the test's.
-    EXPECT_EQ(sendto(m_far, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT, nullptr, 0),
+    EXPECT_EQ(sendto(far(), bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT, nullptr, 0),
               static_cast<ssize_t>(bytes.size()));
 }
 
 void SocketPair::finish() const {
-    EXPECT_EQ(shutdown(m_far, SHUT_WR), 0);
-}
-
-void SocketPair::closeFar() {
-    if (m_far != -1) {
-        (void)close(std::exchange(m_far, -1));
-    }
+    EXPECT_EQ(shutdown(far(), SHUT_WR), 0);
 }
 
 void SocketPair::resetFar() {
     // A byte that the peer has not read when it closes is what makes the end a reset.
-    (void)sendto(m_near, "x", 1, MSG_NOSIGNAL | MSG_DONTWAIT, nullptr, 0);
+    (void)sendto(near(), "x", 1, MSG_NOSIGNAL | MSG_DONTWAIT, nullptr, 0);
     closeFar();
 }
 
@@ -65,7 +33,7 @@ std::string SocketPair::received() const {
     std::string bytes;
     char buffer[8192];
     for (;;) {
-        const ssize_t count = recvfrom(m_far, buffer, sizeof buffer, MSG_DONTWAIT, nullptr, nullptr);
+        const ssize_t count = recvfrom(far(), buffer, sizeof buffer, MSG_DONTWAIT, nullptr, nullptr);
         if (count <= 0) {
             return bytes;
         }

@@ -14,7 +14,6 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <ctime>
 
 namespace ZNORBTEST {

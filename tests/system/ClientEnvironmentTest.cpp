@@ -2,6 +2,7 @@
 /// changes nothing stands in the client's place; /proc tells what it was given. Each test prints what it
 /// pins.
 
+#include "tests/sandbox/Processes.h"
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
@@ -11,6 +12,7 @@
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Words.h"
 
 #include <fcntl.h>
 #include <sys/resource.h>
@@ -51,35 +53,18 @@ Signals everySignal() {
     return signals;
 }
 
-std::vector<std::string> split(const std::string& text, char separator) {
-    std::vector<std::string> parts;
-    std::string part;
-    for (const char character : text) {
-        if (character == separator) {
-            parts.push_back(part);
-            part.clear();
-        } else {
-            part += character;
-        }
-    }
-    return parts;
-}
-
 /// What /proc tells about one process.
 class Witness {
 public:
-    explicit Witness(pid_t pid) : m_folder("/proc/" + std::to_string(pid) + "/") {}
+    explicit Witness(pid_t pid) : m_pid(pid), m_folder("/proc/" + std::to_string(pid) + "/") {}
 
     [[nodiscard]] std::vector<std::string> words(const std::string& file) const {
-        return split(readFile(m_folder + file), '\0');
+        return wordsOf(readFile(m_folder + file));
     }
 
     [[nodiscard]] std::string text(const std::string& file) const { return readFile(m_folder + file); }
 
-    [[nodiscard]] std::string link(const std::string& name) const {
-        std::error_code error;
-        return std::filesystem::read_symlink(m_folder + name, error);
-    }
+    [[nodiscard]] std::string link(const std::string& name) const { return linkOf(m_pid, name); }
 
     /// Open descriptors and what they lead to.
     [[nodiscard]] std::map<int, std::string> descriptors() const {
@@ -98,11 +83,9 @@ public:
 
     /// A line of the status, such as "Umask".
     [[nodiscard]] std::string status(const std::string& field) const {
-        const std::string lines = "\n" + text("status");
-        const auto begin = lines.find("\n" + field + ":\t");
-        EXPECT_NE(begin, std::string::npos) << field;
-        const auto value = begin + field.size() + 3;
-        return lines.substr(value, lines.find('\n', value) - value);
+        const std::optional<std::string> value = statusField(m_pid, field);
+        EXPECT_TRUE(value.has_value()) << field;
+        return value.value_or("");
     }
 
     [[nodiscard]] Signals signals(const std::string& field) const {
@@ -119,7 +102,7 @@ public:
     /// A field of the one-line status by its number in the manual, where the state is the third.
     [[nodiscard]] std::string field(std::size_t number) const {
         const std::string line = text("stat");
-        return split(line.substr(line.rfind(')') + 2), ' ')[number - 3];
+        return partsOf(line.substr(line.rfind(')') + 2), " ")[number - 3];
     }
     [[nodiscard]] long number(std::size_t number) const { return std::stol(field(number)); }
     [[nodiscard]] std::string state() const { return field(3); }
@@ -130,6 +113,7 @@ public:
     [[nodiscard]] long niceness() const { return number(19); }
 
 private:
+    pid_t m_pid;
     std::string m_folder;
 };
 
@@ -330,7 +314,7 @@ TEST_F(ClientEnvironment, GetsTheStartersEnvironmentAsItWas) {
         }
         writeFile(record, settings);
     });
-    std::vector<std::string> expected = split(readFile(record), '\0');
+    std::vector<std::string> expected = wordsOf(readFile(record));
     std::vector<std::string> found = client().words("environ");
     std::sort(expected.begin(), expected.end());
     std::sort(found.begin(), found.end());

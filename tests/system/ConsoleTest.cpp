@@ -6,8 +6,6 @@
 #include "tests/support/Matchers.h"
 #include "tests/support/SharedTable.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <csignal>
 #include <memory>

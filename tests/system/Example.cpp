@@ -16,11 +16,9 @@ void ExampleTest::SetUp() {
 
 Launch ExampleTest::launch(const std::vector<std::string>& arguments) const {
     const std::string self = programOf(getpid());
-    Launch result;
-    result.program = self.substr(0, self.rfind('/') + 1) + program();
-    result.arguments = arguments;
-    result.environment = m_reports.environment();
-    return result;
+    return {.program = self.substr(0, self.rfind('/') + 1) + program(),
+            .arguments = arguments,
+            .environment = m_reports.environment()};
 }
 
 } // namespace ZNORBTEST

@@ -1,4 +1,5 @@
-#include "tests/support/ChildProcess.h"
+#include "tests/support/Addresses.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
@@ -17,8 +18,6 @@
 #include <cstring>
 #include <list>
 #include <optional>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -110,14 +109,11 @@ TEST_P(ExampleClient, ServesTheFirstAndTheLastEntryAtTheSameTime) {
 
 TEST_P(ExampleClient, ListensOnTheLoopbackAddressOnly) {
     startClient(0);
-    const int descriptor = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(table.portOf(0));
+    const Descriptor descriptor(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = addressOf(table.portOf(0));
     address.sin_addr.s_addr = inet_addr("127.0.0.2"); // answered by a socket that is bound to any address
-    EXPECT_EQ(connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address), -1);
+    EXPECT_EQ(connectTo(descriptor.get(), address), -1);
     EXPECT_EQ(errno, ECONNREFUSED);
-    (void)close(descriptor);
 }
 
 TEST_P(ExampleClient, AnswersOtherRequestsWithNotFoundAndGoesOn) {
@@ -282,10 +278,8 @@ TEST_P(ExampleClientAlone, SaysThatThereIsNoTable) {
 }
 
 TEST_P(ExampleClientAlone, RefusesATableThatIsTooSmall) {
-    const int descriptor = shm_open(ZNORB_TABLE_NAME, O_RDWR | O_CREAT | O_EXCL, 0666);
-    ASSERT_NE(descriptor, -1);
-    ASSERT_EQ(ftruncate(descriptor, ZNORB_TABLE_SIZE - 1), 0);
-    (void)close(descriptor);
+    const Descriptor descriptor(shm_open(ZNORB_TABLE_NAME, O_RDWR | O_CREAT | O_EXCL, 0666));
+    ASSERT_EQ(ftruncate(descriptor.get(), ZNORB_TABLE_SIZE - 1), 0);
     EXPECT_EQ(runProgram(launch({"-lang", "en", "-wbx", "-index", "0"})).end, exitedWith(1));
 }
 

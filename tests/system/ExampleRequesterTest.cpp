@@ -1,4 +1,3 @@
-#include "tests/support/ChildProcess.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Results.h"
@@ -6,9 +5,7 @@
 #include "tests/system/Example.h"
 
 #include <chrono>
-#include <string>
 #include <tuple>
-#include <vector>
 
 namespace {
 
@@ -141,10 +138,8 @@ TEST_P(ExampleRequester, ExplainsItsUsage) {
 
 TEST_P(ExampleRequester, FailsWhenTheReplyCannotBePrinted) {
     const ListeningPeer daemon(replying("GET|en", {"0"}), socketPath);
-    Launch shell;
-    shell.program = "/bin/sh";
-    shell.arguments = {"-c", launch({}).program + " 'GET|en' >/dev/full"};
-    const ProgramResult result = runProgram(shell);
+    const ProgramResult result =
+        runProgram({.program = "/bin/sh", .arguments = {"-c", launch({}).program + " 'GET|en' >/dev/full"}});
     EXPECT_EQ(result.end, exitedWith(1));
     EXPECT_THAT(result.errors, HasSubstr("cannot be printed"));
 }

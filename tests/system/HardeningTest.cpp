@@ -6,7 +6,7 @@
 #include "tests/support/Sanitizers.h"
 #include "tests/support/ShellScript.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>

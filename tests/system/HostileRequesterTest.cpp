@@ -6,9 +6,10 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/ProcessorTime.h"
 #include "tests/support/SharedTable.h"
+#include "tests/support/Words.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -31,8 +32,7 @@ protected:
     void TearDown() override {
         EXPECT_EQ(askDaemon("PRINT"), "0");
         EXPECT_TRUE(waitUntil([this]() { return openDescriptors() == descriptors; }));
-        EXPECT_EQ(askDaemon("QUIT"), "0");
-        EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+        EXPECT_EQ(driver.quit(), exitedWith(255));
     }
 
     std::vector<std::string> openDescriptors() const {
@@ -97,12 +97,10 @@ TEST_F(HostileRequester, ThatNeverReadsTheReplyHoldsNobodyUp) {
 }
 
 TEST_F(HostileRequester, ThatSendsEveryByteThereIsOrManyZeroBytesIsAnsweredZero) {
-    std::string bytes;
-    for (int value = 0; value < 256; ++value) {
-        EXPECT_EQ(askDaemon(std::string(1, static_cast<char>(value))), "0") << value;
-        bytes += static_cast<char>(value);
+    for (const char byte : allBytes()) {
+        EXPECT_EQ(askDaemon(std::string(1, byte)), "0") << static_cast<int>(byte);
     }
-    EXPECT_EQ(askDaemon(bytes), "0");
+    EXPECT_EQ(askDaemon(allBytes()), "0");
     EXPECT_EQ(claimed(), 0U);
     EXPECT_EQ(askDaemon(std::string(4096, '\0')), "0");
     EXPECT_EQ(askDaemon(std::string("QUIT\0", 5)), "0"); // that is not "QUIT"

@@ -44,8 +44,7 @@ protected:
         const ProcessorUse use = watchProcessor(driver.daemon(), Milliseconds(1000));
         EXPECT_TRUE(use.isWaiting()) << use;
         EXPECT_THAT(next.received(), IsEmpty());
-        EXPECT_EQ(kill(driver.daemon(), SIGTERM), 0);
-        EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
+        EXPECT_EQ(driver.endBy(SIGTERM), exitedWith(10));
     }
 
     /// Whether there is memory for what is announced is the machine's matter.

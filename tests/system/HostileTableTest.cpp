@@ -247,8 +247,7 @@ TEST(HostileTableOfADetachedDaemon, ShortenedLeavesItServingUntilItIsTerminated)
     EXPECT_EQ(askDaemon("GET|en"), "0");
     EXPECT_EQ(askDaemon("PRINT"), "0");
     EXPECT_THAT(driver.clients(), IsEmpty());
-    EXPECT_EQ(kill(driver.daemon(), SIGTERM), 0);
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
+    EXPECT_EQ(driver.endBy(SIGTERM), exitedWith(10));
 }
 
 } // namespace

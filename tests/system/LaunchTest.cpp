@@ -8,6 +8,7 @@
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
+#include "tests/support/Words.h"
 
 #include <unistd.h>
 
@@ -30,19 +31,7 @@ protected:
         client = "/proc/" + std::to_string(driver.clients()[0]);
     }
 
-    std::vector<std::string> arguments() const {
-        std::vector<std::string> words;
-        std::string word;
-        for (const char character : readFile(client + "/cmdline")) {
-            if (character == '\0') {
-                words.push_back(word);
-                word.clear();
-            } else {
-                word += character;
-            }
-        }
-        return words;
-    }
+    std::vector<std::string> arguments() const { return wordsOf(readFile(client + "/cmdline")); }
 
     DaemonDriver driver;
     std::string client;

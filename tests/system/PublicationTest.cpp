@@ -4,7 +4,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -57,8 +57,7 @@ TEST_F(Publication, HappensOnceAtTheStartWithTheRightContentAndModes) {
 
 TEST_F(Publication, ReplacesWhatAnEarlierStartPublished) {
     ASSERT_TRUE(driver.startServing());
-    ASSERT_EQ(askDaemon("QUIT"), "0");
-    ASSERT_EQ(driver.waitForDaemon(), exitedWith(255));
+    ASSERT_EQ(driver.quit(), exitedWith(255));
     writeFile("/opt/zn/znorb/WBX/chp.htm", "new", 0644);
     ASSERT_TRUE(driver.startServing());
     EXPECT_EQ(readFile(std::string(pages) + "/chp.htm"), "new");
@@ -128,8 +127,7 @@ protected:
     void expectOrderlyLife() {
         ASSERT_TRUE(driver.startServing());
         EXPECT_EQ(modeOf(std::string(pages) + "/bin"), 0755U);
-        EXPECT_EQ(askDaemon("QUIT"), "0");
-        EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+        EXPECT_EQ(driver.quit(), exitedWith(255));
     }
 };
 

@@ -7,7 +7,6 @@
 #include "tests/support/SharedTable.h"
 
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstdint>
 #include <string>
@@ -78,8 +77,7 @@ TEST_F(Request, HostileCountsAndEntriesHarmNothing) {
     EXPECT_EQ(askDaemon("PRINT"), "0");
     EXPECT_EQ(askDaemon("GET|en"), "0");
     EXPECT_THAT(driver.clients(), IsEmpty());
-    EXPECT_EQ(askDaemon("QUIT"), "0"); // all 64 ports are tried
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(driver.quit(), exitedWith(255)); // all 64 ports are tried
 }
 
 TEST_F(Request, PrintIsAnsweredZeroWhateverItsFurtherTokensOfWhichWhatIsBeyondOneReceiveIsDropped) {
@@ -99,11 +97,8 @@ TEST_F(Request, UnknownOnesAreAnsweredZeroAndDoNothing) {
 }
 
 TEST_F(Request, FromAnUnprivilegedUserIsServed) {
-    Launch launch;
-    launch.program = driver.requestor();
-    launch.arguments = {"PRINT"};
-    launch.asOrdinaryUser = true;
-    const ProgramResult result = runProgram(launch);
+    const ProgramResult result =
+        runProgram({.program = driver.requestor(), .arguments = {"PRINT"}, .asOrdinaryUser = true});
     EXPECT_EQ(result.end, exitedWith(0));
     EXPECT_EQ(result.output, "0\n");
 }
@@ -125,8 +120,7 @@ TEST_F(Request, QuitAsksEveryClientToExit) {
     for (unsigned entry = 0; entry < 3; ++entry) {
         ASSERT_TRUE(DaemonDriver::waitForClient(entry));
     }
-    EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(driver.quit(), exitedWith(255));
     EXPECT_TRUE(waitUntil([&]() { return driver.clients().empty(); }));
 }
 
@@ -134,8 +128,7 @@ TEST_F(Request, QuitCannotReachAClientWithoutAPort) {
     driver.installAsClient("znorb-waiter"); // it never fills anything in
     ASSERT_EQ(askDaemon("GET|en"), "0");
     ASSERT_TRUE(waitUntil([&]() { return driver.clients().size() == 1; }));
-    EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(driver.quit(), exitedWith(255));
     EXPECT_EQ(driver.clients().size(), 1U);
 }
 
@@ -157,8 +150,7 @@ TEST_F(Request, QuitPassesOverClientsThatAreGone) {
     ASSERT_TRUE(DaemonDriver::waitForClient(0));
     ASSERT_TRUE(waitUntil([&]() { return driver.clients().empty(); })); // its second is over
     EXPECT_TRUE(writeSharedTable(4, std::string(1, '\1')));             // as if it had been killed
-    EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(driver.quit(), exitedWith(255));
 }
 
 } // namespace

@@ -12,7 +12,6 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <string>
 #include <utility>
 #include <vector>
 
@@ -21,10 +20,7 @@ namespace {
 using namespace ZNORBTEST;
 
 Launch shell(const std::string& script) {
-    Launch launch;
-    launch.program = "/bin/sh";
-    launch.arguments = {"-c", script};
-    return launch;
+    return {.program = "/bin/sh", .arguments = {"-c", script}};
 }
 
 // For shell scripts: a subshell that begins with it goes on when the shell that started it has gone.
@@ -32,11 +28,8 @@ const std::string whenDetached = "while kill -0 $$ 2>/dev/null; do sleep 0.01; d
 
 // The command of the scripts, which is built beside the tests.
 Launch sandboxCommand(const std::vector<std::string>& arguments) {
-    Launch launch;
     const std::string self = programOf(getpid());
-    launch.program = self.substr(0, self.rfind('/')) + "/znorb-sandbox";
-    launch.arguments = arguments;
-    return launch;
+    return {.program = self.substr(0, self.rfind('/')) + "/znorb-sandbox", .arguments = arguments};
 }
 
 // Tests of what only namespaces can give.

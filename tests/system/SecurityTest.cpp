@@ -29,11 +29,7 @@ constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 
 /// Runs a shell command as somebody who is not root.
 ProgramResult asOrdinaryUser(const std::string& command) {
-    Launch launch;
-    launch.program = "/bin/sh";
-    launch.arguments = {"-c", command};
-    launch.asOrdinaryUser = true;
-    return runProgram(launch);
+    return runProgram({.program = "/bin/sh", .arguments = {"-c", command}, .asOrdinaryUser = true});
 }
 
 /// Whether an ordinary user is another one than the owner of what this process makes.
@@ -131,8 +127,7 @@ TEST_F(Security, AdministratorMayCloseTheTableToOthersWithoutHarmToClients) {
     if (knowsOtherUsers()) {
         EXPECT_NE(asOrdinaryUser(std::string(": <>") + tableFile).end, exitedWith(0));
     }
-    EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(driver.quit(), exitedWith(255));
     EXPECT_TRUE(waitUntil([this]() { return driver.clients().empty(); }));
 }
 
@@ -195,8 +190,7 @@ TEST_P(LockThatIsNoSemaphore, LeavesTheDaemonWithoutAName) {
     ASSERT_EQ(GetParam().put(), 0);
     ASSERT_TRUE(driver.startServing());
     EXPECT_EQ(driver.run({"-stop"}).end, exitedWith(2));
-    EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
+    EXPECT_EQ(driver.quit(), exitedWith(255));
     (void)rmdir(lockFile); // the one that the daemon itself cannot remove
     EXPECT_FALSE(exists(lockFile));
 }

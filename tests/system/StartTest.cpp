@@ -32,24 +32,19 @@ constexpr const char* secondInstanceMessage =
 class Start : public testing::Test {
 protected:
     /// The value of a field of the daemon's /proc status, such as "SigIgn".
-    std::string statusField(const std::string& field) const {
-        const std::string text = readFile("/proc/" + std::to_string(driver.daemon()) + "/status");
-        const auto begin = text.find("\n" + field + ":\t");
-        EXPECT_NE(begin, std::string::npos) << field;
-        const auto value = begin + field.size() + 3;
-        return text.substr(value, text.find('\n', value) - value);
+    std::string statusOfDaemon(const std::string& field) const {
+        const std::optional<std::string> value = statusField(driver.daemon(), field);
+        EXPECT_TRUE(value.has_value()) << field;
+        return value.value_or("");
     }
 
     unsigned long long signalSet(const std::string& field) const {
-        return std::stoull(statusField(field), nullptr, 16);
+        return std::stoull(statusOfDaemon(field), nullptr, 16);
     }
 
     static unsigned long long bit(int signalNumber) { return 1ULL << (signalNumber - 1); }
 
-    std::string daemonLink(const std::string& name) const {
-        std::error_code error;
-        return std::filesystem::read_symlink("/proc/" + std::to_string(driver.daemon()) + "/" + name, error);
-    }
+    std::string daemonLink(const std::string& name) const { return linkOf(driver.daemon(), name); }
 
     /// Whether nobody else runs the executable, once the processes of a start have gone that are about to
     /// end.
@@ -98,8 +93,7 @@ TEST_F(Start, AcceptsEveryFlagInAnyPlace) {
 
 TEST_F(Start, IsRefusedByAStaleLockOfAKilledDaemon) {
     ASSERT_TRUE(driver.start());
-    ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
-    EXPECT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
+    EXPECT_EQ(driver.endBy(SIGKILL), endedBy(SIGKILL));
     EXPECT_TRUE(exists(lockFile));
     EXPECT_THAT(driver.run({"-d"}), resultIs(exitedWith(2), "", secondInstanceMessage));
 }
@@ -195,9 +189,8 @@ TEST_F(Start, SetsTheMaskOfNewFilesToZeroAndKeepsTheWorkingDirectory) {
     // The intermediate process may still be about to end.
     std::vector<pid_t> daemons;
     ASSERT_TRUE(waitUntil([&]() { return (daemons = processesRunning(driver.program())).size() == 1; }));
-    const std::string proc = "/proc/" + std::to_string(daemons[0]);
-    EXPECT_EQ(std::filesystem::read_symlink(proc + "/cwd"), "/dev/shm");
-    EXPECT_NE(readFile(proc + "/status").find("Umask:\t0000"), std::string::npos);
+    EXPECT_EQ(linkOf(daemons[0], "cwd"), "/dev/shm");
+    EXPECT_EQ(statusField(daemons[0], "Umask"), "0000");
 }
 
 TEST_F(Start, ByProcessOneDoesNotForkAndPrintsNothing) {
@@ -209,8 +202,7 @@ TEST_F(Start, ByProcessOneDoesNotForkAndPrintsNothing) {
     ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
     EXPECT_EQ(processesRunning(driver.program()), std::vector<pid_t>{daemon.pid()});
     for (const char* descriptor : {"0", "1", "2"}) {
-        const std::string link = "/proc/" + std::to_string(daemon.pid()) + "/fd/" + descriptor;
-        EXPECT_EQ(std::filesystem::read_symlink(link), "/dev/null");
+        EXPECT_EQ(linkOf(daemon.pid(), std::string("fd/") + descriptor), "/dev/null");
     }
     EXPECT_EQ(askDaemon("QUIT"), "0");
     EXPECT_EQ(daemon.waitForEnd(), exitedWith(255));

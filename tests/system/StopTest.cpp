@@ -10,9 +10,6 @@
 
 #include <chrono>
 #include <csignal>
-#include <string>
-#include <thread>
-#include <vector>
 
 namespace {
 
@@ -48,8 +45,7 @@ TEST_F(Stop, WithoutADaemonSaysSoAndReturnsTwo) {
 
 TEST_F(Stop, FindsTheLockOfAKilledDaemonAndReturns255Silently) {
     ASSERT_TRUE(driver.start());
-    ASSERT_EQ(kill(driver.daemon(), SIGKILL), 0);
-    ASSERT_EQ(driver.waitForDaemon(), endedBy(SIGKILL));
+    ASSERT_EQ(driver.endBy(SIGKILL), endedBy(SIGKILL));
     EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255)));
 }
 

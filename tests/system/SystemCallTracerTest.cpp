@@ -5,13 +5,12 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <map>
 #include <thread>
 #include <vector>
 

@@ -10,9 +10,7 @@
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 
-#include <gmock/gmock.h>
-#include <semaphore.h>
-#include <sys/mman.h>
+#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -29,8 +27,7 @@ class Termination : public testing::Test {
 protected:
     /// Terminates the daemon and looks at what every such end has in common.
     void terminate() {
-        ASSERT_EQ(kill(driver.daemon(), SIGTERM), 0);
-        EXPECT_EQ(driver.waitForDaemon(), exitedWith(10));
+        EXPECT_EQ(driver.endBy(SIGTERM), exitedWith(10));
         EXPECT_FALSE(exists(lockFile));
     }
 
@@ -145,8 +142,7 @@ TEST_F(Termination, OfTheInvokingProcessEndsItAsUsual) {
 
 TEST_F(Termination, ByInterruptIsNotCaught) {
     ASSERT_TRUE(driver.start());
-    ASSERT_EQ(kill(driver.daemon(), SIGINT), 0);
-    EXPECT_EQ(driver.waitForDaemon(), endedBy(SIGINT));
+    EXPECT_EQ(driver.endBy(SIGINT), endedBy(SIGINT));
     EXPECT_TRUE(exists(lockFile));
 }
 

@@ -1,4 +1,3 @@
-#include "common/log/Logger.h"
 #include "foundation/synchronization/RecursiveProcessMutex.h"
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Allocations.h"
@@ -11,7 +10,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 #include <type_traits>
 
 namespace {

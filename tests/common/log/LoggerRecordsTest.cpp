@@ -1,15 +1,12 @@
-#include "common/log/Logger.h"
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SetClock.h"
+#include "tests/support/Words.h"
 
 #include <climits>
-#include <cstddef>
 #include <cstdlib>
-#include <ctime>
-#include <string>
 
 namespace {
 
@@ -207,10 +204,7 @@ TEST_F(RecordedLogger, DumpOfNoBytesNeedsNone) {
 }
 
 TEST_F(RecordedLogger, DumpShowsUnprintableBytesAsDots) {
-    std::string bytes;
-    for (int byte = 0; byte < 256; ++byte) {
-        bytes += static_cast<char>(byte);
-    }
+    const std::string bytes = allBytes();
     Logger::hexDump(0, bytes.data(), 256);
     std::string characters;
     for (const std::string& row : rowsOf(writes)) {

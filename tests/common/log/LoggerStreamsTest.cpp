@@ -1,4 +1,3 @@
-#include "common/log/Logger.h"
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Matchers.h"
@@ -7,8 +6,6 @@
 #include <sys/mman.h>
 
 #include <climits>
-#include <cstddef>
-#include <string>
 #include <utility>
 
 namespace {

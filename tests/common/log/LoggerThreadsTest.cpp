@@ -1,16 +1,12 @@
-#include "common/log/Logger.h"
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/OnThreads.h"
 
 #include <atomic>
 #include <chrono>
-#include <cstddef>
 #include <cstdio>
 #include <functional>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 

@@ -4,14 +4,9 @@
 #include "tests/support/ForkedChild.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <semaphore.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
-#include <string>
 
 /// Leaving the lock behind, as a signal handler may.
 namespace {

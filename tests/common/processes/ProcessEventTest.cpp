@@ -10,16 +10,12 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <ctime>
 #include <functional>
 #include <limits>
 #include <memory>

@@ -1,6 +1,7 @@
 #include "common/sockets/ClientSocket.h"
 
 #include "common/sockets/UXClientSocket.h"
+#include "tests/support/SocketPair.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -34,17 +35,9 @@ bool isAtEnd(int descriptor) {
 // Two connected descriptors: `given` goes to the socket under test, `peer` stays the test's.
 class ClientSocketTest : public testing::Test {
 protected:
-    void SetUp() override {
-        int ends[2] = {-1, -1};
-        ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-        given = ends[0];
-        peer = ends[1];
-    }
-
-    void TearDown() override { (void)close(peer); }
-
-    int given = -1;
-    int peer = -1;
+    ZNORBTEST::SocketPair m_pair;
+    const int given = m_pair.releaseNear();
+    const int peer = m_pair.far();
 };
 
 TEST(ClientSocket, IsNotConnectedByDefault) {
@@ -65,13 +58,12 @@ TEST_F(ClientSocketTest, HoldsTheDescriptorThatItIsGivenUntilItClosesAndForgetsI
 }
 
 TEST_F(ClientSocketTest, CloseShutsDownForEveryHolderOfTheConnection) {
-    const int duplicate = dup(given);
-    ASSERT_NE(duplicate, -1);
+    const ZNORBTEST::Descriptor duplicate(dup(given));
+    ASSERT_TRUE(duplicate.isOpen());
     ClientSocket socket(given);
     socket.close();
     EXPECT_TRUE(isAtEnd(peer)) << "the writing direction is still open";
     EXPECT_EQ(send(peer, "x", 1, MSG_NOSIGNAL), -1) << "the reading direction is still open";
-    (void)close(duplicate);
 }
 
 TEST_F(ClientSocketTest, SecondCloseLeavesAReusedDescriptorNumberAlone) {
@@ -85,12 +77,11 @@ TEST_F(ClientSocketTest, SecondCloseLeavesAReusedDescriptorNumberAlone) {
 }
 
 TEST_F(ClientSocketTest, DestructorShutsDownAndCloses) {
-    const int duplicate = dup(given);
-    ASSERT_NE(duplicate, -1);
+    const ZNORBTEST::Descriptor duplicate(dup(given));
+    ASSERT_TRUE(duplicate.isOpen());
     { const ClientSocket socket(given); }
     EXPECT_FALSE(isOpen(given));
     EXPECT_TRUE(isAtEnd(peer));
-    (void)close(duplicate);
 }
 
 TEST_F(ClientSocketTest, DestructionThroughTheBaseClosesADerivedSocket) {

@@ -1,16 +1,15 @@
 #include "common/sockets/IPClientSocket.h"
 #include "common/sockets/UXClientSocket.h"
 #include "tests/common/sockets/Listeners.h"
+#include "tests/support/DescriptorLimit.h"
+#include "tests/support/LocalPort.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <memory>
-#include <string>
 
 namespace {
 
@@ -28,7 +27,7 @@ struct ByPort {
         return std::make_unique<Kind>("127.0.0.1", place.number());
     }
 
-    Port place;
+    LocalPort place{true};
 };
 
 struct ByPath {
@@ -41,7 +40,7 @@ struct ByPath {
 
     const TemporaryFolder folder;
     const std::string path = folder / "socket";
-    Path place{path};
+    LocalPath place{path};
 };
 
 /// What both kinds of connecting sockets have in common.
@@ -61,9 +60,7 @@ protected:
         int closes = 0;
     };
 
-    void SetUp() override { startListening(address.place.listener); }
-
-    int acceptNext() { return acceptOne(address.place.listener); }
+    int acceptNext() { return address.place.acceptOne(); }
 
     static bool isAtEnd(const ClientSocket& connection) {
         char byte = 0;
@@ -99,12 +96,10 @@ TYPED_TEST(ConnectedSocket, EndsUnconnectedWhenNoSocketCanBeCreated) {
     this->socket->connect();
     const ClientSocket accepted(this->acceptNext());
     this->socket->closes = 0;
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{0, limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    this->socket->connect();
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    {
+        const DescriptorLimit none(0);
+        this->socket->connect();
+    }
     EXPECT_FALSE(this->socket->isConnected());
     EXPECT_EQ(this->socket->closes, 2) << "the connection before, and the failed attempt";
     EXPECT_TRUE(this->isAtEnd(accepted));
@@ -112,7 +107,7 @@ TYPED_TEST(ConnectedSocket, EndsUnconnectedWhenNoSocketCanBeCreated) {
 }
 
 TYPED_TEST(ConnectedSocket, LeavesNoDescriptorOpenWhenItIsRefused) {
-    this->address.place.listener.close();
+    this->address.place.stopListening();
     const ClientSocket before(dup(STDERR_FILENO));
     this->socket->connect();
     EXPECT_FALSE(this->socket->isConnected());
@@ -135,7 +130,7 @@ TYPED_TEST(ConnectedSocket, ConnectingAgainClosesTheFirstConnection) {
 TYPED_TEST(ConnectedSocket, FailedReconnectGivesTheFirstConnectionUp) {
     this->socket->connect();
     const ClientSocket accepted(this->acceptNext());
-    this->address.place.listener.close();
+    this->address.place.stopListening();
     this->socket->connect();
     EXPECT_FALSE(this->socket->isConnected());
     EXPECT_TRUE(this->isAtEnd(accepted));

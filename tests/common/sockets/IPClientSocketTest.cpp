@@ -1,16 +1,13 @@
 #include "common/sockets/IPClientSocket.h"
 
-#include "tests/common/sockets/Listeners.h"
+#include "tests/support/LocalPort.h"
 #include "tests/support/Rows.h"
+#include "tests/support/SocketPair.h"
 #include "tests/support/StandIns.h"
 
-#include <gtest/gtest.h>
 #include <netdb.h>
-#include <sys/socket.h>
 
-#include <cstdint>
 #include <cstring>
-#include <string>
 #include <type_traits>
 
 namespace {
@@ -25,9 +22,7 @@ static_assert(!std::is_copy_constructible_v<IPClientSocket>);
 
 class IPClientSocketTest : public testing::Test {
 protected:
-    void SetUp() override { startListening(port.listener); }
-
-    Port port;
+    LocalPort port{true};
 };
 
 TEST_F(IPClientSocketTest, GoesToTheGivenPortInNetworkByteOrder) {
@@ -51,7 +46,7 @@ TEST_F(IPClientSocketTest, NameThatResolvesToNoAddressStaysUnconnected) {
     IPClientSocket client("localhost", port.number());
     client.connect();
     EXPECT_FALSE(client.isConnected());
-    EXPECT_EQ(acceptOne(port.listener), -1);
+    EXPECT_EQ(port.acceptOne(), -1);
 }
 
 TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
@@ -59,14 +54,12 @@ TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
     public:
         explicit Renamed(int descriptor) : IPClientSocket(std::string(300, 'a'), 80) { adopt(descriptor); }
     };
-    int ends[2] = {-1, -1};
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    const ClientSocket peer(ends[1]);
-    Renamed socket(ends[0]);
+    SocketPair pair;
+    Renamed socket(pair.releaseNear());
     socket.connect();
     EXPECT_FALSE(socket.isConnected());
     char byte = 0;
-    EXPECT_EQ(recv(peer.descriptor(), &byte, 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(recv(pair.far(), &byte, 1, MSG_DONTWAIT), 0);
 }
 
 /// A host and whether it is connected to.
@@ -78,7 +71,7 @@ TEST_P(ConnectToAHost, SucceedsOrStaysUnconnected) {
     IPClientSocket socket(GetParam().given, port.number());
     socket.connect();
     EXPECT_EQ(socket.isConnected(), GetParam().expected);
-    const ClientSocket accepted(acceptOne(port.listener));
+    const ClientSocket accepted(port.acceptOne());
     EXPECT_EQ(accepted.isConnected(), GetParam().expected);
 }
 
@@ -98,7 +91,7 @@ const Host hosts[] = {
 INSTANTIATE_TEST_SUITE_P(IPClientSocket, ConnectToAHost, testing::ValuesIn(hosts), rowName);
 
 TEST(IPClientSocket, PortThatRefusesOrIsZeroStaysUnconnected) {
-    const Port silent;
+    const LocalPort silent(false);
     for (const std::uint16_t port : {silent.number(), std::uint16_t{0}}) {
         IPClientSocket socket("127.0.0.1", port);
         socket.connect();

@@ -1,5 +1,7 @@
 #include "common/sockets/SocketWait.h"
 
+#include "tests/support/SocketPair.h"
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -21,69 +23,53 @@ using ORBCOMMON::waitUntilReadable;
 
 class SocketWaitTest : public testing::Test {
 protected:
-    void SetUp() override { ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0); }
-
-    void TearDown() override {
-        closeEnd(0);
-        closeEnd(1);
-    }
-
-    void closeEnd(int end) {
-        if (ends[end] != -1) {
-            (void)close(ends[end]);
-        }
-        ends[end] = -1;
-    }
-
-    int ends[2] = {-1, -1};
+    ZNORBTEST::SocketPair sockets;
 };
 
 TEST_F(SocketWaitTest, BytesThatWaitAreReadableAndWaitingTakesNothingAway) {
-    ASSERT_EQ(send(ends[1], "x", 1, MSG_NOSIGNAL), 1);
-    EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Readable);
-    EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Readable);
+    sockets.write("x");
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 60), Readiness::Readable);
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 60), Readiness::Readable);
     char byte = 0;
-    EXPECT_EQ(recv(ends[0], &byte, 1, MSG_DONTWAIT), 1);
+    EXPECT_EQ(recv(sockets.near(), &byte, 1, MSG_DONTWAIT), 1);
 }
 
 TEST_F(SocketWaitTest, BytesThatArriveLaterEndTheWait) {
-    std::thread writer([this] { (void)send(ends[1], "x", 1, MSG_NOSIGNAL); });
-    EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Readable);
+    std::thread writer([this] { sockets.write("x"); });
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 60), Readiness::Readable);
     writer.join();
 }
 
 TEST_F(SocketWaitTest, EndOfTheConnectionIsReadable) {
-    closeEnd(1);
-    EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Readable);
+    sockets.closeFar();
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 60), Readiness::Readable);
 }
 
 TEST(SocketWait, QueuedConnectionMakesAListenerReadable) {
-    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(listen(listener, 1), 0);
-    EXPECT_EQ(waitUntilReadable(listener, 0), Readiness::TimedOut);
+    const ZNORBTEST::Descriptor listener(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(listen(listener.get(), 1), 0);
+    EXPECT_EQ(waitUntilReadable(listener.get(), 0), Readiness::TimedOut);
     sockaddr_in address{};
     socklen_t length = sizeof(address);
-    ASSERT_EQ(getsockname(listener, reinterpret_cast<sockaddr*>(&address), &length), 0);
-    const int client = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(connect(client, reinterpret_cast<const sockaddr*>(&address), length), 0);
-    EXPECT_EQ(waitUntilReadable(listener, 60), Readiness::Readable);
-    (void)close(client);
-    (void)close(listener);
+    ASSERT_EQ(getsockname(listener.get(), reinterpret_cast<sockaddr*>(&address), &length), 0);
+    const ZNORBTEST::Descriptor client(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    ASSERT_EQ(connect(client.get(), reinterpret_cast<const sockaddr*>(&address), length), 0);
+    EXPECT_EQ(waitUntilReadable(listener.get(), 60), Readiness::Readable);
 }
 
 TEST_F(SocketWaitTest, ReadinessToWriteDoesNotCountAndTimeOutIsInSecondsAndSetAfreshForEachWait) {
-    EXPECT_EQ(waitUntilReadable(ends[0], 0), Readiness::TimedOut);
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 0), Readiness::TimedOut);
     for (int wait = 0; wait < 2; ++wait) {
         const auto start = std::chrono::steady_clock::now();
-        EXPECT_EQ(waitUntilReadable(ends[0], 1), Readiness::TimedOut);
+        EXPECT_EQ(waitUntilReadable(sockets.near(), 1), Readiness::TimedOut);
         EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
     }
 }
 
 TEST_F(SocketWaitTest, NegativeTimeOutsAndDescriptorsThatAreNotOpenFail) {
-    EXPECT_EQ(waitUntilReadable(ends[0], -1), Readiness::Failed);
-    const int closed = ends[0];
-    closeEnd(0);
+    EXPECT_EQ(waitUntilReadable(sockets.near(), -1), Readiness::Failed);
+    const int closed = sockets.near();
+    sockets.closeNear();
     for (const int descriptor : {-1, -1000, closed}) {
         EXPECT_EQ(waitUntilReadable(descriptor, 60), Readiness::Failed) << descriptor;
     }
@@ -94,13 +80,13 @@ TEST_F(SocketWaitTest, DescriptorTooLargeForASetFailsAndTheLargestIsWaitedOn) {
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit raised{std::max<rlim_t>(limit.rlim_cur, FD_SETSIZE + 16), limit.rlim_max};
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &raised), 0);
-    ASSERT_EQ(send(ends[1], "x", 1, MSG_NOSIGNAL), 1);
-    const int large = fcntl(ends[0], F_DUPFD_CLOEXEC, FD_SETSIZE);
+    sockets.write("x");
+    const int large = fcntl(sockets.near(), F_DUPFD_CLOEXEC, FD_SETSIZE);
     EXPECT_GE(large, FD_SETSIZE);
     EXPECT_EQ(waitUntilReadable(large, 60), Readiness::Failed);
     (void)close(large);
     (void)setrlimit(RLIMIT_NOFILE, &limit);
-    const int largest = fcntl(ends[0], F_DUPFD_CLOEXEC, FD_SETSIZE - 1);
+    const int largest = fcntl(sockets.near(), F_DUPFD_CLOEXEC, FD_SETSIZE - 1);
     ASSERT_EQ(largest, FD_SETSIZE - 1);
     EXPECT_EQ(waitUntilReadable(largest, 60), Readiness::Readable);
     (void)close(largest);
@@ -116,7 +102,7 @@ TEST_F(SocketWaitTest, InterruptedWaitFails) {
     ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
     const itimerval repeating{{0, 20000}, {0, 20000}};
     ASSERT_EQ(setitimer(ITIMER_REAL, &repeating, nullptr), 0);
-    EXPECT_EQ(waitUntilReadable(ends[0], 60), Readiness::Failed);
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 60), Readiness::Failed);
     const itimerval off{};
     (void)setitimer(ITIMER_REAL, &off, nullptr);
     (void)sigaction(SIGALRM, &before, nullptr);

@@ -4,11 +4,7 @@
 #include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
-#include <sys/socket.h>
-
 #include <filesystem>
-#include <string>
 #include <type_traits>
 
 namespace {
@@ -36,7 +32,7 @@ TEST_F(UXClientSocketTest, StaysUnconnectedWhenThePathIsAbsentOrEmpty) {
 }
 
 TEST_F(UXClientSocketTest, StaysUnconnectedWhenTheSocketFileIsStale) {
-    startListening(Path(path).listener);
+    (void)LocalPath(path);
     ASSERT_TRUE(std::filesystem::exists(path));
     UXClientSocket socket(path);
     socket.connect();
@@ -44,11 +40,10 @@ TEST_F(UXClientSocketTest, StaysUnconnectedWhenTheSocketFileIsStale) {
 }
 
 TEST_F(UXClientSocketTest, ServerHandsAnAcceptedConnectionOver) {
-    const Path place(path);
-    startListening(place.listener);
+    const LocalPath place(path);
     UXClientSocket client(path);
     client.connect();
-    const int accepted = acceptOne(place.listener);
+    const int accepted = place.acceptOne();
     {
         const UXClientSocket server(accepted, "");
         EXPECT_EQ(server.descriptor(), accepted);
@@ -70,8 +65,7 @@ TEST_F(UXClientSocketTest, PathIsAFormatOf107BytesAtMost) {
     };
     for (const auto& row : paths) {
         SCOPED_TRACE(row.name);
-        const Path place(row.expected);
-        startListening(place.listener);
+        const LocalPath place(row.expected);
         UXClientSocket socket(row.given);
         socket.connect();
         EXPECT_TRUE(socket.isConnected());

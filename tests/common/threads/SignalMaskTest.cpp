@@ -1,12 +1,12 @@
 #include "common/threads/SignalMask.h"
 
 #include "tests/support/ForkedChild.h"
+#include "tests/support/SignalMask.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 #include <thread>
 
 namespace {
@@ -16,17 +16,6 @@ using namespace ZNORBTEST;
 
 constexpr int delivered = 10;
 constexpr int survived = 77;
-
-sigset_t currentMask() {
-    sigset_t mask;
-    (void)sigemptyset(&mask);
-    (void)pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    return mask;
-}
-
-bool isHeldBack(const sigset_t& mask) {
-    return sigismember(&mask, SIGTERM) == 1;
-}
 
 /// In a process of its own: from here on SIGTERM ends it with `delivered`.
 void endOnTermination() {

@@ -9,17 +9,10 @@
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <cstddef>
 #include <cstring>
-#include <functional>
 #include <memory>
-#include <new>
 #include <thread>
 #include <type_traits>
 #include <vector>

@@ -6,9 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <new>
-#include <string>
 #include <type_traits>
-#include <utility>
 #include <vector>
 
 using Common::map;

@@ -8,8 +8,6 @@
 #include <new>
 #include <string>
 #include <type_traits>
-#include <utility>
-#include <vector>
 
 using Common::shared_ptr;
 using namespace ZNORBTEST;

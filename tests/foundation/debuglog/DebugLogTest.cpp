@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
 #include <type_traits>
 
 using Common::DataBuffer;

@@ -3,10 +3,7 @@
 #include "tests/foundation/streams/Reads.h"
 #include "tests/support/Allocations.h"
 
-#include <gtest/gtest.h>
-
 #include <stdexcept>
-#include <string>
 
 using Common::InputStream;
 using Common::InputStreamFromBuffer;

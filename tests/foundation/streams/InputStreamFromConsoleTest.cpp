@@ -6,11 +6,9 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cstdio>
-#include <string>
 
 using Common::InputStream;
 using Common::InputStreamFromConsole;

@@ -2,11 +2,12 @@
 
 #include "tests/foundation/streams/Reads.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/support/Words.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,7 +15,6 @@
 #include <csignal>
 #include <limits>
 #include <optional>
-#include <string>
 #include <thread>
 
 using Common::InputStream;
@@ -24,13 +24,6 @@ using namespace ZNORBTEST;
 namespace {
 
 const std::string withNulBytes("\0a\0\0b\0", 6);
-
-/// The number that the next descriptor gets: the same again when nothing was left open in between.
-int nextDescriptor() {
-    const int descriptor = dup(STDERR_FILENO);
-    (void)close(descriptor);
-    return descriptor;
-}
 
 class InputStreamFromFileTest : public testing::Test {
 protected:
@@ -124,10 +117,7 @@ TEST_F(InputStreamFromFileTest, ALineBeyondTheMemoryEndsEarly) {
 }
 
 TEST_F(InputStreamFromFileTest, ReadBufferOfALargeFileGivesAllOfIt) {
-    std::string content;
-    for (int i = 0; i < 300000; ++i) {
-        content += static_cast<char>(i % 251);
-    }
+    const std::string content = pattern(300000);
     EXPECT_EQ(allOf(streamOf(content)), content);
 }
 
@@ -234,11 +224,11 @@ TEST_F(InputStreamFromFileTest, ReadTakesEverythingUntilTheLineReaderIsSet) {
 
 TEST_F(InputStreamFromFileTest, ClosesItsFileAtItsEnd) {
     const std::string path = fileWith("x");
-    const int before = nextDescriptor();
+    const int before = lowestFreeDescriptor();
     {
         const InputStreamFromFile stream(path.c_str());
         EXPECT_TRUE(stream.isOpen());
-        EXPECT_NE(nextDescriptor(), before);
+        EXPECT_NE(lowestFreeDescriptor(), before);
     }
-    EXPECT_EQ(nextDescriptor(), before);
+    EXPECT_EQ(lowestFreeDescriptor(), before);
 }

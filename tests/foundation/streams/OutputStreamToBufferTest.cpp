@@ -2,14 +2,12 @@
 
 #include "tests/support/Allocations.h"
 #include "tests/support/Rows.h"
+#include "tests/support/Words.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
 #include <memory>
-#include <string>
 #include <type_traits>
 
 using Common::DataBuffer;
@@ -28,15 +26,6 @@ class VisibleStream : public OutputStreamToBuffer {
 public:
     using OutputStreamToBuffer::chunkCount;
 };
-
-/// Bytes in which no chunk looks like another.
-std::string patternOf(std::size_t length) {
-    std::string bytes(length, '\0');
-    for (std::size_t i = 0; i < length; ++i) {
-        bytes[i] = static_cast<char>(i % 251);
-    }
-    return bytes;
-}
 
 void writeText(OutputStream& stream, const std::string& text) {
     stream.write(text.data(), static_cast<unsigned int>(text.size()));
@@ -78,7 +67,7 @@ using Chunks = Row<std::size_t, std::size_t>;
 class ChunksOfAWrite : public testing::TestWithParam<Chunks> {};
 
 TEST_P(ChunksOfAWrite, HoldItUntilItIsJoinedIntoTheString) {
-    const std::string bytes = patternOf(GetParam().given);
+    const std::string bytes = pattern(GetParam().given);
     VisibleStream stream;
     writeText(stream, bytes);
     EXPECT_EQ(stream.chunkCount(), GetParam().expected);
@@ -98,12 +87,12 @@ INSTANTIATE_TEST_SUITE_P(OutputStreamToBuffer, ChunksOfAWrite, testing::ValuesIn
 
 TEST(OutputStreamToBuffer, JoinsWritesInOrderAndGivesTheSameStringAgain) {
     VisibleStream stream;
-    writeText(stream, patternOf(chunkSize - 1));
+    writeText(stream, pattern(chunkSize - 1));
     EXPECT_EQ(stream.chunkCount(), 1U);
     stream.write("xyz", 3);
     EXPECT_EQ(stream.chunkCount(), 2U);
-    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "xyz");
-    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "xyz");
+    EXPECT_EQ(stream.getString(), pattern(chunkSize - 1) + "xyz");
+    EXPECT_EQ(stream.getString(), pattern(chunkSize - 1) + "xyz");
 }
 
 TEST(OutputStreamToBuffer, ALengthOfZeroNeedsNoDataAllocatesTheFirstChunkAndHoldsNothing) {
@@ -125,17 +114,13 @@ TEST(OutputStreamToBuffer, ALengthOfZeroNeedsNoDataAllocatesTheFirstChunkAndHold
 }
 
 TEST(OutputStreamToBuffer, HoldsBytesOfAnyValue) {
-    std::string bytes;
-    for (int value = 0; value < 256; ++value) {
-        bytes += static_cast<char>(value);
-    }
     OutputStreamToBuffer stream;
-    writeText(stream, bytes);
-    EXPECT_EQ(stream.getString(), bytes);
+    writeText(stream, allBytes());
+    EXPECT_EQ(stream.getString(), allBytes());
 }
 
 TEST(OutputStreamToBuffer, WritesOfAnySizeMeetTheChunkBoundsRight) {
-    const std::string bytes = patternOf(40000);
+    const std::string bytes = pattern(40000);
     for (const std::size_t step : {1U, 7U, 4096U, 8191U, 8192U, 8193U, 16384U}) {
         OutputStreamToBuffer stream;
         for (std::size_t done = 0; done < bytes.size(); done += step) {
@@ -147,9 +132,9 @@ TEST(OutputStreamToBuffer, WritesOfAnySizeMeetTheChunkBoundsRight) {
 }
 
 TEST_F(OutputStreamToBufferAllocations, DoesNotCopyWhatItHoldsWhileItGrows) {
-    const std::string rest = patternOf(chunkSize - 1);
+    const std::string rest = pattern(chunkSize - 1);
     OutputStreamToBuffer stream;
-    writeText(stream, patternOf(10 * chunkSize));
+    writeText(stream, pattern(10 * chunkSize));
     const AllocationWatch watch;
     stream.write("x", 1);
     EXPECT_EQ(watch.allocations(), 0);
@@ -162,12 +147,12 @@ TEST(OutputStreamToBuffer, FlushMovesTheChunksBehindTheString) {
     stream.write("first ", 6);
     stream.flush();
     EXPECT_EQ(stream.chunkCount(), 0U);
-    writeText(stream, patternOf(chunkSize + 1));
+    writeText(stream, pattern(chunkSize + 1));
     EXPECT_EQ(stream.size(), chunkSize + 7);
     static_cast<DataBuffer&>(stream).flush();
     EXPECT_EQ(stream.chunkCount(), 0U);
     EXPECT_EQ(stream.size(), chunkSize + 7);
-    EXPECT_EQ(stream.getString(), "first " + patternOf(chunkSize + 1));
+    EXPECT_EQ(stream.getString(), "first " + pattern(chunkSize + 1));
 }
 
 TEST(OutputStreamToBuffer, GetDataFlushesAndPointsToTheOneStringOfTheStreamsLife) {
@@ -185,7 +170,7 @@ TEST(OutputStreamToBuffer, SizeCountsStringAndChunksWithoutFlushingAndClearDrops
     VisibleStream stream;
     stream.write("abc", 3);
     stream.flush();
-    writeText(stream, patternOf(2 * chunkSize));
+    writeText(stream, pattern(2 * chunkSize));
     EXPECT_EQ(stream.size(), 3 + 2 * chunkSize);
     EXPECT_FALSE(stream.isEmpty());
     EXPECT_EQ(stream.chunkCount(), 3U);
@@ -201,13 +186,13 @@ TEST_F(OutputStreamToBufferAllocations, GivesBackAllItsMemory) {
     const AllocationWatch watch;
     {
         std::unique_ptr<OutputStream> stream = std::make_unique<OutputStreamToBuffer>();
-        writeText(*stream, patternOf(3 * chunkSize));
+        writeText(*stream, pattern(3 * chunkSize));
     }
     {
         OutputStreamToBuffer stream;
-        writeText(stream, patternOf(3 * chunkSize));
+        writeText(stream, pattern(3 * chunkSize));
         stream.flush();
-        writeText(stream, patternOf(10));
+        writeText(stream, pattern(10));
     }
     EXPECT_EQ(watch.outstanding(), 0);
 }
@@ -255,7 +240,7 @@ TEST(OutputStreamToBuffer, CopyOutOfNothingTouchesNoDestination) {
 }
 
 TEST(OutputStreamToBuffer, CopyOutCrossesFromTheStringThroughTheChunks) {
-    const std::string bytes = patternOf(100 + 3 * chunkSize);
+    const std::string bytes = pattern(100 + 3 * chunkSize);
     OutputStreamToBuffer stream;
     writeText(stream, bytes.substr(0, 100));
     stream.flush();
@@ -274,7 +259,7 @@ TEST(OutputStreamToBuffer, CopyOutCrossesFromTheStringThroughTheChunks) {
 // The allocations of a write are the chunks, each in one piece with its place in the list, and once the
 // list's sentinel. Whichever of them fails, the front of the run stays and the next write follows it.
 TEST_F(OutputStreamToBufferAllocations, WithoutMemoryAWriteKeepsTheFrontOfItsRunAndTheStreamGoesOn) {
-    const std::string bytes = patternOf(3 * chunkSize + 100);
+    const std::string bytes = pattern(3 * chunkSize + 100);
     std::size_t keptBefore = 0;
     for (long succeeding = 0; succeeding < 5; ++succeeding) {
         const AllocationWatch watch;
@@ -298,7 +283,7 @@ TEST_F(OutputStreamToBufferAllocations, WithoutMemoryAWriteKeepsTheFrontOfItsRun
 
 TEST_F(OutputStreamToBufferAllocations, WithoutMemoryForTheNextChunkTheLastOneStillHasRoom) {
     VisibleStream stream;
-    writeText(stream, patternOf(chunkSize - 1));
+    writeText(stream, pattern(chunkSize - 1));
     {
         const FailingAllocation fault(0);
         stream.write("x", 1);
@@ -307,11 +292,11 @@ TEST_F(OutputStreamToBufferAllocations, WithoutMemoryForTheNextChunkTheLastOneSt
     EXPECT_EQ(stream.size(), chunkSize - 1);
     stream.write("y", 1);
     EXPECT_EQ(stream.chunkCount(), 2U);
-    EXPECT_EQ(stream.getString(), patternOf(chunkSize - 1) + "y");
+    EXPECT_EQ(stream.getString(), pattern(chunkSize - 1) + "y");
 }
 
 TEST_F(OutputStreamToBufferAllocations, WithoutMemoryFlushLosesNothingAndMayBeTriedAgain) {
-    const std::string bytes = patternOf(chunkSize + 5);
+    const std::string bytes = pattern(chunkSize + 5);
     VisibleStream stream;
     stream.write("held ", 5);
     stream.flush();

@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <string>
 #include <system_error>
 #include <type_traits>
 

@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <string>
 
 using Common::Synchronization::lockFileKey;
 using ZNORBTEST::holdsInForked;

@@ -6,7 +6,6 @@
 #include "tests/support/ObservedThread.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <optional>

@@ -1,6 +1,7 @@
 #include "foundation/synchronization/NamedSemaphore.h"
 
 #include "tests/foundation/synchronization/SemaphoreName.h"
+#include "tests/support/Files.h"
 #include "tests/support/ObservedThread.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/StandIns.h"
@@ -8,7 +9,6 @@
 
 #include <gtest/gtest.h>
 #include <pthread.h>
-#include <semaphore.h>
 #include <signal.h>
 #include <sys/stat.h>
 
@@ -16,7 +16,6 @@
 #include <cerrno>
 #include <climits>
 #include <fstream>
-#include <string>
 #include <vector>
 
 using namespace Common::Synchronization;
@@ -90,9 +89,7 @@ TEST_F(NamedSemaphore, IsCreatedReadableForAllAndWritableForItsOwner) {
     const mode_t before = umask(0);
     EXPECT_FALSE(semaphoreExists(name.plain()));
     (void)umask(before);
-    struct stat status = {};
-    ASSERT_EQ(stat(("/dev/shm/sem." + name.plain()).c_str(), &status), 0);
-    EXPECT_EQ(status.st_mode & 07777U, 0644U);
+    EXPECT_EQ(modeOf("/dev/shm/sem." + name.plain()), 0644U);
 }
 
 TEST_F(NamedSemaphore, OpenOrCreateReportsWhetherTheNameExisted) {

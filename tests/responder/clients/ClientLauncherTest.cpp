@@ -5,6 +5,7 @@
 #include "tests/responder/clients/StandInClient.h"
 #include "tests/responder/paths/StagedInstallation.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
@@ -13,18 +14,13 @@
 #include "tests/support/Scarcity.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -158,13 +154,11 @@ TEST_F(ClientLauncherTest, ClientOfTheRunningExecutablesOwnDirectoryIsStarted) {
 }
 
 TEST_F(ClientLauncherTest, ClientHasTheStandardDescriptorsAndNoneThatIsCloseOnExec) {
-    const int inherited = open("/dev/null", O_RDONLY); // to be inherited
-    const int closed = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const Descriptor inherited(open("/dev/null", O_RDONLY)); // to be inherited
+    const Descriptor closed(open("/dev/null", O_RDONLY | O_CLOEXEC));
     const std::vector<int> descriptors = startOfEnded(launch(0, "en", "")).descriptors;
-    EXPECT_THAT(descriptors, testing::IsSupersetOf({0, 1, 2, inherited}));
-    EXPECT_THAT(descriptors, Not(Contains(closed)));
-    (void)close(inherited);
-    (void)close(closed);
+    EXPECT_THAT(descriptors, testing::IsSupersetOf({0, 1, 2, inherited.get()}));
+    EXPECT_THAT(descriptors, Not(Contains(closed.get())));
 }
 
 TEST_F(ClientLauncherTest, LaunchingLeavesNoDescriptorOpen) {

@@ -37,11 +37,6 @@ static_assert(std::string_view(exitRequest).size() == 58);
 /// likes, so that it decides how long the sweep is held up.
 class ClientPort {
 public:
-    ClientPort() = default;
-    ~ClientPort() { hangUp(); }
-    ClientPort(const ClientPort&) = delete;
-    ClientPort& operator=(const ClientPort&) = delete;
-
     [[nodiscard]] std::uint16_t port() const { return m_listener.number(); }
 
     /// Waits for a connection that is on its way.
@@ -51,21 +46,22 @@ public:
 
     /// Whether a connection has come; takes it.
     bool isAsked() {
-        if (m_connection == -1) {
-            m_connection = m_listener.acceptOne();
+        if (!m_connection.isOpen()) {
+            m_connection.reset(m_listener.acceptOne());
         }
-        return m_connection != -1;
+        return m_connection.isOpen();
     }
 
     /// All that comes over the connection until the sweep closes it.
     std::string receivedUntilClosed() {
         std::string bytes;
         while (awaitAsked()) {
-            pollfd wanted = {m_connection, POLLIN, 0};
+            pollfd wanted = {m_connection.get(), POLLIN, 0};
             char buffer[1024];
-            const ssize_t count = poll(&wanted, 1, static_cast<int>(usualBound.count())) == 1
-                                      ? recvfrom(m_connection, buffer, sizeof buffer, 0, nullptr, nullptr)
-                                      : -1;
+            const ssize_t count =
+                poll(&wanted, 1, static_cast<int>(usualBound.count())) == 1
+                    ? recvfrom(m_connection.get(), buffer, sizeof buffer, 0, nullptr, nullptr)
+                    : -1;
             EXPECT_GE(count, 0) << "the connection was not closed in good order";
             if (count <= 0) {
                 break;
@@ -77,21 +73,17 @@ public:
 
     void answer(const std::string& bytes) {
         ASSERT_TRUE(awaitAsked());
-        ASSERT_EQ(sendto(m_connection, bytes.data(), bytes.size(), MSG_NOSIGNAL, nullptr, 0),
+        ASSERT_EQ(sendto(m_connection.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL, nullptr, 0),
                   static_cast<ssize_t>(bytes.size()));
     }
 
-    void hangUp() {
-        if (m_connection != -1) {
-            (void)close(std::exchange(m_connection, -1));
-        }
-    }
+    void hangUp() { m_connection.reset(); }
 
     /// Ends the connection so that the other side fails with ECONNRESET.
     void reset() {
         ASSERT_TRUE(awaitAsked());
         const linger atOnce = {1, 0};
-        ASSERT_EQ(setsockopt(m_connection, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce), 0);
+        ASSERT_EQ(setsockopt(m_connection.get(), SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce), 0);
         hangUp();
     }
 
@@ -100,7 +92,7 @@ public:
 
 private:
     LocalPort m_listener{true};
-    int m_connection = -1;
+    Descriptor m_connection;
 };
 
 /// A table as clients have filled it in, and a sweep over it.

@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include "tests/responder/paths/ExecutableLink.h"
 #include "tests/support/Files.h"
 #include "tests/support/Waiting.h"
+#include "tests/support/Words.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -64,8 +65,7 @@ std::string openDescriptors() {
 bool becomeStandInIfAsked() {
     const std::string words = readFileIfAny("/proc/self/cmdline");
     const std::string program = words.substr(0, words.find('\0'));
-    const std::string ending = programName;
-    if (program.size() > ending.size() && program.substr(program.size() - ending.size()) == ending) {
+    if (program.ends_with(programName)) {
         standIn(words, program);
     }
     return false;
@@ -74,18 +74,6 @@ bool becomeStandInIfAsked() {
 [[maybe_unused]] const bool s_isStandIn = becomeStandInIfAsked();
 
 // ---- the test's side -----------------------------------------------------------------------------------
-
-/// Each piece is followed by the separator.
-std::vector<std::string> piecesOf(const std::string& text, char separator) {
-    std::vector<std::string> pieces;
-    std::size_t begin = 0;
-    for (std::size_t end = text.find(separator); end != std::string::npos;
-         end = text.find(separator, begin)) {
-        pieces.push_back(text.substr(begin, end - begin));
-        begin = end + 1;
-    }
-    return pieces;
-}
 
 } // namespace
 
@@ -117,11 +105,11 @@ bool waitForStart(const std::string& directory, pid_t process) {
 
 ClientStart startOf(const std::string& directory, pid_t process) {
     ClientStart start;
-    start.words = piecesOf(readFile(recordPath(directory, process, ".words")), '\0');
+    start.words = wordsOf(readFile(recordPath(directory, process, ".words")));
     start.directory = readFile(recordPath(directory, process, ".directory"));
     start.table = readFile(recordPath(directory, process, ".table"));
     for (const std::string& number :
-         piecesOf(readFile(recordPath(directory, process, ".descriptors")), '\n')) {
+         partsOf(readFile(recordPath(directory, process, ".descriptors")), "\n")) {
         start.descriptors.push_back(std::stoi(number));
     }
     return start;
@@ -132,8 +120,7 @@ std::vector<pid_t> startedFrom(const std::string& directory) {
     const std::string ending = ".complete";
     std::vector<pid_t> processes;
     for (const std::string& name : namesIn(directory)) {
-        if (name.compare(0, prefix.size(), prefix) == 0 && name.size() > ending.size() &&
-            name.substr(name.size() - ending.size()) == ending) {
+        if (name.starts_with(prefix) && name.ends_with(ending)) {
             processes.push_back(static_cast<pid_t>(std::stol(name.substr(prefix.size()))));
         }
     }

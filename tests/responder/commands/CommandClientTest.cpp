@@ -1,7 +1,9 @@
 #include "responder/commands/CommandClient.h"
 
 #include "tests/responder/clients/SendRecorder.h"
+#include "tests/support/Addresses.h"
 #include "tests/support/Allocations.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
@@ -88,12 +90,8 @@ TEST_F(CommandClient, SendThatFailsShowsInTheAnswerThatDoesNotCome) {
 
 TEST_F(CommandClient, FailsAtOnceWithoutASocketFileOrWithOneThatNobodyServes) {
     const auto bindAndClose = []() {
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        (void)std::string(socketPath).copy(address.sun_path, sizeof address.sun_path - 1);
-        const int stale = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(bind(stale, reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-        (void)close(stale);
+        const Descriptor stale(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(bindTo(stale.get(), addressOf(socketPath)), 0);
         EXPECT_TRUE(exists(socketPath));
     };
     const std::function<void()> files[] = {[]() {}, bindAndClose, []() { writeFile(socketPath, ""); }};

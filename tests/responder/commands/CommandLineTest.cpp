@@ -5,11 +5,7 @@
 #include "tests/support/Rows.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
-#include <span>
-#include <string>
-#include <vector>
 
 namespace {
 

@@ -5,6 +5,8 @@
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Onlooker.h"
+#include "tests/support/PlayedDaemon.h"
+#include "tests/support/SignalMask.h"
 #include "tests/support/StandIns.h"
 
 #include <gtest/gtest.h>
@@ -23,35 +25,20 @@ using ORBCOMMON::holdTermination;
 using ORBCOMMON::restoreSignalMask;
 using namespace ZNORBTEST;
 
-constexpr const char* lockName = "/znorb.appLock";
 constexpr const char* lockPath = "/dev/shm/sem.znorb.appLock";
 constexpr int survived = 77;
-
-bool isHeldBack(const sigset_t& mask) {
-    return sigismember(&mask, SIGTERM) == 1;
-}
-
-sigset_t currentMask() {
-    sigset_t mask;
-    (void)sigemptyset(&mask);
-    (void)sigprocmask(SIG_BLOCK, nullptr, &mask);
-    return mask;
-}
 
 /// Somebody else's handle on the lock, as a stopping process has it. Removes the name in the end.
 class OtherHandle {
 public:
-    OtherHandle() = default;
-    ~OtherHandle() { (void)sem_unlink(lockName); }
-    OtherHandle(const OtherHandle&) = delete;
-    OtherHandle& operator=(const OtherHandle&) = delete;
+    ~OtherHandle() { (void)sem_unlink(daemonLock); }
 
     /// Waits for the lock to be made by somebody and opens it.
     void open() {
-        ASSERT_TRUE(waitUntil([this]() { return m_handle.emplace(lockName).isOpen(); }));
+        ASSERT_TRUE(waitUntil([this]() { return m_handle.emplace(daemonLock).isOpen(); }));
     }
 
-    void create(unsigned count) { ASSERT_TRUE(m_handle.emplace(lockName, count).isOpen()); }
+    void create(unsigned count) { ASSERT_TRUE(m_handle.emplace(daemonLock, count).isOpen()); }
 
     [[nodiscard]] int count() const { return m_handle->count(); }
 

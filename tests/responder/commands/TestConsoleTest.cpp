@@ -2,6 +2,7 @@
 
 #include "common/log/Logger.h"
 #include "responder/Globals.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LocalConnection.h"
@@ -36,29 +37,25 @@ constexpr const char* tablePath = "/dev/shm/znorb.shvars";
 /// A pipe to type into.
 class Keys {
 public:
-    Keys() { EXPECT_EQ(pipe2(m_ends, O_CLOEXEC), 0); }
-    ~Keys() {
-        (void)close(m_ends[0]);
-        end();
+    Keys() {
+        int ends[2] = {-1, -1};
+        EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
+        m_readingEnd.reset(ends[0]);
+        m_writingEnd.reset(ends[1]);
     }
-    Keys(const Keys&) = delete;
-    Keys& operator=(const Keys&) = delete;
 
-    [[nodiscard]] int readingEnd() const { return m_ends[0]; }
+    [[nodiscard]] int readingEnd() const { return m_readingEnd.get(); }
 
     void type(const std::string& keys) const {
-        EXPECT_EQ(write(m_ends[1], keys.data(), keys.size()), static_cast<ssize_t>(keys.size()));
+        EXPECT_EQ(write(m_writingEnd.get(), keys.data(), keys.size()), std::ssize(keys));
     }
 
     /// No more keys will come.
-    void end() {
-        if (m_ends[1] != -1) {
-            (void)close(std::exchange(m_ends[1], -1));
-        }
-    }
+    void end() { m_writingEnd.reset(); }
 
 private:
-    int m_ends[2] = {-1, -1};
+    Descriptor m_readingEnd;
+    Descriptor m_writingEnd;
 };
 
 // ---- one key --------------------------------------------------------------------------------------------
@@ -66,17 +63,14 @@ private:
 /// Standard input is a pipe.
 class ConsoleInput : public testing::Test {
 protected:
-    ConsoleInput() : m_before(dup(STDIN_FILENO)) { (void)dup2(keys.readingEnd(), STDIN_FILENO); }
-    ~ConsoleInput() override {
-        (void)dup2(m_before, STDIN_FILENO);
-        (void)close(m_before);
-    }
+    ConsoleInput() { (void)dup2(keys.readingEnd(), STDIN_FILENO); }
+    ~ConsoleInput() override { (void)dup2(m_before.get(), STDIN_FILENO); }
 
     const SelectRecorder waits;
     Keys keys;
 
 private:
-    int m_before;
+    const Descriptor m_before{dup(STDIN_FILENO)};
 };
 
 TEST_F(ConsoleInput, IsWaitedForOnDescriptorZeroAloneForSixtySecondsAtATime) {
@@ -132,12 +126,9 @@ TEST_F(ConsoleInput, KeyIsZeroWhenWaitingFailsAndIsThereStill) {
 }
 
 TEST_F(ConsoleInput, ClosedStandardInputIsAFailedWait) {
-    const int kept = dup(STDIN_FILENO);
     (void)close(STDIN_FILENO);
     EXPECT_FALSE(waitForInput());
     EXPECT_EQ(readKey(), 0);
-    (void)dup2(kept, STDIN_FILENO);
-    (void)close(kept);
 }
 
 // ---- the whole console ----------------------------------------------------------------------------------
@@ -157,11 +148,8 @@ constexpr const char* table = "Entry:  0, Valid?: Y, ID: one\r\n"
 /// Test mode in a process of its own, its standard output in a file of memory.
 class TestConsole : public testing::Test {
 protected:
-    TestConsole() : m_output(memfd_create("output", MFD_CLOEXEC)) {}
-
     ~TestConsole() override {
         console.reset();
-        (void)close(m_output);
         (void)unlink(socketPath);
         (void)unlink(tablePath);
     }
@@ -176,7 +164,7 @@ protected:
     void launch(unsigned failingWaits = 0) {
         console = std::make_unique<ForkedChild>([this, failingWaits]() {
             (void)dup2(keys.readingEnd(), STDIN_FILENO);
-            (void)dup2(m_output, STDOUT_FILENO);
+            (void)dup2(m_output.get(), STDOUT_FILENO);
             keys.end();
             const SelectRecorder waits;
             SelectRecorder::fail(EINTR, failingWaits);
@@ -195,17 +183,7 @@ protected:
         ASSERT_TRUE(waitUntil([]() { return askDaemon("are you there?") == "0"; })) << output();
     }
 
-    [[nodiscard]] std::string output() const {
-        std::string text;
-        char buffer[4096];
-        for (;;) {
-            const ssize_t count = pread(m_output, buffer, sizeof buffer, static_cast<off_t>(text.size()));
-            if (count <= 0) {
-                return text;
-            }
-            text.append(buffer, static_cast<std::size_t>(count));
-        }
-    }
+    [[nodiscard]] std::string output() const { return contentOf(m_output.get()); }
 
     void awaitOutput(const std::string& expected) {
         EXPECT_TRUE(waitUntil([this, &expected]() { return output() == expected; })) << output();
@@ -221,7 +199,7 @@ protected:
     std::unique_ptr<ForkedChild> console;
 
 private:
-    int m_output;
+    const Descriptor m_output{memfd_create("output", MFD_CLOEXEC)};
 };
 
 TEST_F(TestConsole, GreetsPrintsAndEndsAlsoWhenTheFirstWaitsFail) {

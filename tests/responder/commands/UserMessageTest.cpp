@@ -1,6 +1,8 @@
 #include "responder/commands/UserMessage.h"
 
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
+#include "tests/support/SocketPair.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -18,12 +20,9 @@ using ZNORBTEST::readFile;
 
 class UserMessageTest : public testing::Test {
 protected:
-    UserMessageTest() : m_file(open(m_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)) {}
-    ~UserMessageTest() override { (void)close(m_file); }
-
     ZNORBTEST::TemporaryFolder m_folder;
     const std::string m_path = m_folder / "output";
-    const int m_file;
+    const ZNORBTEST::Descriptor m_file{open(m_path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)};
 };
 
 TEST_F(UserMessageTest, EachMessageIsFollowedByANewlineAndThereAtOnce) {
@@ -31,7 +30,7 @@ TEST_F(UserMessageTest, EachMessageIsFollowedByANewlineAndThereAtOnce) {
     for (const std::string& message :
          {std::string("The ZN Orbisan daemon has started."), std::string("two"), std::string(),
           std::string("100%s %n %d%%"), std::string(ZNORBRESPONDER::longestMessage, 'x')}) {
-        tellUser(m_file, message.c_str());
+        tellUser(m_file.get(), message.c_str());
         expected += message + "\n";
         EXPECT_EQ(readFile(m_path), expected);
     }
@@ -39,29 +38,25 @@ TEST_F(UserMessageTest, EachMessageIsFollowedByANewlineAndThereAtOnce) {
 
 TEST_F(UserMessageTest, LongerMessageIsCutAndStillEndsWithANewline) {
     const std::string longest(ZNORBRESPONDER::longestMessage, 'x');
-    tellUser(m_file, (longest + "beyond").c_str());
+    tellUser(m_file.get(), (longest + "beyond").c_str());
     EXPECT_EQ(readFile(m_path), longest + "\n");
 }
 
 TEST(UserMessage, MessageAndNewlineAreOnePiece) {
-    int ends[2] = {};
-    ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0, ends), 0);
-    tellUser(ends[0], "in one");
+    const ZNORBTEST::SocketPair ends(SOCK_DGRAM);
+    tellUser(ends.near(), "in one");
     char piece[16] = {};
-    EXPECT_EQ(recv(ends[1], piece, sizeof piece, MSG_DONTWAIT), 7);
+    EXPECT_EQ(recv(ends.far(), piece, sizeof piece, MSG_DONTWAIT), 7);
     EXPECT_STREQ(piece, "in one\n");
-    (void)close(ends[0]);
-    (void)close(ends[1]);
 }
 
 TEST(UserMessage, DescriptorThatCannotBeWrittenIsIgnored) {
-    const int full = open("/dev/full", O_WRONLY | O_CLOEXEC);
-    ASSERT_NE(full, -1);
+    const ZNORBTEST::Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    ASSERT_TRUE(full.isOpen());
     errno = 0;
-    tellUser(full, "nobody reads this");
+    tellUser(full.get(), "nobody reads this");
     EXPECT_EQ(errno, ENOSPC) << "it was tried";
-    tellUser(full, "nor this");
-    (void)close(full);
+    tellUser(full.get(), "nor this");
 }
 
 TEST(UserMessage, ClosedDescriptorIsIgnored) {

@@ -37,22 +37,6 @@ constexpr const char* startedLine = "WBX Responder Monitor Started";
 constexpr const char* failedLine = "WBX Responder Monitor could not allocate global shared memory.";
 constexpr const char* stoppedLine = "WBX Responder Monitor Stopped";
 
-/// A log stream that looks at the world at the moment of each line.
-class Observer : public Common::OutputStream {
-public:
-    explicit Observer(std::function<void(const std::string&)> look) : m_look(std::move(look)) {}
-
-    void write(const char* data, const unsigned int& length) override {
-        const std::string text(data, length);
-        if (text != "\r\n") {
-            m_look(text);
-        }
-    }
-
-private:
-    std::function<void(const std::string&)> m_look;
-};
-
 class WBXResponderMonitorTest : public testing::Test {
 protected:
     void SetUp() override {
@@ -63,18 +47,6 @@ protected:
     void TearDown() override {
         ORBCOMMON::Logger::removeAllOutputStreams();
         (void)shm_unlink(objectName);
-    }
-
-    static void observe(const std::function<void(const std::string&)>& look) {
-        ORBCOMMON::Logger::addOutputStream(Common::shared_ptr<Common::OutputStream>(new Observer(look)));
-    }
-
-    /// As another monitor leaves it while it runs.
-    static void makeForeignObject(const std::string& content) {
-        const int descriptor = shm_open(objectName, O_RDWR | O_CREAT | O_EXCL, 0600);
-        ASSERT_NE(descriptor, -1);
-        EXPECT_EQ(write(descriptor, content.data(), content.size()), static_cast<ssize_t>(content.size()));
-        (void)close(descriptor);
     }
 
     StagedInstallation m_installation;
@@ -113,7 +85,7 @@ TEST_F(WBXResponderMonitorTest, ConstructionAndFinishDoNothing) {
 TEST_F(WBXResponderMonitorTest,
        WithoutAnObjectOneIsMadeZeroedAndUnlinkedAndTheConsoleServedBetweenTheTwoLines) {
     std::vector<std::string> seen;
-    observe([&seen](const std::string& line) {
+    onLogLines([&seen](const std::string& line) {
         EXPECT_EQ(readFile(objectFile), std::string(8196, '\0'));
         EXPECT_EQ(modeOf(objectFile), 0666U);
         seen.push_back(line + (exists(published) ? ", there" : ""));
@@ -128,9 +100,9 @@ TEST_F(WBXResponderMonitorTest,
 }
 
 TEST_F(WBXResponderMonitorTest, ObjectThatIsPresentIsLeftUntouchedAndUnlinkedAtTheEndAndTheNextRunIsAsEver) {
-    makeForeignObject("foreign");
+    writeFile(objectFile, "foreign", 0600);
     unsigned looks = 0;
-    observe([&looks](const std::string&) {
+    onLogLines([&looks](const std::string&) {
         if (++looks <= 3) {
             EXPECT_EQ(readFile(objectFile), "foreign");
             EXPECT_EQ(modeOf(objectFile), 0600U);
@@ -172,7 +144,7 @@ TEST_F(WBXResponderMonitorTest, ThreadOnItMakesOnePassAndEnds) {
 }
 
 TEST_F(WBXResponderMonitorTest, ThreadWithAnObjectPresentLogsTheThreeLinesPublishesAndUnlinks) {
-    makeForeignObject("foreign");
+    writeFile(objectFile, "foreign", 0600);
     runOnThread();
     EXPECT_THAT(m_log.lines(), ElementsAre(startedLine, failedLine, stoppedLine));
     EXPECT_EQ(readFile(published), "<descriptor/>");
@@ -182,9 +154,9 @@ TEST_F(WBXResponderMonitorTest, ThreadWithAnObjectPresentLogsTheThreeLinesPublis
 TEST_F(WBXResponderMonitorTest, ExceptionThatLeavesThePassFindsTheNameUnlinkedWhoseverItIs) {
     for (const std::string thrower : {startedLine, stoppedLine, failedLine}) {
         if (thrower == failedLine) {
-            makeForeignObject("foreign");
+            writeFile(objectFile, "foreign", 0600);
         }
-        observe([thrower](const std::string& line) {
+        onLogLines([thrower](const std::string& line) {
             if (line == thrower) {
                 throw std::runtime_error("from a log stream");
             }

@@ -13,13 +13,11 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <functional>
-#include <string>
 
 namespace {
 
@@ -129,8 +127,7 @@ constexpr const char* probeEnding = "/path-probe";
 /// This program, started under the probe's name, tells its directory and ends, before main.
 bool becomeProbeIfAsked() {
     const std::string program = realExecutable();
-    const std::string ending = probeEnding;
-    if (program.size() < ending.size() || program.substr(program.size() - ending.size()) != ending) {
+    if (!program.ends_with(probeEnding)) {
         return false;
     }
     const std::string answer = getBinaryPath("znorb", "") + "\n";
@@ -156,9 +153,7 @@ protected:
     static std::string answerFrom(const std::string& directory) {
         std::filesystem::create_directories(directory);
         std::filesystem::create_hard_link(std::string(root) + "/program", directory + probeEnding);
-        Launch launch;
-        launch.program = directory + probeEnding;
-        const ProgramResult result = runProgram(launch);
+        const ProgramResult result = runProgram({.program = directory + probeEnding});
         EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
         return result.output;
     }

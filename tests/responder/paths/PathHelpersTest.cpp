@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include <map>
-#include <string>
 
 namespace {
 

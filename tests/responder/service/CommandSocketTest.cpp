@@ -1,5 +1,7 @@
 #include "responder/service/CommandSocket.h"
 
+#include "tests/support/Addresses.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
@@ -30,14 +32,9 @@ bool isSocketFile(const std::string& path) {
 }
 
 /// The error of connecting without waiting, or 0; the connection is kept open in `connections`.
-int connectTo(const std::string& path, std::vector<int>& connections) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    (void)path.copy(address.sun_path, sizeof address.sun_path - 1);
-    connections.push_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    return connect(connections.back(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
-               ? 0
-               : errno;
+int connectTo(const std::string& path, std::vector<Descriptor>& connections) {
+    connections.emplace_back(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    return ZNORBTEST::connectTo(connections.back().get(), addressOf(path)) == 0 ? 0 : errno;
 }
 
 class CommandSocket : public testing::Test {
@@ -128,27 +125,23 @@ TEST_F(OpenCommandSocket, ListensOnlyWhenItIsBoundAndLetsNobodyInBefore) {
 }
 
 TEST_F(ListeningCommandSocket, BacklogBoundsTheConnectionsThatWait) {
-    std::vector<int> connections;
+    std::vector<Descriptor> connections;
     int waiting = 0;
     while (waiting < 100 && connectTo(path, connections) == 0) {
         ++waiting;
     }
     EXPECT_EQ(waiting, 6) << "the kernel lets one more wait than it is told";
-    for (const int connection : connections) {
-        (void)close(connection);
-    }
 }
 
 TEST_F(ListeningCommandSocket, AcceptReturnsTheConnectionThatWaitsAndThatIsNotPassedOnToExecutedPrograms) {
     const LocalConnection client = LocalConnection::toPath(path);
-    const int connection = listener.accept(5);
-    ASSERT_NE(connection, -1);
-    EXPECT_EQ(fcntl(connection, F_GETFD), FD_CLOEXEC);
+    const Descriptor connection(listener.accept(5));
+    ASSERT_TRUE(connection.isOpen());
+    EXPECT_EQ(fcntl(connection.get(), F_GETFD), FD_CLOEXEC);
     ASSERT_TRUE(client.send("hello"));
     char received[8] = {};
-    EXPECT_EQ(recvfrom(connection, received, sizeof received, 0, nullptr, nullptr), 5);
+    EXPECT_EQ(recvfrom(connection.get(), received, sizeof received, 0, nullptr, nullptr), 5);
     EXPECT_STREQ(received, "hello");
-    (void)close(connection);
 }
 
 TEST_F(ListeningCommandSocket, AcceptTakesConnectionsInTheirOrder) {
@@ -157,11 +150,10 @@ TEST_F(ListeningCommandSocket, AcceptTakesConnectionsInTheirOrder) {
         ASSERT_TRUE(client.send(&client == clients ? "1" : "2"));
     }
     for (const char expected : {'1', '2'}) {
-        const int connection = listener.accept(5);
+        const Descriptor connection(listener.accept(5));
         char received = 0;
-        EXPECT_EQ(recvfrom(connection, &received, 1, 0, nullptr, nullptr), 1);
+        EXPECT_EQ(recvfrom(connection.get(), &received, 1, 0, nullptr, nullptr), 1);
         EXPECT_EQ(received, expected);
-        (void)close(connection);
     }
 }
 
@@ -180,9 +172,7 @@ TEST_F(ListeningCommandSocket, AcceptReturnsNothingWhenTheWaitFails) {
     EXPECT_EQ(listener.accept(5), -1);
     SelectRecorder::returnOneWithoutDescriptor();
     EXPECT_EQ(listener.accept(5), -1);
-    const int connection = listener.accept(5);
-    EXPECT_NE(connection, -1) << "the connection has waited meanwhile";
-    (void)close(connection);
+    EXPECT_TRUE(Descriptor(listener.accept(5)).isOpen()) << "the connection has waited meanwhile";
 }
 
 /// How long it takes to be told that nothing came.
@@ -200,19 +190,16 @@ std::chrono::steady_clock::duration durationOfAcceptWithoutADescriptor(Listener&
 TEST_F(ListeningCommandSocket, FailureThatLastsIsFollowedByAPauseInWhichTheConnectionWaits) {
     const LocalConnection client = LocalConnection::toPath(path);
     EXPECT_GE(durationOfAcceptWithoutADescriptor(listener), std::chrono::milliseconds(50));
-    const int connection = listener.accept(5);
-    EXPECT_NE(connection, -1);
-    (void)close(connection);
+    EXPECT_TRUE(Descriptor(listener.accept(5)).isOpen());
     listener.close();
     EXPECT_GE(durationOfFailedAccept(listener), std::chrono::milliseconds(50)) << "nothing to wait for";
 }
 
 TEST_F(ListeningCommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFileUntilItIsOpenedAnew) {
     listener.close();
-    std::vector<int> connections;
+    std::vector<Descriptor> connections;
     EXPECT_EQ(connectTo(path, connections), ECONNREFUSED);
     EXPECT_TRUE(isSocketFile(path));
-    (void)close(connections[0]);
     openAndListen();
     EXPECT_TRUE(LocalConnection::toPath(path).isConnected());
 }
@@ -227,10 +214,9 @@ TEST_F(ListeningCommandSocket, ClosingEndsTheConnectionsThatStillWait) {
 TEST_F(CommandSocket, ClosingRefusesConnectionsAlsoWhenAnotherProcessHoldsTheSocket) {
     const int descriptor = lowestFreeDescriptor();
     openAndListen();
-    const int held = dup(descriptor); // as a forked process would
+    const Descriptor held(dup(descriptor)); // as a forked process would
     listener.close();
     EXPECT_FALSE(LocalConnection::toPath(path).isConnected());
-    (void)close(held);
 }
 
 TEST_F(CommandSocket, ClosingFreesTheDescriptorOnceOnly) {

@@ -8,9 +8,9 @@
 #include "tests/support/Matchers.h"
 #include "tests/support/ProcessEnd.h"
 #include "tests/support/Scarcity.h"
+#include "tests/support/SignalMask.h"
 #include "tests/support/Waiting.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -30,28 +30,6 @@ using Responder = ZNORBRESPONDER::ResponderThread;
 constexpr const char* socketPath = "/var/run/znorb.socket";
 constexpr const char* tablePath = "/dev/shm/znorb.shvars";
 
-/// Acts on the responder's thread when it logs its last record: the exit event is set, the table still there.
-class AtTheLastRecord : public Common::OutputStream {
-public:
-    explicit AtTheLastRecord(std::function<void()> action) : m_action(std::move(action)) {}
-
-    void write(const char* data, const unsigned int& /*length*/) override {
-        if (std::string(data) == "Unified responder stopped") {
-            m_action();
-        }
-    }
-
-private:
-    const std::function<void()> m_action;
-};
-
-bool isTerminationHeld() {
-    sigset_t mask;
-    (void)sigemptyset(&mask);
-    (void)pthread_sigmask(SIG_BLOCK, nullptr, &mask);
-    return sigismember(&mask, SIGTERM) == 1;
-}
-
 class ResponderThread : public testing::Test {
 protected:
     ResponderThread() { (void)mainExitBarrier.reset(); }
@@ -66,9 +44,10 @@ protected:
         ASSERT_TRUE(waitUntil([]() { return askDaemon("are you there?") == "0"; }));
     }
 
+    /// Acts on the responder's thread when it logs its last record: the exit event is set, the table still
+    /// there.
     static void atTheLastRecord(const std::function<void()>& action) {
-        ORBCOMMON::Logger::addOutputStream(
-            Common::shared_ptr<Common::OutputStream>(new AtTheLastRecord(action)));
+        onLogLine("Unified responder stopped", action);
     }
 
     /// The whole life, with the action in it.
@@ -150,14 +129,14 @@ TEST_F(ResponderThread, TakesTerminationWhileItWorksAndNotAfterItsEnd) {
     pthread_key_t key = 0;
     ASSERT_EQ(pthread_key_create(&key,
                                  [](void* isEnded) {
-                                     s_wasHeldAtTheEnd = isTerminationHeld();
+                                     s_wasHeldAtTheEnd = isHeldBack(currentMask());
                                      static_cast<std::atomic<bool>*>(isEnded)->store(true);
                                  }),
               0);
     bool isHeldAtWork = true;
     std::atomic<bool> isEnded = false;
     liveWith([&key, &isHeldAtWork, &isEnded]() {
-        isHeldAtWork = isTerminationHeld();
+        isHeldAtWork = isHeldBack(currentMask());
         EXPECT_EQ(pthread_setspecific(key, &isEnded), 0); // its destructor is what the thread runs last
     });
     EXPECT_FALSE(isHeldAtWork);

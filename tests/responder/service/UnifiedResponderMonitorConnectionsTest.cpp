@@ -1,25 +1,16 @@
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
+#include "tests/support/Addresses.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
-#include "tests/support/LocalConnection.h"
 #include "tests/support/LocalPort.h"
 #include "tests/support/Matchers.h"
-#include "tests/support/SelectRecorder.h"
-#include "tests/support/Waiting.h"
 
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
-#include <cstddef>
-#include <ctime>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -174,11 +165,8 @@ std::chrono::nanoseconds cpuTimeOfProcess() {
 TEST_F(ServingResponderMonitor, ConnectionThatCannotBeAcceptedIsTriedAgainWithoutSpinning) {
     ASSERT_TRUE(waitUntil(isBetweenConnections));
     const Descriptor late(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    (void)std::string(socketPath).copy(address.sun_path, sizeof address.sun_path - 1);
     auto limit = std::make_unique<DescriptorLimit>(lowestFreeDescriptor());
-    ASSERT_EQ(connect(late.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(connectTo(late.get(), addressOf(socketPath)), 0);
     ASSERT_EQ(sendto(late.get(), "PRINT", 5, MSG_NOSIGNAL, nullptr, 0), 5);
     const std::size_t calls = SelectRecorder::calls().size();
     const auto begin = std::chrono::steady_clock::now();

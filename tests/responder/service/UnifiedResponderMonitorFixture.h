@@ -15,7 +15,6 @@
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Waiting.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -37,23 +36,6 @@ namespace ZNORBTEST {
 
 inline constexpr const char* socketPath = "/var/run/znorb.socket";
 inline constexpr const char* tablePath = "/dev/shm/znorb.shvars";
-
-/// Acts at the moment when the Logger writes a line, on the thread that logs it.
-class LineAction : public Common::OutputStream {
-public:
-    LineAction(std::string line, std::function<void()> action)
-        : m_line(std::move(line)), m_action(std::move(action)) {}
-
-    void write(const char* data, const unsigned int& length) override {
-        if (std::string(data, length) == m_line) {
-            m_action();
-        }
-    }
-
-private:
-    const std::string m_line;
-    const std::function<void()> m_action;
-};
 
 /// The descriptors of this process that are sockets of the path, the listening one and its connections.
 inline std::vector<int> socketsOf(const std::string& path) {
@@ -142,12 +124,6 @@ protected:
     void quit() {
         EXPECT_EQ(askDaemon("QUIT"), "0");
         awaitEnd();
-    }
-
-    /// Acts on the monitor's thread when it logs the line. REQUIRES: not started.
-    static void on(const std::string& line, const std::function<void()>& action) {
-        ORBCOMMON::Logger::addOutputStream(
-            Common::shared_ptr<Common::OutputStream>(new LineAction(line, action)));
     }
 
     /// The lines that are logged after the start's.

@@ -1,10 +1,6 @@
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
-#include "tests/support/Files.h"
-#include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
-
-#include <string>
 
 namespace {
 

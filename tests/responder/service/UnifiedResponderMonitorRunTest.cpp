@@ -1,20 +1,13 @@
 #include "responder/commands/CommandClient.h"
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
 #include "tests/support/DescriptorLimit.h"
-#include "tests/support/Files.h"
-#include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
-#include "tests/support/Waiting.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <atomic>
-#include <csignal>
-#include <filesystem>
 #include <memory>
-#include <vector>
 
 namespace {
 
@@ -50,7 +43,7 @@ TEST_F(ServingResponderMonitor,
 TEST_F(UnifiedResponderMonitor, QuitIsAnsweredBeforeTheEnd) {
     std::atomic<bool> isAnswered = false;
     std::atomic<bool> wasAnswered = false;
-    on("Unified responder stopped", [&isAnswered, &wasAnswered]() {
+    onLogLine("Unified responder stopped", [&isAnswered, &wasAnswered]() {
         wasAnswered = waitUntil([&isAnswered]() { return isAnswered.load(); });
     });
     startServing();
@@ -74,7 +67,7 @@ TEST_F(ServingResponderMonitor, ConnectionsThatStillWaitAtTheEndAreClosedWithout
 TEST_F(UnifiedResponderMonitor, EventIsSetBeforeTheLastMessageAndTheTableGoesAfterIt) {
     std::atomic<bool> wasSet = false;
     std::atomic<bool> wasThere = false;
-    on("Unified responder stopped", [this, &wasSet, &wasThere]() {
+    onLogLine("Unified responder stopped", [this, &wasSet, &wasThere]() {
         wasSet = isExitEventSet();
         wasThere = exists(tablePath);
     });
@@ -139,7 +132,7 @@ TEST_F(UnifiedResponderMonitor, PublishesToTheWebConsoleBetweenBindingAndListeni
     std::atomic<bool> wasPublished = false;
     std::atomic<mode_t> mode = 0;
     std::atomic<bool> wasLetIn = true;
-    on("Unified responder waiting for connections", [&wasPublished, &mode, &wasLetIn]() {
+    onLogLine("Unified responder waiting for connections", [&wasPublished, &mode, &wasLetIn]() {
         wasPublished = exists("/opt/zn/znwbx/webapp/znorb.xml");
         mode = modeOf(socketPath);
         wasLetIn = LocalConnection::toPath(socketPath).isConnected();
@@ -166,8 +159,8 @@ TEST_F(UnifiedResponderMonitor, TableThatExistsAlreadyEndsTheRunAndIsRemovedSoTh
 TEST_F(UnifiedResponderMonitor, SocketThatCannotBeMadeEndsTheRun) {
     // The table needs a descriptor, too: they run out between the two.
     std::unique_ptr<DescriptorLimit> limit;
-    on("Unified responder starting", [&limit]() { limit = std::make_unique<DescriptorLimit>(0); });
-    on("Unable to create socket", [&limit]() { limit.reset(); });
+    onLogLine("Unified responder starting", [&limit]() { limit = std::make_unique<DescriptorLimit>(0); });
+    onLogLine("Unable to create socket", [&limit]() { limit.reset(); });
     expectFailedRun({"Unable to create socket"});
     EXPECT_FALSE(exists(socketPath));
 }
@@ -183,7 +176,7 @@ TEST_F(UnifiedResponderMonitor, SocketThatCannotBeBoundEndsTheRun) {
 TEST_F(UnifiedResponderMonitor, SocketThatCannotListenEndsTheRun) {
     const auto descriptors = namesIn("/proc/self/fd");
     std::atomic<bool> wasIgnored = false;
-    on("Unified responder waiting for connections", [&wasIgnored]() {
+    onLogLine("Unified responder waiting for connections", [&wasIgnored]() {
         wasIgnored = childDisposition() == SIG_IGN;
         // Something else takes the socket's place at the last moment.
         const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);

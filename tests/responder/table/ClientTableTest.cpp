@@ -7,11 +7,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <new>
-#include <string>
 #include <utility>
 #include <vector>
 

@@ -42,14 +42,6 @@ constexpr const char* objectName = "/znorb.shvars";
 constexpr const char* objectFile = "/dev/shm/znorb.shvars";
 constexpr std::size_t objectSize = 8196;
 
-/// An object of this name that somebody else has left behind.
-void makeStaleObject(const std::string& content) {
-    const int descriptor = shm_open(objectName, O_RDWR | O_CREAT | O_EXCL, 0600);
-    ASSERT_NE(descriptor, -1);
-    EXPECT_EQ(write(descriptor, content.data(), content.size()), static_cast<ssize_t>(content.size()));
-    (void)close(descriptor);
-}
-
 bool isMapped(void* address) {
     const auto page = static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE));
     const auto start = reinterpret_cast<std::uintptr_t>(address) / page * page;
@@ -134,7 +126,7 @@ TEST_F(SharedObjectTest, EndOfTheOwnerUnmapsTheTableAndRemovesTheNameButAClients
 
 TEST_F(SharedObjectTest, ObjectThatExistsGivesNoTableAndIsRemovedAtTheEndSoThatTheNextCreationSucceeds) {
     const std::string content = "somebody else's";
-    makeStaleObject(content);
+    writeFile(objectFile, content, 0600);
     {
         SharedObject refused;
         refused.create();
@@ -168,22 +160,20 @@ TEST_F(SharedObjectTest, OwnerThatNeverCreatesHasNoTableAndMakesNoneButRemovesTh
         const SharedObject object;
         EXPECT_EQ(object.table(), nullptr);
         EXPECT_FALSE(exists(objectFile));
-        makeStaleObject("stale");
+        writeFile(objectFile, "stale", 0600);
     }
     EXPECT_FALSE(exists(objectFile));
 }
 
 TEST_F(SharedObjectTest, WithoutAFreeDescriptorThereIsNoTable) {
-    rlimit before = {};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
-    const rlimit none = {0, before.rlim_max};
     {
         SharedObject object;
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-        object.create();
-        EXPECT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+        {
+            const DescriptorLimit none(0);
+            object.create();
+        }
         EXPECT_EQ(object.table(), nullptr);
-        makeStaleObject("meanwhile");
+        writeFile(objectFile, "meanwhile", 0600);
     }
     EXPECT_FALSE(exists(objectFile)) << "the name is removed after a failure, too";
 }

@@ -2,13 +2,13 @@
 
 #include "responder/table/ClientTable.h"
 #include "responder/table/SharedObject.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/SharedTable.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -32,23 +32,20 @@ public:
     MappedObject() : m_descriptor(memfd_create("object", MFD_CLOEXEC)) {
         resize(objectSize);
         m_memory = static_cast<char*>(
-            mmap(nullptr, objectSize, PROT_READ | PROT_WRITE, MAP_SHARED, m_descriptor, 0));
+            mmap(nullptr, objectSize, PROT_READ | PROT_WRITE, MAP_SHARED, m_descriptor.get(), 0));
         EXPECT_NE(static_cast<void*>(m_memory), MAP_FAILED);
         std::memset(m_memory, 'x', objectSize);
     }
-    ~MappedObject() {
-        (void)munmap(m_memory, objectSize);
-        (void)close(m_descriptor);
-    }
-    MappedObject(const MappedObject&) = delete;
-    MappedObject& operator=(const MappedObject&) = delete;
+    ~MappedObject() { (void)munmap(m_memory, objectSize); }
 
-    void resize(std::size_t size) const { EXPECT_EQ(ftruncate(m_descriptor, static_cast<off_t>(size)), 0); }
+    void resize(std::size_t size) const {
+        EXPECT_EQ(ftruncate(m_descriptor.get(), static_cast<off_t>(size)), 0);
+    }
 
     [[nodiscard]] volatile char* memory() const { return m_memory; }
 
 private:
-    int m_descriptor;
+    const Descriptor m_descriptor;
     char* m_memory;
 };
 

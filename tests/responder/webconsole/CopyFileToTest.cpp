@@ -1,17 +1,9 @@
-#include "responder/webconsole/WebConsoleRegistration.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/support/DescriptorLimit.h"
-#include "tests/support/Files.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
-
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <string>
 
 namespace {
 

@@ -5,6 +5,8 @@
 #include "responder/webconsole/WebConsoleRegistration.h"
 #include "tests/responder/paths/ExecutableLink.h"
 #include "tests/responder/paths/StagedInstallation.h"
+#include "tests/support/Addresses.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/ProcessEnd.h"
@@ -188,15 +190,8 @@ bool put(Obstacle obstacle, const std::string& path) {
         return symlink(path.c_str(), path.c_str()) == 0;
     case Obstacle::LinkToNothing:
         return symlink("/opt/zn/absent/file", path.c_str()) == 0;
-    case Obstacle::Socket: {
-        const int descriptor = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_un address = {};
-        address.sun_family = AF_UNIX;
-        (void)path.copy(address.sun_path, sizeof address.sun_path - 1);
-        const int result = bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-        (void)close(descriptor);
-        return result == 0;
-    }
+    case Obstacle::Socket:
+        return bindTo(Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)).get(), addressOf(path)) == 0;
     case Obstacle::Device:
         return mknod(path.c_str(), S_IFCHR | 0600, makedev(1, 7)) == 0; // one that takes no byte
     case Obstacle::Nothing:

@@ -1,15 +1,9 @@
-#include "responder/webconsole/WebConsoleRegistration.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/Allocations.h"
-#include "tests/support/Files.h"
 #include "tests/support/Matchers.h"
 
 #include <sys/mount.h>
-#include <sys/stat.h>
-
-#include <filesystem>
-#include <string>
 
 namespace {
 

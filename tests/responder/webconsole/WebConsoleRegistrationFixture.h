@@ -5,6 +5,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Watchdog.h"
+#include "tests/support/Words.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -25,15 +26,6 @@ inline constexpr const char* htmlVariable = "ZNORB_HTML_PATH";
 
 /// A template with both placeholders.
 inline constexpr const char* filled = "bin=[%ZNORB_BIN_PATH%] html=[%ZNORB_HTML_PATH%]";
-
-/// Every byte there is, NUL, newlines and carriage returns among them.
-inline std::string allBytes() {
-    std::string bytes;
-    for (int byte = 0; byte < 256; ++byte) {
-        bytes += static_cast<char>(byte);
-    }
-    return bytes;
-}
 
 inline constexpr const char* fatalReason = "sanitizers end the process when memory runs out";
 

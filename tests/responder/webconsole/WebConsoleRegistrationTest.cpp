@@ -1,16 +1,7 @@
-#include "responder/webconsole/WebConsoleRegistration.h"
 
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
 #include "tests/support/DescriptorLimit.h"
-#include "tests/support/Files.h"
 
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include <cstdlib>
-#include <filesystem>
-#include <map>
-#include <string>
 #include <utility>
 
 namespace {
