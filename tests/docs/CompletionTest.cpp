@@ -3,6 +3,7 @@
 #include "responder/Globals.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/ShellScript.h"
 #include "tests/support/Skipping.h"
@@ -46,10 +47,10 @@ TEST(Completion, OffersTheDaemonsWordsOneCommandAndNoneTwiceAlsoWithEveryStrictS
 class InteractiveShell {
 public:
     InteractiveShell() : m_terminal(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
-        if (m_terminal == -1 || grantpt(m_terminal) != 0 || unlockpt(m_terminal) != 0) {
+        if (grantpt(m_terminal.get()) != 0 || unlockpt(m_terminal.get()) != 0) {
             return;
         }
-        const std::string name = ptsname(m_terminal);
+        const std::string name = ptsname(m_terminal.get());
         m_shell = fork();
         if (m_shell == 0) {
             (void)setsid();
@@ -68,24 +69,21 @@ public:
             (void)kill(m_shell, SIGKILL);
             (void)waitpid(m_shell, nullptr, 0);
         }
-        (void)close(m_terminal);
     }
-    InteractiveShell(const InteractiveShell&) = delete;
-    InteractiveShell& operator=(const InteractiveShell&) = delete;
 
     [[nodiscard]] bool hasTerminal() const { return m_shell > 0; }
 
     void type(const std::string& keys) const {
-        EXPECT_EQ(write(m_terminal, keys.data(), keys.size()), std::ssize(keys));
+        EXPECT_EQ(write(m_terminal.get(), keys.data(), keys.size()), std::ssize(keys));
     }
 
     /// What it has shown, as soon as that holds the text; all that there is when it does not.
     std::string shownWith(const std::string& text) {
         (void)waitUntil([&]() {
-            pollfd readable = {m_terminal, POLLIN, 0};
+            pollfd readable = {m_terminal.get(), POLLIN, 0};
             char bytes[1024];
             while (poll(&readable, 1, 0) == 1) {
-                const ssize_t count = read(m_terminal, bytes, sizeof bytes);
+                const ssize_t count = read(m_terminal.get(), bytes, sizeof bytes);
                 if (count <= 0) {
                     return true;
                 }
@@ -97,7 +95,7 @@ public:
     }
 
 private:
-    const int m_terminal;
+    const Descriptor m_terminal;
     pid_t m_shell = -1;
     std::string m_shown;
 };

@@ -1,5 +1,6 @@
 #include "tests/docs/ManualPage.h"
 
+#include "responder/commands/ExitStatus.h"
 #include "tests/docs/SourceTree.h"
 
 #include <gtest/gtest.h>
@@ -71,6 +72,12 @@ std::string ManualPage::display(const std::string& title) const {
     const std::vector<std::string> all = displays(title);
     EXPECT_EQ(all.size(), 1U) << title;
     return all.empty() ? "" : all[0];
+}
+
+std::set<int> exitStatuses() {
+    using namespace ZNORBRESPONDER;
+    return {startedStatus,      notRootStatus,    refusedStatus,
+            stopTimedOutStatus, terminatedStatus, otherEndStatus & 0xff};
 }
 
 std::set<int> ManualPage::statuses() const {

@@ -35,4 +35,7 @@ private:
     std::vector<std::string> m_lines;
 };
 
+/// Those that the executable's constants have, as the shell sees them.
+std::set<int> exitStatuses();
+
 } // namespace ZNORBTEST

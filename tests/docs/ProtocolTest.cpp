@@ -5,10 +5,12 @@
 #include "tests/docs/Session.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/support/DaemonDriver.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Results.h"
 #include "tests/support/SharedTable.h"
 #include "tests/support/ShellScript.h"
 #include "tests/support/Skipping.h"
@@ -19,7 +21,6 @@
 #include <unistd.h>
 
 #include <bit>
-#include <cstddef>
 #include <cstring>
 
 namespace {
@@ -182,9 +183,7 @@ TEST(Znorb7Page, GivesARequesterForTheShellThatIsServed) {
     const Launch requester = shellScript("", ManualPage("znorb.7").display("EXAMPLES"));
     ZNORB_SKIP_IF(runProgram(shellScript("", "command -v nc")).end != exitedWith(0)) << "nc is not installed";
     for (const char* number : {"0", "1"}) {
-        const ProgramResult result = runProgram(requester);
-        EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
-        EXPECT_EQ(result.output, number);
+        EXPECT_THAT(runProgram(requester), resultIs(exitedWith(0), number, _));
     }
 }
 
@@ -195,15 +194,11 @@ public:
         m_driver.installAsClient("znorb-waiter"); // the test writes what the client would
     }
 
-    ~Replay() { (void)close(m_table); }
-    Replay(const Replay&) = delete;
-    Replay& operator=(const Replay&) = delete;
-
     /// Opens the table as a client does, whose access outlives the name.
     [[nodiscard]] bool start() {
         const bool isServing = m_driver.startServing();
-        m_table = shm_open(ZNORB_TABLE_NAME, O_RDWR, 0);
-        return isServing && m_table != -1;
+        m_table.reset(shm_open(ZNORB_TABLE_NAME, O_RDWR, 0));
+        return isServing && m_table.isOpen();
     }
 
     void play(const SessionStep& step) {
@@ -217,13 +212,12 @@ public:
         } else if (step.what == "client is started") {
             EXPECT_TRUE(waitUntil([&]() { return argumentsOfAClient() == step.bytes; }));
         } else if (step.what == "table") {
-            const auto table = readSharedTable();
-            ASSERT_TRUE(table.has_value());
-            const char* bytes = reinterpret_cast<const char*>(&*table);
+            const znorb_shared_table table = sharedTable();
+            const char* bytes = reinterpret_cast<const char*>(&table);
             EXPECT_EQ(std::string(bytes + step.offset, step.bytes.size()), step.bytes);
         } else if (step.what == "client → table") {
             const std::string bytes = step.offset == portOffset ? ownPort() : step.bytes;
-            EXPECT_EQ(pwrite(m_table, bytes.data(), bytes.size(), step.offset), std::ssize(bytes));
+            EXPECT_EQ(pwrite(m_table.get(), bytes.data(), bytes.size(), step.offset), std::ssize(bytes));
         } else if (step.what == "daemon → client") {
             EXPECT_TRUE(m_client.waitForServed(1));
             EXPECT_THAT(m_client.received(), ElementsAre(step.bytes));
@@ -253,7 +247,7 @@ private:
 
     DaemonDriver m_driver;
     const ListeningPeer m_client;
-    int m_table = -1;
+    Descriptor m_table;
     std::optional<LocalConnection> m_requester;
 };
 

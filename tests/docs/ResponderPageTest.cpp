@@ -13,6 +13,7 @@
 #include "tests/support/Matchers.h"
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/ProcessorTime.h"
+#include "tests/support/Results.h"
 #include "tests/support/ShellScript.h"
 #include "tests/support/Skipping.h"
 
@@ -25,9 +26,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-
-constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
-constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 
 /// The words of the command line that a table has, in its order.
 template <typename Table>
@@ -196,9 +194,7 @@ TEST_F(ResponderPage, SaysWithWhichStatusEachErrorComes) {
 }
 
 TEST_F(ResponderPage, ListsEveryExitStatusAndEachIsObserved) {
-    const std::set<int> constants = {ZNORBRESPONDER::startedStatus,    ZNORBRESPONDER::notRootStatus,
-                                     ZNORBRESPONDER::refusedStatus,    ZNORBRESPONDER::stopTimedOutStatus,
-                                     ZNORBRESPONDER::terminatedStatus, ZNORBRESPONDER::otherEndStatus & 0xff};
+    const std::set<int> constants = exitStatuses();
     EXPECT_EQ(page.statuses(), constants);
 
     std::set<int> observed;
@@ -294,26 +290,20 @@ TEST_F(StopScript, StopsTheDaemonAndGoesOn) {
 TEST_F(StopScript, RemovesTheLockOfADeadDaemonThatDoesNotAnswer) {
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(driver.endBy(SIGKILL), endedBy(SIGKILL));
-    const ProgramResult result = runIt();
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_THAT(result.output, HasSubstr("removed the stale lock"));
+    EXPECT_THAT(runIt(), resultIs(exitedWith(0), HasSubstr("removed the stale lock"), _));
     EXPECT_FALSE(exists(lockFile));
 }
 
 TEST_F(StopScript, FailsWhenTheDaemonDoesNotLetGoOfItsLock) {
     const PlayedDaemon daemon("0");
-    const ProgramResult result = runIt();
-    EXPECT_EQ(result.end, exitedWith(2));
-    EXPECT_THAT(result.errors, HasSubstr("nothing was removed"));
+    EXPECT_THAT(runIt(), resultIs(exitedWith(2), _, HasSubstr("nothing was removed")));
     EXPECT_TRUE(exists(lockFile));
 }
 
 TEST_F(StopScript, FailsWhenALivingDaemonDoesNotAnswer) {
     ASSERT_TRUE(driver.startServing());
     ASSERT_EQ(unlink(ZNORBRESPONDER::commandSocketPath), 0); // nobody gets through to it
-    const ProgramResult result = runIt();
-    EXPECT_EQ(result.end, exitedWith(2));
-    EXPECT_THAT(result.errors, HasSubstr("a responder runs"));
+    EXPECT_THAT(runIt(), resultIs(exitedWith(2), _, HasSubstr("a responder runs")));
     EXPECT_EQ(driver.endBy(SIGTERM), exitedWith(10));
 }
 
@@ -336,8 +326,7 @@ TEST_F(ResponderPage, TellsThatTestModeIsBusyAtTheEndOfItsInput) {
 }
 
 TEST_F(ResponderPage, TellsThatTestModeOutlivesAQuitFromTheSocket) {
-    const std::unique_ptr<ChildProcess> console = driver.startTestConsole();
-    ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    const std::unique_ptr<ChildProcess> console = driver.startServingConsole();
     ASSERT_EQ(askDaemon("QUIT"), "0");
     ASSERT_TRUE(console->waitForOutput("Unified responder stopped\r\n"));
     EXPECT_EQ(console->waitForEnd(Milliseconds(300)), stillRunning());
@@ -347,8 +336,7 @@ TEST_F(ResponderPage, TellsThatTestModeOutlivesAQuitFromTheSocket) {
 
 TEST_F(ResponderPage, TellsThatTestModeIsEndedBySignalsAndLeavesTheTable) {
     for (const int number : {SIGTERM, SIGINT}) {
-        const std::unique_ptr<ChildProcess> console = driver.startTestConsole();
-        ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+        const std::unique_ptr<ChildProcess> console = driver.startServingConsole();
         ASSERT_EQ(kill(console->pid(), number), 0);
         EXPECT_EQ(console->waitForEnd(), endedBy(number));
         EXPECT_TRUE(exists(tableFile));

@@ -141,10 +141,10 @@ TEST_F(CleanPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
     EXPECT_EQ(runOnOurs(), exitedWith(1));
     EXPECT_EQ(rmdir("/dev/shm/znorb.shvars"), 0);
 
-    const int turn = open("/run/znorb-clean.lock", O_RDWR | O_CLOEXEC);
-    EXPECT_EQ(flock(turn, LOCK_EX), 0);
+    Descriptor turn(open("/run/znorb-clean.lock", O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(flock(turn.get(), LOCK_EX), 0);
     EXPECT_EQ(runOnOurs(), exitedWith(1));
-    (void)close(turn);
+    turn.reset();
     EXPECT_EQ(run({}, true), exitedWith(1));
     EXPECT_EQ(run({"too", "many"}), exitedWith(1));
 

@@ -1,13 +1,12 @@
 /// What the documents say about the tree itself: files, scripts, links, the version.
 
-#include "responder/commands/ExitStatus.h"
+#include "tests/docs/ManualPage.h"
 #include "tests/docs/SourceTree.h"
 #include "tests/support/Files.h"
 #include "tests/support/Matchers.h"
 
 #include <algorithm>
 #include <iterator>
-#include <set>
 #include <utility>
 
 namespace {
@@ -208,9 +207,7 @@ TEST(Readme, ListsEveryExitStatus) {
     for (const std::string& number : matches(readme, "\n\\| ([0-9]+) \\|")) {
         (void)listed.insert(std::stoi(number));
     }
-    const std::set<int> constants = {ZNORBRESPONDER::startedStatus,    ZNORBRESPONDER::notRootStatus,
-                                     ZNORBRESPONDER::refusedStatus,    ZNORBRESPONDER::stopTimedOutStatus,
-                                     ZNORBRESPONDER::terminatedStatus, ZNORBRESPONDER::otherEndStatus & 0xff};
+    const std::set<int> constants = exitStatuses();
     EXPECT_EQ(listed, constants);
 }
 

@@ -9,6 +9,7 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/ProcessorTime.h"
+#include "tests/support/Results.h"
 #include "tests/support/SharedTable.h"
 #include "tests/support/ShellScript.h"
 #include "tests/support/Skipping.h"
@@ -18,15 +19,11 @@
 #include <algorithm>
 #include <csignal>
 #include <filesystem>
-#include <memory>
 
 namespace {
 
 using namespace ZNORBTEST;
 
-constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
-constexpr const char* tableFile = "/dev/shm/znorb.shvars";
-constexpr const char* socketPath = "/var/run/znorb.socket";
 constexpr const char* stopped = "The ZN Orbisan daemon has stopped.\n";
 const std::string page = "docs/TROUBLESHOOTING.md";
 const std::string heading = "\n## ";
@@ -184,9 +181,7 @@ TEST_F(Troubleshooting, RefusedThoughNoneRuns) {
 TEST_F(Troubleshooting, StopReturns255WithItsMessage) {
     (void)row(R"(`-stop` returns 255)");
     ASSERT_TRUE(driver.startServing());
-    const ProgramResult stop = driver.run({"-stop"});
-    EXPECT_EQ(stop.end, exitedWith(255));
-    EXPECT_EQ(stop.output, stopped);
+    EXPECT_THAT(driver.run({"-stop"}), resultIs(exitedWith(255), stopped, _));
     EXPECT_EQ(driver.waitForDaemon(), exitedWith(255));
 }
 
@@ -235,8 +230,7 @@ TEST_F(Troubleshooting, StopWaitsAndTheDaemonIsTerminated) {
 TEST_F(Troubleshooting, StopReturns2ThoughItRuns) {
     (void)row(R"(`-stop` returns 2, but it runs)");
     {
-        const std::unique_ptr<ChildProcess> tester = driver.startTestConsole();
-        ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+        const std::unique_ptr<ChildProcess> tester = driver.startServingConsole();
         EXPECT_EQ(driver.run({"-stop"}).end, exitedWith(2));
         ASSERT_TRUE(tester->writeInput("q\n"));
         EXPECT_EQ(tester->waitForEnd(), exitedWith(255));

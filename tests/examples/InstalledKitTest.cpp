@@ -6,14 +6,13 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Results.h"
 #include "tests/support/SharedTable.h"
 #include "tests/support/ShellScript.h"
 #include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <unistd.h>
-
-#include <string>
 
 namespace {
 
@@ -83,9 +82,8 @@ protected:
         const ProgramResult reply = runInWork("./znorbrequestor 'GET|en'");
         EXPECT_EQ(reply.output, "0\n");
         ASSERT_TRUE(DaemonDriver::waitForClient(0));
-        const auto table = readSharedTable();
-        ASSERT_TRUE(table.has_value());
-        EXPECT_EQ(identifierOf(table->entries[0]),
+        const znorb_shared_table table = sharedTable();
+        EXPECT_EQ(identifierOf(table.entries[0]),
                   "znorbclient-" + std::to_string(m_driver.clients().at(0)) + " en");
         EXPECT_EQ(m_driver.run({"-stop"}).output, "The ZN Orbisan daemon has stopped.\n");
         EXPECT_TRUE(waitUntil([this]() { return m_driver.clients().empty(); }));
@@ -204,10 +202,7 @@ protected:
 TEST_F(ShellRequester, PrintsTheReplyWithANewlineAndReturnsZero) {
     ASSERT_TRUE(m_driver.startServing());
     for (const std::string number : {"0", "1"}) {
-        const ProgramResult result = runInWork("./znorbrequestor.sh 'GET|en'");
-        EXPECT_EQ(result.end, exitedWith(0));
-        EXPECT_EQ(result.output, number + "\n");
-        EXPECT_EQ(result.errors, "");
+        EXPECT_THAT(runInWork("./znorbrequestor.sh 'GET|en'"), resultIs(exitedWith(0), number + "\n"));
     }
 }
 
@@ -226,15 +221,12 @@ TEST_F(ShellRequester, SendsEveryByteAsItIs) {
 }
 
 TEST_F(ShellRequester, ReturnsOneWithoutADaemon) {
-    const ProgramResult result = runInWork("./znorbrequestor.sh PRINT");
-    EXPECT_EQ(result.end, exitedWith(1));
-    EXPECT_EQ(result.output, "");
-    EXPECT_THAT(result.errors, HasSubstr("no reply"));
+    EXPECT_THAT(runInWork("./znorbrequestor.sh PRINT"), resultIs(exitedWith(1), "", HasSubstr("no reply")));
 }
 
 TEST_F(ShellRequester, ReturnsOneWhenTheReplyDoesNotComeInTime) {
     ASSERT_TRUE(m_driver.startServing());
-    const LocalConnection silent = LocalConnection::toPath("/var/run/znorb.socket"); // holds the others up
+    const LocalConnection silent = LocalConnection::toPath(socketPath); // holds the others up
     ASSERT_TRUE(silent.isConnected());
     EXPECT_EQ(runInWork("./znorbrequestor.sh PRINT 1").end, exitedWith(1));
 }

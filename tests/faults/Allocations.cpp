@@ -1,6 +1,7 @@
 #include "tests/faults/Allocations.h"
 
 #include "tests/faults/Words.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -15,21 +16,15 @@ namespace {
 
 constexpr const char* allocatorLibrary = ZNORB_FAILING_ALLOCATOR;
 
-/// Before the text of a life that came to the allocation.
-const std::string injectedMark = "injected: ";
-
 /// The control file of one life, mapped.
 class Control {
 public:
     Control() {
-        const int file = open(path().c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-        if (file != -1 && ftruncate(file, sizeof(AllocationControl)) == 0) {
+        const ZNORBTEST::Descriptor file(open(path().c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+        if (ftruncate(file.get(), sizeof(AllocationControl)) == 0) {
             void* memory =
-                mmap(nullptr, sizeof(AllocationControl), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+                mmap(nullptr, sizeof(AllocationControl), PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
             m_control = memory == MAP_FAILED ? nullptr : new (memory) AllocationControl();
-        }
-        if (file != -1) {
-            (void)close(file);
         }
         if (m_control != nullptr) {
             m_control->role = static_cast<std::uint32_t>(AllocationRole::None);
@@ -40,8 +35,6 @@ public:
             (void)munmap(m_control, sizeof(AllocationControl));
         }
     }
-    Control(const Control&) = delete;
-    Control& operator=(const Control&) = delete;
 
     AllocationControl* operator->() const { return m_control; }
     explicit operator bool() const { return m_control != nullptr; }
@@ -136,13 +129,7 @@ std::vector<AllocationOutcome> runAllocations(const UsualLives& lives,
     const std::vector<std::string> texts = runInSandboxes(plan.size(), [&](std::size_t index) {
         return runWithFault(lives.at(plan[index].life).observation, plan[index]);
     });
-    std::vector<AllocationOutcome> outcomes;
-    for (std::size_t index = 0; index < plan.size(); ++index) {
-        const bool isInjected = texts[index].starts_with(injectedMark);
-        outcomes.push_back(
-            {plan[index], isInjected, isInjected ? texts[index].substr(injectedMark.size()) : texts[index]});
-    }
-    return outcomes;
+    return outcomesOf<AllocationOutcome>(plan, texts);
 }
 
 } // namespace ZNORBFAULTS

@@ -24,9 +24,6 @@ constexpr unsigned fewOccurrences = 8;
 /// A life that does not come to the fault's place, because chance is in it, proves nothing: it is run again.
 constexpr int attempts = 3;
 
-/// Before the text of a life that came to the fault's place.
-const std::string injectedMark = "injected: ";
-
 struct Slot {
     std::atomic<bool> isDone;
     char text[textSize];
@@ -259,13 +256,7 @@ std::vector<Outcome> runInjections(const UsualLives& lives, const std::vector<In
         return (life.isFaultInjected ? injectedMark : "") +
                difference(lives.at(injection.life).observation, life.observation);
     });
-    std::vector<Outcome> outcomes;
-    for (std::size_t index = 0; index < plan.size(); ++index) {
-        const bool isInjected = texts[index].starts_with(injectedMark);
-        outcomes.push_back(
-            {plan[index], isInjected, isInjected ? texts[index].substr(injectedMark.size()) : texts[index]});
-    }
-    return outcomes;
+    return outcomesOf<Outcome>(plan, texts);
 }
 
 } // namespace ZNORBFAULTS

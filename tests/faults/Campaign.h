@@ -41,6 +41,21 @@ std::vector<Injection> planInjections(const UsualLives& lives, bool briefly);
 /// processors; one at a time where sandboxes are no namespaces. The outcomes come in the plan's order.
 std::vector<Outcome> runInjections(const UsualLives& lives, const std::vector<Injection>& plan);
 
+/// Before the text of a life that came to the fault's place.
+inline const std::string injectedMark = "injected: ";
+
+/// The outcomes of a plan's faults, from such texts.
+template <typename Outcome, typename Planned>
+std::vector<Outcome> outcomesOf(const std::vector<Planned>& plan, const std::vector<std::string>& texts) {
+    std::vector<Outcome> outcomes;
+    for (std::size_t index = 0; index < plan.size(); ++index) {
+        const bool isInjected = texts[index].starts_with(injectedMark);
+        outcomes.push_back(
+            {plan[index], isInjected, texts[index].substr(isInjected ? injectedMark.size() : 0)});
+    }
+    return outcomes;
+}
+
 /// Runs the function for each number below `count`, in worker processes, and collects the texts that it
 /// returns; "no result" when one ended without. At most 4000 bytes of each.
 std::vector<std::string> runInSandboxes(std::size_t count,

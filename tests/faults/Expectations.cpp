@@ -19,6 +19,9 @@ constexpr const char* pageLeftOut =
     "What cannot be published is left out, and with it what depends on it; the daemon serves all the same.";
 constexpr const char* refusedRequest =
     "The connection is closed without a reply; the same request on the next connection is served.";
+constexpr const char* replyLost = "A reply that cannot be sent is not noticed; the request has been served.";
+constexpr const char* requestCut =
+    "A request is what one receive yields; a part of one is an unknown command.";
 constexpr const char* notAsked =
     "A client that cannot be reached is left out of the sweep without a message, and runs on.";
 constexpr const char* secondDaemon =
@@ -93,8 +96,7 @@ const std::vector<Expectation> ofTheSetUp = {
      "*main: ended by SIGSEGV; names left: /dev/shm/sem.znorb.appLock, /dev/shm/znorb.shvars;*serves: no",
      "ends by SIGSEGV",
      "A failed mapping is told from a good one by null only, on purpose: the first access ends the process, "
-     "as "
-     "SIGKILL would. If that comes before the start was reported, the invoking process waits for ever."},
+     "as SIGKILL would. If that comes before the start was reported, the invoking process waits for ever."},
     {"responder", "fchmod", "/dev/shm/znorb.shvars", "*", "table's mode: 0777", "the mode stays 0777",
      ignored},
     {"responder", "chmod", "/var/run/znorb.socket", "*", "socket's mode: 0777", "the mode stays 0777",
@@ -123,25 +125,20 @@ const std::vector<Expectation> ofTheRequests = {
     {"responder", "allocation", "", "once", "QUIT: no reply, then 0", "the request is refused",
      refusedRequest},
     {"responder", "sendto", "connection", "*", "GET for the ??? client: no reply, then [12]*",
-     "the client runs and its requester is not told",
-     "A reply that cannot be sent is not noticed; the request has been served."},
-    {"responder", "sendto", "connection", "*", "QUIT: no reply", "ends without the reply",
-     "A reply that cannot be sent is not noticed; the request has been served."},
+     "the client runs and its requester is not told", replyLost},
+    {"responder", "sendto", "connection", "*", "QUIT: no reply", "ends without the reply", replyLost},
     {"responder", "recvfrom", "connection", "one byte", "*GET for the 2nd client: 0*",
-     "the rest of the request is lost",
-     "A request is what one receive yields; a part of one is an unknown command."},
+     "the rest of the request is lost", requestCut},
     {"responder", "recvfrom", "connection", "one byte",
      "clients left: 2; main: after SIGTERM status 10; names left: /dev/shm/znorb.shvars, /run/znorb.socket",
-     "the rest of the request is lost",
-     "A request is what one receive yields; a part of one is an unknown command."},
+     "the rest of the request is lost", requestCut},
     {"responder", "*", "command socket", "* for ever", "1st PRINT: silence;*main: after SIGTERM status 10;*",
      "serves nobody, rests between attempts, ends by SIGTERM",
      "A failed wait or accept starts the pass again, after a pause: no processor time is burnt."},
     {"responder", "*", "connection", "* for ever", "1st PRINT: no reply,*main: after SIGTERM status 10;*",
      "refuses every request, ends by SIGTERM", refusedRequest},
     {"responder", "sendto", "connection", "* for ever", "1st PRINT: no reply, then no reply;*",
-     "serves every request without a reply",
-     "A reply that cannot be sent is not noticed; the request has been served."},
+     "serves every request without a reply", replyLost},
     {"responder", "allocation", "", "for ever", "*no reply, then no reply;*main: after SIGTERM status 10;*",
      "refuses every request, ends by SIGTERM",
      "A request for which there is no memory is closed without a reply, the QUIT as well."},
@@ -208,8 +205,7 @@ const std::vector<Expectation> ofMemory = {
     {"*", "allocation", "", "for ever", "*ended by SIGABRT;*terminate called*",
      "the C++ library ends the process",
      "The first allocation is the C++ library's own, for exceptions that are thrown without memory. Without "
-     "it, "
-     "and without any memory after it, no exception can be thrown. Nothing has been started yet."},
+     "it, and without any memory after it, no exception can be thrown. Nothing has been started yet."},
     {"invoking", "allocation", "", "*",
      "invoking: status 255; invoking says: ; names left: nothing;*serves: no",
      "ends with status 255 and no message", "Without memory for the command line nothing is started."},

@@ -1,5 +1,6 @@
 #include "tests/faults/Life.h"
 
+#include "tests/faults/Words.h"
 #include "tests/sandbox/Processes.h"
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
@@ -23,7 +24,6 @@ namespace {
 
 using namespace ZNORBTEST;
 
-constexpr const char* socketPath = "/var/run/znorb.socket";
 constexpr const char* console = "/opt/zn/znwbx";
 constexpr const char* sources = "/opt/zn/znorb/WBX";
 constexpr const char* pageTemplate = "<?php $bin='%ZNORB_BIN_PATH%'; $html='%ZNORB_HTML_PATH%'; ?>\n";
@@ -87,14 +87,6 @@ std::string words(int waitStatus) {
                                    : "status " + std::to_string(WEXITSTATUS(waitStatus));
 }
 
-std::string joined(const std::vector<std::string>& parts) {
-    std::string result;
-    for (const std::string& part : parts) {
-        result += (result.empty() ? "" : ", ") + part;
-    }
-    return result.empty() ? "nothing" : result;
-}
-
 bool isAlive(pid_t pid) {
     return pid > 0 && !programOf(pid).empty();
 }
@@ -144,8 +136,6 @@ public:
         }
         removeConsole();
     }
-    LifeRun(const LifeRun&) = delete;
-    LifeRun& operator=(const LifeRun&) = delete;
 
     LifeRecord run() {
         m_daemon = launch("-d", "invoking", m_settings.environment);
@@ -248,23 +238,19 @@ private:
         const std::string reply = request("GET|" + language + "|60", "GET for the " + name);
         const std::vector<std::string> now = launches();
         const std::string role = now.size() == before ? "no launch" : now.back();
-        (void)waitUntil(
-            [this, &role]() {
-                const TracedProcess* process = m_daemon->find(role);
-                return process == nullptr || process->hasStayed || process->hasEnded ||
-                       !process->otherProgram.empty();
-            },
-            bound);
+        (void)waitUntil(bound, [this, &role]() {
+            const TracedProcess* process = m_daemon->find(role);
+            return process == nullptr || process->hasStayed || process->hasEnded ||
+                   !process->otherProgram.empty();
+        });
         const TracedProcess* process = m_daemon->find(role);
         const unsigned index = reply == "1" ? 1 : 0;
         const pid_t pid = process != nullptr && !process->otherProgram.empty() ? process->pid : -1;
         bool isFilledIn = false;
-        (void)waitUntil(
-            [&]() {
-                isFilledIn = DaemonDriver::waitForClient(index, Milliseconds(0));
-                return isFilledIn || !isAlive(pid);
-            },
-            bound);
+        (void)waitUntil(bound, [&]() {
+            isFilledIn = DaemonDriver::waitForClient(index, Milliseconds(0));
+            return isFilledIn || !isAlive(pid);
+        });
         m_seen[name] = isFilledIn && isAlive(pid) ? "runs in " + linkOf(pid, "cwd") : "does not run";
     }
 
@@ -274,8 +260,8 @@ private:
         for (const TracedProcess& process : m_daemon->processes()) {
             daemon = process.hasThread ? process.pid : daemon;
         }
-        (void)waitUntil([daemon]() { return descriptorsOf(daemon).find("4 ") == std::string::npos; },
-                        patience);
+        (void)waitUntil(patience,
+                        [daemon]() { return descriptorsOf(daemon).find("4 ") == std::string::npos; });
         m_seen["descriptors"] = descriptorsOf(daemon);
         const TracedProcess* intermediate = m_daemon->find("intermediate");
         const bool isMember = intermediate != nullptr && getpgid(daemon) == intermediate->pid;
@@ -340,12 +326,10 @@ private:
             if (!process.hasEnded) {
                 m_needed[process.role] = "waits on, ";
                 (void)kill(process.pid, SIGKILL);
-                (void)waitUntil(
-                    [&]() {
-                        const TracedProcess* now = m_other->find(process.role);
-                        return now != nullptr && now->hasEnded;
-                    },
-                    bound);
+                (void)waitUntil(bound, [&]() {
+                    const TracedProcess* now = m_other->find(process.role);
+                    return now != nullptr && now->hasEnded;
+                });
             }
         }
     }
@@ -412,7 +396,8 @@ private:
             (void)waitUntil([this]() { return m_driver.clients().empty(); }, Milliseconds(1500));
         }
         m_seen["clients left"] = std::to_string(m_driver.clients().size());
-        m_seen["names left"] = joined(withoutChance(m_driver.newNames()));
+        const std::string left = joined(withoutChance(m_driver.newNames()), ", ");
+        m_seen["names left"] = left.empty() ? "nothing" : left;
         m_seen["pages"] = stateOfPages(m_driver);
     }
 

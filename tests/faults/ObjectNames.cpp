@@ -9,8 +9,7 @@
 namespace ZNORBFAULTS {
 namespace {
 
-using ZNORBTEST::readText;
-using ZNORBTEST::readWord;
+using namespace ZNORBTEST;
 
 /// "/dev/shm/sem.aB3xYz" is another in every life.
 std::string withoutChance(std::string path) {

@@ -22,11 +22,7 @@ namespace {
 [[noreturn]] void execute(const ZNORBTEST::Launch& launch, int output, int errors) {
     std::vector<std::string> words = {launch.program};
     words.insert(words.end(), launch.arguments.begin(), launch.arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
+    const std::vector<char*> argv = ZNORBTEST::argumentsOf(words);
     for (const std::string& setting : launch.environment) {
         const std::size_t equals = setting.find('=');
         (void)setenv(setting.substr(0, equals).c_str(), setting.substr(equals + 1).c_str(), 1);
@@ -52,10 +48,10 @@ TracedProgram::TracedProgram(const ZNORBTEST::Launch& launch, const std::string&
     if (m_tracer == 0) {
         const pid_t first = fork();
         if (first == 0) {
-            execute(launch, m_output, m_errors);
+            execute(launch, m_output.get(), m_errors.get());
         }
         if (first > 0) {
-            Tracer(fault, recordsCalls, m_report).follow(first, role);
+            Tracer(fault, recordsCalls, m_report.get()).follow(first, role);
         }
         _exit(EXIT_SUCCESS);
     }
@@ -67,17 +63,14 @@ TracedProgram::~TracedProgram() {
         while (waitpid(m_tracer, nullptr, 0) == -1 && errno == EINTR) {
         }
     }
-    for (const int file : {m_report, m_output, m_errors}) {
-        (void)close(file);
-    }
 }
 
 std::string TracedProgram::output() const {
-    return ZNORBTEST::contentOf(m_output);
+    return ZNORBTEST::contentOf(m_output.get());
 }
 
 std::string TracedProgram::errors() const {
-    return ZNORBTEST::contentOf(m_errors);
+    return ZNORBTEST::contentOf(m_errors.get());
 }
 
 const std::vector<TracedProcess>& TracedProgram::processes() {
@@ -105,7 +98,7 @@ TracedProcess& TracedProgram::process(const std::string& role) {
 }
 
 void TracedProgram::readReport() {
-    const std::string more = ZNORBTEST::contentOf(m_report, m_read);
+    const std::string more = ZNORBTEST::contentOf(m_report.get(), m_read);
     m_read += more.size();
     std::vector<std::string> lines = splitAt('\n', m_rest + more);
     m_rest = lines.back();

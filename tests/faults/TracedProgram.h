@@ -2,6 +2,7 @@
 
 #include "tests/faults/Fault.h"
 #include "tests/support/ChildProcess.h"
+#include "tests/support/Descriptor.h"
 
 #include <sys/types.h>
 
@@ -37,8 +38,6 @@ public:
     TracedProgram(const ZNORBTEST::Launch& launch, const std::string& role, const Fault& fault,
                   bool recordsCalls);
     ~TracedProgram();
-    TracedProgram(const TracedProgram&) = delete;
-    TracedProgram& operator=(const TracedProgram&) = delete;
 
     /// What has been reported up to now.
     const std::vector<TracedProcess>& processes();
@@ -56,9 +55,9 @@ private:
     void note(const std::vector<std::string>& words);
     TracedProcess& process(const std::string& role);
 
-    int m_report;
-    int m_output;
-    int m_errors;
+    const ZNORBTEST::Descriptor m_report;
+    const ZNORBTEST::Descriptor m_output;
+    const ZNORBTEST::Descriptor m_errors;
     pid_t m_tracer = -1;
     std::size_t m_read = 0;
     std::string m_rest; ///< of a line that is not whole yet

@@ -1,6 +1,7 @@
 #include "tests/faults/Tracer.h"
 
 #include "tests/faults/SystemCalls.h"
+#include "tests/faults/Words.h"
 #include "tests/sandbox/Processes.h"
 
 #include <sys/syscall.h>
@@ -17,18 +18,10 @@ using namespace ZNORBTEST;
 
 constexpr Milliseconds longestSilence{120000}; // a patient life waits for more than a minute
 
-std::string joined(std::initializer_list<std::string> words) {
-    std::string line;
-    for (const std::string& word : words) {
-        line += (line.empty() ? "" : "\t") + word;
-    }
-    return line;
-}
-
 } // namespace
 
-void Tracer::report(const std::string& line) const {
-    const std::string whole = line + "\n";
+void Tracer::report(const std::vector<std::string>& words) const {
+    const std::string whole = joined(words, "\t") + "\n";
     (void)!write(m_report, whole.data(), whole.size());
 }
 
@@ -38,7 +31,7 @@ void Tracer::follow(pid_t first, const std::string& role) {
     thread.process->leader = first;
     thread.process->role = role;
     thread.role = role;
-    report(joined({"start", role, std::to_string(first)}));
+    report({"start", role, std::to_string(first)});
     SystemCallTracer tracer;
     tracer.add(first);
     (void)tracer.follow([this](TracedStop& stop) { handle(stop); }, longestSilence);
@@ -66,8 +59,8 @@ void Tracer::handle(TracedStop& stop) {
 void Tracer::handleEnd(const TracedStop& stop) {
     const Process& process = *m_threads.at(stop.thread).process;
     if (process.leader == stop.thread) {
-        report(joined({"end", process.role, std::to_string(stop.thread), std::to_string(stop.waitStatus),
-                       std::to_string(stop.milliseconds)}));
+        report({"end", process.role, std::to_string(stop.thread), std::to_string(stop.waitStatus),
+                std::to_string(stop.milliseconds)});
     }
     m_threads.erase(stop.thread);
 }
@@ -77,7 +70,7 @@ void Tracer::adopt(pid_t child, const Thread& parent, bool isThread) {
     if (isThread) {
         thread.process = parent.process;
         thread.role = "responder";
-        report(joined({"thread", parent.process->role, std::to_string(parent.process->leader)}));
+        report({"thread", parent.process->role, std::to_string(parent.process->leader)});
     } else {
         thread.process = std::make_shared<Process>(*parent.process);
         thread.process->leader = child;
@@ -86,7 +79,7 @@ void Tracer::adopt(pid_t child, const Thread& parent, bool isThread) {
                       : parent.role == "invoking"     ? "intermediate"
                                                       : "child of " + parent.role;
         thread.process->role = thread.role;
-        report(joined({"start", thread.role, std::to_string(child)}));
+        report({"start", thread.role, std::to_string(child)});
     }
     m_threads[child] = std::move(thread);
 }
@@ -101,7 +94,7 @@ bool Tracer::letsGo(pid_t thread) {
     if (m_recordsCalls && former.call != nullptr) { // the one call whose end is never seen
         endCall(thread, former, 0);
     }
-    report(joined({"exec", former.role, program}));
+    report({"exec", former.role, program});
     m_threads.erase(thread);
     return true;
 }
@@ -123,8 +116,7 @@ void Tracer::startCall(pid_t id, Thread& thread, const StoppedCall& start) {
     thread.call = findSystemCall(start.number);
     if (thread.call == nullptr) {
         if (m_recordsCalls && !isLeftOut(start.number)) {
-            report(joined(
-                {"call", thread.role, unlistedCall + std::to_string(start.number), "-", "1", "0", "0"}));
+            report({"call", thread.role, unlistedCall + std::to_string(start.number), "-", "1", "0", "0"});
         }
         return;
     }
@@ -133,7 +125,7 @@ void Tracer::startCall(pid_t id, Thread& thread, const StoppedCall& start) {
     thread.occurrence = ++thread.counts[{thread.call->name, thread.object}];
     thread.isHit = isAimedAt(thread);
     if (thread.isHit) {
-        report(joined({"fault", thread.role}));
+        report({"fault", thread.role});
         applyAtStart(id, thread);
     }
 }
@@ -184,12 +176,11 @@ void Tracer::endCall(pid_t id, Thread& thread, long result) {
         setResult(id, result);
     }
     if (m_recordsCalls) {
-        report(
-            joined({"call", thread.role, thread.call->name, thread.object, std::to_string(thread.occurrence),
-                    std::to_string(result), thread.process->isInMain ? "1" : "0"}));
+        report({"call", thread.role, thread.call->name, thread.object, std::to_string(thread.occurrence),
+                std::to_string(result), thread.process->isInMain ? "1" : "0"});
     }
     if (std::strcmp(thread.call->name, "execve") == 0 && result < 0) {
-        report(joined({"stays", thread.role}));
+        report({"stays", thread.role});
     }
 }
 

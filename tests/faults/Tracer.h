@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace ZNORBFAULTS {
 
@@ -59,7 +60,7 @@ private:
         std::map<std::pair<std::string, std::string>, unsigned> counts;
     };
 
-    void report(const std::string& line) const;
+    void report(const std::vector<std::string>& words) const;
     void handle(ZNORBTEST::TracedStop& stop);
     void handleEnd(const ZNORBTEST::TracedStop& stop);
     void adopt(pid_t child, const Thread& parent, bool isThread);

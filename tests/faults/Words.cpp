@@ -14,4 +14,12 @@ std::vector<std::string> splitAt(char separator, const std::string& text) {
     return parts;
 }
 
+std::string joined(const std::vector<std::string>& parts, const std::string& separator) {
+    std::string text;
+    for (const std::string& part : parts) {
+        text += (text.empty() ? "" : separator) + part;
+    }
+    return text;
+}
+
 } // namespace ZNORBFAULTS

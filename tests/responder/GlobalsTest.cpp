@@ -4,10 +4,10 @@
 #include "tests/support/FailingStart.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Names.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Waiting.h"
 
-#include <gtest/gtest.h>
 #include <semaphore.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -21,9 +21,6 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-
-constexpr const char* lockName = "/znorb.appLock";
-constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
 
 /// A point in time that has passed: a wait until then only looks.
 constexpr std::time_t past = 1;
@@ -196,7 +193,7 @@ TEST(Globals, AreDestroyedAtExitInReverseOrderLockAndFrontEventBeforeTheExitEven
         << "the front process event is gone";
     EXPECT_FALSE(exists(lockFile));
     EXPECT_EQ(process.waitForEnd(Milliseconds(0)), stillRunning()) << "in the exit event's destructor";
-    (void)sem_unlink(lockName); // left behind only if this has failed
+    (void)sem_unlink(daemonLock); // left behind only if this has failed
 }
 
 } // namespace

@@ -11,10 +11,6 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <cstddef>
-#include <string>
-#include <vector>
-
 namespace {
 
 using namespace ZNORBTEST;
@@ -24,11 +20,7 @@ protected:
     /// Executes the program with these words, the program's own name not among them by itself, and this
     /// much memory for data. What it writes goes into `written`.
     ProcessEnd endOf(std::vector<std::string> words, rlim_t bytes) {
-        std::vector<char*> arguments;
-        for (std::string& word : words) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
+        const std::vector<char*> arguments = argumentsOf(words);
         const std::string file = m_folder / "written";
         const std::string program = m_driver.program();
         const ProcessEnd end = endOfForked([&]() {

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 /// For tests that run the daemon or touch its names: they run in a sandbox, and are skipped, each with the
 /// reason, where there can be none.

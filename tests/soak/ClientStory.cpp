@@ -9,9 +9,7 @@
 #include <algorithm>
 #include <csignal>
 #include <cstdlib>
-#include <memory>
 #include <numeric>
-#include <thread>
 
 namespace ZNORBSOAK {
 
@@ -68,8 +66,6 @@ public:
               }
           }) {}
     ~SlowClients() { m_thread.join(); }
-    SlowClients(const SlowClients&) = delete;
-    SlowClients& operator=(const SlowClients&) = delete;
 
 private:
     std::thread m_thread;

@@ -12,7 +12,6 @@
 #include <chrono>
 #include <csignal>
 #include <sstream>
-#include <string>
 
 namespace ZNORBSOAK {
 

@@ -44,8 +44,6 @@ class AppliedLoad {
 public:
     explicit AppliedLoad(Load load);
     ~AppliedLoad();
-    AppliedLoad(const AppliedLoad&) = delete;
-    AppliedLoad& operator=(const AppliedLoad&) = delete;
 
 private:
     void launchClients();

@@ -7,7 +7,7 @@
 
 namespace ZNORBSOAK {
 
-using ZNORBTEST::LocalConnection;
+using namespace ZNORBTEST;
 
 namespace {
 

@@ -9,7 +9,6 @@
 #include "tests/support/SharedTable.h"
 
 #include <algorithm>
-#include <array>
 
 namespace ZNORBSOAK {
 

@@ -9,8 +9,6 @@
 #include "tests/support/ProcessorTime.h"
 
 #include <algorithm>
-#include <atomic>
-#include <thread>
 
 namespace ZNORBSOAK {
 

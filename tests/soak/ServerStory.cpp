@@ -10,7 +10,6 @@
 
 #include <unistd.h>
 
-#include <array>
 #include <csignal>
 #include <optional>
 
@@ -34,11 +33,6 @@ struct Misbehaviour {
 std::string headWith(const std::string& length) {
     return statusLine + "Content-Length: " + length + "\r\n\r\n";
 }
-
-constexpr bool holdOpen = true;
-constexpr bool repeatLast = true;
-constexpr bool finishSending = true;
-constexpr bool reset = true;
 
 PeerScript answering(const std::vector<std::string>& pieces) {
     return {requestSize, pieces};

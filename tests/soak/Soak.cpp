@@ -24,7 +24,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <new>
-#include <string>
 #include <vector>
 
 namespace {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "tests/support/Names.h"
+
 #include <array>
 #include <atomic>
 #include <cstddef>
@@ -92,9 +94,6 @@ void truncateTables(Part& part);
 void askHostileServers(Part& part);
 void serveHostileRequesters(Part& part);
 
-inline constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
-inline constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 inline constexpr const char* socketFile = "/run/znorb.socket";
-inline constexpr const char* socketPath = "/var/run/znorb.socket";
 
 } // namespace ZNORBSOAK

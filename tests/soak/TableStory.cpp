@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <cstring>
 #include <optional>
-#include <thread>
 
 namespace ZNORBSOAK {
 
@@ -193,8 +192,6 @@ public:
         m_stop = true;
         m_thread.join();
     }
-    Scribbler(const Scribbler&) = delete;
-    Scribbler& operator=(const Scribbler&) = delete;
 
     unsigned long resizes() const { return m_resizes; }
 

@@ -32,10 +32,7 @@ public:
           m_descriptors{input, output, errors} {
         m_words.push_back(launch.program);
         m_words.insert(m_words.end(), launch.arguments.begin(), launch.arguments.end());
-        for (std::string& word : m_words) {
-            m_argv.push_back(word.data());
-        }
-        m_argv.push_back(nullptr);
+        m_argv = argumentsOf(m_words);
         prepareEnvironment(launch.environment);
     }
     Preparation(const Preparation&) = delete;
@@ -84,10 +81,7 @@ private:
             }
         }
         m_settings.insert(m_settings.end(), settings.begin(), settings.end());
-        for (std::string& setting : m_settings) {
-            m_environment.push_back(setting.data());
-        }
-        m_environment.push_back(nullptr);
+        m_environment = argumentsOf(m_settings);
     }
 
     std::string m_program;
@@ -145,6 +139,15 @@ pid_t executeUnderInit(const Preparation& preparation) {
 }
 
 } // namespace
+
+std::vector<char*> argumentsOf(std::vector<std::string>& words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) {
+        arguments.push_back(word.data());
+    }
+    arguments.push_back(nullptr);
+    return arguments;
+}
 
 ChildProcess::ChildProcess(const Launch& launch)
     : m_output(memfd_create("output", MFD_CLOEXEC)), m_errors(memfd_create("errors", MFD_CLOEXEC)) {

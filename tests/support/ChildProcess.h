@@ -21,6 +21,9 @@ struct Launch {
     bool asChildOfInit = false;                ///< its parent is pid 1; only in an isolated sandbox
 };
 
+/// What execv() takes for the words, which must outlive it.
+std::vector<char*> argumentsOf(std::vector<std::string>& words);
+
 /// A program that a test runs, with its standard output and error recorded. It may leave a daemon behind
 /// that holds on to either: the records do not wait for anybody.
 ///
@@ -31,8 +34,6 @@ public:
     /// process that exits with status 127.
     explicit ChildProcess(const Launch& launch);
     ~ChildProcess();
-    ChildProcess(const ChildProcess&) = delete;
-    ChildProcess& operator=(const ChildProcess&) = delete;
 
     pid_t pid() const { return m_pid; }
 

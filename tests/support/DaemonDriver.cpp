@@ -200,17 +200,29 @@ std::unique_ptr<ChildProcess> DaemonDriver::startTestConsole() const {
     return std::make_unique<ChildProcess>(console);
 }
 
+std::unique_ptr<ChildProcess> DaemonDriver::startServingConsole() const {
+    std::unique_ptr<ChildProcess> console = startTestConsole();
+    EXPECT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    return console;
+}
+
+std::unique_ptr<ChildProcess> DaemonDriver::startUnderInit() const {
+    Launch daemon = launch({"-d"});
+    daemon.asChildOfInit = true;
+    auto process = std::make_unique<ChildProcess>(daemon);
+    EXPECT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    return process;
+}
+
 std::vector<pid_t> DaemonDriver::clients() const {
     return processesRunning(client());
 }
 
 bool DaemonDriver::waitForClient(unsigned index, Milliseconds bound) {
-    return waitUntil(
-        [index]() {
-            const std::optional<znorb_shared_table> table = readSharedTable();
-            return table.has_value() && table->entries[index].port != 0;
-        },
-        bound);
+    return waitUntil(bound, [index]() {
+        const std::optional<znorb_shared_table> table = readSharedTable();
+        return table.has_value() && table->entries[index].port != 0;
+    });
 }
 
 std::vector<std::string> DaemonDriver::newNames() const {

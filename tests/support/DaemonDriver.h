@@ -28,8 +28,6 @@ public:
     /// Installs into `directory`, which must not exist.
     explicit DaemonDriver(std::string directory = usualDirectory);
     ~DaemonDriver();
-    DaemonDriver(const DaemonDriver&) = delete;
-    DaemonDriver& operator=(const DaemonDriver&) = delete;
 
     const std::string& directory() const { return m_directory; }
     std::string program() const { return m_directory + "/znorbresponder"; }
@@ -79,6 +77,12 @@ public:
     /// Starts the executable with "-test" and a pipe for the keys. Keep the pipe open: the console reads
     /// an ended input again and again.
     std::unique_ptr<ChildProcess> startTestConsole() const;
+
+    /// The same, and waits until it answers on the socket; not to do so is a failure of the test.
+    std::unique_ptr<ChildProcess> startServingConsole() const;
+
+    /// Starts the daemon as a child of process 1, and waits until it answers in the same way.
+    std::unique_ptr<ChildProcess> startUnderInit() const;
 
     /// The clients that run now.
     std::vector<pid_t> clients() const;

@@ -62,12 +62,10 @@ std::vector<std::string> ListeningPeer::received() const {
 }
 
 bool ListeningPeer::waitForServed(std::size_t count, Milliseconds bound) const {
-    return waitUntil(
-        [this, count]() {
-            const std::lock_guard<std::mutex> guard(m_mutex);
-            return m_served >= count;
-        },
-        bound);
+    return waitUntil(bound, [this, count]() {
+        const std::lock_guard<std::mutex> guard(m_mutex);
+        return m_served >= count;
+    });
 }
 
 /// Waits for the descriptor; false when the thread has to end.

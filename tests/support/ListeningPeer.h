@@ -22,6 +22,12 @@ struct PeerScript {
     bool reset = false;              ///< close with a reset, should the other side not have closed before
 };
 
+// For a script that is written as a list.
+inline constexpr bool holdOpen = true;
+inline constexpr bool repeatLast = true;
+inline constexpr bool finishSending = true;
+inline constexpr bool reset = true;
+
 /// A server on this machine, on a thread of its own, that follows a script and records what it receives.
 /// It serves one connection after the other, as many as come.
 ///
@@ -36,8 +42,6 @@ public:
     /// On a UNIX-domain path; the file is removed at the end.
     ListeningPeer(PeerScript script, const std::string& path);
     ~ListeningPeer();
-    ListeningPeer(const ListeningPeer&) = delete;
-    ListeningPeer& operator=(const ListeningPeer&) = delete;
 
     std::uint16_t port() const { return m_port; }
 

@@ -59,7 +59,7 @@ std::string LocalConnection::receiveUntilClosed(Milliseconds bound) {
 }
 
 std::optional<std::string> askDaemon(const std::string& request, Milliseconds bound) {
-    LocalConnection connection = LocalConnection::toPath("/var/run/znorb.socket");
+    LocalConnection connection = LocalConnection::toPath(socketPath);
     if (!connection.isConnected() || !connection.send(request)) {
         return std::nullopt;
     }

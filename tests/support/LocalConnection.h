@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/Descriptor.h"
+#include "tests/support/Names.h"
 #include "tests/support/Waiting.h"
 
 #include <cstdint>

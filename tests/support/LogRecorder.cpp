@@ -70,12 +70,10 @@ std::vector<std::string> LogRecorder::lines() const {
 }
 
 bool LogRecorder::waitForLine(const std::string& line, Milliseconds bound) const {
-    return waitUntil(
-        [this, &line]() {
-            const std::vector<std::string> all = lines();
-            return std::find(all.begin(), all.end(), line) != all.end();
-        },
-        bound);
+    return waitUntil(bound, [this, &line]() {
+        const std::vector<std::string> all = lines();
+        return std::find(all.begin(), all.end(), line) != all.end();
+    });
 }
 
 void LogRecorder::clear() {

@@ -6,6 +6,7 @@
 namespace ZNORBTEST {
 
 // GoogleMock's matchers, by the names that read as a sentence in EXPECT_THAT.
+using testing::_;
 using testing::AllOf;
 using testing::AnyOf;
 using testing::Contains;

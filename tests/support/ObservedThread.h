@@ -19,8 +19,6 @@ public:
               body();
               m_finished = true;
           }) {}
-    ObservedThread(const ObservedThread&) = delete;
-    ObservedThread& operator=(const ObservedThread&) = delete;
     ~ObservedThread();
 
     /// Waits until the thread sleeps in the kernel. False when it ends instead, or after the usual bound.

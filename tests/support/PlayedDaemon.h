@@ -1,6 +1,7 @@
 #pragma once
 
 #include "tests/support/ListeningPeer.h"
+#include "tests/support/Names.h"
 #include "tests/support/Onlooker.h"
 
 #include <string>
@@ -8,9 +9,6 @@
 #include <vector>
 
 namespace ZNORBTEST {
-
-/// The name of the daemon's lock, as sem_open() takes it.
-inline constexpr const char* daemonLock = "/znorb.appLock";
 
 /// Whether the C library has made a semaphore's file under this path, which it then links to its name.
 inline bool isUnfinishedSemaphore(const std::string& path) {
@@ -25,8 +23,6 @@ public:
     /// An empty reply closes the connection without one.
     explicit PlayedDaemon(const std::string& reply);
     ~PlayedDaemon();
-    PlayedDaemon(const PlayedDaemon&) = delete;
-    PlayedDaemon& operator=(const PlayedDaemon&) = delete;
 
     void releaseLock() const { m_lock.post(); }
 

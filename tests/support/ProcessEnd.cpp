@@ -28,23 +28,21 @@ std::ostream& operator<<(std::ostream& stream, const ProcessEnd& end) {
 
 ProcessEnd waitForEndOf(pid_t pid, Milliseconds bound) {
     ProcessEnd end;
-    (void)waitUntil(
-        [pid, &end]() {
-            int waitStatus = 0;
-            const pid_t changed = waitpid(pid, &waitStatus, WNOHANG);
-            if (changed == pid) {
-                end = endFrom(waitStatus);
-            }
-            if (changed != -1) {
-                return changed == pid;
-            }
-            const std::optional<int> orphan = endOfOrphan(pid); // it is no child of this process
-            if (orphan.has_value()) {
-                end = endFrom(*orphan);
-            }
-            return orphan.has_value();
-        },
-        bound);
+    (void)waitUntil(bound, [pid, &end]() {
+        int waitStatus = 0;
+        const pid_t changed = waitpid(pid, &waitStatus, WNOHANG);
+        if (changed == pid) {
+            end = endFrom(waitStatus);
+        }
+        if (changed != -1) {
+            return changed == pid;
+        }
+        const std::optional<int> orphan = endOfOrphan(pid); // it is no child of this process
+        if (orphan.has_value()) {
+            end = endFrom(*orphan);
+        }
+        return orphan.has_value();
+    });
     return end;
 }
 

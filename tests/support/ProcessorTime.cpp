@@ -49,6 +49,12 @@ nanoseconds timeOf(const std::string& process, bool isExact) {
 
 } // namespace
 
+nanoseconds processorTimeOn(clockid_t clock) {
+    timespec used = {};
+    (void)clock_gettime(clock, &used);
+    return std::chrono::seconds(used.tv_sec) + nanoseconds(used.tv_nsec);
+}
+
 bool ProcessorUse::isWaiting() const {
     return used <= std::max(watched / 100, 2 * unit);
 }

@@ -5,9 +5,13 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <ctime>
 #include <iosfwd>
 
 namespace ZNORBTEST {
+
+/// What such a clock shows: of this process, of another, or of a thread.
+std::chrono::nanoseconds processorTimeOn(clockid_t clock);
 
 /// What a process used of the time in which it was looked at.
 struct ProcessorUse {

@@ -15,8 +15,6 @@ class SanitizerReports {
 public:
     SanitizerReports();
     ~SanitizerReports();
-    SanitizerReports(const SanitizerReports&) = delete;
-    SanitizerReports& operator=(const SanitizerReports&) = delete;
 
     /// "NAME=value" for each sanitizer: this process' options, and the files to write to.
     std::vector<std::string> environment() const;

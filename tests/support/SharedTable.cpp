@@ -31,6 +31,12 @@ std::optional<znorb_shared_table> readSharedTable() {
     return copy;
 }
 
+znorb_shared_table sharedTable() {
+    const std::optional<znorb_shared_table> table = readSharedTable();
+    EXPECT_TRUE(table.has_value());
+    return table.value_or(znorb_shared_table{});
+}
+
 bool writeSharedTable(std::int64_t offset, const std::string& bytes) {
     const Descriptor descriptor(shm_open(ZNORB_TABLE_NAME, O_RDWR, 0));
     return pwrite(descriptor.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset)) ==

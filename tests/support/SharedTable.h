@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/support/Names.h"
 #include "znorb/shared_table.h"
 
 #include <cstdint>
@@ -11,6 +12,9 @@ namespace ZNORBTEST {
 /// A copy of the shared table as it is now, taken through a read-only mapping; nullopt when there is no
 /// such object, or one too small.
 std::optional<znorb_shared_table> readSharedTable();
+
+/// The same where there must be one: none is a failure of the test, and reads as zeros.
+znorb_shared_table sharedTable();
 
 /// Writes into the shared table as any process of the machine may; false when there is none to write to.
 /// Behind the object's end it makes it longer.

@@ -37,16 +37,13 @@ struct TracedStop {
 /// after every system call, at each birth, execution, signal and end.
 ///
 /// - A thread that is stopped stays so until it is told to go on, whatever the others do. So a caller may
-/// look at
-///   it, change its call (StoppedCall.h), send it a signal or let another process go first.
+///   look at it, change its call (StoppedCall.h), send it a signal or let another process go first.
 /// - A signal sent to a stopped thread is a stop of its own when the thread goes on: before the call, if it
-/// stood
-///   before one that can be interrupted, and before anything else behind one.
+///   stood before one that can be interrupted, and before anything else behind one.
 /// - The stops of several threads are handed out in turn; none is starved.
 /// - A child is handed out as born before it is seen itself.
 /// - Every wait has a bound. Other children of this process are never waited for, nor is the disposition of
-/// any
-///   signal changed.
+///   any signal changed.
 /// - SIGSTOP is taken from a traced thread: nobody is left stopped by it.
 ///
 /// Used on the one thread that made the traced processes. The destructor ends what is still traced.

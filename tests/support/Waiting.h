@@ -13,5 +13,8 @@ inline constexpr Milliseconds usualBound{20000};
 
 /// Looks every few milliseconds whether the condition holds; false when it did not within the bound.
 bool waitUntil(const std::function<bool()>& condition, Milliseconds bound = usualBound);
+inline bool waitUntil(Milliseconds bound, const std::function<bool()>& condition) {
+    return waitUntil(condition, bound);
+}
 
 } // namespace ZNORBTEST

@@ -24,13 +24,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <functional>
 #include <map>
-#include <memory>
 #include <set>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -172,11 +167,7 @@ protected:
         }
         std::vector<std::string> words = {launch.program};
         words.insert(words.end(), launch.arguments.begin(), launch.arguments.end());
-        std::vector<char*> arguments;
-        for (std::string& word : words) {
-            arguments.push_back(word.data());
-        }
-        arguments.push_back(nullptr);
+        const std::vector<char*> arguments = argumentsOf(words);
         prepare();
         (void)execv(launch.program.c_str(), arguments.data());
         return 127;
@@ -388,10 +379,7 @@ protected:
     void SetUp() override {
         ZNORB_SKIP_IF(currentSandboxMode() != SandboxMode::Isolated)
             << "only in namespaces of its own can a test be started by process 1";
-        Launch daemon = driver.launch({"-d"});
-        daemon.asChildOfInit = true;
-        process = std::make_unique<ChildProcess>(daemon);
-        ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+        process = driver.startUnderInit();
         launch();
     }
 
@@ -408,8 +396,7 @@ TEST_F(ClientOfADaemonOfProcessOne, HasTheSameDescriptorsUmaskAndDirectoryAndIgn
 class ClientOfTheTestConsole : public ClientEnvironment {
 protected:
     void launchFromConsole() {
-        console = driver.startTestConsole();
-        ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+        console = driver.startServingConsole();
         launch();
     }
 

@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <memory>
-#include <string>
 
 namespace {
 
@@ -23,10 +21,8 @@ constexpr const char* waiting = "Unified responder waiting for connections\r\n";
 class Console : public testing::Test {
 protected:
     void SetUp() override {
-        console = driver.startTestConsole();
-        ASSERT_TRUE(console->waitForOutput(waiting));
-        // It says so right before it listens.
-        ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+        console = driver.startServingConsole();
+        ASSERT_TRUE(console->waitForOutput(waiting)); // it says so right before it listens
     }
 
     DaemonDriver driver;
@@ -48,13 +44,12 @@ TEST_F(Console, ListsTheTableOnPWithTheClientsIdentifiers) {
     ASSERT_EQ(askDaemon("GET|de"), "1");
     ASSERT_TRUE(DaemonDriver::waitForClient(0));
     ASSERT_TRUE(DaemonDriver::waitForClient(1));
-    const auto table = readSharedTable();
-    ASSERT_TRUE(table.has_value());
+    const znorb_shared_table table = sharedTable();
     ASSERT_TRUE(console->writeInput("p\n"));
     EXPECT_TRUE(
-        console->waitForOutput("Entry:  0, Valid?: Y, ID: " + identifierOf(table->entries[0]) + "\r\n"));
+        console->waitForOutput("Entry:  0, Valid?: Y, ID: " + identifierOf(table.entries[0]) + "\r\n"));
     EXPECT_TRUE(
-        console->waitForOutput("Entry:  1, Valid?: Y, ID: " + identifierOf(table->entries[1]) + "\r\n"));
+        console->waitForOutput("Entry:  1, Valid?: Y, ID: " + identifierOf(table.entries[1]) + "\r\n"));
     EXPECT_THAT(console->output(), HasSubstr("Received GET command\r\nNew process created: " +
                                              std::to_string(driver.clients()[0]) + "\r\n"));
 }

@@ -3,6 +3,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SharedTable.h"
 #include "tests/system/Example.h"
@@ -17,7 +18,6 @@
 #include <csignal>
 #include <cstring>
 #include <list>
-#include <optional>
 
 namespace {
 
@@ -244,16 +244,15 @@ TEST_P(ExampleClient, SaysItsPortAndWhyItEndsInTestMode) {
 
 TEST_P(ExampleClient, RefusesAnEntryThatIsNotInTheTableOrNotClaimed) {
     for (const char* index : {"64", "65536", "-1", "", "x", "1x", "99999999999999999999"}) {
-        const ProgramResult result = runProgram(launch({"-lang", "en", "-wbx", "-index", index}));
-        EXPECT_EQ(result.end, exitedWith(1)) << index;
-        EXPECT_THAT(result.errors, HasSubstr("-index"));
+        EXPECT_THAT(runProgram(launch({"-lang", "en", "-wbx", "-index", index})),
+                    resultIs(exitedWith(1), _, HasSubstr("-index")))
+            << index;
     }
     EXPECT_EQ(runProgram(launch({"-lang", "en", "-wbx"})).end, exitedWith(1));
     EXPECT_EQ(runProgram(launch({"-lang", "en", "-wbx", "-index"})).end, exitedWith(1));
     EXPECT_EQ(runProgram(launch({})).end, exitedWith(1));
-    const ProgramResult notClaimed = runProgram(launch({"-lang", "en", "-wbx", "-index", "0"}));
-    EXPECT_EQ(notClaimed.end, exitedWith(1));
-    EXPECT_THAT(notClaimed.errors, HasSubstr("not claimed"));
+    EXPECT_THAT(runProgram(launch({"-lang", "en", "-wbx", "-index", "0"})),
+                resultIs(exitedWith(1), _, HasSubstr("not claimed")));
     EXPECT_EQ(table.portOf(0), 0);
 }
 
@@ -271,9 +270,9 @@ protected:
 INSTANTIATE_TEST_SUITE_P(, ExampleClientAlone, testing::ValuesIn(clients), rowName);
 
 TEST_P(ExampleClientAlone, SaysThatThereIsNoTable) {
-    const ProgramResult result = runProgram(launch({"-lang", "en", "-wbx", "-index", "0"}));
-    EXPECT_EQ(result.end, exitedWith(1));
-    EXPECT_THAT(result.errors, StartsWith("znorbclient: the table /znorb.shvars cannot be opened"));
+    EXPECT_THAT(
+        runProgram(launch({"-lang", "en", "-wbx", "-index", "0"})),
+        resultIs(exitedWith(1), _, StartsWith("znorbclient: the table /znorb.shvars cannot be opened")));
     EXPECT_FALSE(readSharedTable().has_value()); // and makes none
 }
 

@@ -1,5 +1,6 @@
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Names.h"
 #include "tests/support/Results.h"
 #include "tests/support/Rows.h"
 #include "tests/system/Example.h"
@@ -10,8 +11,6 @@
 namespace {
 
 using namespace ZNORBTEST;
-
-constexpr const char* socketPath = "/var/run/znorb.socket";
 
 const Example requesters[] = {{"C", "znorbrequestor"}, {"Python", "znorbrequestor.py"}};
 
@@ -71,12 +70,7 @@ const Dialogue dialogues[] = {
     {"LongestRequest", longestRequest, {"0"}, false, "0\n", ""},
     {"ReplyInPieces", "GET|en", {"1", "2"}, false, "12\n", ""},
     {"ReplyOnAConnectionThatStaysOpen", "GET|en", {"7"}, true, "7\n", ""},
-    {"ReplyBeyondTheLongest",
-     "GET|en",
-     {longestReply + std::string(4000, '9')},
-     false,
-     longestReply + "\n",
-     ""},
+    {"ReplyThatIsTooLong", "GET|en", {longestReply + std::string(4000, '9')}, false, longestReply + "\n", ""},
     {"NoReply", "GET|en", {}, false, "", noReply},
 };
 
@@ -129,19 +123,16 @@ TEST_P(ExampleRequester, ExplainsItsUsage) {
                                                {"-help"},
                                                {"-wait", std::string(5000, '9'), "GET|en"},
                                                {std::string(1025, 'x')}}) {
-        const ProgramResult result = run(words);
-        EXPECT_EQ(result.end, exitedWith(2));
-        EXPECT_THAT(result.errors, StartsWith("usage: " + program() + " [-wait SECONDS]"));
-        EXPECT_EQ(result.output, "");
+        EXPECT_THAT(run(words),
+                    resultIs(exitedWith(2), "", StartsWith("usage: " + program() + " [-wait SECONDS]")));
     }
 }
 
 TEST_P(ExampleRequester, FailsWhenTheReplyCannotBePrinted) {
     const ListeningPeer daemon(replying("GET|en", {"0"}), socketPath);
-    const ProgramResult result =
-        runProgram({.program = "/bin/sh", .arguments = {"-c", launch({}).program + " 'GET|en' >/dev/full"}});
-    EXPECT_EQ(result.end, exitedWith(1));
-    EXPECT_THAT(result.errors, HasSubstr("cannot be printed"));
+    EXPECT_THAT(
+        runProgram({.program = "/bin/sh", .arguments = {"-c", launch({}).program + " 'GET|en' >/dev/full"}}),
+        resultIs(exitedWith(1), _, HasSubstr("cannot be printed")));
 }
 
 } // namespace

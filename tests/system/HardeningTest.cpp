@@ -13,8 +13,6 @@
 #include <cstdio>
 #include <set>
 #include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 

@@ -2,6 +2,7 @@
 /// them, and serves the next one.
 
 #include "tests/support/DaemonDriver.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/ProcessorTime.h"
@@ -11,12 +12,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <cstring>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace {
 
@@ -39,12 +37,7 @@ protected:
         return namesIn("/proc/" + std::to_string(driver.daemon()) + "/fd");
     }
 
-    static LocalConnection connectToDaemon() { return LocalConnection::toPath("/var/run/znorb.socket"); }
-
-    static unsigned claimed() {
-        const auto table = readSharedTable();
-        return table.has_value() ? table->count : ~0U;
-    }
+    static LocalConnection connectToDaemon() { return LocalConnection::toPath(socketPath); }
 
     DaemonDriver driver;
     std::vector<std::string> descriptors;
@@ -101,7 +94,7 @@ TEST_F(HostileRequester, ThatSendsEveryByteThereIsOrManyZeroBytesIsAnsweredZero)
         EXPECT_EQ(askDaemon(std::string(1, byte)), "0") << static_cast<int>(byte);
     }
     EXPECT_EQ(askDaemon(allBytes()), "0");
-    EXPECT_EQ(claimed(), 0U);
+    EXPECT_EQ(sharedTable().count, 0U);
     EXPECT_EQ(askDaemon(std::string(4096, '\0')), "0");
     EXPECT_EQ(askDaemon(std::string("QUIT\0", 5)), "0"); // that is not "QUIT"
 }
@@ -109,7 +102,7 @@ TEST_F(HostileRequester, ThatSendsEveryByteThereIsOrManyZeroBytesIsAnsweredZero)
 TEST_F(HostileRequester, ThatSendsNothingButSeparatorsIsAnsweredZero) {
     EXPECT_EQ(askDaemon(std::string(1024, '|')), "0");
     EXPECT_EQ(askDaemon("GET" + std::string(1021, '|')), "0");
-    EXPECT_EQ(claimed(), 1U); // an empty language is one
+    EXPECT_EQ(sharedTable().count, 1U); // an empty language is one
 }
 
 TEST_F(HostileRequester, ThatSendsLengthsAroundTheLongestRequestIsAnsweredOnceAndNotObeyedBehindIt) {
@@ -127,15 +120,14 @@ TEST_F(HostileRequester, ThatSendsASecondRequestOnItsConnectionIsAnsweredOnce) {
     ASSERT_TRUE(connection.send("PRINT|"));
     (void)connection.send("GET|en"); // the daemon may see one request of both, or only the first
     EXPECT_EQ(connection.receiveUntilClosed(), "0");
-    EXPECT_EQ(claimed(), 0U);
+    EXPECT_EQ(sharedTable().count, 0U);
 }
 
 TEST_F(HostileRequester, ThatAsksForALongLanguageHasItPassedOn) {
     EXPECT_EQ(askDaemon("GET|" + std::string(1020, 'x')), "0");
     ASSERT_TRUE(DaemonDriver::waitForClient(0));
-    const auto table = readSharedTable();
-    ASSERT_TRUE(table.has_value());
-    EXPECT_EQ(identifierOf(table->entries[0]).size(), ZNORB_IDENTIFIER_SIZE - 1U);
+    const znorb_shared_table table = sharedTable();
+    EXPECT_EQ(identifierOf(table.entries[0]).size(), ZNORB_IDENTIFIER_SIZE - 1U);
 }
 
 TEST_F(HostileRequester, ThatAsksForLanguagesWithAMeaningElsewhereGetsAClientEachTime) {
@@ -163,7 +155,8 @@ TEST_F(HostileRequester, ThatAsksForMoreThanThereIsFindsATableThatIsFull) {
 
 TEST_F(HostileRequester, ThatPassesDescriptorsLeavesNoneInTheDaemon) {
     LocalConnection connection = connectToDaemon();
-    const int passed = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    const Descriptor descriptor(open("/dev/null", O_RDONLY | O_CLOEXEC));
+    const int passed = descriptor.get();
     ASSERT_NE(passed, -1);
     char text[] = "PRINT";
     iovec bytes = {text, 5};
@@ -180,7 +173,6 @@ TEST_F(HostileRequester, ThatPassesDescriptorsLeavesNoneInTheDaemon) {
     std::memcpy(CMSG_DATA(header), &passed, sizeof passed);
     EXPECT_EQ(sendmsg(connection.descriptor(), &message, MSG_NOSIGNAL), 5);
     EXPECT_EQ(connection.receiveUntilClosed(), "0");
-    (void)close(passed);
 }
 
 TEST_F(HostileRequester, ThatComesInACrowdIsServedInTurn) {
@@ -189,7 +181,7 @@ TEST_F(HostileRequester, ThatComesInACrowdIsServedInTurn) {
         crowd.emplace_back([]() {
             for (int round = 0; round < 10; ++round) {
                 EXPECT_EQ(askDaemon("PRINT"), "0");
-                (void)LocalConnection::toPath("/var/run/znorb.socket");
+                (void)LocalConnection::toPath(socketPath);
             }
         });
     }

@@ -15,24 +15,20 @@
 #include <atomic>
 #include <csignal>
 #include <cstring>
-#include <memory>
-#include <string>
 #include <thread>
 
 namespace {
 
 using namespace ZNORBTEST;
 
-constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 constexpr const char* waitingLine = "Unified responder waiting for connections\r\n";
 
 /// A daemon in test mode, where its log can be seen.
 class HostileTable : public testing::Test {
 protected:
     void SetUp() override {
-        console = driver.startTestConsole();
-        ASSERT_TRUE(console->waitForOutput(waitingLine));
-        ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; })); // it says so before it listens
+        console = driver.startServingConsole();
+        ASSERT_TRUE(console->waitForOutput(waitingLine)); // it says so before it listens
         seen = console->output().size();
     }
 
@@ -215,7 +211,7 @@ TEST_F(HostileTable, ShortenedInTheMiddleOfTheSweepEndsItThere) {
     const ListeningPeer next({58, {"HTTP/1.0 200 OK\r\n\r\n"}});
     ASSERT_TRUE(enterClient(0, silent->port()));
     ASSERT_TRUE(enterClient(1, next.port()));
-    LocalConnection quitter = LocalConnection::toPath("/var/run/znorb.socket");
+    LocalConnection quitter = LocalConnection::toPath(socketPath);
     ASSERT_TRUE(quitter.send("QUIT"));
     ASSERT_TRUE(silent->waitForServed(1));
     ASSERT_TRUE(resizeSharedTable(0));

@@ -3,15 +3,13 @@
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
+#include "tests/support/Obstacles.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <ostream>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -94,23 +92,10 @@ TEST_F(Publication, IsNotHeldUpByAFifoWhereAPageGoes) {
     EXPECT_TRUE(exists(std::string(pages) + "/bin/znorbrequestor"));
 }
 
-/// What may stand where a file is expected.
-struct Obstacle {
-    const char* name;
-    int (*put)(const char* path); ///< 0 when it has been put there
-};
-
-void PrintTo(const Obstacle& obstacle, std::ostream* stream) {
-    *stream << obstacle.name;
-}
-
-constexpr Obstacle obstacles[] = {
-    {"nothing", [](const char*) { return 0; }},
-    {"a directory", [](const char* path) { return mkdir(path, 0755); }},
-    {"a fifo", [](const char* path) { return mkfifo(path, 0600); }},
-    {"a link to itself", [](const char* path) { return symlink(path, path); }},
-    {"a link to nothing", [](const char* path) { return symlink("/opt/zn/absent/file", path); }},
-    {"a file that nobody may read", [](const char* path) { return mknod(path, S_IFREG, 0); }},
+const Obstacle obstacles[] = {
+    nothing,        aDirectory,
+    aFifo,          aLinkToItself,
+    aLinkToNothing, {"a file that nobody may read", [](const char* path) { return mknod(path, S_IFREG, 0); }},
 };
 
 class PublicationPast : public Publication, public testing::WithParamInterface<Obstacle> {

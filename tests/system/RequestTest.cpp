@@ -4,28 +4,18 @@
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Results.h"
 #include "tests/support/SharedTable.h"
 
 #include <sys/socket.h>
-
-#include <cstdint>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace ZNORBTEST;
 
-constexpr const char* socketPath = "/var/run/znorb.socket";
-
 class Request : public testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(driver.startServing()); }
-
-    static std::uint32_t tableCount() {
-        const auto table = readSharedTable();
-        return table.has_value() ? table->count : 0xffffffffU;
-    }
 
     DaemonDriver driver;
 };
@@ -35,12 +25,11 @@ TEST_F(Request, GetAnswersTheEntrysNumberAndTheClientFillsItIn) {
     EXPECT_EQ(askDaemon("GET|en"), "1");
     ASSERT_TRUE(DaemonDriver::waitForClient(0));
     ASSERT_TRUE(DaemonDriver::waitForClient(1));
-    const auto table = readSharedTable();
-    ASSERT_TRUE(table.has_value());
-    EXPECT_EQ(table->count, 2U);
-    EXPECT_EQ(table->entries[0].in_use, 1);
+    const znorb_shared_table table = sharedTable();
+    EXPECT_EQ(table.count, 2U);
+    EXPECT_EQ(table.entries[0].in_use, 1);
     EXPECT_EQ(driver.clients().size(), 2U);
-    EXPECT_NE(identifierOf(table->entries[0]), identifierOf(table->entries[1]));
+    EXPECT_NE(identifierOf(table.entries[0]), identifierOf(table.entries[1]));
 }
 
 TEST_F(Request, GetTakesTheLowestEntryThatAClientHasFreed) {
@@ -49,15 +38,15 @@ TEST_F(Request, GetTakesTheLowestEntryThatAClientHasFreed) {
     }
     EXPECT_TRUE(writeSharedTable(4 + 128, std::string(1, '\0')));
     EXPECT_EQ(askDaemon("GET|en"), "1");
-    EXPECT_EQ(tableCount(), 3U);
+    EXPECT_EQ(sharedTable().count, 3U);
 }
 
 TEST_F(Request, GetWithoutALanguageIsAnsweredZeroAndLaunchesNothingButWithAnEmptyOneLaunches) {
     EXPECT_EQ(askDaemon("GET"), "0");
-    EXPECT_EQ(tableCount(), 0U);
+    EXPECT_EQ(sharedTable().count, 0U);
     EXPECT_THAT(driver.clients(), IsEmpty());
     EXPECT_EQ(askDaemon("GET|"), "0");
-    EXPECT_EQ(tableCount(), 1U);
+    EXPECT_EQ(sharedTable().count, 1U);
     EXPECT_TRUE(DaemonDriver::waitForClient(0));
 }
 
@@ -67,7 +56,7 @@ TEST_F(Request, GetOfAFullTableIsAnsweredZeroAndLaunchesNothing) {
         EXPECT_TRUE(writeSharedTable(4 + 128 * entry, std::string(1, '\1')));
     }
     EXPECT_EQ(askDaemon("GET|en"), "0");
-    EXPECT_EQ(tableCount(), 64U);
+    EXPECT_EQ(sharedTable().count, 64U);
     EXPECT_THAT(driver.clients(), IsEmpty());
 }
 
@@ -92,15 +81,13 @@ TEST_F(Request, UnknownOnesAreAnsweredZeroAndDoNothing) {
     for (const char* request : {"print", "get|en", "QUIT\n", "QUIT ", " QUIT", "|QUIT", "x", "|", "GET en"}) {
         EXPECT_EQ(askDaemon(request), "0") << request;
     }
-    EXPECT_EQ(tableCount(), 0U);
+    EXPECT_EQ(sharedTable().count, 0U);
     EXPECT_EQ(driver.waitForDaemon(Milliseconds(0)), stillRunning());
 }
 
 TEST_F(Request, FromAnUnprivilegedUserIsServed) {
-    const ProgramResult result =
-        runProgram({.program = driver.requestor(), .arguments = {"PRINT"}, .asOrdinaryUser = true});
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_EQ(result.output, "0\n");
+    EXPECT_THAT(runProgram({.program = driver.requestor(), .arguments = {"PRINT"}, .asOrdinaryUser = true}),
+                resultIs(exitedWith(0), "0\n", _));
 }
 
 TEST_F(Request, QuitIsAnsweredWhateverItsFurtherTokensAndThenNobodyListens) {

@@ -5,6 +5,7 @@
 #include "tests/support/Files.h"
 #include "tests/support/ListeningPeer.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Results.h"
 #include "tests/support/Skipping.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -13,7 +14,6 @@
 
 #include <csignal>
 #include <utility>
-#include <vector>
 
 namespace {
 
@@ -90,19 +90,14 @@ TEST_F(IsolatedSandbox, RecordsTheEndsOfProcessesWhoseParentIsInit) {
 
 TEST_F(IsolatedSandbox, IsPrivateToEachSession) {
     writeFile("/run/of-this-session", "");
-    const ProgramResult result = runProgram(sandboxCommand({"--", "/bin/ls", "/run"}));
-    EXPECT_EQ(result.end, exitedWith(0));
-    EXPECT_EQ(result.output, "");
-    EXPECT_EQ(result.errors, "");
+    EXPECT_THAT(runProgram(sandboxCommand({"--", "/bin/ls", "/run"})), resultIs(exitedWith(0)));
     (void)unlink("/run/of-this-session");
 }
 
 TEST(Sandbox, RunsAProgramAsSomebodyWhoIsNotRoot) {
     Launch launch = shell("id -u");
     launch.asOrdinaryUser = true;
-    const ProgramResult result = runProgram(launch);
-    EXPECT_EQ(result.end, exitedWith(0)) << result.errors;
-    EXPECT_EQ(result.output, "65534\n");
+    EXPECT_THAT(runProgram(launch), resultIs(exitedWith(0), "65534\n", _));
 }
 
 TEST_F(IsolatedSandbox, ShowsWhatElseThereIsInOptButNoInstallation) {
@@ -157,9 +152,8 @@ TEST_F(IsolatedSandbox, EndsWithItsCaller) {
 TEST(SandboxCommand, EndsAsItsCommandEndsAndSaysWhenThatCannotBeRun) {
     EXPECT_EQ(runProgram(sandboxCommand({"--", "/bin/sh", "-c", "exit 37"})).end, exitedWith(37));
     EXPECT_EQ(runProgram(sandboxCommand({"--", "/bin/sh", "-c", "kill -KILL $$"})).end, endedBy(SIGKILL));
-    const ProgramResult result = runProgram(sandboxCommand({"--", "/no/such/command"}));
-    EXPECT_EQ(result.end, exitedWith(127));
-    EXPECT_THAT(result.errors, HasSubstr("/no/such/command"));
+    EXPECT_THAT(runProgram(sandboxCommand({"--", "/no/such/command"})),
+                resultIs(exitedWith(127), _, HasSubstr("/no/such/command")));
     EXPECT_EQ(runProgram(sandboxCommand({"--", "/dev/null"})).end, exitedWith(126));
 }
 
@@ -195,9 +189,8 @@ TEST(SandboxCommand, WritesDownHowOrphansEnd) {
 TEST(SandboxCommand, SaysWhatIsWrongWithItsCommandLine) {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {}, {"--"}, {"/bin/true"}, {"--statuses"}, {"--unknown", "x", "--", "/bin/true"}}) {
-        const ProgramResult result = runProgram(sandboxCommand(words));
-        EXPECT_EQ(result.end, exitedWith(125));
-        EXPECT_THAT(result.errors, StartsWith("usage: znorb-sandbox"));
+        EXPECT_THAT(runProgram(sandboxCommand(words)),
+                    resultIs(exitedWith(125), _, StartsWith("usage: znorb-sandbox")));
     }
 }
 
@@ -218,9 +211,7 @@ protected:
 
 TEST_F(DirectSandbox, RunsTheCommandWithoutNamespaces) {
     writeFile("/run/mine", "");
-    const ProgramResult result = runProgram(directShell("ls /run; exit 4"));
-    EXPECT_EQ(result.end, exitedWith(4)) << result.errors;
-    EXPECT_EQ(result.output, "mine\n");
+    EXPECT_THAT(runProgram(directShell("ls /run; exit 4")), resultIs(exitedWith(4), "mine\n", _));
     (void)unlink("/run/mine");
 }
 
@@ -249,10 +240,8 @@ TEST_F(DirectSandbox, RemovesItsNamesAndEndsWhatStillRuns) {
 TEST_F(DirectSandbox, RefusesToTouchNamesThatExist) {
     for (const char* name : {"/dev/shm/znorb.shvars", "/dev/shm/sem.znorb.appLock", "/opt/zn/file"}) {
         writeFile(name, "somebody's");
-        const ProgramResult result = runProgram(directShell("echo ran"));
-        EXPECT_EQ(result.end, exitedWith(125));
-        EXPECT_EQ(result.output, "");
-        EXPECT_THAT(result.errors, HasSubstr(std::string(name).substr(0, 7)));
+        EXPECT_THAT(runProgram(directShell("echo ran")),
+                    resultIs(exitedWith(125), "", HasSubstr(std::string(name).substr(0, 7))));
         EXPECT_EQ(readFile(name), "somebody's");
         (void)unlink(name);
     }
@@ -261,10 +250,8 @@ TEST_F(DirectSandbox, RefusesToTouchNamesThatExist) {
 
 TEST_F(DirectSandbox, RefusesWhileADaemonServesItsSocket) {
     const ListeningPeer daemon(PeerScript(), "/var/run/znorb.socket");
-    const ProgramResult result = runProgram(directShell("echo ran"));
-    EXPECT_EQ(result.end, exitedWith(125));
-    EXPECT_EQ(result.output, "");
-    EXPECT_THAT(result.errors, HasSubstr("a daemon is running on this machine"));
+    EXPECT_THAT(runProgram(directShell("echo ran")),
+                resultIs(exitedWith(125), "", HasSubstr("a daemon is running on this machine")));
     EXPECT_TRUE(exists("/var/run/znorb.socket"));
 }
 
@@ -286,9 +273,8 @@ TEST_F(DirectSandbox, CleansUpAfterASessionThatWasKilled) {
 TEST_F(DirectSandbox, RunsOneSessionAtATime) {
     ChildProcess first(directShell("echo up; exec sleep 1000"));
     ASSERT_TRUE(first.waitForOutput("up"));
-    const ProgramResult second = runProgram(directShell("echo ran"));
-    EXPECT_EQ(second.end, exitedWith(125));
-    EXPECT_THAT(second.errors, HasSubstr("another session"));
+    EXPECT_THAT(runProgram(directShell("echo ran")),
+                resultIs(exitedWith(125), _, HasSubstr("another session")));
 
     Launch patient = directShell("echo ran");
     patient.arguments[1] = "20";

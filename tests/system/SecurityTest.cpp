@@ -14,18 +14,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstddef>
 #include <filesystem>
-#include <string>
-#include <vector>
 
 namespace {
 
 using namespace ZNORBTEST;
-
-constexpr const char* socketFile = "/var/run/znorb.socket";
-constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
-constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 
 /// Runs a shell command as somebody who is not root.
 ProgramResult asOrdinaryUser(const std::string& command) {
@@ -114,7 +107,7 @@ TEST_F(Security, EveryFailedLaunchLeavesOneMoreDaemon) {
 TEST_F(Security, AdministratorMayCloseTheSocketToOthers) {
     ZNORB_SKIP_IF(!knowsOtherUsers()) << onlyRoot;
     ASSERT_TRUE(driver.startServing());
-    ASSERT_EQ(chmod(socketFile, 0600), 0);
+    ASSERT_EQ(chmod(socketPath, 0600), 0);
     EXPECT_EQ(request("PRINT").end, exitedWith(1));
     EXPECT_EQ(askDaemon("PRINT"), "0");
 }
@@ -136,16 +129,15 @@ TEST_F(Security, OthersCanNeitherTakeTheLockNorRemoveTheNamesNorSignalTheDaemon)
     ASSERT_TRUE(driver.startServing());
     for (const std::string& command :
          {std::string(": <>") + lockFile, std::string("rm -f ") + lockFile, std::string("rm -f ") + tableFile,
-          std::string("rm -f ") + socketFile, "kill -TERM " + std::to_string(driver.daemon())}) {
+          std::string("rm -f ") + socketPath, "kill -TERM " + std::to_string(driver.daemon())}) {
         EXPECT_NE(asOrdinaryUser(command).end, exitedWith(0)) << command;
     }
-    EXPECT_TRUE(exists(lockFile) && exists(tableFile) && exists(socketFile));
+    EXPECT_TRUE(exists(lockFile) && exists(tableFile) && exists(socketPath));
     EXPECT_EQ(askDaemon("PRINT"), "0");
 }
 
 TEST_F(Security, IdentifiersReachTheTestConsoleWithTheirControlCharacters) {
-    const auto console = driver.startTestConsole();
-    ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
+    const auto console = driver.startServingConsole();
     const std::string hostile = "\x1b[2J\a\r\nEntry:  9";
     EXPECT_TRUE(writeSharedTable(0, std::string("\1\0\0\0", 4)));
     EXPECT_TRUE(

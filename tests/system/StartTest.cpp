@@ -4,6 +4,7 @@
 #include "tests/sandbox/Processes.h"
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
@@ -17,14 +18,11 @@
 
 #include <csignal>
 #include <filesystem>
-#include <string>
 
 namespace {
 
 using namespace ZNORBTEST;
 
-constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
-constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 constexpr const char* startedMessage = "The ZN Orbisan daemon has started.\n";
 constexpr const char* secondInstanceMessage =
     "Error: Only one instance of the ZN Orbisan daemon can be active at one time.\n";
@@ -133,12 +131,10 @@ TEST_F(Start, WithoutStandardDescriptorsWorksAsWithThem) {
 
 TEST_F(Start, PutsTheStandardDescriptorsOnNullAndKeepsNoOther) {
     // One that this process passes on, the last that the daemon closes.
-    const int source = open("/dev/null", O_RDONLY);
-    ASSERT_NE(source, -1);
-    ASSERT_EQ(dup2(source, 255), 255);
+    const Descriptor source(open("/dev/null", O_RDONLY));
+    ASSERT_EQ(dup2(source.get(), 255), 255);
     const bool isServing = driver.startServing();
     (void)close(255);
-    (void)close(source);
     ASSERT_TRUE(isServing);
     EXPECT_EQ(daemonLink("fd/0"), "/dev/null");
     EXPECT_EQ(daemonLink("fd/1"), "/dev/null");
@@ -196,18 +192,15 @@ TEST_F(Start, SetsTheMaskOfNewFilesToZeroAndKeepsTheWorkingDirectory) {
 TEST_F(Start, ByProcessOneDoesNotForkAndPrintsNothing) {
     ZNORB_SKIP_IF(currentSandboxMode() != SandboxMode::Isolated)
         << "only in namespaces of its own can a test be started by process 1";
-    Launch launch = driver.launch({"-d"});
-    launch.asChildOfInit = true;
-    ChildProcess daemon(launch);
-    ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
-    EXPECT_EQ(processesRunning(driver.program()), std::vector<pid_t>{daemon.pid()});
+    const std::unique_ptr<ChildProcess> daemon = driver.startUnderInit();
+    EXPECT_EQ(processesRunning(driver.program()), std::vector<pid_t>{daemon->pid()});
     for (const char* descriptor : {"0", "1", "2"}) {
-        EXPECT_EQ(linkOf(daemon.pid(), std::string("fd/") + descriptor), "/dev/null");
+        EXPECT_EQ(linkOf(daemon->pid(), std::string("fd/") + descriptor), "/dev/null");
     }
     EXPECT_EQ(askDaemon("QUIT"), "0");
-    EXPECT_EQ(daemon.waitForEnd(), exitedWith(255));
-    EXPECT_EQ(daemon.output(), "");
-    EXPECT_EQ(daemon.errors(), "");
+    EXPECT_EQ(daemon->waitForEnd(), exitedWith(255));
+    EXPECT_EQ(daemon->output(), "");
+    EXPECT_EQ(daemon->errors(), "");
 }
 
 TEST_F(Start, IsRefusedToAnOrdinaryUserWhateverTheArguments) {

@@ -14,14 +14,10 @@
 #include <unistd.h>
 
 #include <csignal>
-#include <vector>
 
 namespace {
 
 using namespace ZNORBTEST;
-
-constexpr const char* lockFile = "/dev/shm/sem.znorb.appLock";
-constexpr const char* tableFile = "/dev/shm/znorb.shvars";
 
 class Termination : public testing::Test {
 protected:
@@ -67,12 +63,9 @@ TEST_F(Termination, BySeveralSignalsAtOncePostsTheLockOnce) {
 TEST_F(Termination, OfADaemonThatProcessOneStartedDoesTheSame) {
     ZNORB_SKIP_IF(currentSandboxMode() != SandboxMode::Isolated)
         << "only in namespaces of its own can a test be started by process 1";
-    Launch launch = driver.launch({"-d"});
-    launch.asChildOfInit = true;
-    ChildProcess daemon(launch);
-    ASSERT_TRUE(waitUntil([]() { return askDaemon("PRINT") == "0"; }));
-    ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
-    EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
+    const std::unique_ptr<ChildProcess> daemon = driver.startUnderInit();
+    ASSERT_EQ(kill(daemon->pid(), SIGTERM), 0);
+    EXPECT_EQ(daemon->waitForEnd(), exitedWith(10));
     EXPECT_FALSE(exists(lockFile));
 }
 
@@ -104,7 +97,7 @@ TEST_F(Termination, DuringASweepThatWaitsForASilentClientDoesNotWaitForIt) {
     // A client that takes the exit request and never answers.
     const ListeningPeer silent({58, {}, true});
     ASSERT_TRUE(enterClient(0, silent.port()));
-    LocalConnection quit = LocalConnection::toPath("/var/run/znorb.socket");
+    LocalConnection quit = LocalConnection::toPath(socketPath);
     ASSERT_TRUE(quit.send("QUIT"));
     ASSERT_TRUE(silent.waitForServed(1));
     terminate();
@@ -112,7 +105,7 @@ TEST_F(Termination, DuringASweepThatWaitsForASilentClientDoesNotWaitForIt) {
 
 TEST_F(Termination, WhileARequesterHoldsTheSocketDoesNotWaitForIt) {
     ASSERT_TRUE(driver.startServing());
-    const LocalConnection silent = LocalConnection::toPath("/var/run/znorb.socket");
+    const LocalConnection silent = LocalConnection::toPath(socketPath);
     ASSERT_TRUE(silent.isConnected());
     terminate();
 }

@@ -14,8 +14,7 @@
 
 namespace {
 
-using ORBCOMMON::Logger;
-using ORBCOMMON::logger_mutex;
+using namespace ORBCOMMON;
 using namespace ZNORBTEST;
 
 static_assert(!std::is_default_constructible_v<Logger>);

@@ -10,8 +10,7 @@
 
 namespace {
 
-using ORBCOMMON::formatLogTime;
-using ORBCOMMON::Logger;
+using namespace ORBCOMMON;
 using namespace ZNORBTEST;
 
 /// A call of the Logger and the message of its record.

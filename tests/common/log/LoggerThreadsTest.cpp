@@ -5,14 +5,12 @@
 #include <atomic>
 #include <chrono>
 #include <cstdio>
-#include <functional>
 #include <thread>
 
 namespace {
 
 using Common::OutputStream;
-using ORBCOMMON::Logger;
-using ORBCOMMON::logger_mutex;
+using namespace ORBCOMMON;
 using namespace ZNORBTEST;
 
 TEST_F(LoggerTest, RecordsOfSeveralThreadsAreWholeAndInOneOrderOnAllStreams) {

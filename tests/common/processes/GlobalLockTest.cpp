@@ -12,7 +12,6 @@
 #include <cerrno>
 #include <optional>
 #include <type_traits>
-#include <vector>
 
 namespace {
 
@@ -94,12 +93,7 @@ const Life lives[] = {
     {"CreatedLockedIsHeldAndUnlinkedAtTheEnd", none, {creates, isHeld}, 0, unlinked, 1},
     {"CreatedUnlockedIsFreeAndUnlinkedAtTheEnd", none, {createsFree, isNotHeld}, 1, unlinked, 1},
     {"CreateOnAnOpenedLockTakesNothing", 1, {opens, creates}, 1, left, 1},
-    {"CreateOfAnExistingNameFailsAndOpensNothing",
-     1,
-     {failsToCreate, isNotHeld, failsToTake, removes},
-     1,
-     left,
-     1},
+    {"CreateOfAnExistingNameOpensNothing", 1, {failsToCreate, isNotHeld, failsToTake, removes}, 1, left, 1},
     {"FailedCreateMayBeFollowedByAnOpen", 1, {failsToCreate, opens, takes}, 0, left, 1},
     {"OpenExistingDoesNotLock", 1, {opens, opens}, 1, left, 1},
     {"IsHeldIsFalseOnAnObjectThatIsNotOpen", 0, {isNotHeld}, 0, left, 0},
@@ -117,12 +111,7 @@ const Life lives[] = {
     {"CloseGivesBackAndKeepsTheName", none, {creates, closes, isNotHeld, failsToTake, closes}, 1, left, 1},
     {"UnlockGivesNothingBackThatIsNotHeld", 1, {unlocks, opens, unlocks}, 1, left, 1},
     {"UnlockGivesBackOnce", 1, {opens, takes, unlocks, unlocks, isNotHeld}, 1, left, 1},
-    {"OpensAgainAfterAClose",
-     none,
-     {creates, closes, failsToCreate, opens, isNotHeld, takes},
-     0,
-     unlinked,
-     1},
+    {"OpensAgainAfterClose", none, {creates, closes, failsToCreate, opens, isNotHeld, takes}, 0, unlinked, 1},
     {"RemoveLeavesANameThatIsNotOwnedAndCloses", 1, {opens, takes, removes, failsToTake}, 1, left, 1},
 };
 

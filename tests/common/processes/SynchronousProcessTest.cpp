@@ -16,8 +16,7 @@ namespace {
 
 using namespace ZNORBTEST;
 
-using ORBCOMMON::SynchronousProcess;
-using ORBCOMMON::Threadable;
+using namespace ORBCOMMON;
 
 static_assert(std::is_base_of_v<Threadable, SynchronousProcess>);
 static_assert(std::is_abstract_v<SynchronousProcess>, "a subclass supplies run()");

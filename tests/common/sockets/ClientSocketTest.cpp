@@ -14,8 +14,7 @@
 
 namespace {
 
-using ORBCOMMON::ClientSocket;
-using ORBCOMMON::UXClientSocket;
+using namespace ORBCOMMON;
 
 static_assert(!std::is_copy_constructible_v<ClientSocket>);
 static_assert(!std::is_copy_assignable_v<ClientSocket>);

@@ -6,16 +6,13 @@
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include <memory>
 
 namespace {
 
-using ORBCOMMON::ClientSocket;
-using ORBCOMMON::IPClientSocket;
-using ORBCOMMON::UXClientSocket;
+using namespace ORBCOMMON;
 using namespace ZNORBTEST;
 
 /// A port and a path, each with the kind of socket that connects to it.

@@ -12,9 +12,7 @@
 
 namespace {
 
-using ORBCOMMON::ClientSocket;
-using ORBCOMMON::IPClientSocket;
-using ORBCOMMON::storeFirstAddress;
+using namespace ORBCOMMON;
 using namespace ZNORBTEST;
 
 static_assert(std::is_base_of_v<ClientSocket, IPClientSocket>);

@@ -18,8 +18,7 @@
 
 namespace {
 
-using ORBCOMMON::Readiness;
-using ORBCOMMON::waitUntilReadable;
+using namespace ORBCOMMON;
 
 class SocketWaitTest : public testing::Test {
 protected:

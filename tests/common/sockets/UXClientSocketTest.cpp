@@ -9,8 +9,7 @@
 
 namespace {
 
-using ORBCOMMON::ClientSocket;
-using ORBCOMMON::UXClientSocket;
+using namespace ORBCOMMON;
 using namespace ZNORBTEST;
 
 static_assert(std::is_base_of_v<ClientSocket, UXClientSocket>);

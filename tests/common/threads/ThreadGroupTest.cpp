@@ -1,16 +1,12 @@
 #include "common/threads/ThreadGroup.h"
 
 #include "common/threads/ThreadHandle.h"
-#include "common/threads/Threadable.h"
+#include "tests/common/threads/Gated.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
-#include "tests/support/Waiting.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cstring>
 #include <memory>
 #include <thread>
@@ -21,11 +17,7 @@ namespace {
 
 using namespace ZNORBTEST;
 
-using ORBCOMMON::join;
-using ORBCOMMON::start;
-using ORBCOMMON::Threadable;
-using ORBCOMMON::ThreadGroup;
-using ORBCOMMON::ThreadHandle;
+using namespace ORBCOMMON;
 
 static_assert(!std::is_copy_constructible_v<ThreadGroup> && !std::is_copy_assignable_v<ThreadGroup>);
 
@@ -48,18 +40,6 @@ std::vector<const ThreadHandle*> handlesOf(const ThreadGroup& group) {
 }
 
 using Handles = std::vector<const ThreadHandle*>;
-
-// Runs until it is let go.
-class Gated : public Threadable {
-public:
-    void run() override {
-        (void)waitUntil([this] { return open.load(); });
-    }
-    void finish() override { finished = true; }
-
-    std::atomic<bool> open{false};
-    std::atomic<bool> finished{false};
-};
 
 // A started handle, to be owned by a group or deleted by the test.
 ThreadHandle* newStarted(Threadable& threadable) {

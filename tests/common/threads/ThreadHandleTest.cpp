@@ -1,17 +1,15 @@
 #include "common/threads/ThreadHandle.h"
 
-#include "common/threads/Threadable.h"
+#include "tests/common/threads/Gated.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/StandIns.h"
-#include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
@@ -22,30 +20,10 @@ namespace {
 
 using namespace ZNORBTEST;
 
-using ORBCOMMON::detach;
-using ORBCOMMON::holdSameThread;
-using ORBCOMMON::join;
-using ORBCOMMON::sleepMilliseconds;
-using ORBCOMMON::start;
-using ORBCOMMON::Threadable;
-using ORBCOMMON::ThreadHandle;
+using namespace ORBCOMMON;
 
 static_assert(sizeof(ThreadHandle) == sizeof(void*), "one pointer");
 static_assert(!std::is_copy_constructible_v<ThreadHandle> && !std::is_copy_assignable_v<ThreadHandle>);
-
-// Runs until it is let go.
-class Gated : public Threadable {
-public:
-    void run() override {
-        (void)waitUntil([this] { return open.load(); });
-        ++runs;
-    }
-    void finish() override { finished = true; }
-
-    std::atomic<bool> open{false};
-    std::atomic<bool> finished{false};
-    std::atomic<int> runs{0};
-};
 
 // Takes a while, so that a join that did not wait would see the value too early.
 class SlowWriter : public Threadable {

@@ -12,10 +12,7 @@
 
 namespace {
 
-using ORBCOMMON::join;
-using ORBCOMMON::start;
-using ORBCOMMON::Threadable;
-using ORBCOMMON::ThreadHandle;
+using namespace ORBCOMMON;
 
 static_assert(std::is_abstract_v<Threadable>);
 static_assert(std::has_virtual_destructor_v<Threadable>);

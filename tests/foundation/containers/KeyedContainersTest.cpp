@@ -3,14 +3,11 @@
 #include "tests/foundation/containers/CountedKey.h"
 #include "tests/support/Allocations.h"
 
-#include <gtest/gtest.h>
-
 #include <new>
 #include <type_traits>
 #include <vector>
 
-using Common::map;
-using Common::set;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {

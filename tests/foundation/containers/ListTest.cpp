@@ -2,8 +2,6 @@
 
 #include "tests/support/Allocations.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <new>
 #include <string>

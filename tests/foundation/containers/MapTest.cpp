@@ -2,8 +2,6 @@
 
 #include "tests/support/Allocations.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cctype>
 #include <map>
@@ -13,8 +11,7 @@
 #include <type_traits>
 #include <vector>
 
-using Common::map;
-using Common::pair;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {

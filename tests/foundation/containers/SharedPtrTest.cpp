@@ -3,8 +3,6 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/OnThreads.h"
 
-#include <gtest/gtest.h>
-
 #include <new>
 #include <string>
 #include <type_traits>

@@ -9,20 +9,14 @@
 #include "tests/support/Waiting.h"
 
 #include <atomic>
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <limits>
 #include <regex>
-#include <string>
 #include <thread>
-#include <vector>
 
-using Common::DebugLog;
-using Common::OutputStream;
-using Common::OutputStreamToBuffer;
-using Common::shared_ptr;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {

@@ -3,16 +3,10 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/Rows.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
 #include <cstring>
-#include <string>
 
-using Common::buildHexDumpRow;
-using Common::hexDumpHeader;
-using Common::hexDumpRowCapacity;
-using Common::hexDumpRule;
+using namespace Common;
 
 namespace {
 

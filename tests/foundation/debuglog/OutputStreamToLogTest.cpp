@@ -4,13 +4,7 @@
 #include "tests/support/Matchers.h"
 #include "tests/support/RecordingStream.h"
 
-#include <string>
-#include <vector>
-
-using Common::DebugLog;
-using Common::OutputStream;
-using Common::OutputStreamToLog;
-using Common::shared_ptr;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {

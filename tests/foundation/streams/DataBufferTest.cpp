@@ -7,11 +7,7 @@
 
 #include <type_traits>
 
-using Common::DataBuffer;
-using Common::InputStream;
-using Common::InputStreamFromBuffer;
-using Common::OutputStream;
-using Common::OutputStreamToBuffer;
+using namespace Common;
 
 namespace {
 

@@ -5,8 +5,7 @@
 
 #include <stdexcept>
 
-using Common::InputStream;
-using Common::InputStreamFromBuffer;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {
@@ -51,9 +50,7 @@ const Reading readings[] = {
      {line("one"), line(""), line("two"), line("three"), line(unchanged)}},
     {"LineFeedAndCarriageReturnAtTheVeryEndAreBothTaken", "a\n\r", {line("a"), atEnd}},
     {"EmptyBufferLeavesTheStringOfALineUnchangedAndThrowsNothing", "", {line(unchanged)}},
-    {"AllTakesEverythingAndThenLeavesItsStringUnchanged",
-     {"a\n\0b", 4},
-     {all({"a\n\0b", 4}), atEnd, all(unchanged)}},
+    {"AllTakesEverythingAndThenItIsUnchanged", {"a\n\0b", 4}, {all({"a\n\0b", 4}), atEnd, all(unchanged)}},
 };
 
 INSTANTIATE_TEST_SUITE_P(InputStreamFromBuffer, ReadsOfABuffer, testing::ValuesIn(readings), rowName);

@@ -10,8 +10,7 @@
 
 #include <cstdio>
 
-using Common::InputStream;
-using Common::InputStreamFromConsole;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {
@@ -54,22 +53,16 @@ TEST_P(ReadsOfTheConsole, GiveTheirParts) {
 }
 
 const Reading readings[] = {
-    {"EndIsKnownOnceAReadHasMetIt", "a", {notAtEnd, character("a"), notAtEnd, character("\xFF"), atEnd}},
+    {"EndIsKnownOnceItIsMet", "a", {notAtEnd, character("a"), notAtEnd, character("\xFF"), atEnd}},
     {"CharactersAreBytesOfAnyValue",
      {"\0\xFF\n", 3},
      {character({'\0'}), character("\xFF"), character("\n"), notAtEnd}},
     {"CharacterAtTheEndIs0xFF", "", {character("\xFF"), character("\xFF")}},
     {"LinesEndAtLineFeedsAndDropEveryCarriageReturn", "a\rb\r\n\n\rc\n", {line("ab"), line(""), line("c")}},
-    {"LineThatTheEndCutsShortHasThe0xFFOfTheFailedRead",
-     "a\nbc",
-     {line("a"), line("bc\xFF"), atEnd, line(unchanged)}},
-    {"ReadThatMeetsTheEndBehindTheLastLineEmptiesItsString",
-     "a\n",
-     {line("a"), notAtEnd, line(""), atEnd, line(unchanged)}},
+    {"LineCutShortByTheEndHasTheReads0xFF", "a\nbc", {line("a"), line("bc\xFF"), atEnd, line(unchanged)}},
+    {"ReadThatMeetsTheEndEmptiesItsString", "a\n", {line("a"), notAtEnd, line(""), atEnd, line(unchanged)}},
     {"A0xFFInALineDoesNotEndIt", "a\xFF-b\n", {line("a\xFF-b")}},
-    {"AllGivesWhatRemainsOfAFileAndDoesNotMeetItsEnd",
-     {"a\nb\0c\n", 6},
-     {line("a"), all({"b\0c\n", 4}), notAtEnd, all("")}},
+    {"AllGivesTheRestAndMeetsNoEnd", {"a\nb\0c\n", 6}, {line("a"), all({"b\0c\n", 4}), notAtEnd, all("")}},
     {"AllAtTheEndLeavesItsStringUnchanged", "", {character("\xFF"), all(unchanged)}},
 };
 

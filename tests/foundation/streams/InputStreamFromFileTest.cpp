@@ -17,8 +17,7 @@
 #include <optional>
 #include <thread>
 
-using Common::InputStream;
-using Common::InputStreamFromFile;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {
@@ -64,32 +63,20 @@ TEST_P(ReadsOfAFile, GiveTheirParts) {
 const std::string longLine(100000, 'l');
 
 const Reading readings[] = {
-    {"EndIsKnownOnceAReadHasMetIt",
-     "a",
-     {notAtEnd, character("a"), notAtEnd, character(""), atEnd, character("")}},
+    {"EndIsKnownOnceItIsMet", "a", {notAtEnd, character("a"), notAtEnd, character(""), atEnd, character("")}},
     {"CharactersAreBytesOfAnyValue",
      {"\0\xFF\r\n", 4},
      {character({'\0'}), character("\xFF"), character("\r"), character("\n"), character("")}},
-    {"LinesLoseTheirEndsAndTheThirdOfTwoLeavesItsStringUnchanged",
-     "a\rb\nc",
-     {line("ab"), line("c"), line(unchanged)}},
+    {"LinesLoseTheirEndsAndAThirdOfTwoIsUnchanged", "a\rb\nc", {line("ab"), line("c"), line(unchanged)}},
     {"LinesDropEveryCarriageReturn", "\r\ra\r\rb\r\n\rc\r", {line("ab"), line("c")}},
     {"EmptyLineIsAnEmptyString", "\n\r\nx\n", {line(""), line(""), line("x")}},
-    {"ReadThatMeetsTheEndBehindTheLastLineEmptiesItsString",
-     "x\n",
-     {line("x"), notAtEnd, line(""), atEnd, line(unchanged)}},
-    {"LinesKeepNulBytesAndThe0xFFThatOtherKindsEndWith",
-     {"a\0b\xFF\nz", 6},
-     {line({"a\0b\xFF", 4}), line("z")}},
+    {"ReadThatMeetsTheEndEmptiesItsString", "x\n", {line("x"), notAtEnd, line(""), atEnd, line(unchanged)}},
+    {"LinesKeepNulBytesAnd0xFFThatOtherKindsEndWith", {"a\0b\xFF\nz", 6}, {line({"a\0b\xFF", 4}), line("z")}},
     {"LinesMayBeLong", longLine + "\nnext", {line(longLine), line("next")}},
     {"AllOfAnEmptyFileIsEmpty", "", {all("")}},
     {"AllKeepsNulBytes", withNulBytes, {all(withNulBytes)}},
-    {"AllGivesWhatRemainsBehindEarlierReads",
-     "line\nxrest\nof it",
-     {line("line"), character("x"), all("rest\nof it")}},
-    {"AllDoesNotMeetTheEnd",
-     "abc",
-     {all("abc"), notAtEnd, all(""), notAtEnd, character(""), atEnd, all(unchanged)}},
+    {"AllGivesTheRestBehindReads", "line\nxrest\nof it", {line("line"), character("x"), all("rest\nof it")}},
+    {"AllMeetsNoEnd", "abc", {all("abc"), notAtEnd, all(""), notAtEnd, character(""), atEnd, all(unchanged)}},
 };
 
 INSTANTIATE_TEST_SUITE_P(InputStreamFromFile, ReadsOfAFile, testing::ValuesIn(readings), rowName);

@@ -2,12 +2,8 @@
 
 #include "tests/support/RecordingStream.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 using Common::OutputStream;
 using namespace ZNORBTEST;

@@ -4,15 +4,11 @@
 #include "tests/support/Rows.h"
 #include "tests/support/Words.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <memory>
 #include <type_traits>
 
-using Common::DataBuffer;
-using Common::OutputStream;
-using Common::OutputStreamToBuffer;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {

@@ -1,5 +1,6 @@
 #include "foundation/streams/OutputStreamToConsole.h"
 
+#include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/Rows.h"
 #include "tests/support/TemporaryFolder.h"
@@ -9,11 +10,8 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <string>
-#include <vector>
 
-using Common::OutputStream;
-using Common::OutputStreamToConsole;
+using namespace Common;
 using namespace ZNORBTEST;
 
 namespace {
@@ -24,22 +22,17 @@ public:
     CapturedOutput() : m_path(m_folder / "output") {
         writeFile(m_path, "");
         (void)std::fflush(stdout);
-        m_saved = dup(STDOUT_FILENO);
+        m_saved.reset(dup(STDOUT_FILENO));
         redirectTo(m_path);
     }
-    CapturedOutput(const CapturedOutput&) = delete;
-    CapturedOutput& operator=(const CapturedOutput&) = delete;
     ~CapturedOutput() {
         (void)std::fflush(stdout);
         std::clearerr(stdout);
-        (void)dup2(m_saved, STDOUT_FILENO);
-        (void)close(m_saved);
+        (void)dup2(m_saved.get(), STDOUT_FILENO);
     }
 
     static void redirectTo(const std::string& path) {
-        const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
-        (void)dup2(descriptor, STDOUT_FILENO);
-        (void)close(descriptor);
+        (void)dup2(Descriptor(open(path.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC)).get(), STDOUT_FILENO);
     }
 
     /// What has reached the file; the C library's buffer is not flushed for it.
@@ -48,7 +41,7 @@ public:
 private:
     TemporaryFolder m_folder;
     std::string m_path;
-    int m_saved = -1;
+    Descriptor m_saved;
 };
 
 struct Write {

@@ -5,7 +5,6 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/TemporaryFolder.h"
 
-#include <gtest/gtest.h>
 #include <sys/ipc.h>
 #include <unistd.h>
 
@@ -24,7 +23,13 @@ class LockFileKey : public testing::Test {
 protected:
     [[nodiscard]] const std::string& folder() const { return m_folder.path(); }
 
-    void makeFile(const std::string& name) const { ZNORBTEST::writeFile(m_folder / name, "x"); }
+    /// Makes the file; returns the key that belongs to it.
+    [[nodiscard]] key_t makeFile(const std::string& name) const {
+        ZNORBTEST::writeFile(m_folder / name, "x");
+        const key_t key = ftok((m_folder / name).c_str(), 0);
+        EXPECT_NE(key, -1);
+        return key;
+    }
 
     static bool setVariable(const std::string& value) { return setenv(variable, value.c_str(), 1) == 0; }
 
@@ -35,9 +40,7 @@ private:
 } // namespace
 
 TEST_F(LockFileKey, IsMadeFromTheFileBehindTheDirectoryWithProjectZeroAndNoSeparator) {
-    makeFile("a.lock");
-    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
-    ASSERT_NE(expected, -1);
+    const key_t expected = makeFile("a.lock");
     struct Case {
         std::string directory;
         std::string name;
@@ -60,21 +63,18 @@ TEST_F(LockFileKey, IsMadeFromTheFileBehindTheDirectoryWithProjectZeroAndNoSepar
 }
 
 TEST_F(LockFileKey, StartsThePathWithNullInParenthesesWhenTheVariableIsUnset) {
-    makeFile("a.lock");
+    (void)makeFile("a.lock");
     EXPECT_TRUE(holdsInForked([&] {
         return unsetenv(variable) == 0 && chdir(folder().c_str()) == 0 && lockFileKey("a.lock") == -1;
     }));
-    makeFile("(null)a.lock");
-    const key_t expected = ftok((folder() + "/(null)a.lock").c_str(), 0);
-    ASSERT_NE(expected, -1);
+    const key_t expected = makeFile("(null)a.lock");
     EXPECT_TRUE(holdsInForked([&] {
         return unsetenv(variable) == 0 && chdir(folder().c_str()) == 0 && lockFileKey("a.lock") == expected;
     }));
 }
 
 TEST_F(LockFileKey, ReadsTheVariableOncePerProcess) {
-    makeFile("a.lock");
-    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
+    const key_t expected = makeFile("a.lock");
     EXPECT_TRUE(holdsInForked([&] {
         return setVariable(folder() + "/") && lockFileKey("a.lock") == expected &&
                setVariable("/nonexistent/") && lockFileKey("a.lock") == expected;
@@ -83,8 +83,7 @@ TEST_F(LockFileKey, ReadsTheVariableOncePerProcess) {
 
 TEST_F(LockFileKey, IsMinusOneWithoutMemoryAndTheNextCallWorks) {
     ZNORB_SKIP_IF(!ZNORBTEST::allocationsAreObserved) << "allocations cannot be made to fail here";
-    makeFile("a.lock");
-    const key_t expected = ftok((folder() + "/a.lock").c_str(), 0);
+    const key_t expected = makeFile("a.lock");
     EXPECT_TRUE(holdsInForked([&] {
         if (!setVariable(folder() + "/")) {
             return false;

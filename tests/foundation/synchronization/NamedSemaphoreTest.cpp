@@ -16,7 +16,6 @@
 #include <cerrno>
 #include <climits>
 #include <fstream>
-#include <vector>
 
 using namespace Common::Synchronization;
 using namespace ZNORBTEST;

@@ -5,15 +5,12 @@
 #include "tests/support/ObservedThread.h"
 #include "tests/support/OnThreads.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <new>
 #include <type_traits>
 
 using Common::NonCopyable;
-using Common::Synchronization::ProcessMutex;
-using Common::Synchronization::RecursiveProcessMutex;
+using namespace Common::Synchronization;
 using namespace ZNORBTEST;
 
 namespace {

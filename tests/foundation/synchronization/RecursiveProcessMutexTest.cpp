@@ -8,9 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
-#include <vector>
 
 using Common::Synchronization::RecursiveProcessMutex;
 using namespace ZNORBTEST;

@@ -12,9 +12,7 @@
 #include <type_traits>
 
 using Common::NonCopyable;
-using Common::Synchronization::ProcessMutex;
-using Common::Synchronization::RecursiveProcessMutex;
-using Common::Synchronization::ScopedMutexLock;
+using namespace Common::Synchronization;
 using ZNORBTEST::ObservedThread;
 
 namespace {

@@ -20,7 +20,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <utility>
 
 namespace {
 
@@ -112,19 +111,9 @@ const LaunchedWords launchedWords[] = {
     {"WithTheGreatestIndex", false, 65535, "en", "", {"-lang", "en", "-wbx", "-index", "65535"}},
     {"WithATimeout", false, 3, "en", "600", {"-lang", "en", "-wbx", "-index", "3", "-timeout", "600"}},
     {"InTestMode", true, 3, "en", "", {"-v", "-lang", "en", "-wbx", "-index", "3"}},
-    {"InTestModeWithATimeout",
-     true,
-     4,
-     "de",
-     "1",
-     {"-v", "-lang", "de", "-wbx", "-index", "4", "-timeout", "1"}},
+    {"TestModeAndTimeout", true, 4, "de", "1", {"-v", "-lang", "de", "-wbx", "-index", "4", "-timeout", "1"}},
     {"EmptyLanguageIsAnEmptyArgument", false, 0, "", "", {"-lang", "", "-wbx", "-index", "0"}},
-    {"EmptyLanguageDoesNotShiftTheTimeout",
-     false,
-     0,
-     "",
-     "5",
-     {"-lang", "", "-wbx", "-index", "0", "-timeout", "5"}},
+    {"EmptyLanguageBeforeATimeout", false, 0, "", "5", {"-lang", "", "-wbx", "-index", "0", "-timeout", "5"}},
     {"LanguageAndTimeoutAreUnchanged",
      false,
      7,

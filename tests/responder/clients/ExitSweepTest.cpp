@@ -18,12 +18,8 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <memory>
-#include <string>
 #include <string_view>
 #include <thread>
-#include <utility>
-#include <vector>
 
 namespace {
 

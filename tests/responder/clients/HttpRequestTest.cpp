@@ -10,7 +10,6 @@
 #include <poll.h>
 
 #include <cerrno>
-#include <string>
 #include <thread>
 
 namespace {
@@ -78,8 +77,8 @@ protected:
     WriteRecorder stream;
 };
 
-std::string headOfPost(std::size_t length) {
-    return "POST /u HTTP/1.0\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
+std::string headOfPost(std::size_t length, const std::string& url = "/u") {
+    return "POST " + url + " HTTP/1.0\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n";
 }
 
 /// Method, URL and body of a request, what is sent of it, and in which lengths.
@@ -104,17 +103,13 @@ TEST_P(SentRequest, IsItsLineAndOfAPostItsLengthAndItsBodyWithoutASignal) {
 }
 
 const std::string hello = "hello, world";
+const std::string exitUrl = "/ExitApplication.json";
 const std::string anyBytes("\0\r\n\xff%s|", 7);
 
 const Request requests[] = {
     {"Post", "POST", "/u", hello, headOfPost(12) + hello, {headOfPost(12).size(), 12}},
     {"EmptyPost", "POST", "/u", "", headOfPost(0), {headOfPost(0).size()}},
-    {"PostToALongerUrl",
-     "POST",
-     "/ExitApplication.json",
-     "",
-     "POST /ExitApplication.json HTTP/1.0\r\nContent-Length: 0\r\n\r\n",
-     {58}},
+    {"PostToALongerUrl", "POST", exitUrl, "", headOfPost(0, exitUrl), {58}},
     {"BodyOfAnyBytes", "POST", "/u", anyBytes, headOfPost(7) + anyBytes, {headOfPost(7).size(), 7}},
     {"Get", "GET", "/", hello, "GET / HTTP/1.0\r\n\r\n", {18}},
     {"AnyOtherMethod", "PUT", "/", hello, "PUT / HTTP/1.0\r\n\r\n", {18}},

@@ -8,8 +8,6 @@
 
 #include <cerrno>
 #include <map>
-#include <memory>
-#include <string>
 
 namespace {
 

@@ -13,22 +13,14 @@
 #include "tests/support/SelectRecorder.h"
 
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <functional>
-#include <memory>
-#include <string>
-#include <utility>
-#include <vector>
 
 namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-
-constexpr const char* socketPath = "/var/run/znorb.socket";
 
 /// The requests, without or with a stand-in for the daemon on its socket. Nothing may ever be logged.
 class CommandClient : public testing::Test {

@@ -47,8 +47,6 @@ class CommandLineTest : public testing::Test {
 protected:
     CommandLineTest() { forget(); }
     ~CommandLineTest() override { forget(); }
-    CommandLineTest(const CommandLineTest&) = delete;
-    CommandLineTest& operator=(const CommandLineTest&) = delete;
 
     static bool parse(const Words& words) { return parseCommandLine(words, commandTable, flagTable, {}); }
 
@@ -318,17 +316,11 @@ const TableLine valueLines[] = {
     {"WordWithoutADashBehindAValue", {go}, {"-size", "42", "stray"}, {false, {}, {"size=42"}}},
     {"ValueThatIsADashAndAKnownCommand", {go}, {"-size", "-go"}, {false, {}, {"size=unset"}}},
     {"ValueThatIsADashAndAKnownFlag", {go}, {"-go", "-size", "-red"}, {false, {"go"}, {"size=unset"}}},
-    {"ValueThatIsADashAndAnotherOption",
-     {go},
-     {"-go", "-size", "-name", "x"},
-     {false, {"go"}, {"size=unset"}}},
+    {"ValueThatIsADashAndAnother", {go}, {"-go", "-size", "-name", "x"}, {false, {"go"}, {"size=unset"}}},
     {"ValueThatIsADashAndTheOptionItself", {go}, {"-go", "-size", "-size"}, {false, {"go"}, {"size=unset"}}},
     {"NoValueAtTheEnd", {go}, {"-size"}, {false, {}, {"size=unset"}}},
-    {"NoValueAtTheEndBehindAFlag", {go}, {"-go", "-red", "-size"}, {false, {"go"}, {"red", "size=unset"}}},
-    {"NoValueAtTheEndBehindAValue",
-     {go},
-     {"-go", "-name", "x", "-size"},
-     {false, {"go"}, {"name=x", "size=unset"}}},
+    {"NoValueBehindAFlag", {go}, {"-go", "-red", "-size"}, {false, {"go"}, {"red", "size=unset"}}},
+    {"NoValueBehindAValue", {go}, {"-go", "-name", "x", "-size"}, {false, {"go"}, {"name=x", "size=unset"}}},
     {"LaterValueIsKept", {go}, {"-go", "-size", "1", "-size", "2"}, {true, {"go"}, {"size=2"}}},
     {"ValueOptionAloneStandsForTheDefaultRow", {go, withoutName}, {"-size", "1"}, {true, {""}, {"size=1"}}},
     {"FlagAloneWithoutADefaultRow", {go}, {"-red"}, {true, {}, {"red"}}},
@@ -340,28 +332,24 @@ const TableLine valueLines[] = {
 
 INSTANTIATE_TEST_SUITE_P(Values, CommandLineOfTables, testing::ValuesIn(valueLines), rowName);
 
+const CommandRow aThenB = {"a", "", "", "b"};
+const CommandRow aThenBOrC = {"a", "", "", "b|c"};
+const CommandRow b = {"b", "", "", ""};
+const CommandRow c = {"c", "", "", ""};
+
 const TableLine companionLines[] = {
-    {"CommandThatTheFirstOneNames",
-     {{"a", "", "", "b"}, {"b", "", "", ""}},
-     {"-a", "-b"},
-     {true, {"a", "b"}}},
-    {"FirstCommandsColumnDecides", {{"a", "", "", "b"}, {"b", "", "", ""}}, {"-b", "-a"}, {false, {"b"}}},
+    {"CommandThatTheFirstOneNames", {aThenB, b}, {"-a", "-b"}, {true, {"a", "b"}}},
+    {"FirstCommandsColumnDecides", {aThenB, b}, {"-b", "-a"}, {false, {"b"}}},
     {"CommandsAreListedInTheOrderGiven",
-     {{"a", "", "", "b"}, {"b", "", "", "a"}},
+     {aThenB, {"b", "", "", "a"}},
      {"-b", "-red", "-a"},
      {true, {"b", "a"}, {"red"}}},
-    {"NameInsideALongerName", {{"a", "", "", "xby|c"}, {"b", "", "", ""}}, {"-a", "-b"}, {true, {"a", "b"}}},
+    {"NameInsideALongerName", {{"a", "", "", "xby|c"}, b}, {"-a", "-b"}, {true, {"a", "b"}}},
     {"NameAcrossABar", {{"a", "", "", "xby|c"}, {"y|c", "", "", ""}}, {"-a", "-y|c"}, {true, {"a", "y|c"}}},
     {"NameInUpperCase", {{"a", "", "", "xby|c"}, {"B", "", "", ""}}, {"-a", "-B"}, {false, {"a"}}},
     {"NamedByBothBeforeIt", abThenC, {"-a", "-b", "-c"}, {true, {"a", "b", "c"}}},
-    {"RefusedByTheSecond",
-     {{"a", "", "", "b|c"}, {"b", "", "", ""}, {"c", "", "", ""}},
-     {"-a", "-b", "-c"},
-     {false, {"a", "b"}}},
-    {"RefusedByTheFirst",
-     {{"a", "", "", "b"}, {"b", "", "", "c"}, {"c", "", "", ""}},
-     {"-a", "-b", "-c"},
-     {false, {"a", "b"}}},
+    {"RefusedByTheSecond", {aThenBOrC, b, c}, {"-a", "-b", "-c"}, {false, {"a", "b"}}},
+    {"RefusedByTheFirst", {aThenB, {"b", "", "", "c"}, c}, {"-a", "-b", "-c"}, {false, {"a", "b"}}},
     {"TwiceEvenIfItNamesItself", {{"a", "", "", "a|b"}}, {"-a", "-a"}, {false, {"a"}}},
     {"AgainEvenIfBothNameIt",
      {{"a", "", "", "a|b"}, {"b", "", "", "a|b"}},
@@ -394,10 +382,7 @@ TEST_P(CommandLineOptions, AreJudgedByTheColumnsOfTheirCommands) {
 }
 
 const Judgement judgements[] = {
-    {"RequiredFlagMustBeGivenOnEitherSide",
-     {{"go", "red", "", ""}},
-     {{"-go", "-red"}, {"-red", "-go"}},
-     {{"-go"}}},
+    {"FlagMustBeGivenOnEitherSide", {{"go", "red", "", ""}}, {{"-go", "-red"}, {"-red", "-go"}}, {{"-go"}}},
     {"ValueOptionCanBeRequired", {{"go", "size", "", ""}}, {{"-go", "-size", "1"}}, {{"-go"}}},
     {"EveryRequiredItemMustBeGiven",
      {{"go", "red|size|blue", "", ""}},

@@ -6,6 +6,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Onlooker.h"
 #include "tests/support/PlayedDaemon.h"
+#include "tests/support/Rows.h"
 #include "tests/support/SignalMask.h"
 #include "tests/support/StandIns.h"
 
@@ -21,11 +22,9 @@
 namespace {
 
 using namespace ZNORBRESPONDER;
-using ORBCOMMON::holdTermination;
-using ORBCOMMON::restoreSignalMask;
+using namespace ORBCOMMON;
 using namespace ZNORBTEST;
 
-constexpr const char* lockPath = "/dev/shm/sem.znorb.appLock";
 constexpr int survived = 77;
 
 /// Somebody else's handle on the lock, as a stopping process has it. Removes the name in the end.
@@ -88,18 +87,64 @@ TEST_F(TerminationSignal, EndsTheProcessWithStatusTenAndRemovesTheName) {
     EXPECT_EQ(other.count(), 0);
     ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
     EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
-    EXPECT_FALSE(exists(lockPath));
+    EXPECT_FALSE(exists(lockFile));
     EXPECT_EQ(other.count(), 1) << "whoever still has it open sees it free";
 }
 
-TEST_F(TerminationSignal, HandlerDoesTheSameWhenItIsCalled) {
-    expectEndOfForked(exitedWith(10), []() {
-        (void)appLock.create(true);
-        ExitSignalHandler(SIGTERM);
+/// What a process does, and how it ends by that. The lock's name is gone then.
+using Doing = Row<void (*)(), ProcessEnd>;
+
+class EndOfAProcess : public TerminationSignal, public testing::WithParamInterface<Doing> {};
+
+TEST_P(EndOfAProcess, IsAsExpectedAndTheNameIsGone) {
+    expectEndOfForked(GetParam().expected, []() {
+        GetParam().given();
         return survived;
     });
-    EXPECT_FALSE(exists(lockPath));
+    EXPECT_FALSE(exists(lockFile));
 }
+
+const Doing doings[] = {
+    {"NothingToRemoveIsNoHindrance",
+     []() {
+         installTerminationHandler();
+         (void)raise(SIGTERM);
+     },
+     exitedWith(10)},
+    {"HandlerDoesTheSameWhenItIsCalled",
+     []() {
+         (void)appLock.create(true);
+         ExitSignalHandler(SIGTERM);
+     },
+     exitedWith(10)},
+    {"NoDestructorRuns",
+     []() {
+         (void)std::atexit([]() { _exit(survived); });
+         installTerminationHandler();
+         (void)raise(SIGTERM);
+     },
+     exitedWith(10)},
+    {"OtherSignalsKeepTheirActions",
+     []() {
+         (void)std::signal(SIGINT, SIG_DFL);
+         installTerminationHandler();
+         (void)raise(SIGINT);
+     },
+     endedBy(SIGINT)},
+    // Held back already, it meets the release as one that has just come.
+    {"SignalThatComesDuringTheReleaseEndsTheProcessAfterIt",
+     []() {
+         installTerminationHandler();
+         (void)appLock.create(true);
+         const sigset_t mask = holdTermination();
+         (void)raise(SIGTERM);
+         releaseApplicationLock();
+         restoreSignalMask(mask);
+     },
+     exitedWith(10)},
+};
+
+INSTANTIATE_TEST_SUITE_P(TerminationSignal, EndOfAProcess, testing::ValuesIn(doings), rowName);
 
 TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProcess) {
     expectEndOfForked(exitedWith(10), [this]() {
@@ -127,7 +172,7 @@ TEST_F(TerminationSignal, SecondThreadInTheHandlerWaitsWhileTheFirstEndsTheProce
         return survived;
     });
     EXPECT_EQ(steps->reached, 1);
-    EXPECT_FALSE(exists(lockPath));
+    EXPECT_FALSE(exists(lockFile));
 }
 
 TEST_F(TerminationSignal, CopyThatWasMadeWhileTheProcessEndedEndsByItsOwnSignal) {
@@ -156,7 +201,7 @@ TEST_F(TerminationSignal, LockThatIsNotHeldIsNotPostedButItsNameGoes) {
         (void)raise(SIGTERM);
         return survived;
     });
-    EXPECT_FALSE(exists(lockPath));
+    EXPECT_FALSE(exists(lockFile));
 }
 
 TEST_F(TerminationSignal, NameOfALockThatSomebodyElseMadeGoesUnposted) {
@@ -167,34 +212,8 @@ TEST_F(TerminationSignal, NameOfALockThatSomebodyElseMadeGoesUnposted) {
         (void)raise(SIGTERM);
         return survived;
     });
-    EXPECT_FALSE(exists(lockPath));
+    EXPECT_FALSE(exists(lockFile));
     EXPECT_EQ(other.count(), 0);
-}
-
-TEST_F(TerminationSignal, NothingToRemoveIsNoHindrance) {
-    expectEndOfForked(exitedWith(10), []() {
-        installTerminationHandler();
-        (void)raise(SIGTERM);
-        return survived;
-    });
-}
-
-TEST_F(TerminationSignal, NoDestructorRuns) {
-    expectEndOfForked(exitedWith(10), []() {
-        (void)std::atexit([]() { _exit(survived); });
-        installTerminationHandler();
-        (void)raise(SIGTERM);
-        return survived;
-    });
-}
-
-TEST_F(TerminationSignal, OtherSignalsKeepTheirActions) {
-    expectEndOfForked(endedBy(SIGINT), []() {
-        (void)std::signal(SIGINT, SIG_DFL);
-        installTerminationHandler();
-        (void)raise(SIGINT);
-        return survived;
-    });
 }
 
 TEST_F(TerminationSignal, ReleasingGivesTheLockBackAndRemovesItsName) {
@@ -209,7 +228,7 @@ TEST_F(TerminationSignal, ReleasingGivesTheLockBackAndRemovesItsName) {
     other.open();
     allow(1);
     EXPECT_EQ(daemon.waitForEnd(), exitedWith(0)) << "the mask is as before";
-    EXPECT_FALSE(exists(lockPath));
+    EXPECT_FALSE(exists(lockFile));
     EXPECT_EQ(other.count(), 1);
 }
 
@@ -220,7 +239,7 @@ TEST_F(TerminationSignal, ReleasingRemovesANameThatSomebodyElseMade) {
         releaseApplicationLock();
         return 0;
     });
-    EXPECT_FALSE(exists(lockPath));
+    EXPECT_FALSE(exists(lockFile));
     EXPECT_EQ(other.count(), 0);
 }
 
@@ -237,22 +256,8 @@ TEST_F(TerminationSignal, AfterTheReleaseItStillEndsWithStatusTenButLeavesTheNex
     other.create(0);
     ASSERT_EQ(kill(daemon.pid(), SIGTERM), 0);
     EXPECT_EQ(daemon.waitForEnd(), exitedWith(10));
-    EXPECT_TRUE(exists(lockPath));
+    EXPECT_TRUE(exists(lockFile));
     EXPECT_EQ(other.count(), 0);
-}
-
-TEST_F(TerminationSignal, SignalThatComesDuringTheReleaseEndsTheProcessAfterIt) {
-    // Held back already, it meets the release as one that has just come.
-    expectEndOfForked(exitedWith(10), []() {
-        installTerminationHandler();
-        (void)appLock.create(true);
-        const sigset_t mask = holdTermination();
-        (void)raise(SIGTERM);
-        releaseApplicationLock();
-        restoreSignalMask(mask);
-        return survived;
-    });
-    EXPECT_FALSE(exists(lockPath));
 }
 
 } // namespace

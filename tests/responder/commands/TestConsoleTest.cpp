@@ -7,6 +7,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/ProcessorTime.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SharedTable.h"
@@ -22,17 +23,12 @@
 #include <cstring>
 #include <ctime>
 #include <memory>
-#include <string>
 #include <thread>
-#include <utility>
 
 namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
-
-constexpr const char* socketPath = "/var/run/znorb.socket";
-constexpr const char* tablePath = "/dev/shm/znorb.shvars";
 
 /// A pipe to type into.
 class Keys {
@@ -151,7 +147,7 @@ protected:
     ~TestConsole() override {
         console.reset();
         (void)unlink(socketPath);
-        (void)unlink(tablePath);
+        (void)unlink(tableFile);
     }
 
     /// What the process finds when test mode has ended.
@@ -170,7 +166,7 @@ protected:
             SelectRecorder::fail(EINTR, failingWaits);
             const int status = runTestConsole();
             findings->isTestMode = gIsTestMode;
-            findings->isTableGone = !exists(tablePath);
+            findings->isTableGone = !exists(tableFile);
             findings->isBarrierSet = mainExitBarrier.timedWait(0);
             ORBCOMMON::Logger::log("nobody is to see this");
             return status;
@@ -273,10 +269,8 @@ TEST_F(TestConsole, AtTheEndOfInputItGoesOnUntilASignalEndsIt) {
     keys.end();
     clockid_t clock = CLOCK_MONOTONIC;
     ASSERT_EQ(clock_getcpuclockid(console->pid(), &clock), 0);
-    EXPECT_TRUE(waitUntil([clock]() {
-        timespec used = {};
-        return clock_gettime(clock, &used) == 0 && used.tv_sec * 1000 + used.tv_nsec / 1'000'000 > 300;
-    })) << "reads on and on, busily";
+    EXPECT_TRUE(waitUntil([clock]() { return processorTimeOn(clock) > Milliseconds(300); }))
+        << "reads on and on, busily";
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(100));
     EXPECT_EQ(askDaemon("PRINT"), "0");
     EXPECT_EQ(console->waitForEnd(std::chrono::milliseconds(0)), stillRunning());
@@ -285,7 +279,7 @@ TEST_F(TestConsole, AtTheEndOfInputItGoesOnUntilASignalEndsIt) {
 }
 
 TEST_F(TestConsole, ShowsWhatGoesWrongAtTheStart) {
-    writeFile(tablePath, "left behind");
+    writeFile(tableFile, "left behind");
     keys.type("q\n");
     launch();
     expectEnd();

@@ -11,7 +11,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <string>
 
 namespace {
 

@@ -1,11 +1,9 @@
 #include "responder/idle/ConfigurationMonitor.h"
 
-#include "common/threads/ThreadHandle.h"
+#include "tests/responder/idle/MonitorThread.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Matchers.h"
 
-#include <atomic>
-#include <string>
 #include <type_traits>
 
 namespace {
@@ -16,17 +14,6 @@ using namespace ZNORBTEST;
 static_assert(std::is_base_of_v<ORBCOMMON::Threadable, ConfigurationMonitor>);
 static_assert(std::is_default_constructible_v<ConfigurationMonitor>);
 static_assert(sizeof(ConfigurationMonitor) == sizeof(ORBCOMMON::Threadable), "no members of its own");
-
-/// Tells when its thread has come to its end.
-class ObservedMonitor : public ConfigurationMonitor {
-public:
-    void finish() override {
-        ConfigurationMonitor::finish();
-        isFinished = true;
-    }
-
-    std::atomic<bool> isFinished = false;
-};
 
 TEST(ConfigurationMonitor, EachRunLogsItsStartAndItsEndAndNothingElseDoes) {
     const LogRecorder log;
@@ -46,11 +33,7 @@ TEST(ConfigurationMonitor, EachRunLogsItsStartAndItsEndAndNothingElseDoes) {
 
 TEST(ConfigurationMonitor, ThreadOnItLogsTheTwoLinesInOrderAndEnds) {
     const LogRecorder log;
-    ObservedMonitor monitor;
-    ORBCOMMON::ThreadHandle handle;
-    ASSERT_EQ(ORBCOMMON::start(handle, &monitor), 0);
-    EXPECT_TRUE(waitUntil([&monitor]() { return monitor.isFinished.load(); }));
-    ORBCOMMON::join(handle);
+    runOnThread<ConfigurationMonitor>();
     EXPECT_THAT(log.lines(),
                 ElementsAre("Configuration Change Monitor Started", "Configuration Change Monitor Stopped"));
 }

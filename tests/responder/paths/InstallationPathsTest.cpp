@@ -17,7 +17,6 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 
 namespace {
 

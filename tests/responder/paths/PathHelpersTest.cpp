@@ -33,9 +33,7 @@ TEST_P(PathHelpersText, IsAsExpected) {
 }
 
 const Examples examples[] = {
-    {"FileNameOfATextWithoutSeparatorIsEmpty",
-     getFileName,
-     {{"report", ""}, {"x.tar.gz", ""}, {"", ""}, {".", ""}}},
+    {"FileNameWithoutSeparatorIsEmpty", getFileName, {{"report", ""}, {"x.tar.gz", ""}, {"", ""}, {".", ""}}},
     {"FileNameOfAPathThatEndsWithItsSeparatorIsEmpty",
      getFileName,
      {{"/tmp/", ""}, {"a\\", ""}, {"/", ""}, {"\\", ""}, {"///", ""}}},
@@ -61,15 +59,11 @@ const Examples examples[] = {
     {"BaseNameIsTheWholeFileNameWhereTheLastDotIsThatOfADirectory",
      getBaseName,
      {{"/d.d/x", "x"}, {"a.b\\c", "c"}, {"./report", "report"}, {"/d.d/", ""}}},
-    {"BaseNameWithoutAnySeparatorIsEmptyAsTheFileNameIs",
-     getBaseName,
-     {{"x.tar.gz", ""}, {"report", ""}, {"", ""}}},
+    {"BaseNameWithoutAnySeparatorIsEmpty", getBaseName, {{"x.tar.gz", ""}, {"report", ""}, {"", ""}}},
     {"DirectoryPartIncludesItsSeparator",
      getDirectoryPart,
      {{"/opt/zn/file", "/opt/zn/"}, {"/opt/zn/", "/opt/zn/"}, {"/x", "/"}, {"a\\b\\c", "a\\b\\"}}},
-    {"DirectoryPartIsCutAtTheLastBackslashOnlyWithoutASlash",
-     getDirectoryPart,
-     {{"a/b\\c", "a/"}, {"a\\b/c", "a\\b/"}}},
+    {"DirectoryPartPrefersASlashToABackslash", getDirectoryPart, {{"a/b\\c", "a/"}, {"a\\b/c", "a\\b/"}}},
     {"DirectoryPartWithoutSeparatorIsEmpty", getDirectoryPart, {{"report", ""}, {"", ""}}},
     {"DirectoryPartOfOnlySeparatorsIsAllOfThem",
      getDirectoryPart,

@@ -17,8 +17,6 @@ public:
 
     StagedInstallation();
     ~StagedInstallation();
-    StagedInstallation(const StagedInstallation&) = delete;
-    StagedInstallation& operator=(const StagedInstallation&) = delete;
 
     /// Makes the four directories that a web console consists of.
     static void installConsole();

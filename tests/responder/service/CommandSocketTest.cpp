@@ -12,14 +12,11 @@
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <chrono>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace {
 

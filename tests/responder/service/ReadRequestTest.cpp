@@ -6,8 +6,6 @@
 #include "tests/support/SocketPair.h"
 
 #include <cerrno>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -21,6 +19,7 @@ protected:
     bool read() { return UnifiedResponderMonitor::readRequest(socket, command, tokens); }
 
     void expectNothingRead() {
+        command = "before";
         EXPECT_FALSE(read());
         EXPECT_EQ(command, "");
         EXPECT_THAT(tokens, IsEmpty());
@@ -108,7 +107,6 @@ TEST_F(ReadRequest, WaitThatFailsOrFlagsAnotherDescriptorIsNoRequest) {
     peer.write("QUIT");
     SelectRecorder::fail(EINTR);
     expectNothingRead();
-    command = "before";
     SelectRecorder::returnOneWithoutDescriptor();
     expectNothingRead();
 }
@@ -116,10 +114,8 @@ TEST_F(ReadRequest, WaitThatFailsOrFlagsAnotherDescriptorIsNoRequest) {
 TEST_F(ReadRequest, PeerThatSendsNothingOrHasClosedOrIsNotThereIsNoRequest) {
     peer.finish();
     expectNothingRead();
-    command = "before";
     peer.closeFar();
     expectNothingRead();
-    command = "before";
     socket.close();
     expectNothingRead();
 }

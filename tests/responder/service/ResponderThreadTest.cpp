@@ -14,12 +14,8 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
-#include <functional>
-#include <string>
 #include <thread>
-#include <utility>
 
 namespace {
 
@@ -27,16 +23,13 @@ using ZNORBRESPONDER::mainExitBarrier;
 using namespace ZNORBTEST;
 using Responder = ZNORBRESPONDER::ResponderThread;
 
-constexpr const char* socketPath = "/var/run/znorb.socket";
-constexpr const char* tablePath = "/dev/shm/znorb.shvars";
-
 class ResponderThread : public testing::Test {
 protected:
     ResponderThread() { (void)mainExitBarrier.reset(); }
     ~ResponderThread() override {
         (void)mainExitBarrier.reset();
         (void)unlink(socketPath);
-        (void)unlink(tablePath);
+        (void)unlink(tableFile);
     }
 
     static void start(Responder& responder) {
@@ -83,7 +76,7 @@ TEST_F(ResponderThread, WhenTheEndIsAwaitedNothingIsLeftToBeDone) {
         start(responder);
         EXPECT_EQ(askDaemon("QUIT"), "0");
         responder.awaitEnd();
-        ASSERT_FALSE(exists(tablePath));
+        ASSERT_FALSE(exists(tableFile));
         ASSERT_EQ(log.lines().back(), "Unified responder stopped");
         responder.detach();
     }
@@ -113,7 +106,7 @@ TEST_F(ResponderThread, AwaitBlocksAfterTheExitEventUntilTheThreadIsThrough) {
     std::atomic<bool> isOver = false;
     std::thread waiter([&responder, &isOver]() {
         responder.awaitEnd();
-        EXPECT_FALSE(exists(tablePath));
+        EXPECT_FALSE(exists(tableFile));
         isOver = true;
     });
     EXPECT_FALSE(waitUntil([&isOver]() { return isOver.load(); }, std::chrono::milliseconds(100)));
@@ -160,12 +153,12 @@ TEST_F(ResponderThread, EndOfAForkedCopyOfTheThreadIsTheEndOfItsProcess) {
 }
 
 TEST_F(ResponderThread, SetUpThatFailsIsAnEnd) {
-    writeFile(tablePath, "left behind");
+    writeFile(tableFile, "left behind");
     Responder responder;
     responder.start();
     responder.awaitEnd();
     EXPECT_TRUE(isBarrierSet());
-    EXPECT_FALSE(exists(tablePath));
+    EXPECT_FALSE(exists(tableFile));
     EXPECT_THAT(log.lines(),
                 ElementsAre("Unified responder starting", "Unable to get to shared global variables",
                             "Unified responder stopped"));
@@ -186,7 +179,7 @@ TEST_F(ResponderThread, NothingHappensBeforeItIsStarted) {
     {
         const Responder responder;
         EXPECT_FALSE(isBarrierSet());
-        EXPECT_FALSE(exists(tablePath));
+        EXPECT_FALSE(exists(tableFile));
     }
     EXPECT_FALSE(isBarrierSet());
     EXPECT_THAT(log.lines(), IsEmpty());

@@ -5,6 +5,7 @@
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/LocalPort.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/ProcessorTime.h"
 
 #include <poll.h>
 
@@ -156,12 +157,6 @@ TEST_F(UnifiedResponderMonitor, WaitForConnectionsThatFailsIsBegunAgain) {
     EXPECT_THAT(linesOfService(), IsEmpty());
 }
 
-std::chrono::nanoseconds cpuTimeOfProcess() {
-    timespec used = {};
-    (void)clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-    return std::chrono::seconds(used.tv_sec) + std::chrono::nanoseconds(used.tv_nsec);
-}
-
 TEST_F(ServingResponderMonitor, ConnectionThatCannotBeAcceptedIsTriedAgainWithoutSpinning) {
     ASSERT_TRUE(waitUntil(isBetweenConnections));
     const Descriptor late(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -170,9 +165,9 @@ TEST_F(ServingResponderMonitor, ConnectionThatCannotBeAcceptedIsTriedAgainWithou
     ASSERT_EQ(sendto(late.get(), "PRINT", 5, MSG_NOSIGNAL, nullptr, 0), 5);
     const std::size_t calls = SelectRecorder::calls().size();
     const auto begin = std::chrono::steady_clock::now();
-    const auto usedBefore = cpuTimeOfProcess();
+    const auto usedBefore = processorTimeOn(CLOCK_PROCESS_CPUTIME_ID);
     ASSERT_TRUE(SelectRecorder::awaitCalls(calls + 10));
-    const auto used = cpuTimeOfProcess() - usedBefore;
+    const auto used = processorTimeOn(CLOCK_PROCESS_CPUTIME_ID) - usedBefore;
     const auto elapsed = std::chrono::steady_clock::now() - begin;
     EXPECT_GE(elapsed, std::chrono::milliseconds(500)) << "ten tries";
     EXPECT_LE(used, elapsed / 10);

@@ -29,13 +29,9 @@
 #include <optional>
 #include <string>
 #include <system_error>
-#include <utility>
 #include <vector>
 
 namespace ZNORBTEST {
-
-inline constexpr const char* socketPath = "/var/run/znorb.socket";
-inline constexpr const char* tablePath = "/dev/shm/znorb.shvars";
 
 /// The descriptors of this process that are sockets of the path, the listening one and its connections.
 inline std::vector<int> socketsOf(const std::string& path) {
@@ -69,13 +65,10 @@ class UnifiedResponderMonitor : public testing::Test {
 protected:
     UnifiedResponderMonitor() {
         (void)std::signal(SIGCHLD, noteChild);
+        const std::string arguments = folder / "arguments";
         writeFile(folder / "bin/znorbclient",
-                  "#!/bin/sh\n"
-                  "for word in \"$@\"; do printf '<%s>' \"$word\"; done > \"" +
-                      (folder / "arguments.new") +
-                      "\"\n"
-                      "mv '" +
-                      (folder / "arguments.new") + "' '" + (folder / "arguments") + "'\n",
+                  "#!/bin/sh\nfor word in \"$@\"; do printf '<%s>' \"$word\"; done > '" + arguments +
+                      ".new'\nmv '" + arguments + ".new' '" + arguments + "'\n",
                   0755);
     }
 
@@ -87,7 +80,7 @@ protected:
         (void)std::signal(SIGCHLD, SIG_DFL);
         std::error_code error;
         (void)std::filesystem::remove_all(socketPath, error);
-        (void)unlink(tablePath);
+        (void)unlink(tableFile);
     }
 
     void startThread() {
@@ -111,7 +104,7 @@ protected:
         lines.emplace_back("Unified responder stopped");
         EXPECT_EQ(log.lines(), lines);
         EXPECT_EQ(childDisposition(), noteChild);
-        EXPECT_FALSE(exists(tablePath));
+        EXPECT_FALSE(exists(tableFile));
     }
 
     /// Waits for the end of a run that ends by itself.

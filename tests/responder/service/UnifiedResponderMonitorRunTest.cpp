@@ -1,5 +1,6 @@
 #include "responder/commands/CommandClient.h"
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Matchers.h"
 
@@ -28,14 +29,13 @@ TEST_F(ServingResponderMonitor,
        EndsOfClientsAreIgnoredAndTheTableIsThereUntilItQuitsAndThenConnectionsAreRefused) {
     EXPECT_FALSE(isExitEventSet());
     EXPECT_EQ(childDisposition(), SIG_IGN);
-    EXPECT_EQ(modeOf(tablePath), 0666U);
-    const auto table = readSharedTable();
-    ASSERT_TRUE(table.has_value());
-    EXPECT_EQ(table->count, 0U);
+    EXPECT_EQ(modeOf(tableFile), 0666U);
+    const znorb_shared_table table = sharedTable();
+    EXPECT_EQ(table.count, 0U);
     quit();
     EXPECT_TRUE(isExitEventSet());
     EXPECT_EQ(childDisposition(), noteChild);
-    EXPECT_FALSE(exists(tablePath));
+    EXPECT_FALSE(exists(tableFile));
     EXPECT_TRUE(exists(socketPath)) << "the next start removes the file";
     EXPECT_FALSE(LocalConnection::toPath(socketPath).isConnected());
 }
@@ -69,13 +69,13 @@ TEST_F(UnifiedResponderMonitor, EventIsSetBeforeTheLastMessageAndTheTableGoesAft
     std::atomic<bool> wasThere = false;
     onLogLine("Unified responder stopped", [this, &wasSet, &wasThere]() {
         wasSet = isExitEventSet();
-        wasThere = exists(tablePath);
+        wasThere = exists(tableFile);
     });
     startServing();
     quit();
     EXPECT_TRUE(wasSet);
     EXPECT_TRUE(wasThere);
-    EXPECT_FALSE(exists(tablePath));
+    EXPECT_FALSE(exists(tableFile));
 }
 
 TEST_F(ServingResponderMonitor, CanRunAgainAfterItsEnd) {
@@ -148,7 +148,7 @@ TEST_F(UnifiedResponderMonitor, PublishesToTheWebConsoleBetweenBindingAndListeni
 // ---- set-up that fails ----------------------------------------------------------------------------------
 
 TEST_F(UnifiedResponderMonitor, TableThatExistsAlreadyEndsTheRunAndIsRemovedSoThatTheNextStartSucceeds) {
-    writeFile(tablePath, "left behind");
+    writeFile(tableFile, "left behind");
     expectFailedRun({"Unable to get to shared global variables"});
     EXPECT_FALSE(exists(socketPath)) << "the socket is not touched";
     (void)exitEvent.reset();
@@ -179,11 +179,10 @@ TEST_F(UnifiedResponderMonitor, SocketThatCannotListenEndsTheRun) {
     onLogLine("Unified responder waiting for connections", [&wasIgnored]() {
         wasIgnored = childDisposition() == SIG_IGN;
         // Something else takes the socket's place at the last moment.
-        const int null = open("/dev/null", O_RDONLY | O_CLOEXEC);
+        const Descriptor null(open("/dev/null", O_RDONLY | O_CLOEXEC));
         for (const int descriptor : socketsOf(socketPath)) {
-            (void)dup3(null, descriptor, O_CLOEXEC);
+            (void)dup3(null.get(), descriptor, O_CLOEXEC);
         }
-        (void)close(null);
     });
     expectFailedRun({"Unified responder waiting for connections", "Unable to put socket in listen mode"});
     EXPECT_TRUE(wasIgnored);

@@ -11,7 +11,6 @@
 #include <iterator>
 #include <new>
 #include <utility>
-#include <vector>
 
 namespace {
 

@@ -16,7 +16,6 @@
 #include <csignal>
 #include <cstdint>
 #include <cstring>
-#include <optional>
 
 namespace {
 

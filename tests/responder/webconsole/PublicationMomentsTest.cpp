@@ -9,6 +9,7 @@
 #include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Obstacles.h"
 #include "tests/support/ProcessEnd.h"
 #include "tests/support/Skipping.h"
 #include "tests/support/SystemCallTracer.h"
@@ -17,15 +18,11 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
-#include <functional>
-#include <string>
 #include <tuple>
-#include <vector>
 
 namespace {
 
@@ -169,35 +166,26 @@ TEST_F(PublicationMoments, SurviveSourcesOrAConsoleThatVanishAtAnyOfThem) {
 
 // ---- what may stand in a file's place ------------------------------------------------------------------
 
-enum class Obstacle { Directory, Fifo, LinkToItself, LinkToNothing, Socket, Device, Nothing };
-
-void PrintTo(Obstacle obstacle, std::ostream* stream) {
-    const char* names[] = {"a directory", "a fifo",   "a link to itself", "a link to nothing",
-                           "a socket",    "a device", "nothing"};
-    *stream << names[static_cast<int>(obstacle)];
-}
+const Obstacle obstacles[] = {
+    aDirectory,
+    aFifo,
+    aLinkToItself,
+    aLinkToNothing,
+    {"a socket",
+     [](const char* path) {
+         const Descriptor descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+         return bindTo(descriptor.get(), addressOf(std::string(path)));
+     }},
+    {"a device", // one that takes no byte
+     [](const char* path) { return mknod(path, S_IFCHR | 0600, makedev(1, 7)); }},
+    nothing,
+};
 
 /// False when this user may not make one.
-bool put(Obstacle obstacle, const std::string& path) {
+bool put(const Obstacle& obstacle, const std::string& path) {
     std::filesystem::create_directories(std::filesystem::path(path).parent_path());
     std::filesystem::remove_all(path);
-    switch (obstacle) {
-    case Obstacle::Directory:
-        return mkdir(path.c_str(), 0755) == 0;
-    case Obstacle::Fifo:
-        return mkfifo(path.c_str(), 0600) == 0;
-    case Obstacle::LinkToItself:
-        return symlink(path.c_str(), path.c_str()) == 0;
-    case Obstacle::LinkToNothing:
-        return symlink("/opt/zn/absent/file", path.c_str()) == 0;
-    case Obstacle::Socket:
-        return bindTo(Descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)).get(), addressOf(path)) == 0;
-    case Obstacle::Device:
-        return mknod(path.c_str(), S_IFCHR | 0600, makedev(1, 7)) == 0; // one that takes no byte
-    case Obstacle::Nothing:
-        break;
-    }
-    return true;
+    return obstacle.put(path.c_str()) == 0;
 }
 
 class PublicationPast : public testing::TestWithParam<std::tuple<Obstacle, std::size_t>> {
@@ -234,17 +222,14 @@ TEST_P(PublicationPast, ItInAFilesSourceGoesOnWithTheOthers) {
 TEST_P(PublicationPast, ItInAFilesDestinationGoesOnWithTheOthers) {
     const auto [obstacle, file] = GetParam();
     ZNORB_SKIP_IF(!put(obstacle, destinations[file])) << "this user may not make one";
-    const bool isWritten = obstacle == Obstacle::Nothing;
+    const bool isWritten = obstacle.put == nothing.put;
     expectTheOthers(isWritten ? destinations.size() : file);
     EXPECT_EQ(std::filesystem::is_regular_file(std::filesystem::symlink_status(destinations[file])),
               isWritten);
 }
 
 INSTANTIATE_TEST_SUITE_P(Obstacles, PublicationPast,
-                         testing::Combine(testing::Values(Obstacle::Directory, Obstacle::Fifo,
-                                                          Obstacle::LinkToItself, Obstacle::LinkToNothing,
-                                                          Obstacle::Socket, Obstacle::Device,
-                                                          Obstacle::Nothing),
+                         testing::Combine(testing::ValuesIn(obstacles),
                                           testing::Range(std::size_t{0}, std::size_t{4})));
 
 } // namespace

@@ -140,10 +140,7 @@ protected:
 
     inline static const std::string descriptorContent = "<xml>" + allBytes() + "</xml>";
     inline static const std::string pageContent = "<html>%ZNORB_BIN_PATH% %ZNORB_HTML_PATH%</html>\r\n";
-    inline static const std::string requestorContent = std::string("\x7f"
-                                                                   "ELF\0\0",
-                                                                   6) +
-                                                       allBytes();
+    inline static const std::string requestorContent = std::string{'\x7f', 'E', 'L', 'F', 0, 0} + allBytes();
     inline static const File files[] = {{descriptorSource, descriptor, descriptorContent, 0644},
                                         {pageSource, page, pageContent, 0644},
                                         {entryScriptSource, entryScript, filledIn, 0644},
