@@ -62,10 +62,6 @@ public:
         if (m_source.isSeekable()) {
             out = m_source.bytes().substr(m_position);
             m_position = m_source.bytes().size();
-            return;
-        }
-        for (int character = next(); character != EOF; character = next()) {
-            out += static_cast<char>(character);
         }
     }
 

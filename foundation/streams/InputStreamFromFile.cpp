@@ -1,43 +1,24 @@
 #include "foundation/streams/InputStreamFromFile.h"
 
+#include <cstddef>
 #include <exception>
 
 namespace Common {
 
 namespace {
 
-/// Asks how many bytes there are between the position of `file`, which it keeps, and its end: 0 when the
-/// file was cut short behind us. False when the file has no such length.
-bool countRemaining(std::FILE* file, std::size_t& count) {
+/// The number of bytes between the position of `file`, which it keeps, and its end: 0 when it was cut short
+/// behind us, and when it cannot be sought, where the position and the end are both -1.
+std::size_t countRemaining(std::FILE* file) {
     std::fpos_t position;
     if (std::fgetpos(file, &position) != 0) {
-        return false;
+        return 0;
     }
-    const long current = std::ftell(file); // there is one: the position was had
-    if (std::fseek(file, 0, SEEK_END) != 0) {
-        return false;
-    }
+    const long current = std::ftell(file);
+    (void)std::fseek(file, 0, SEEK_END);
     const long end = std::ftell(file);
     (void)std::fsetpos(file, &position); // cannot fail after the seek; if it did, nothing would remain
-    count = end > current ? static_cast<std::size_t>(end - current) : 0;
-    return true;
-}
-
-void readCounted(std::FILE* file, std::size_t count, std::string& out) {
-    out.resize(count);
-    out.resize(std::fread(out.data(), 1, count, file));
-}
-
-void readUntilEnd(std::FILE* file, std::string& out) {
-    constexpr std::size_t step = 65536;
-    std::size_t held = 0;
-    std::size_t taken = step;
-    while (taken == step && held < InputStreamFromFile::unseekableLimit) {
-        out.resize(held + step);
-        taken = std::fread(out.data() + held, 1, step, file);
-        held += taken;
-        out.resize(held);
-    }
+    return end > current ? static_cast<std::size_t>(end - current) : 0;
 }
 
 } // namespace
@@ -98,14 +79,10 @@ void InputStreamFromFile::getAll(std::string& out) {
 void InputStreamFromFile::readRemaining(std::FILE* file, std::string& out) {
     out.clear();
     try {
-        std::size_t count = 0;
-        if (countRemaining(file, count)) {
-            readCounted(file, count, out);
-        } else {
-            readUntilEnd(file, out);
-        }
+        out.resize(countRemaining(file));
+        out.resize(std::fread(out.data(), 1, out.size(), file));
     } catch (const std::exception&) {
-        return; // no memory: what was read so far stays
+        return; // no memory for them
     }
 }
 

@@ -2,7 +2,6 @@
 
 #include "foundation/streams/InputStream.h"
 
-#include <cstddef>
 #include <cstdio>
 #include <string>
 
@@ -14,9 +13,6 @@ namespace Common {
 /// cannot be read) ends the read like the end of the file does, but `isEof` stays false then.
 class InputStreamFromFile : public InputStream {
 public:
-    /// The most that one `getAll` takes from a source that cannot tell its length.
-    static constexpr std::size_t unseekableLimit = 16UL * 1024 * 1024;
-
     /// Opens the file `path`, NUL-terminated, in binary mode; `isOpen` tells whether that worked.
     explicit InputStreamFromFile(const char* path);
 
@@ -40,9 +36,8 @@ public:
     /// Sets `out` to the bytes from the position of `file` to its end, NUL bytes included, or to what
     /// could be read of them; to nothing when there is no memory for them.
     ///
-    /// A file whose length can be asked is not read past it, so its end-of-file indicator stays clear.
-    /// Any other (a pipe, a terminal) is read until it ends, which waits for its writers, or up to
-    /// `unseekableLimit` bytes; the rest stays for the next call.
+    /// The file is not read past its length, so its end-of-file indicator stays clear. What cannot be sought
+    /// (a pipe, a terminal) has no length: nothing is read from it, at once.
     static void readRemaining(std::FILE* file, std::string& out);
 
 private:

@@ -91,9 +91,9 @@ TEST_F(InputStreamFromConsoleTest, LinesOfAPipeAreReadTheSameWay) {
     expectReads(m_stream, {line("p"), line("q\xFF")});
 }
 
-TEST_F(InputStreamFromConsoleTest, GetAllOfAPipeReadsUntilItsWritersAreGone) {
+TEST_F(InputStreamFromConsoleTest, GetAllOfAPipeReadsNothing) {
     pipedInputIs("x\nrest");
-    expectReads(m_stream, {character("x"), all("\nrest"), atEnd});
+    expectReads(m_stream, {all(""), character("x"), all(""), notAtEnd, line(""), line("rest\xFF"), atEnd});
 }
 
 TEST_F(InputStreamFromConsoleTest, AnInputThatCannotBeReadEndsEveryReadAtOnce) {
