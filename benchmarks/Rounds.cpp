@@ -356,7 +356,7 @@ bool isStartWithinFaults() {
 bool areCountsExact() {
     bool isExact = isStartWithinFaults();
     for (const Count& expected :
-         {Count{"?", 7, 0, 0}, Count{"PRINT", 7, 0, capacity}, Count{"GET|go", 10, 5, 0}}) {
+         {Count{"?", 7, 0, 0}, Count{"PRINT", 7, 0, capacity}, Count{"GET|go", 11, 5, 0}}) {
         isExact = isWithin(expected) && isExact;
     }
     return isExact;

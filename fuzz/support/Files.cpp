@@ -19,10 +19,10 @@ namespace {
 
 Files* s_current = nullptr;
 
-/// The executable's link, by either of its names.
+/// The executable's link, by the name that the product uses.
 bool isExecutableLink(std::string_view path) {
     static const std::string link = "/proc/" + std::to_string(getpid()) + "/exe";
-    return path == "/proc/self/exe" || path == link;
+    return path == link;
 }
 
 /// An open file: reads its own copy of the bytes, and gives the files what is written.

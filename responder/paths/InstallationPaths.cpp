@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 
 namespace ZNORBRESPONDER {
@@ -29,7 +30,8 @@ std::string htmlVariant(const std::string& product) {
 } // namespace
 
 std::string getBinaryPath(const std::string& product, const std::string& subdirectory) {
-    constexpr const char* link = "/proc/self/exe";
+    char link[32];
+    (void)std::snprintf(link, sizeof link, "/proc/%d/exe", static_cast<int>(getpid()));
     struct stat status = {};
     std::string directory =
         stat(link, &status) != 0 ? "/opt/zn/" + product + "/bin" : executableDirectory(link);

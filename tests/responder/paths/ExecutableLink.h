@@ -10,7 +10,7 @@
 namespace ZNORBTEST {
 
 /// Makes this process look as if it had been started from another executable: while one of these lives, the
-/// link /proc/<pid>/exe of this process, or /proc/self/exe, reads as told.
+/// link /proc/<pid>/exe of this process reads as told.
 ///
 /// Any thread may read the link meanwhile. A child of a fork has a link of its own, the real one.
 class ExecutableLink {
