@@ -12,6 +12,8 @@ InputStreamFromBuffer::InputStreamFromBuffer(const std::string& data) {
     m_bytes = data;
 }
 
+InputStreamFromBuffer::~InputStreamFromBuffer() = default;
+
 bool InputStreamFromBuffer::isOpen() const {
     return true;
 }

@@ -14,6 +14,10 @@ public:
     /// Starts with a copy of `data`. Throws std::bad_alloc when there is no memory for it.
     explicit InputStreamFromBuffer(const std::string& data);
 
+    InputStreamFromBuffer(const InputStreamFromBuffer&) = delete;
+    InputStreamFromBuffer& operator=(const InputStreamFromBuffer&) = delete;
+    ~InputStreamFromBuffer() override;
+
     /// Always true.
     [[nodiscard]] bool isOpen() const override;
 
