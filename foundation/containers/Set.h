@@ -10,7 +10,28 @@ namespace Common {
 
 /// A place in a set. The key must not be changed through it, because the order depends on it.
 template <typename Key, typename Reference, typename Pointer>
-using SetIterator = ListIterator<Key, Reference, Pointer>;
+class SetIterator : public ListIterator<Key, Reference, Pointer> {
+    using Place = ListIterator<Key, Reference, Pointer>;
+
+public:
+    constexpr SetIterator() noexcept = default;
+    /// The same place, as the list of keys has it.
+    constexpr SetIterator(const Place& place) noexcept : Place(place) {}
+
+    SetIterator& operator++() noexcept {
+        Place::operator++();
+        return *this;
+    }
+
+    SetIterator operator++(int) noexcept { // NOLINT(cert-dcl21-cpp): a const result could not be moved
+        return Place::operator++(0);
+    }
+
+    /// The iterator that reads the same place without the right to change it.
+    operator SetIterator<Key, const Key&, const Key*>() const noexcept {
+        return SetIterator<Key, const Key&, const Key*>(*this);
+    }
+};
 
 /// Keys in ascending order, each once; see SortedList for cost, copies and failures. Iterators stay valid
 /// until the set is cleared, assigned to or destroyed.

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <memory>
 #include <string>
 #include <type_traits>
+#include <utility>
 
 // What sets have in common with maps is in KeyedContainersTest.cpp.
 
@@ -36,5 +38,12 @@ TEST(Set, IsNotConvertibleButDestroysDerivedObjects) {
 TEST(Set, IteratorIsASetIterator) {
     using Expected = Common::SetIterator<std::string, std::string&, std::string*>;
     EXPECT_TRUE((std::is_same_v<TextSet::iterator, Expected>));
+    EXPECT_FALSE((std::is_same_v<Expected, Common::ListIterator<std::string, std::string&, std::string*>>))
+        << "a type of its own";
+    EXPECT_TRUE((std::is_same_v<decltype(++std::declval<Expected&>()), Expected&>));
+    EXPECT_TRUE((std::is_same_v<decltype(std::declval<Expected&>()++), Expected>));
+    EXPECT_TRUE(std::forward_iterator<Expected>);
+    EXPECT_TRUE((std::is_convertible_v<Expected, TextSet::const_iterator>));
+    EXPECT_FALSE((std::is_convertible_v<TextSet::const_iterator, Expected>));
     EXPECT_TRUE((std::is_same_v<decltype(*TextSet::const_iterator()), const std::string&>));
 }
