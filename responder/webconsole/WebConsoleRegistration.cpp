@@ -46,7 +46,8 @@ void setMode(const std::string& path, mode_t mode) {
 }
 
 /// Keeps what is published from ever being writable by others: the daemon's own umask is 0, and the modes
-/// are set only when the files are whole. It is the whole process's: no other thread makes files meanwhile.
+/// are set only when the files are whole. It is the whole process's: no other thread makes files meanwhile,
+/// and one at a time may register, or what is put back could be another's 022.
 class RestrictedUmask {
 public:
     RestrictedUmask() : m_previous(umask(022)) {}

@@ -3,7 +3,8 @@
 #include <string>
 
 /// Publishing the product into the web management console, when that is installed. Runs on the calling
-/// monitor's thread; two callers at once would write the same files, each file whole.
+/// monitor's thread. One thread at a time may register: the process's umask is another meanwhile, and two at
+/// once, who would write the same files, could leave it so.
 namespace ZNORBRESPONDER {
 
 /// Copies the descriptor, the page, the entry script (filled from its template) and the requestor
