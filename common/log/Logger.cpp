@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <optional>
+#include <utility>
 
 namespace ORBCOMMON {
 
@@ -35,26 +37,12 @@ Common::shared_ptr<RecursiveProcessMutex> newLoggerMutex() noexcept {
     }
 }
 
-/// logger_mutex as every operation holds it: in the phase that has one. The thread that changes the phase has
-/// no operation under way, so whoever locks also unlocks.
-class LoggerLock {
-public:
-    static void lock() {
-        if (currentPhase == Phase::Locked) {
-            logger_mutex->lock();
-        }
-    }
+using Guard = std::optional<Common::Synchronization::ScopedMutexLock<RecursiveProcessMutex>>;
 
-    static void unlock() {
-        if (currentPhase == Phase::Locked) {
-            logger_mutex->unlock();
-        }
-    }
-};
-
-constinit LoggerLock operationLock;
-
-using Guard = Common::Synchronization::ScopedMutexLock<LoggerLock>;
+/// logger_mutex as every operation holds it: in the phase that has one.
+Guard lockLogger() {
+    return currentPhase == Phase::Locked ? Guard(std::in_place, *logger_mutex) : Guard();
+}
 
 /// Its life, from the last constructor of this file to the first destructor, is the locked phase.
 class PhaseChange {
@@ -108,7 +96,7 @@ void Logger::log(const char* format, ...) {
     if (isSilent()) {
         return;
     }
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     va_list arguments;
     va_start(arguments, format);
     writeFormatted(s_logLevel, format, arguments);
@@ -119,7 +107,7 @@ void Logger::logAt(int level, const char* format, ...) {
     if (isSilent()) {
         return;
     }
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     va_list arguments;
     va_start(arguments, format);
     writeFormatted(level, format, arguments);
@@ -130,7 +118,7 @@ void Logger::vlog(int level, const char* format, va_list arguments) {
     if (isSilent()) {
         return;
     }
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     writeFormatted(level, format, arguments);
 }
 
@@ -152,7 +140,7 @@ void Logger::writeFormatted(int level, const char* format, va_list arguments) {
 }
 
 void Logger::writeLine(int level, const char* text) {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     if (isWritten(level)) {
         writeRecord(text);
     }
@@ -180,7 +168,7 @@ void Logger::writeRecord(const char* text) {
 }
 
 void Logger::hexDump(int level, const void* data, unsigned int length) {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     if (!isWritten(level)) {
         return;
     }
@@ -199,7 +187,7 @@ void Logger::hexDump(int level, const void* data, unsigned int length) {
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): by value, as the caller hands a share over
 void Logger::addOutputStream(Common::shared_ptr<Common::OutputStream> stream) {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     if (currentPhase == Phase::Silent) {
         return;
     }
@@ -212,7 +200,7 @@ void Logger::addOutputStream(Common::shared_ptr<Common::OutputStream> stream) {
 }
 
 void Logger::removeAllOutputStreams() {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     if (currentPhase != Phase::Silent) {
         s_outputStreamList.clear();
         s_hasStreams = false; // afterwards: a stream that goes may still log to those behind it
@@ -220,22 +208,22 @@ void Logger::removeAllOutputStreams() {
 }
 
 void Logger::pause() {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     s_logPaused = true;
 }
 
 void Logger::resume() {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     s_logPaused = false;
 }
 
 void Logger::setShowTimestamp(bool show) {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     s_showTimestamp = show;
 }
 
 void Logger::setLogLevel(int level) {
-    const Guard guard(operationLock);
+    const Guard guard = lockLogger();
     s_logLevel = std::max(level, 0);
 }
 
