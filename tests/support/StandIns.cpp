@@ -6,10 +6,12 @@
 #include <fcntl.h>
 #include <netdb.h>
 #include <poll.h>
+#include <pthread.h>
 #include <semaphore.h>
 #include <sys/mman.h>
 #include <sys/select.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -63,6 +65,11 @@ hostent* gethostbyname(const char* name) {
     return InPlaceOf<gethostbyname>::call(original, name);
 }
 
+int mkdir(const char* path, mode_t mode) noexcept {
+    const auto original = [](auto... arguments) { return syscall(SYS_mkdirat, AT_FDCWD, arguments...); };
+    return InPlaceOf<mkdir>::call(original, path, mode);
+}
+
 int pause() {
     return InPlaceOf<pause>::call([]() { return poll(nullptr, 0, -1); });
 }
@@ -100,7 +107,27 @@ int usleep(useconds_t microseconds) {
     return InPlaceOf<usleep>::call(sleepMicroseconds, microseconds);
 }
 
-#if !ZNORB_THREAD_SANITIZER // has a wait of its own
+#if !ZNORB_THREAD_SANITIZER // has its own for these
+int pthread_detach(pthread_t thread) noexcept {
+    static const auto original = next<pthread_detach>("pthread_detach");
+    return InPlaceOf<pthread_detach>::call(original, thread);
+}
+
+int pthread_join(pthread_t thread, void** result) {
+    static const auto original = next<pthread_join>("pthread_join");
+    return InPlaceOf<pthread_join>::call(original, thread, result);
+}
+
+int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
+    static const auto original = next<pthread_mutex_destroy>("pthread_mutex_destroy");
+    return InPlaceOf<pthread_mutex_destroy>::call(original, mutex);
+}
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
+    static const auto original = next<pthread_mutex_unlock>("pthread_mutex_unlock");
+    return InPlaceOf<pthread_mutex_unlock>::call(original, mutex);
+}
+
 int sem_wait(sem_t* semaphore) {
     static const auto original = next<sem_wait>("sem_wait");
     return InPlaceOf<sem_wait>::call(original, semaphore);

@@ -1,6 +1,7 @@
 #include "tests/support/StoppedCall.h"
 
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <sys/user.h>
 
@@ -100,6 +101,15 @@ std::string readText(pid_t thread, std::uint64_t address) {
         (void)readMemory(thread, address + length, text.data() + length, text.size() - 1 - length);
     }
     return text.data();
+}
+
+std::string unlinkedBy(pid_t thread, const StoppedCall& call) {
+#ifdef SYS_unlink
+    if (call.isStart && call.number == SYS_unlink) {
+        return readText(thread, call.arguments[0]);
+    }
+#endif
+    return call.isStart && call.number == SYS_unlinkat ? readText(thread, call.arguments[1]) : std::string();
 }
 
 std::uint64_t readWord(pid_t thread, std::uint64_t address) {

@@ -34,6 +34,9 @@ void setResult(pid_t thread, long value);
 /// The text at an address of the thread's process, up to its zero byte and 255 bytes at most.
 std::string readText(pid_t thread, std::uint64_t address);
 
+/// The path that a thread is about to unlink; empty at any other stop.
+std::string unlinkedBy(pid_t thread, const StoppedCall& call);
+
 /// The 8 bytes at an address of the thread's process; 0 when they cannot be read.
 std::uint64_t readWord(pid_t thread, std::uint64_t address);
 

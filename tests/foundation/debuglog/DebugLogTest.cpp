@@ -3,9 +3,11 @@
 #include "foundation/streams/OutputStreamToBuffer.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/ObservedThread.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/RecordingStream.h"
 #include "tests/support/SetClock.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
 #include <atomic>
@@ -360,4 +362,44 @@ TEST_F(DebugLogTest, StreamsComeAndGoWhileOthersWrite) {
     stop = true;
     writer.join();
     EXPECT_FALSE(m_pieces.empty());
+}
+
+TEST_F(DebugLogTest, TheStampIsMadeOnceForAllStreams) {
+    Pieces pieces;
+    unsigned looks = 0;
+    const InPlaceOf<std::time> clock([&looks](std::time_t*) { return std::time_t{++looks} * 86400; });
+    for (int streams = 0; streams < 3; ++streams) {
+        DebugLog::addOutputStream(1, recorderInto(pieces));
+    }
+    DebugLog::print("text");
+    EXPECT_EQ(looks, 1U);
+    EXPECT_THAT(pieces, SizeIs(15));
+    EXPECT_EQ(pieces[1], pieces[11]);
+}
+
+TEST_F(RecordedDebugLog, PrintFormatsNothingWhilePaused) {
+    int formatted = 0;
+    DebugLog::pause();
+    DebugLog::print("text%n", &formatted);
+    DebugLog::print(1, "text%n", &formatted);
+    EXPECT_EQ(formatted, 0);
+    DebugLog::resume();
+    DebugLog::print("text%n", &formatted);
+    EXPECT_EQ(formatted, 4);
+}
+
+TEST_F(DebugLogTest, EachOperationThatUsesTheStreamsHoldsTheLock) {
+    Pieces pieces;
+    DebugLog::addOutputStream(1, recorderInto(pieces));
+    void (*const operations[])() = {[]() { DebugLog::write(1, "text", false, false); },
+                                    []() { DebugLog::addOutputStream(1, shared_ptr<OutputStream>()); },
+                                    []() { DebugLog::removeAllOutputStreams(); }};
+    for (void (*const operation)() : operations) {
+        Common::DebugLogMutex.lock();
+        const ObservedThread user(operation);
+        EXPECT_TRUE(user.fallsAsleep());
+        Common::DebugLogMutex.unlock();
+        EXPECT_TRUE(user.finishes());
+    }
+    EXPECT_THAT(pieces, ElementsAre("text"));
 }

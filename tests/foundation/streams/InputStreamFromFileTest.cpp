@@ -126,7 +126,7 @@ TEST_F(InputStreamFromFileTest, GetAllSeesWhatWasAppendedMeanwhile) {
 TEST_F(InputStreamFromFileTest, GetAllOfWhatCannotBeSoughtReadsNothingAtOnce) {
     int writer = -1; // stays open: who waits for the end waits for ever
     InputStreamFromFile& stream = streamOfPipe(writer);
-    const Watchdog watchdog(60);
+    const Watchdog watchdog(20);
     EXPECT_EQ(allOf(stream), "") << "nothing was written";
     ASSERT_EQ(write(writer, withNulBytes.data(), withNulBytes.size()),
               static_cast<ssize_t>(withNulBytes.size()));

@@ -147,3 +147,11 @@ TEST_F(OutputStreamToFileTest, APathAloneIsNotTakenForTheAppendSwitch) {
     EXPECT_TRUE((std::is_constructible_v<OutputStreamToFile, bool>));
     EXPECT_FALSE(std::is_copy_constructible_v<OutputStreamToFile>);
 }
+
+TEST_F(OutputStreamToFileTest, AnOpenThatFailsLeavesNoOldFileToWriteTo) {
+    OutputStreamToFile stream(m_path, false);
+    stream.open(m_folder.path(), false); // a directory
+    EXPECT_FALSE(stream.isOpen());
+    writeText(stream, "text");
+    EXPECT_EQ(content(), "");
+}

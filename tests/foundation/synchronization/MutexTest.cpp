@@ -3,11 +3,15 @@
 #include "foundation/synchronization/NamedSemaphore.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Layout.h"
 #include "tests/support/ObservedThread.h"
 
 #include <gtest/gtest.h>
+#include <semaphore.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <type_traits>
 
@@ -147,4 +151,20 @@ TEST(Mutex, IsAPrivateNonCopyable) {
     EXPECT_FALSE((std::is_convertible_v<Mutex*, NonCopyable*>));
     EXPECT_FALSE(std::is_copy_constructible_v<Mutex>);
     EXPECT_TRUE(std::has_virtual_destructor_v<Mutex>);
+}
+
+TEST_F(MutexTest, KeepsStateNameAndHandleInThisOrder) {
+    constexpr std::size_t behindName = 2 * sizeof(void*) + sizeof(std::string);
+    const auto stateOf = [](const Mutex& of) { return fieldAt<std::int32_t>(&of, sizeof(void*)); };
+    EXPECT_EQ(stateOf(mutex), 2) << "unlocked";
+    EXPECT_EQ(fieldAt<std::string>(&mutex, 2 * sizeof(void*)), name.plain());
+    EXPECT_EQ(*fieldAt<sem_t**>(&mutex, behindName), nullptr);
+    EXPECT_TRUE(mutex.tryLock());
+    EXPECT_EQ(stateOf(mutex), 0) << "held";
+    EXPECT_NE(*fieldAt<sem_t**>(&mutex, behindName), nullptr);
+    EXPECT_FALSE(other.tryLock());
+    EXPECT_EQ(stateOf(other), 1) << "failed to lock";
+    EXPECT_TRUE(mutex.unlock());
+    EXPECT_EQ(stateOf(mutex), 2);
+    EXPECT_EQ(*fieldAt<sem_t**>(&mutex, behindName), nullptr);
 }

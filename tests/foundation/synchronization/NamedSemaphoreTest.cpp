@@ -7,6 +7,7 @@
 #include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
@@ -40,6 +41,16 @@ bool isMapped(ino_t inode) {
         }
     }
     return false;
+}
+
+/// Gives up all handles that the process has on a semaphore; how many they were.
+int closeAll(sem_t* semaphore, ino_t inode) {
+    int handles = 0;
+    while (handles < 10 && isMapped(inode)) {
+        (void)sem_close(semaphore);
+        ++handles;
+    }
+    return handles;
 }
 
 std::atomic<int> signalsCaught = 0;
@@ -193,4 +204,17 @@ TEST_F(NamedSemaphore, LongestNameThatTheSystemTakesWorks) {
     EXPECT_TRUE(removeSemaphore(longest));
     longest += 'n';
     EXPECT_FALSE(postSemaphore(longest));
+}
+
+TEST_F(NamedSemaphore, EachRoutineKeepsTheHandleOfItsExistsCheckAndClosesItsOwn) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has a wait of its own";
+    const InPlaceOf<sem_wait> noWait([](sem_t*) { return 0; });
+    for (bool (*const routine)(const std::string&) :
+         {postSemaphore, waitSemaphore, drainSemaphore, removeSemaphore}) {
+        sem_t* const own = sem_open(name.absolute().c_str(), O_CREAT, 0644, 0U);
+        const ino_t inode = inodeOf(name);
+        EXPECT_TRUE(routine(name.absolute()));
+        EXPECT_EQ(closeAll(own, inode), 2) << "the test's own is one of them";
+        name.unlink();
+    }
 }

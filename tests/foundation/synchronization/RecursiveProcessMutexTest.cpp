@@ -1,13 +1,17 @@
 #include "foundation/synchronization/RecursiveProcessMutex.h"
 
+#include "tests/support/Layout.h"
 #include "tests/support/ObservedThread.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <thread>
 
 using Common::Synchronization::RecursiveProcessMutex;
@@ -161,4 +165,30 @@ TEST(RecursiveProcessMutex, StaysUsableUnderStrayUnlocksFromManyThreads) {
         }
     });
     EXPECT_TRUE(isFree(mutex));
+}
+
+TEST(RecursiveProcessMutex, KeepsItsFieldsInTheirOrder) {
+    constexpr std::size_t word = sizeof(void*);
+    RecursiveProcessMutex mutex;
+    ASSERT_EQ(fieldAt<std::uint32_t>(&mutex, 2 * word), 0U);
+    EXPECT_FALSE(fieldAt<bool>(&mutex, 5 * word));
+    mutex.lock();
+    mutex.lock();
+    EXPECT_EQ(fieldAt<std::uint32_t>(&mutex, 2 * word), 2U) << "the depth";
+    EXPECT_EQ(*fieldAt<pthread_t*>(&mutex, 4 * word), pthread_self()) << "the owner";
+    EXPECT_TRUE(fieldAt<bool>(&mutex, 5 * word)) << "held";
+    pthread_mutex_t* const guard = fieldAt<pthread_mutex_t*>(&mutex, word);
+    ASSERT_EQ(pthread_mutex_lock(guard), 0);
+    const ObservedThread stray([&mutex] { mutex.unlock(); });
+    EXPECT_TRUE(stray.fallsAsleep()) << "on the guard";
+    ASSERT_EQ(pthread_mutex_unlock(guard), 0);
+    EXPECT_TRUE(stray.finishes());
+    pthread_cond_t* const condition = fieldAt<pthread_cond_t*>(&mutex, 3 * word);
+    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
+    EXPECT_TRUE(visitor->fallsAsleep());
+    const long before = visitor->timesAsleep();
+    EXPECT_EQ(pthread_cond_signal(condition), 0);
+    EXPECT_TRUE(waitUntil([&] { return visitor->timesAsleep() > before; })) << "it waits on the condition";
+    mutex.unlock();
+    EXPECT_TRUE(visitor->finishes());
 }
