@@ -2,6 +2,7 @@
 #include "tests/common/processes/GlobalLockFixture.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/StandIns.h"
 
 #include <fcntl.h>
 
@@ -141,6 +142,19 @@ TEST_F(GlobalLockAbandonTest, WorksInASignalHandlerThatEndsTheProcess) {
     });
     EXPECT_FALSE(nameExists(m_name));
     EXPECT_EQ(onlooker.count(), 1);
+}
+
+TEST_F(GlobalLockAbandonTest, GivesTheLockBackBeforeTheNameGoes) {
+    GlobalLock lock(m_name);
+    ASSERT_TRUE(lock.create(true));
+    int count = -1;
+    const InPlaceOf<unlink> removals([this, &count](const char* path) {
+        count = Onlooker(m_name).count();
+        return unlink(path);
+    });
+    lock.abandon();
+    EXPECT_EQ(count, 1);
+    EXPECT_FALSE(nameExists(m_name));
 }
 
 } // namespace

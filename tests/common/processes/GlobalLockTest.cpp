@@ -3,13 +3,17 @@
 #include "tests/common/processes/GlobalLockFixture.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Layout.h"
 #include "tests/support/Rows.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/StandIns.h"
+#include "tests/support/SystemCallTracer.h"
 
 #include <sys/stat.h>
 #include <sys/uio.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <optional>
 #include <type_traits>
 
@@ -265,6 +269,51 @@ TEST_F(GlobalLockTest, AnotherProcessFindsTheLockHeldAndThenFree) {
     EXPECT_EQ(endOfForked(probe), exitedWith(0));
     daemon.remove(true);
     EXPECT_EQ(endOfForked(probe), exitedWith(2));
+}
+
+TEST_F(GlobalLockTest, KeepsItsFieldsInTheirOrder) {
+    constexpr std::size_t flags = sizeof(void*) + sizeof(std::string);
+    const auto flagsOf = [](const GlobalLock& lock) {
+        std::string text;
+        for (std::size_t number = 0; number < 3; ++number) {
+            text += fieldAt<bool>(&lock, flags + number) ? 'X' : '-';
+        }
+        return text;
+    };
+    const Onlooker other(m_name, 1);
+    GlobalLock lock(m_name);
+    EXPECT_EQ(fieldAt<std::string>(&lock, sizeof(void*)), m_name);
+    EXPECT_EQ(flagsOf(lock), "---") << "open, owner, locked";
+    ASSERT_TRUE(lock.openExisting());
+    EXPECT_EQ(flagsOf(lock), "X--");
+    EXPECT_NE(fieldAt<sem_t*>(&lock, flags + sizeof(void*)), SEM_FAILED);
+    EXPECT_TRUE(lock.tryLock(true));
+    EXPECT_EQ(flagsOf(lock), "XXX");
+    lock.unlock(false);
+    EXPECT_EQ(flagsOf(lock), "XX-");
+    EXPECT_EQ(sizeof lock, flags + 2 * sizeof(void*));
+}
+
+TEST_F(GlobalLockTest, RemoveGivesTheLockBackAndClosesItBeforeTheNameGoes) {
+    ZNORB_SKIP_IF(!canTrace()) << "no process can be traced here";
+    SystemCallTracer tracer;
+    (void)tracer.start([this]() {
+        GlobalLock lock(m_name);
+        (void)lock.create(true);
+        lock.remove(true);
+    });
+    int count = -1;
+    std::string maps;
+    EXPECT_TRUE(tracer.follow([this, &count, &maps](const TracedStop& stop) {
+        if (stop.kind == TracedStop::Kind::Call &&
+            unlinkedBy(stop.thread, stop.call).ends_with(m_name.substr(1))) {
+            count = Onlooker(m_name).count();
+            maps = readFile("/proc/" + std::to_string(stop.thread) + "/maps");
+        }
+    }));
+    EXPECT_EQ(count, 1);
+    EXPECT_NE(maps, "");
+    EXPECT_EQ(maps.find("/dev/shm/sem."), std::string::npos);
 }
 
 } // namespace

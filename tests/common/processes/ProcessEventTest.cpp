@@ -1,15 +1,18 @@
 #include "common/processes/ProcessEvent.h"
 
+#include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/ObservedThread.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <atomic>
 #include <cerrno>
@@ -399,6 +402,48 @@ TEST(ProcessEvent, SetOwnerIsOfThisProcessAlone) {
     EXPECT_FALSE(viewOf(event).owner);
     event.setOwner(true);
     EXPECT_TRUE(viewOf(event).owner);
+}
+
+/// Whether the other thread, which sleeps, waits on something that it shares with this process alone.
+bool waitsPrivately() {
+    constexpr unsigned long ofOneProcess = 128; // in the operation of the system call
+    const std::string futex = std::to_string(SYS_futex) + " ";
+    for (const std::string& thread : namesIn("/proc/self/task")) {
+        const std::string call = readFile("/proc/self/task/" + thread + "/syscall");
+        if (thread != std::to_string(gettid()) && call.starts_with(futex)) {
+            const std::size_t operation = call.find(' ', futex.size()) + 1;
+            return (std::stoul(call.substr(operation), nullptr, 16) & ofOneProcess) != 0;
+        }
+    }
+    ADD_FAILURE() << "no other thread waits";
+    return true;
+}
+
+TEST_P(ProcessEventOfEachKind, HasPrimitivesThatProcessesCanShare) {
+    Waiter waiter([this] { return event.wait(); });
+    EXPECT_TRUE(waiter.isWaiting());
+    EXPECT_FALSE(waitsPrivately()) << "on the condition";
+    EXPECT_EQ(event.set(), 0);
+    EXPECT_TRUE(waiter.result());
+    ASSERT_EQ(pthread_mutex_lock(&block->mutex), 0);
+    Waiter setter([this] { return event.set() == 0; });
+    EXPECT_TRUE(setter.isWaiting());
+    EXPECT_FALSE(waitsPrivately()) << "on the mutex";
+    ASSERT_EQ(pthread_mutex_unlock(&block->mutex), 0);
+    EXPECT_TRUE(setter.result());
+}
+
+TEST_P(ProcessEventOfEachKind, TellsOfAnUnlockThatFails) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has an unlock of its own";
+    const InPlaceOf<pthread_mutex_unlock> unlocks([this](pthread_mutex_t* mutex) {
+        const int error = pthread_mutex_unlock(mutex);
+        return mutex == &block->mutex ? EPERM : error;
+    });
+    EXPECT_EQ(event.reset(), EPERM);
+    EXPECT_EQ(event.set(), EPERM);
+    EXPECT_EQ(block->signalled, 1) << "the change is made";
+    EXPECT_FALSE(event.wait());
+    EXPECT_FALSE(event.timedWait(inSeconds(60)));
 }
 
 } // namespace

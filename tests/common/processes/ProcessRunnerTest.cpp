@@ -298,4 +298,12 @@ TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor
     EXPECT_GT(run("sh", "/bin", arguments), 0);
 }
 
+TEST_F(ProcessRunnerTest, WaitingLeavesTheEndsOfOtherChildrenToTheirParent) {
+    ForkedChild other([]() { return 7; });
+    siginfo_t end = {};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(other.pid()), &end, WEXITED | WNOWAIT), 0);
+    EXPECT_GT(run("true", "", {}), 0);
+    EXPECT_EQ(other.waitForEnd(), exitedWith(7));
+}
+
 } // namespace

@@ -1,14 +1,19 @@
 #include "common/processes/SynchronousProcess.h"
 
+#include "common/processes/ProcessEvent.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Layout.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
 #include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <thread>
 #include <type_traits>
 
@@ -17,6 +22,7 @@ namespace {
 using namespace ZNORBTEST;
 
 using namespace ORBCOMMON;
+using ORBCOMMON::ProcessEvent;
 
 static_assert(std::is_base_of_v<Threadable, SynchronousProcess>);
 static_assert(std::is_abstract_v<SynchronousProcess>, "a subclass supplies run()");
@@ -209,6 +215,100 @@ TEST(SynchronousProcess, FailsWithoutMemoryForItsRecordOrForAThread) {
         useUpMemory();
         return process.startThread() == ENOMEM;
     }));
+}
+
+/// Whether an event of the record is signalled.
+bool isSignalled(const void* event) {
+    return fieldAt<const std::uint8_t*>(event, 0)[1] != 0;
+}
+
+/// The record: request, response, result and thread, in this order.
+class Record {
+public:
+    explicit Record(const SynchronousProcess& process) : m_start(fieldAt<char*>(&process, sizeof(void*))) {}
+
+    [[nodiscard]] const void* request() const { return m_start; }
+    [[nodiscard]] const void* response() const { return m_start + sizeof(ProcessEvent); }
+    [[nodiscard]] std::int32_t& result() const {
+        return *static_cast<std::int32_t*>(static_cast<void*>(m_start + 2 * sizeof(ProcessEvent)));
+    }
+    [[nodiscard]] const void* thread() const {
+        return fieldAt<void*>(m_start, 2 * sizeof(ProcessEvent) + sizeof(void*));
+    }
+
+    /// The lock of one of its events.
+    static const void* mutexOf(const void* event) { return fieldAt<const char*>(event, 0) + 8; }
+
+private:
+    char* m_start;
+};
+
+TEST(SynchronousProcess, KeepsItsRecordsFieldsInTheirOrder) {
+    RunCounter process;
+    const Record record(process);
+    EXPECT_EQ(record.result(), 1);
+    EXPECT_EQ(record.thread(), nullptr);
+    process.stop();
+    EXPECT_EQ(record.result(), 0);
+    EXPECT_TRUE(isSignalled(record.response()));
+    EXPECT_FALSE(isSignalled(record.request()));
+    EXPECT_EQ(process.call(), 0);
+    EXPECT_FALSE(isSignalled(record.response()));
+    EXPECT_TRUE(isSignalled(record.request()));
+    ASSERT_EQ(process.startThread(), 0);
+    EXPECT_NE(record.thread(), nullptr);
+    process.stop();
+}
+
+class SynchronousProcessLocks : public testing::Test {
+protected:
+    void SetUp() override {
+        ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has locks of its own";
+    }
+};
+
+TEST_F(SynchronousProcessLocks, TheResultIsReadBeforeTheResponseIsReset) {
+    Plain process;
+    const Record record(process);
+    process.setResult(7);
+    process.signalDone();
+    const InPlaceOf<pthread_mutex_unlock> unlocks([&record](pthread_mutex_t* mutex) {
+        if (mutex == Record::mutexOf(record.response()) && !isSignalled(record.response())) {
+            record.result() = 8; // what the next request would leave
+        }
+        return pthread_mutex_unlock(mutex);
+    });
+    EXPECT_EQ(process.call(), 7);
+    EXPECT_EQ(record.result(), 8);
+}
+
+TEST_F(SynchronousProcessLocks, ARequestIsTakenWhateverTheWaitingReturned) {
+    Plain process;
+    const Record record(process);
+    process.signalDone();
+    EXPECT_EQ(process.call(), 1);
+    ASSERT_TRUE(isSignalled(record.request()));
+    const InPlaceOf<pthread_mutex_unlock> unlocks([&record](pthread_mutex_t* mutex) {
+        const int error = pthread_mutex_unlock(mutex);
+        return mutex == Record::mutexOf(record.request()) ? EPERM : error;
+    });
+    EXPECT_FALSE(process.waitForRequest());
+    EXPECT_FALSE(isSignalled(record.request()));
+}
+
+TEST_F(SynchronousProcessLocks, TheResponseIsDestroyedBeforeTheRequest) {
+    std::vector<const void*> destroyed;
+    std::vector<const void*> expected;
+    {
+        const InPlaceOf<pthread_mutex_destroy> destructions([&destroyed](pthread_mutex_t* mutex) {
+            destroyed.push_back(mutex);
+            return pthread_mutex_destroy(mutex);
+        });
+        const Plain process;
+        const Record record(process);
+        expected = {Record::mutexOf(record.response()), Record::mutexOf(record.request())};
+    }
+    EXPECT_EQ(destroyed, expected);
 }
 
 } // namespace

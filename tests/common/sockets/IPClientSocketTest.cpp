@@ -1,5 +1,6 @@
 #include "common/sockets/IPClientSocket.h"
 
+#include "tests/support/Layout.h"
 #include "tests/support/LocalPort.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SocketPair.h"
@@ -158,6 +159,13 @@ TEST(StoreFirstAddress, AnswerWithoutAnAddressIsRefused) {
         EXPECT_FALSE(storeFirstAddress(empty.get(), address));
     }
     EXPECT_EQ(address.sin_family, 0);
+}
+
+TEST(IPClientSocket, KeepsHostAndPortBehindTheDescriptor) {
+    const IPClientSocket socket("host", 4711);
+    EXPECT_EQ(fieldAt<int>(&socket, sizeof(void*)), -1);
+    EXPECT_EQ(fieldAt<std::string>(&socket, 2 * sizeof(void*)), "host");
+    EXPECT_EQ(fieldAt<std::uint16_t>(&socket, 2 * sizeof(void*) + sizeof(std::string)), 4711);
 }
 
 } // namespace

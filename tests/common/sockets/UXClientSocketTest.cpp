@@ -1,9 +1,14 @@
 #include "common/sockets/UXClientSocket.h"
 
 #include "tests/common/sockets/Listeners.h"
+#include "tests/support/Layout.h"
 #include "tests/support/Rows.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 
+#include <sys/un.h>
+
+#include <cstring>
 #include <filesystem>
 #include <type_traits>
 
@@ -70,6 +75,29 @@ TEST_F(UXClientSocketTest, PathIsAFormatOf107BytesAtMost) {
         EXPECT_TRUE(socket.isConnected());
         EXPECT_TRUE(std::filesystem::remove(row.expected));
     }
+}
+
+TEST_F(UXClientSocketTest, KeepsItsPathBehindTheDescriptor) {
+    const UXClientSocket socket(path);
+    EXPECT_EQ(fieldAt<int>(&socket, sizeof(void*)), -1);
+    EXPECT_EQ(fieldAt<std::string>(&socket, 2 * sizeof(void*)), path);
+}
+
+TEST_F(UXClientSocketTest, ConnectsToAnAddressOf110BytesThatIsZeroBehindThePath) {
+    sockaddr_un address = {};
+    socklen_t given = 0;
+    const InPlaceOf<connect> connections([&](int, const sockaddr* to, socklen_t length) {
+        given = length;
+        std::memcpy(&address, to, sizeof address);
+        return 0;
+    });
+    UXClientSocket socket(path);
+    socket.connect();
+    EXPECT_TRUE(socket.isConnected());
+    EXPECT_EQ(given, 110U);
+    EXPECT_EQ(address.sun_family, AF_UNIX);
+    EXPECT_EQ(std::string(address.sun_path, sizeof address.sun_path),
+              path + std::string(sizeof address.sun_path - path.size(), '\0'));
 }
 
 } // namespace

@@ -4,8 +4,10 @@
 #include "tests/common/threads/Gated.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/ForkedChild.h"
+#include "tests/support/Layout.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
+#include "tests/support/StandIns.h"
 
 #include <cstring>
 #include <memory>
@@ -251,6 +253,38 @@ TEST_F(ThreadGroupAllocations, AddForWhichHalfOfTheMemoryIsThereLeavesTheHandleT
     EXPECT_EQ(group.size(), 0U);
     ASSERT_TRUE(group.add(new ThreadHandle));
     EXPECT_EQ(group.size(), 1U);
+}
+
+pthread_t threadOf(const ThreadHandle& handle) {
+    return *fieldAt<const pthread_t*>(&handle, 0);
+}
+
+TEST(ThreadGroup, JoinsAndDetachesInTheOrderOfAdding) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has its own for these";
+    for (const bool isJoined : {true, false}) {
+        Gated threadables[5];
+        ThreadGroup group;
+        std::vector<pthread_t> expected;
+        for (Gated& threadable : threadables) {
+            ASSERT_TRUE(group.add(newStarted(threadable)));
+            expected.push_back(threadOf(*group.at(expected.size())));
+            threadable.open = true;
+        }
+        std::vector<pthread_t> taken;
+        const InPlaceOf<pthread_join> joins([&taken](pthread_t thread, void** result) {
+            taken.push_back(thread);
+            return pthread_join(thread, result);
+        });
+        const InPlaceOf<pthread_detach> detaches([&taken](pthread_t thread) {
+            taken.push_back(thread);
+            return pthread_detach(thread);
+        });
+        isJoined ? group.joinAll() : group.detachAll();
+        EXPECT_EQ(taken, expected);
+        for (const Gated& threadable : threadables) {
+            EXPECT_TRUE(waitUntil([&threadable]() { return threadable.finished.load(); }));
+        }
+    }
 }
 
 } // namespace
