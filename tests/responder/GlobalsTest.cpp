@@ -8,12 +8,18 @@
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Waiting.h"
 
+#include <cxxabi.h>
+#include <dlfcn.h>
 #include <semaphore.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdlib>
 #include <ctime>
+#include <iterator>
 #include <thread>
 #include <type_traits>
 
@@ -34,6 +40,11 @@ static_assert(std::is_same_v<decltype(ORBFrontProcessBarrier), ORBCOMMON::Proces
 static_assert(std::is_same_v<decltype(appLock), ORBCOMMON::GlobalLock>);
 static_assert(std::is_same_v<decltype(gConfigMon), ConfigurationMonitor>);
 static_assert(std::is_same_v<decltype(gResponderMonitor), WBXResponderMonitor>);
+
+/// The static objects of the program, in the order in which they are constructed and their destructors
+/// registered.
+constinit std::array<const void*, 4096> s_constructed = {};
+constinit std::size_t s_constructedCount = 0;
 
 /// The threads of this process, those of a sanitizer included.
 std::size_t threadCount() {
@@ -196,4 +207,29 @@ TEST(Globals, AreDestroyedAtExitInReverseOrderLockAndFrontEventBeforeTheExitEven
     (void)sem_unlink(daemonLock); // left behind only if this has failed
 }
 
+TEST(Globals, AreConstructedInTheirOrder) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer keeps the register of destructors itself";
+    const std::vector<const void*> expected = {
+        &pipeName,  &parsedCommandList, &parsedCommandMap, &parsedOptionSet,
+        &flagTable, &commandTable,      &mainExitBarrier,  &ORBFrontProcessBarrier,
+        &appLock,   &gConfigMon,        &gResponderMonitor};
+    std::vector<const void*> found;
+    std::copy_if(s_constructed.begin(), s_constructed.begin() + s_constructedCount, std::back_inserter(found),
+                 [&expected](const void* object) {
+                     return std::find(expected.begin(), expected.end(), object) != expected.end();
+                 });
+    EXPECT_EQ(found, expected);
+}
+
 } // namespace
+
+#if !ZNORB_THREAD_SANITIZER
+extern "C" int __cxxabiv1::__cxa_atexit(void (*destroy)(void*), void* object, void* library) noexcept {
+    static const auto original =
+        reinterpret_cast<decltype(&abi::__cxa_atexit)>(dlsym(RTLD_NEXT, "__cxa_atexit"));
+    if (s_constructedCount < s_constructed.size()) {
+        s_constructed[s_constructedCount++] = object;
+    }
+    return original(destroy, object, library);
+}
+#endif

@@ -11,11 +11,15 @@
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/SelectRecorder.h"
+#include "tests/support/Skipping.h"
+#include "tests/support/SystemCallTracer.h"
 
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 
 namespace {
 
@@ -171,6 +175,20 @@ TEST_F(CommandClient, LeavesNoDescriptorOpen) {
     EXPECT_TRUE(sendPrint());
     daemon.reset();
     EXPECT_EQ(namesIn("/proc/self/fd"), before);
+}
+
+TEST_F(CommandClient, TakesUpTo1024BytesOfTheAnswer) {
+    ZNORB_SKIP_IF(!canTrace()) << "no process can be traced here";
+    serve({4, {"0"}});
+    SystemCallTracer tracer;
+    (void)tracer.start([]() { (void)sendQuit(); });
+    std::vector<std::uint64_t> sizes;
+    EXPECT_TRUE(tracer.follow([&sizes](const TracedStop& stop) {
+        if (stop.kind == TracedStop::Kind::Call && stop.call.isStart && stop.call.number == SYS_recvfrom) {
+            sizes.push_back(stop.call.arguments[2]);
+        }
+    }));
+    EXPECT_THAT(sizes, ElementsAre(1024U));
 }
 
 } // namespace

@@ -1,12 +1,17 @@
 #include "responder/commands/StartStop.h"
 
 #include "responder/commands/ExitStatus.h"
+#include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/Rows.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/StandIns.h"
+#include "tests/support/SystemCallTracer.h"
 
 #include <gtest/gtest.h>
+#include <semaphore.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 /// How long `-stop` waits, counted in its sleeps, of which none takes any time here. What it says and how it
@@ -90,5 +95,21 @@ const Release releases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(StopDaemon, ReleasedStop, testing::ValuesIn(releases), rowName);
+
+TEST(StartDaemon, ClosesTheLockOfAnotherInstanceBeforeItSaysSo) {
+    ZNORB_SKIP_IF(!canTrace()) << "no process can be traced here";
+    { const Onlooker left(daemonLock, 0); }
+    SystemCallTracer tracer;
+    (void)tracer.start([]() { _exit(startDaemon()); });
+    std::string maps;
+    EXPECT_TRUE(tracer.follow([&maps](const TracedStop& stop) {
+        if (stop.kind == TracedStop::Kind::Call && stop.call.isStart && stop.call.number == SYS_write) {
+            maps = readFile("/proc/" + std::to_string(stop.thread) + "/maps");
+        }
+    }));
+    EXPECT_NE(maps, "");
+    EXPECT_EQ(maps.find("/dev/shm/sem."), std::string::npos);
+    (void)sem_unlink(daemonLock);
+}
 
 } // namespace

@@ -5,6 +5,7 @@
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Skipping.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Watchdog.h"
 
@@ -12,6 +13,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <map>
 
 namespace {
@@ -245,6 +248,13 @@ TEST_F(PathHelpersFileTest, DirectoryThatCannotBeCreatedIsAFailureAlsoAfterOneTh
     EXPECT_FALSE(createDirectory(m_file + "/below")) << "the parent is no directory";
     EXPECT_FALSE(createDirectory(""));
     EXPECT_FALSE(createDirectory(m_folder / std::string(5000, 'x')));
+}
+
+TEST_F(PathHelpersFileTest, DirectoryThatTheSystemRefusesIsAFailureUnlessItIsThere) {
+    for (const int error : {EROFS, EACCES, ENOSPC, EEXIST}) {
+        const FailingCall<mkdir> refusal(error);
+        EXPECT_EQ(createDirectory(m_absent), error == EEXIST) << strerrorname_np(error);
+    }
 }
 
 } // namespace

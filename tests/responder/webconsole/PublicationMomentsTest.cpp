@@ -15,19 +15,25 @@
 #include "tests/support/SystemCallTracer.h"
 #include "tests/support/Watchdog.h"
 
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <tuple>
+#include <utility>
 
 namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
+using testing::ElementsAre;
 
 constexpr mode_t writableByOthers = 022;
 
@@ -63,23 +69,27 @@ protected:
 
     /// Publishes as the daemon does, whose umask is 0, and looks at each stop. How many there were.
     static unsigned publish(const std::function<void(unsigned)>& look) {
+        unsigned stops = 0;
+        publish([&stops, &look](const TracedStop&) { look(++stops); });
+        return stops;
+    }
+
+    static void publish(const std::function<void(const TracedStop&)>& note) {
         SystemCallTracer publisher;
         (void)publisher.start([]() {
             const ExecutableLink link(std::string(StagedInstallation::programs) + "/znorbresponder");
             (void)umask(0);
             (void)registerWebConsole();
         });
-        unsigned stops = 0;
         ProcessEnd end;
         EXPECT_TRUE(publisher.follow([&](const TracedStop& stop) {
             if (stop.kind == TracedStop::Kind::End) {
                 end = endFrom(stop.waitStatus);
             } else {
-                look(++stops);
+                note(stop);
             }
         }));
         EXPECT_EQ(end, exitedWith(EXIT_SUCCESS));
-        return stops;
     }
 
     static bool isWritableByOthers(const std::string& path) {
@@ -162,6 +172,69 @@ TEST_F(PublicationMoments, SurviveSourcesOrAConsoleThatVanishAtAnyOfThem) {
             ASSERT_FALSE(HasFailure()) << "at stop " << moment;
         }
     }
+}
+
+/// What a publication does to the console, call by call: the files that it writes, each with the length, and
+/// the modes that it sets.
+class PublicationCalls {
+public:
+    void note(const TracedStop& stop) {
+        if (stop.kind != TracedStop::Kind::Call) {
+            return;
+        }
+        const auto descriptor = static_cast<long>(stop.call.arguments[0]);
+        if (!stop.call.isStart) {
+            if (!m_opened.empty()) {
+                m_files[stop.call.result] = std::exchange(m_opened, "");
+            }
+        } else if (stop.call.number == SYS_openat) {
+            m_opened = nameAt(stop, 1);
+        } else if (stop.call.number == SYS_close) {
+            m_files.erase(descriptor);
+        } else if (stop.call.number == SYS_write && m_files.contains(descriptor)) { // none of a sanitizer's
+            m_calls.push_back("write " + m_files[descriptor] + " " + std::to_string(stop.call.arguments[2]));
+#ifdef SYS_chmod
+        } else if (stop.call.number == SYS_chmod) {
+            noteMode("chmod ", nameAt(stop, 0), stop.call.arguments[1]);
+        } else if (stop.call.number == SYS_mkdir) {
+            noteMode("mkdir ", nameAt(stop, 0), stop.call.arguments[1]);
+#endif
+        } else if (stop.call.number == SYS_fchmodat) {
+            noteMode("chmod ", nameAt(stop, 1), stop.call.arguments[2]);
+        } else if (stop.call.number == SYS_mkdirat) {
+            noteMode("mkdir ", nameAt(stop, 1), stop.call.arguments[2]);
+        }
+    }
+
+    [[nodiscard]] const std::vector<std::string>& calls() const {
+        return m_calls;
+    }
+
+private:
+    static std::string nameAt(const TracedStop& stop, std::size_t argument) {
+        return std::filesystem::path(readText(stop.thread, stop.call.arguments[argument])).filename();
+    }
+
+    void noteMode(const std::string& call, const std::string& name, std::uint64_t mode) {
+        m_calls.push_back(call + name + (mode == 0644 ? " 644" : mode == 0755 ? " 755" : " other"));
+    }
+
+    std::string m_opened;
+    std::map<long, std::string> m_files;
+    std::vector<std::string> m_calls;
+};
+
+TEST_F(PublicationMoments, WriteEachFileAtOnceAndSetTheModesInTheirOrder) {
+    for (const std::string& source : sources) {
+        writeFile(source, std::string(65536, 'x'));
+    }
+    PublicationCalls calls;
+    (void)publish([&calls](const TracedStop& stop) { calls.note(stop); });
+    EXPECT_THAT(calls.calls(),
+                ElementsAre("write znorb.xml 65536", "chmod znorb.xml 644", "mkdir ZNORB 755",
+                            "write chp.htm 65536", "write ipcelmclient.php 65536", "chmod ZNORB 755",
+                            "chmod chp.htm 644", "chmod ipcelmclient.php 644", "mkdir bin 755",
+                            "write znorbrequestor 65536", "chmod bin 755", "chmod znorbrequestor 755"));
 }
 
 // ---- what may stand in a file's place ------------------------------------------------------------------
