@@ -2,12 +2,14 @@
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/FailingStart.h"
+#include "tests/support/Layout.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <type_traits>
@@ -149,6 +151,10 @@ TEST(LoggerLife, WithoutMemoryForTheMutexNoStreamIsTakenAndAllIsSilent) {
     Logger::hexDump(0, "data", 4);
     Logger::removeAllOutputStreams();
     EXPECT_THAT(writes, IsEmpty());
+}
+
+TEST(LoggerLife, NobodyElseSharesTheMutexWhichGoesWithIt) {
+    EXPECT_EQ(*fieldAt<const std::uint32_t*>(&logger_mutex, sizeof(void*)), 1U);
 }
 
 } // namespace

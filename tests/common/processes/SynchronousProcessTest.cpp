@@ -311,4 +311,18 @@ TEST_F(SynchronousProcessLocks, TheResponseIsDestroyedBeforeTheRequest) {
     EXPECT_EQ(destroyed, expected);
 }
 
+TEST_F(SynchronousProcessLocks, AStopLeavesItsResultBeforeItAnswers) {
+    Plain process;
+    const Record record(process);
+    std::int32_t resultWithAnswer = -1;
+    const InPlaceOf<pthread_mutex_unlock> unlocks([&record, &resultWithAnswer](pthread_mutex_t* mutex) {
+        if (mutex == Record::mutexOf(record.response())) {
+            resultWithAnswer = record.result();
+        }
+        return pthread_mutex_unlock(mutex);
+    });
+    process.stop();
+    EXPECT_EQ(resultWithAnswer, 0);
+}
+
 } // namespace

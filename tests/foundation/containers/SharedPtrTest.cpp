@@ -1,8 +1,10 @@
 #include "foundation/containers/SharedPtr.h"
 
 #include "tests/support/Allocations.h"
+#include "tests/support/Layout.h"
 #include "tests/support/OnThreads.h"
 
+#include <cstdint>
 #include <new>
 #include <string>
 #include <type_traits>
@@ -178,4 +180,16 @@ TEST(SharedPtr, OwnersOnSeveralThreadsComeAndGoWithoutLosingTheObject) {
         EXPECT_EQ(destroyed, 0);
     }
     EXPECT_EQ(destroyed, 1);
+}
+
+TEST(SharedPtr, KeepsTheObjectAndBehindItTheCounterOfItsOwners) {
+    const shared_ptr<int> owner(new int(7));
+    const auto owners = [&owner]() { return *fieldAt<const std::uint32_t*>(&owner, sizeof(void*)); };
+    EXPECT_EQ(fieldAt<int*>(&owner, 0), owner.get());
+    EXPECT_EQ(owners(), 1U);
+    {
+        const shared_ptr<int> second = owner; // NOLINT(performance-unnecessary-copy-initialization)
+        EXPECT_EQ(owners(), 2U);
+    }
+    EXPECT_EQ(owners(), 1U);
 }

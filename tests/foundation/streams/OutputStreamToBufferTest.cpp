@@ -1,6 +1,7 @@
 #include "foundation/streams/OutputStreamToBuffer.h"
 
 #include "tests/support/Allocations.h"
+#include "tests/support/Layout.h"
 #include "tests/support/Rows.h"
 #include "tests/support/Words.h"
 
@@ -304,6 +305,14 @@ TEST_F(OutputStreamToBufferAllocations, WithoutMemoryFlushLosesNothingAndMayBeTr
     EXPECT_EQ(stream.size(), bytes.size() + 5);
     EXPECT_EQ(stream.chunkCount(), 2U);
     EXPECT_EQ(stream.getString(), "held " + bytes);
+}
+
+TEST(OutputStreamToBuffer, KeepsTheFillOfTheLastChunkBehindTheListOfChunks) {
+    OutputStreamToBuffer stream;
+    EXPECT_EQ(fieldAt<void*>(&stream, sizeof(void*)), nullptr) << "a list that was never used";
+    stream.write("abc", 3);
+    EXPECT_NE(fieldAt<void*>(&stream, sizeof(void*)), nullptr);
+    EXPECT_EQ(fieldAt<std::uint32_t>(&stream, 2 * sizeof(void*)), 3U);
 }
 
 } // namespace

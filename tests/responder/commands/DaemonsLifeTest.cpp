@@ -15,6 +15,7 @@
 #include "tests/support/SystemCallTracer.h"
 
 #include <pthread.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -34,6 +35,7 @@ namespace {
 
 using namespace ZNORBRESPONDER;
 using namespace ZNORBTEST;
+using testing::Ne;
 using testing::UnorderedElementsAre;
 
 using Kind = TracedStop::Kind;
@@ -79,6 +81,7 @@ constexpr ShownCall shownCalls[] = {
     {SYS_bind, "bind", 2, asNumber},
     {SYS_listen, "listen", 1, asNumber},
     {SYS_recvfrom, "recvfrom", 2, asNumber},
+    {SYS_sendto, "sendto", 3, asNumber},
     {SYS_setsockopt, "setsockopt", 0, asNothing},
     {SYS_newfstatat, "stat", 1, asText},
 #ifdef SYS_unlink
@@ -237,6 +240,8 @@ private:
     int m_listener = -1;
 };
 
+const std::string withoutSignal = "responder: sendto " + std::to_string(MSG_NOSIGNAL);
+
 /// What one process or thread does, in its order.
 const std::vector<std::string> orders[] = {
     {"invoking: TTOU ignored", "invoking: TTIN ignored", "invoking: TSTP ignored",
@@ -251,7 +256,7 @@ const std::vector<std::string> orders[] = {
     // The socket: its mode comes before the registration.
     {"responder: CHLD ignored", "responder: socket", "responder: unlink /var/run/znorb.socket",
      "responder: bind 110", "responder: chmod /var/run/znorb.socket", "responder: stat /opt/zn/znwbx/",
-     "responder: listen 5", "responder: recvfrom 1024"},
+     "responder: listen 5", "responder: recvfrom 1024", withoutSignal},
     // The end: the listener is closed before the clients' ends count again.
     {"responder: listen 5", "responder: shutdown listener", "responder: close listener",
      "responder: CHLD default", "responder: munmap 8196", "responder: unlink /dev/shm/znorb.shvars",
@@ -268,6 +273,7 @@ TEST_F(DaemonsLife, MakesItsSystemCallsInTheirOrder) {
         EXPECT_TRUE(isInOrder(order));
     }
     EXPECT_THAT(m_calls, Not(Contains(EndsWith(": setsockopt")))) << "towards requesters or clients";
+    EXPECT_THAT(m_calls, Not(Contains(AllOf(StartsWith("responder: sendto "), Ne(withoutSignal)))));
 
     EXPECT_FALSE(m_wasSetBeforeTheThread) << "the start is reported by who has started the thread";
     EXPECT_EQ(startEventsByte(1), 1U);

@@ -1,6 +1,7 @@
 #include "responder/commands/TestConsole.h"
 
 #include "common/log/Logger.h"
+#include "foundation/containers/SharedPtr.h"
 #include "responder/Globals.h"
 #include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
@@ -8,6 +9,7 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/ProcessorTime.h"
+#include "tests/support/RecordingStream.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SharedTable.h"
@@ -150,8 +152,9 @@ protected:
         (void)unlink(tableFile);
     }
 
-    /// What the process finds when test mode has ended.
+    /// What the process finds, most of it when test mode has ended.
     struct Findings {
+        std::atomic<bool> isLoggedInAnotherMode;
         std::atomic<bool> isTestMode;
         std::atomic<bool> isTableGone;
         std::atomic<bool> isBarrierSet;
@@ -164,6 +167,11 @@ protected:
             keys.end();
             const SelectRecorder waits;
             SelectRecorder::fail(EINTR, failingWaits);
+            std::vector<std::string> writes;
+            ORBCOMMON::Logger::addOutputStream(
+                Common::shared_ptr<Common::OutputStream>(new ActingStream(writes, [this](const std::string&) {
+                    findings->isLoggedInAnotherMode = findings->isLoggedInAnotherMode || !gIsTestMode;
+                })));
             const int status = runTestConsole();
             findings->isTestMode = gIsTestMode;
             findings->isTableGone = !exists(tableFile);
@@ -250,6 +258,13 @@ TEST_F(TestConsole, TakesNoLockAndLeavesNothingBehindAndNobodyInTheLog) {
     EXPECT_TRUE(findings->isTableGone);
     EXPECT_TRUE(findings->isBarrierSet);
     EXPECT_EQ(output(), greeting + farewell) << "its stream has left the log";
+}
+
+TEST_F(TestConsole, IsInTestModeBeforeItSaysAnything) {
+    start();
+    keys.type("q");
+    expectEnd();
+    EXPECT_FALSE(findings->isLoggedInAnotherMode);
 }
 
 TEST_F(TestConsole, QuitFromOutsideEndsTheResponderAndTheKeyThenEndsTheRest) {

@@ -2,6 +2,7 @@
 #include "tests/responder/service/UnifiedResponderMonitorFixture.h"
 #include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
+#include "tests/support/Layout.h"
 #include "tests/support/Matchers.h"
 
 #include <fcntl.h>
@@ -187,6 +188,11 @@ TEST_F(UnifiedResponderMonitor, SocketThatCannotListenEndsTheRun) {
     expectFailedRun({"Unified responder waiting for connections", "Unable to put socket in listen mode"});
     EXPECT_TRUE(wasIgnored);
     EXPECT_EQ(namesIn("/proc/self/fd"), descriptors);
+}
+
+TEST_F(UnifiedResponderMonitor, KeepsNothingButThePointerToItsEvent) {
+    EXPECT_EQ(fieldAt<ORBCOMMON::ProcessEvent*>(&monitor, sizeof(void*)), &exitEvent);
+    EXPECT_EQ(sizeof monitor, 2 * sizeof(void*));
 }
 
 } // namespace
