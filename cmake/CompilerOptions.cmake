@@ -13,6 +13,11 @@ target_compile_options(znorb_options INTERFACE
     $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<CXX_COMPILER_ID:GNU>>:-Wduplicated-cond -Wlogical-op -Wextra-semi>
     $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes -Wmissing-prototypes>)
 
+# Where the usual types have 32 bits, a file's number on a large disk does not fit, nor does the time after 2038.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+    target_compile_definitions(znorb_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 set(THREADS_PREFER_PTHREAD_FLAG ON)
 find_package(Threads REQUIRED)
 target_link_libraries(znorb_options INTERFACE Threads::Threads)
@@ -65,11 +70,24 @@ if(ZNORB_FUZZ)
     target_link_options(znorb_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# Not every C library brings what a static executable begins with that can be loaded anywhere. It is probed with the
+# linker's warnings on: without them this is none, and the executable ends at its first step.
+if(ZNORB_STATIC)
+    set(CMAKE_REQUIRED_FLAGS -fPIE)
+    check_linker_flag(CXX -static-pie ZNORB_HAS_STATIC_PIE)
+    unset(CMAKE_REQUIRED_FLAGS)
+    if(NOT ZNORB_HAS_STATIC_PIE)
+        message(STATUS "This C library has no rcrt1.o: static executables are loaded at a fixed address")
+    endif()
+endif()
+set(ZNORB_STATIC_PIE $<IF:$<BOOL:${ZNORB_HAS_STATIC_PIE}>,-static-pie,-static>)
+
 # znorb_position_independent(<executable>): loaded at an address that nobody can foretell; with ZNORB_STATIC
 # without shared libraries as well, whose page tables every fork would copy.
 function(znorb_position_independent name)
     target_compile_options(${name} PRIVATE -fPIE)
-    target_link_options(${name} PRIVATE ${ZNORB_WHOLE_PROGRAM} $<IF:$<BOOL:${ZNORB_STATIC}>,-static-pie,-pie>)
+    target_link_options(${name} PRIVATE ${ZNORB_WHOLE_PROGRAM}
+        $<IF:$<BOOL:${ZNORB_STATIC}>,${ZNORB_STATIC_PIE},-pie>)
     # The linker warns that a static gethostbyname may want shared libraries when it runs. It wants them only for the
     # sources of names that nsswitch.conf adds to files and DNS.
     if(ZNORB_STATIC AND ZNORB_LINKER_CAN_BE_SILENT)

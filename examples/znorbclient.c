@@ -53,6 +53,9 @@ enum {
     connectionMilliseconds = 2000,
     /* How long to wait, after the answer, for the other side to close. */
     lingerMilliseconds = 1000,
+    /* What is longer takes several waits: milliseconds of a whole life are more than some machines' long
+       holds. */
+    longestWait = 24 * 3600 * 1000,
     longestRequest = 8192
 };
 
@@ -183,8 +186,9 @@ static bool waitFor(int descriptor, short events, long long until, const sigset_
         if (askedToEnd || left <= 0) {
             return false;
         }
+        const long milliseconds = left < longestWait ? (long)left : longestWait;
         struct pollfd wanted = {descriptor, events, 0};
-        const struct timespec bound = {left / 1000, (left % 1000) * 1000000};
+        const struct timespec bound = {milliseconds / 1000, (milliseconds % 1000) * 1000000};
         const int ready = ppoll(&wanted, 1, &bound, duringWaits);
         if (ready > 0) {
             return true; /* an error or hang-up counts as ready: the next call on it tells */

@@ -176,11 +176,11 @@ void Logger::hexDump(int level, const void* data, unsigned int length) {
     logAt(level, "%s\n", Common::hexDumpHeader);
     logAt(level, "%s\n", Common::hexDumpRule);
     const char* const bytes = static_cast<const char*>(data);
-    // Wider than the length, so that the last row of the largest dump does not begin again at 0.
-    for (std::uint64_t offset = 0; offset < length; offset += Common::hexDumpRowBytes) {
-        const std::uint64_t count = std::min<std::uint64_t>(length - offset, Common::hexDumpRowBytes);
+    // By what each row has: behind the last row of the largest dump a full one more would begin again at 0.
+    for (std::uint32_t offset = 0, count = 0; offset < length; offset += count) {
+        count = std::min<std::uint32_t>(length - offset, Common::hexDumpRowBytes);
         char row[Common::hexDumpRowCapacity];
-        Common::buildHexDumpRow(row, static_cast<std::uint32_t>(offset), bytes + offset, count);
+        Common::buildHexDumpRow(row, offset, bytes + offset, count);
         writeLine(level, row);
     }
 }

@@ -17,10 +17,9 @@ namespace {
 /// Deliberate: opening takes the right to write, so a name is of use to its own user alone.
 constexpr mode_t nameMode = 0644;
 
-/// Where the C library keeps named semaphores, and the longest path that it makes of a name.
-constexpr char semaphoreFiles[] = "/dev/shm/sem.";
+/// The longest name of which the C library makes a path.
 constexpr std::size_t prefixLength = sizeof(semaphoreFiles) - 1;
-constexpr std::size_t longestName = NAME_MAX - (sizeof("sem.") - 1);
+constexpr std::size_t longestName = NAME_MAX - (prefixLength - (sizeof("/dev/shm/") - 1));
 
 /// Writes the path of the semaphore's file into `path`. False when the name is one that the C library
 /// refuses, so that no file outside its folder is ever meant. Async-signal-safe.

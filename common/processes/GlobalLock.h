@@ -8,6 +8,14 @@
 
 namespace ORBCOMMON {
 
+/// What the C library makes of a named semaphore's name: the path of a file that begins so, and goes on with
+/// the name without its leading slashes.
+#ifdef __GLIBC__
+inline constexpr char semaphoreFiles[] = "/dev/shm/sem.";
+#else
+inline constexpr char semaphoreFiles[] = "/dev/shm/";
+#endif
+
 /// A system-wide lock, held in a POSIX named semaphore whose count is 1 when free and 0 when held.
 ///
 /// A daemon creates it already held and keeps it for its whole life; other processes find out whether

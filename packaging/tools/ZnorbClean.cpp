@@ -1,3 +1,4 @@
+#include "common/processes/GlobalLock.h"
 #include "packaging/tools/ResponderProcesses.h"
 #include "packaging/tools/ToolArguments.h"
 #include "responder/RuntimeNames.h"
@@ -125,8 +126,8 @@ int refuse(const std::string& reason) {
 int clean(const ToolArguments& arguments) {
     const Leftover table =
         look("the stale table", std::string("/dev/shm") + ZNORBRESPONDER::sharedVariablesName);
-    const Leftover lock =
-        look("the stale lock", std::string("/dev/shm/sem.") + (ZNORBRESPONDER::applicationLockName + 1));
+    const Leftover lock = look("the stale lock", std::string(ORBCOMMON::semaphoreFiles) +
+                                                     (ZNORBRESPONDER::applicationLockName + 1));
     std::string reason = objection(arguments.executable, lock);
     if (!reason.empty()) {
         return refuse(reason);

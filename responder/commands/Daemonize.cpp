@@ -3,6 +3,7 @@
 #include "responder/commands/StandardDescriptors.h"
 
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -37,11 +38,22 @@ bool forkTwice() {
     return false;
 }
 
+/// Not every C library has a function of this system call.
+#ifdef CLOSE_RANGE_CLOEXEC
+constexpr int closeOnExec = CLOSE_RANGE_CLOEXEC;
+constexpr auto closeRange = close_range;
+#else
+constexpr int closeOnExec = 1 << 2;
+long closeRange(unsigned first, unsigned last, int flags) {
+    return syscall(SYS_close_range, first, last, flags);
+}
+#endif
+
 void detachDescriptors() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
         pointToNull(descriptor);
     }
-    if (close_range(STDERR_FILENO + 1, lastClosedDescriptor, 0) == 0) {
+    if (closeRange(STDERR_FILENO + 1, lastClosedDescriptor, 0) == 0) {
         return;
     }
     // The kernel lacks the call.
@@ -53,7 +65,7 @@ void detachDescriptors() {
 /// The daemon keeps what the starter had open above the last closed descriptor, on purpose; the clients do
 /// not get it, except on a kernel before 5.11.
 void keepRestFromClients() {
-    (void)close_range(lastClosedDescriptor + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+    (void)closeRange(lastClosedDescriptor + 1, ~0U, closeOnExec);
 }
 
 } // namespace

@@ -26,11 +26,13 @@ constexpr unsigned stopLimitMicroseconds = 5'000'000;
 constexpr unsigned namePollMicroseconds = 1'000;
 constexpr unsigned namePollLimitMicroseconds = 200'000;
 
-/// Makes starting a client cheaper, for which the process is copied: one arena of memory for all threads, and
-/// a fork without the C library's locks. Both are allowed because main only waits while the responder's
-/// thread lives: it neither allocates nor writes.
+/// Makes starting a client cheaper, for which the process is copied: one arena of memory for all threads, in
+/// C libraries that would make several, and a fork without the C library's locks. Both are allowed because
+/// main only waits while the responder's thread lives: it neither allocates nor writes.
 void prepareForLaunches() {
+#ifdef M_ARENA_MAX
     (void)mallopt(M_ARENA_MAX, 1);
+#endif
     ORBCOMMON::forkWithoutLocks();
 }
 

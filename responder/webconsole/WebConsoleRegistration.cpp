@@ -69,7 +69,7 @@ Common::InputStreamFromFile openSource(const std::string& path) {
 /// nobody changes what is put there before its mode is set.
 void closeToOthers(const std::string& path, const struct stat& status) {
     if ((status.st_mode & writableByOthers) != 0) {
-        setMode(path, status.st_mode & (ALLPERMS & ~writableByOthers));
+        setMode(path, status.st_mode & (07777 & ~writableByOthers));
     }
 }
 
