@@ -40,7 +40,9 @@ const std::vector<int> receiveErrors = {EAGAIN, EBADF, ECONNREFUSED, ECONNRESET,
 const std::vector<SystemCall>& allCalls() {
     static const std::vector<SystemCall> calls = {
         {SYS_openat, "openat", Object::PathInSecond, false, openErrors},
+#ifdef SYS_newfstatat
         {SYS_newfstatat, "newfstatat", Object::PathInSecond, false, pathErrors},
+#endif
         {SYS_readlinkat, "readlinkat", Object::PathInSecond, false, pathErrors},
         {SYS_unlinkat, "unlinkat", Object::PathInSecond, false, removalErrors},
         {SYS_mkdirat, "mkdirat", Object::PathInSecond, false, entryErrors},
@@ -88,7 +90,9 @@ const std::vector<SystemCall>& allCalls() {
         {SYS_socket, "socket", Object::Family, false, socketErrors},
         {SYS_bind, "bind", Object::Descriptor, false, bindErrors},
         {SYS_listen, "listen", Object::Descriptor, false, {EADDRINUSE, EBADF, EINVAL, EOPNOTSUPP}},
+#ifdef SYS_accept
         {SYS_accept, "accept", Object::Descriptor, false, acceptErrors},
+#endif
         {SYS_accept4, "accept4", Object::Descriptor, false, acceptErrors},
         {SYS_connect, "connect", Object::Descriptor, false, connectErrors},
         {SYS_sendto, "sendto", Object::Descriptor, true, sendErrors},

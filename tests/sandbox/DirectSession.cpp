@@ -27,7 +27,7 @@ constexpr const char* turnName = "/run/znorb-clean.lock";
 constexpr const char* installation = "/opt/zn";
 constexpr const char* mark = "/opt/zn/.znorb-sandbox";
 
-constexpr useconds_t pollMicroseconds = 20000;
+constexpr int pollMicroseconds = 20000;
 
 bool exists(const char* path) {
     struct stat status {};
@@ -119,11 +119,11 @@ bool DirectSession::tryLock() {
 std::string DirectSession::takeLock(int seconds) {
     const char* folder = std::getenv("TMPDIR");
     m_lockPath = std::string(folder != nullptr && *folder != '\0' ? folder : "/tmp") + "/znorb-sandbox.lock";
-    for (long waited = 0; !tryLock(); waited += pollMicroseconds) {
+    for (long long waited = 0; !tryLock(); waited += pollMicroseconds) {
         if (errno != EWOULDBLOCK) {
             return "the lock file " + m_lockPath + " cannot be opened: " + std::strerror(errno);
         }
-        if (waited >= seconds * 1000000L) {
+        if (waited >= seconds * 1000000LL) {
             return "another session has held " + m_lockPath + " for " + std::to_string(seconds) + " seconds";
         }
         (void)usleep(pollMicroseconds);

@@ -47,9 +47,9 @@ std::string statLine(pid_t pid) {
     return fileOf(pid, "stat");
 }
 
-/// The program that valgrind runs in the process; empty when there is none. Valgrind's command line stays as
-/// it was given: its own name and options, then the program.
-std::string programUnderValgrind(pid_t pid) {
+/// The program that valgrind or an emulator runs in the process; empty when there is none. Their command line
+/// stays as it was given: its own name and options, then the program.
+std::string programRunIn(pid_t pid) {
     const std::string words = fileOf(pid, "cmdline");
     std::size_t start = words.find('\0') + 1; // 0 when there is none
     while (start != 0 && start < words.size() && words[start] == '-') {
@@ -100,7 +100,9 @@ std::string linkOf(pid_t pid, const std::string& name) {
 
 std::string programOf(pid_t pid) {
     const std::string program = linkOf(pid, "exe");
-    return program.find("/valgrind/") != std::string::npos ? programUnderValgrind(pid) : program;
+    const bool runsAnother =
+        program.find("/valgrind/") != std::string::npos || program.find("/qemu-") != std::string::npos;
+    return runsAnother ? programRunIn(pid) : program;
 }
 
 std::optional<std::string> statusField(pid_t pid, const std::string& field) {

@@ -13,7 +13,7 @@ namespace ZNORBTEST {
 std::vector<pid_t> childrenOf(pid_t parent);
 
 /// The path of the program that the process runs, with " (deleted)" behind it if the file is gone; empty
-/// for a zombie and for no process. Of a process that valgrind runs, the program in it.
+/// for a zombie and for no process. Of valgrind or an emulator, the program that it runs.
 std::string programOf(pid_t pid);
 
 /// The process' name, at most 15 characters; empty when there is no such process. Zombies keep theirs.

@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
 #include <sstream>
@@ -32,8 +33,8 @@ constexpr std::size_t exitRequestSize = 58;
 } // namespace
 
 BusyCores::BusyCores(const Part& part) {
-    const long cores = sysconf(_SC_NPROCESSORS_ONLN);
-    for (long core = part.index(); core < cores; core += part.parts()) {
+    const auto cores = static_cast<unsigned>(std::max(sysconf(_SC_NPROCESSORS_ONLN), 0L));
+    for (unsigned core = part.index(); core < cores; core += part.parts()) {
         const pid_t burner = fork();
         if (burner == 0) {
             burn();

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstddef>
+#include <limits>
 #include <new>
 
 namespace ZNORBTEST {
@@ -28,7 +29,7 @@ NoThreads::NoThreads() {
     (void)pthread_getattr_default_np(&m_before);
     pthread_attr_t attributes;
     (void)pthread_attr_init(&attributes);
-    (void)pthread_attr_setstacksize(&attributes, std::size_t{1} << 60);
+    (void)pthread_attr_setstacksize(&attributes, std::numeric_limits<std::size_t>::max() / 16 * 15);
     (void)pthread_setattr_default_np(&attributes);
     (void)pthread_attr_destroy(&attributes);
 }

@@ -57,7 +57,7 @@ std::pair<int, long> record(const SelectRecorder::Call& call) {
 }
 
 void divide(timeval& timeout, long divisor) {
-    const long microseconds = (timeout.tv_sec * 1'000'000 + timeout.tv_usec) / divisor;
+    const auto microseconds = (timeout.tv_sec * 1'000'000 + timeout.tv_usec) / divisor;
     timeout = {microseconds / 1'000'000, microseconds % 1'000'000};
 }
 

@@ -21,8 +21,8 @@ public:
         int highestPlusOne;
         std::vector<int> reading; ///< the descriptors to be read, ascending
         bool onlyReading;         ///< neither writing nor exceptional conditions were asked for
-        long seconds;             ///< of the time-out; -1 without one
-        long microseconds;
+        time_t seconds;           ///< of the time-out; -1 without one
+        decltype(timeval::tv_usec) microseconds;
     };
 
     SelectRecorder();

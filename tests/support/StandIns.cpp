@@ -44,7 +44,7 @@ time_t readClock(time_t* result) {
 }
 
 int sleepMicroseconds(useconds_t count) {
-    const timespec length = {count / 1'000'000, count % 1'000'000 * 1000};
+    const timespec length = {count / 1'000'000, static_cast<long>(count % 1'000'000) * 1000};
     return nanosleep(&length, nullptr);
 }
 
@@ -86,7 +86,7 @@ ssize_t readlink(const char* path, char* buffer, size_t size) noexcept {
 }
 
 int select(int highestPlusOne, fd_set* reading, fd_set* writing, fd_set* exceptional, timeval* timeout) {
-    static const auto original = next<select>("select");
+    static const auto original = next<select>(sizeof(time_t) > sizeof(long) ? "__select64" : "select");
     return InPlaceOf<select>::call(original, highestPlusOne, reading, writing, exceptional, timeout);
 }
 
@@ -135,9 +135,7 @@ int sem_wait(sem_t* semaphore) {
 
 #if !ZNORB_ADDRESS_SANITIZER // the sanitizers map by themselves
 void* mmap(void* address, size_t length, int protection, int flags, int descriptor, off_t offset) noexcept {
-    const auto original = [](auto... arguments) {
-        return reinterpret_cast<void*>(syscall(SYS_mmap, arguments...));
-    };
+    static const auto original = next<mmap>(sizeof(off_t) > sizeof(long) ? "mmap64" : "mmap");
     return InPlaceOf<mmap>::call(original, address, length, protection, flags, descriptor, offset);
 }
 #endif

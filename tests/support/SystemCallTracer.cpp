@@ -47,8 +47,8 @@ private:
     sigset_t m_before{};
 };
 
-long milliseconds(const rusage& usage) {
-    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000 +
+long long milliseconds(const rusage& usage) {
+    return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1000LL +
            (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1000;
 }
 

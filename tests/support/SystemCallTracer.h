@@ -24,13 +24,13 @@ struct TracedStop {
     };
     Kind kind = Kind::Nobody;
     pid_t thread = -1;
-    StoppedCall call{};      ///< Call
-    pid_t child = -1;        ///< Birth
-    bool isThread = false;   ///< Birth: the child is a thread of the same process
-    int signal = 0;          ///< Signal; a handler may put another, or 0, in its place
-    int waitStatus = 0;      ///< End, as waitpid() gives it
-    long milliseconds = 0;   ///< End: of processor time
-    bool isReleased = false; ///< set by a handler: is traced no more when it goes on
+    StoppedCall call{};         ///< Call
+    pid_t child = -1;           ///< Birth
+    bool isThread = false;      ///< Birth: the child is a thread of the same process
+    int signal = 0;             ///< Signal; a handler may put another, or 0, in its place
+    int waitStatus = 0;         ///< End, as waitpid() gives it
+    long long milliseconds = 0; ///< End: of processor time
+    bool isReleased = false;    ///< set by a handler: is traced no more when it goes on
 };
 
 /// Leads processes, all their threads and all their descendants from stop to stop with ptrace: before and

@@ -5,8 +5,8 @@
 #include "tests/support/SetClock.h"
 #include "tests/support/Words.h"
 
-#include <climits>
 #include <cstdlib>
+#include <limits>
 
 namespace {
 
@@ -156,7 +156,7 @@ TEST_F(LoggerTest, YearOfFiveDigitsHasNoTimeText) {
     EXPECT_STREQ(text, "Fri Dec 31 23:59:59 9999");
     EXPECT_EQ(formatLogTime(253402300800, text), 0U);
     EXPECT_STREQ(text, "");
-    EXPECT_EQ(formatLogTime(std::time_t{LONG_MAX}, text), 0U);
+    EXPECT_EQ(formatLogTime(std::numeric_limits<std::time_t>::max(), text), 0U);
     EXPECT_STREQ(text, "");
 }
 

@@ -242,8 +242,8 @@ TEST(OutputStreamToBuffer, CopyOutCrossesFromTheStringThroughTheChunks) {
     writeText(stream, bytes.substr(0, 100));
     stream.flush();
     writeText(stream, bytes.substr(100));
-    for (const std::size_t offset :
-         {0UL, 99UL, 100UL, 100 + chunkSize - 1, 100 + chunkSize, bytes.size() - 1}) {
+    const std::size_t offsets[] = {0, 99, 100, 100 + chunkSize - 1, 100 + chunkSize, bytes.size() - 1};
+    for (const std::size_t offset : offsets) {
         std::size_t copied = 0;
         const std::size_t rest = bytes.size() - offset;
         EXPECT_EQ(copyOf(stream, offset, rest + 5, copied), bytes.substr(offset) + "     ");
