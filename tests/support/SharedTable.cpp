@@ -43,6 +43,10 @@ bool writeSharedTable(std::int64_t offset, const std::string& bytes) {
            static_cast<ssize_t>(bytes.size());
 }
 
+std::string countOf(std::uint32_t number) {
+    return {reinterpret_cast<const char*>(&number), sizeof number};
+}
+
 bool resizeSharedTable(std::int64_t size) {
     const Descriptor descriptor(shm_open(ZNORB_TABLE_NAME, O_RDWR, 0));
     return ftruncate(descriptor.get(), static_cast<off_t>(size)) == 0;

@@ -20,6 +20,9 @@ znorb_shared_table sharedTable();
 /// Behind the object's end it makes it longer.
 bool writeSharedTable(std::int64_t offset, const std::string& bytes);
 
+/// A count as it lies at the table's beginning, in this machine's byte order.
+std::string countOf(std::uint32_t number);
+
 /// Gives the shared table another size, as any process of the machine may; false when there is none.
 bool resizeSharedTable(std::int64_t size);
 

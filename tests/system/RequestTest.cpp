@@ -51,7 +51,7 @@ TEST_F(Request, GetWithoutALanguageIsAnsweredZeroAndLaunchesNothingButWithAnEmpt
 }
 
 TEST_F(Request, GetOfAFullTableIsAnsweredZeroAndLaunchesNothing) {
-    EXPECT_TRUE(writeSharedTable(0, std::string("\x40\0\0\0", 4)));
+    EXPECT_TRUE(writeSharedTable(0, countOf(64)));
     for (off_t entry = 0; entry < 64; ++entry) {
         EXPECT_TRUE(writeSharedTable(4 + 128 * entry, std::string(1, '\1')));
     }

@@ -139,7 +139,7 @@ TEST_F(Security, OthersCanNeitherTakeTheLockNorRemoveTheNamesNorSignalTheDaemon)
 TEST_F(Security, IdentifiersReachTheTestConsoleWithTheirControlCharacters) {
     const auto console = driver.startServingConsole();
     const std::string hostile = "\x1b[2J\a\r\nEntry:  9";
-    EXPECT_TRUE(writeSharedTable(0, std::string("\1\0\0\0", 4)));
+    EXPECT_TRUE(writeSharedTable(0, countOf(1)));
     EXPECT_TRUE(
         writeSharedTable(offsetof(znorb_shared_table, entries) + offsetof(znorb_client_entry, identifier),
                          hostile + std::string(1, '\0')));

@@ -196,7 +196,7 @@ protected:
     void expectEnd() { EXPECT_EQ(console->waitForEnd(), exitedWith(255)); }
 
     /// As clients fill their entries in.
-    static void enterClients() { ASSERT_TRUE(writeSharedTable(0, std::string("\2\0\0\0\1one", 8))); }
+    static void enterClients() { ASSERT_TRUE(writeSharedTable(0, countOf(2) + "\1one")); }
 
     Keys keys;
     const SharedReport<Findings> findings;
