@@ -30,6 +30,15 @@ std::string linkTarget(const std::string& link) {
     return length > 0 ? std::string(target, static_cast<std::size_t>(length)) : std::string();
 }
 
+/// A target too long for a path is that of no file which is looked for here.
+std::string linkTarget(const std::string& link, Doubt& doubt) {
+    std::string target = linkTarget(link);
+    if (target.empty() && errno != ENAMETOOLONG) {
+        doubt.note(link, errno);
+    }
+    return target;
+}
+
 std::string parentOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? std::string() : path.substr(0, slash);
@@ -40,21 +49,31 @@ std::string nameOf(const std::string& path) {
 }
 
 /// The path as /proc shows it: without symbolic links in its directories.
-std::string resolved(const std::string& path) {
+std::string resolved(const std::string& path, Doubt& doubt) {
     char folder[PATH_MAX];
-    return realpath((parentOf(path) + "/").c_str(), folder) != nullptr
-               ? (std::string(folder) == "/" ? "" : std::string(folder)) + "/" + nameOf(path)
-               : path;
+    if (realpath((parentOf(path) + "/").c_str(), folder) != nullptr) {
+        return (std::string(folder) == "/" ? "" : std::string(folder)) + "/" + nameOf(path);
+    }
+    if (errno != ENOENT && errno != ENOTDIR) { // else it has been removed meanwhile
+        doubt.note(parentOf(path), errno);
+    }
+    return path;
 }
 
 /// Calls the function with each name in the directory, until it returns false.
-void forEachName(const std::string& path, const std::function<bool(const char*)>& function) {
+void forEachName(const std::string& path, Doubt& doubt, const std::function<bool(const char*)>& function) {
     DIR* directory = opendir(path.c_str());
     if (directory == nullptr) {
+        doubt.note(path, errno);
         return;
     }
-    for (const dirent* entry = readdir(directory); entry != nullptr; entry = readdir(directory)) {
-        if (!function(entry->d_name)) {
+    for (;;) {
+        errno = 0;
+        const dirent* entry = readdir(directory);
+        if (entry == nullptr && errno != 0) {
+            doubt.note(path, errno);
+        }
+        if (entry == nullptr || !function(entry->d_name)) {
             break;
         }
     }
@@ -62,19 +81,23 @@ void forEachName(const std::string& path, const std::function<bool(const char*)>
 }
 
 /// Calls the function with each line of the file, its end cut off, until it returns false.
-void forEachLine(const std::string& path, const std::function<bool(const char*)>& function) {
+void forEachLine(const std::string& path, Doubt& doubt, const std::function<bool(const char*)>& function) {
     std::FILE* file = std::fopen(path.c_str(), "re");
     if (file == nullptr) {
+        doubt.note(path, errno);
         return;
     }
     char* line = nullptr;
     std::size_t capacity = 0;
-    for (ssize_t length = getline(&line, &capacity, file); length > 0;
-         length = getline(&line, &capacity, file)) {
-        if (line[length - 1] == '\n') {
+    for (;;) {
+        const ssize_t length = getline(&line, &capacity, file);
+        if (length <= 0 && std::feof(file) == 0) {
+            doubt.note(path, errno);
+        }
+        if (length > 0 && line[length - 1] == '\n') {
             line[length - 1] = '\0';
         }
-        if (!function(line)) {
+        if (length <= 0 || !function(line)) {
             break;
         }
     }
@@ -84,9 +107,9 @@ void forEachLine(const std::string& path, const std::function<bool(const char*)>
 
 /// Whether it acts for root, as every responder does. Anybody else may run the executable and map the lock,
 /// and must not be able to hold up the recovery by that.
-bool isRoots(pid_t process) {
+bool isRoots(pid_t process, Doubt& doubt) {
     bool result = false;
-    forEachLine(inProc(process, "status"), [&](const char* line) {
+    forEachLine(inProc(process, "status"), doubt, [&](const char* line) {
         if (std::strncmp(line, "Uid:", 4) != 0) {
             return true;
         }
@@ -98,17 +121,39 @@ bool isRoots(pid_t process) {
     return result;
 }
 
+/// Whether /proc is there, numbers the processes as this one does, and shows every process of root's: where
+/// it hides any (hidepid), it hides process 1, which may do as much as others of root's.
+bool showsProcesses(Doubt& doubt) {
+    struct stat status = {};
+    if (stat("/proc", &status) != 0) {
+        doubt.note("/proc", errno);
+    } else if (linkTarget("/proc/self") != std::to_string(getpid())) {
+        doubt.add("/proc does not show this process");
+    } else if (stat("/proc/1", &status) != 0) {
+        doubt.add("/proc hides processes");
+    }
+    return !doubt.exists();
+}
+
 /// Every process of root's but this one for which the predicate holds.
-std::vector<pid_t> findProcesses(const std::function<bool(pid_t)>& predicate) {
+std::vector<pid_t> findProcesses(Doubt& doubt, const std::function<bool(pid_t)>& predicate) {
     std::vector<pid_t> result;
-    forEachName("/proc", [&](const char* name) {
+    if (!showsProcesses(doubt)) {
+        return result;
+    }
+    bool metItself = false;
+    forEachName("/proc", doubt, [&](const char* name) {
         const long number = std::strtol(name, nullptr, 10);
         const auto process = static_cast<pid_t>(number);
-        if (number > 0 && process != getpid() && isRoots(process) && predicate(process)) {
+        metItself = metItself || process == getpid();
+        if (number > 0 && process != getpid() && isRoots(process, doubt) && predicate(process)) {
             result.push_back(process);
         }
         return true;
     });
+    if (!metItself) {
+        doubt.add("/proc does not show this process");
+    }
     return result;
 }
 
@@ -121,22 +166,13 @@ bool sharesMemoryFolder(pid_t process) {
            (ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino);
 }
 
-/// For a process whose executable may not be looked at.
-bool hasNameOf(pid_t process, const std::string& executable) {
-    constexpr std::size_t longestName = 15; // the kernel cuts it there
-    bool result = false;
-    forEachLine(inProc(process, "comm"), [&](const char* line) {
-        result = nameOf(executable).substr(0, longestName) == line;
-        return false;
-    });
-    return result;
-}
-
 /// True for a command line with the word "-stop". The responder takes no second command beside it, and a
 /// daemon keeps the line that it was started with.
-bool isStopCommand(pid_t process) {
-    std::FILE* file = std::fopen(inProc(process, "cmdline").c_str(), "re");
+bool isStopCommand(pid_t process, Doubt& doubt) {
+    const std::string path = inProc(process, "cmdline");
+    std::FILE* file = std::fopen(path.c_str(), "re");
     if (file == nullptr) {
+        doubt.note(path, errno);
         return false;
     }
     char words[4096];
@@ -170,9 +206,9 @@ std::string listeningInode(const std::string& line, const std::string& path) {
     return listens ? fields[6] : "";
 }
 
-std::vector<std::string> listeningSockets(const std::string& table, const std::string& path) {
+std::vector<std::string> listeningSockets(const std::string& table, const std::string& path, Doubt& doubt) {
     std::vector<std::string> result;
-    forEachLine(table, [&](const char* line) {
+    forEachLine(table, doubt, [&](const char* line) {
         const std::string inode = listeningInode(line, path);
         if (!inode.empty()) {
             result.push_back("socket:[" + inode + "]");
@@ -183,14 +219,15 @@ std::vector<std::string> listeningSockets(const std::string& table, const std::s
 }
 
 /// True when one of the process's descriptors is one of the sockets, given as their links in /proc read.
-bool holdsAny(pid_t process, const std::vector<std::string>& sockets) {
+bool holdsAny(pid_t process, const std::vector<std::string>& sockets, Doubt& doubt) {
     bool result = false;
     const std::string descriptors = inProc(process, "fd");
     if (sockets.empty()) {
         return false;
     }
-    forEachName(descriptors, [&](const char* name) {
-        const std::string target = linkTarget(descriptors + "/" + name);
+    forEachName(descriptors, doubt, [&](const char* name) {
+        const bool isDescriptor = *name != '.';
+        const std::string target = isDescriptor ? linkTarget(descriptors + "/" + name, doubt) : "";
         result = std::find(sockets.begin(), sockets.end(), target) != sockets.end();
         return !result;
     });
@@ -198,12 +235,12 @@ bool holdsAny(pid_t process, const std::vector<std::string>& sockets) {
 }
 
 /// Compares no paths: a named semaphore is mapped before it gets its name.
-bool maps(pid_t process, const struct stat& status) {
+bool maps(pid_t process, const struct stat& status, Doubt& doubt) {
     char device[24];
     (void)std::snprintf(device, sizeof device, "%02x:%02x", major(status.st_dev), minor(status.st_dev));
     const std::string inode = std::to_string(status.st_ino);
     bool result = false;
-    forEachLine(inProc(process, "maps"), [&](const char* line) {
+    forEachLine(inProc(process, "maps"), doubt, [&](const char* line) {
         const std::vector<std::string> fields = splitLine(line, 5); // range, rights, offset, device, inode
         result = fields.size() >= 5 && fields[3] == device && fields[4] == inode;
         return !result;
@@ -211,43 +248,85 @@ bool maps(pid_t process, const struct stat& status) {
     return result;
 }
 
+/// See runsResponder(); `executable` is resolved.
+bool runs(pid_t process, const std::string& executable, Doubt& doubt) {
+    const std::string program = linkTarget(inProc(process, "exe"), doubt);
+    return (program == executable || program == executable + deletedSuffix) && sharesMemoryFolder(process) &&
+           !isStopCommand(process, doubt);
+}
+
+/// False when the process's name is known and is not this one.
+bool mayHaveName(const std::string& folder, const std::string& name) {
+    std::FILE* file = std::fopen((folder + "comm").c_str(), "re");
+    if (file == nullptr) {
+        return true;
+    }
+    char line[64] = {};
+    const bool isKnown = std::fgets(line, sizeof line, file) != nullptr;
+    (void)std::fclose(file);
+    return !isKnown || name + "\n" == line;
+}
+
 } // namespace
+
+Doubt::Doubt(const std::string& executable)
+    : m_name(nameOf(executable).substr(0, 15)) {} // the kernel cuts it there
+
+void Doubt::add(const std::string& text) {
+    if (m_text.empty()) {
+        m_text = text;
+    }
+}
+
+void Doubt::note(const std::string& path, int error) {
+    const std::string processes = "/proc/";
+    const std::size_t number = processes.size();
+    if (path.starts_with(processes) && path.find_first_of("0123456789") == number) {
+        const std::string folder = path.substr(0, path.find('/', number) + 1);
+        const bool hasGone = error == ENOENT || error == ESRCH;
+        const bool isForbidden = error == EACCES || error == EPERM;
+        if (hasGone || (isForbidden && !mayHaveName(folder, m_name))) {
+            return;
+        }
+    }
+    add("cannot read " + path + ": " + std::strerror(error));
+}
 
 std::string installedResponder() {
     const std::string prefix = parentOf(parentOf(linkTarget("/proc/self/exe")));
     return (nameOf(prefix) == "usr" ? parentOf(prefix) : prefix) + "/opt/zn/znorb/bin/znorbresponder";
 }
 
-bool runsResponder(pid_t process, const std::string& executable) {
-    const std::string program = linkTarget(inProc(process, "exe"));
-    if (program.empty()) {
-        return (errno == EACCES || errno == EPERM) && hasNameOf(process, executable);
-    }
-    const std::string wanted = resolved(executable);
-    return (program == wanted || program == wanted + deletedSuffix) && sharesMemoryFolder(process) &&
-           !isStopCommand(process);
+bool runsResponder(pid_t process, const std::string& executable, Doubt& doubt) {
+    return showsProcesses(doubt) && runs(process, resolved(executable, doubt), doubt);
 }
 
-std::vector<pid_t> findResponders(const std::string& executable) {
-    return findProcesses([&](pid_t process) { return runsResponder(process, executable); });
+std::vector<pid_t> findResponders(const std::string& executable, Doubt& doubt) {
+    const std::string wanted = resolved(executable, doubt);
+    return findProcesses(doubt, [&](pid_t process) { return runs(process, wanted, doubt); });
 }
 
-std::vector<pid_t> findUsers(const std::string& path) {
+std::vector<pid_t> findUsers(const std::string& path, Doubt& doubt) {
     struct stat status = {};
     if (lstat(path.c_str(), &status) != 0) {
+        if (errno != ENOENT) {
+            doubt.note(path, errno);
+        }
         return {};
     }
-    return findProcesses([&](pid_t process) { return maps(process, status) && !isStopCommand(process); });
-}
-
-bool listensAt(pid_t process, const std::string& path) {
-    return holdsAny(process, listeningSockets(inProc(process, "net/unix"), path));
-}
-
-std::vector<pid_t> findListeners(const std::string& path) {
-    const std::vector<std::string> sockets = listeningSockets("/proc/self/net/unix", path);
     return findProcesses(
-        [&](pid_t process) { return holdsAny(process, sockets) && sharesMemoryFolder(process); });
+        doubt, [&](pid_t process) { return maps(process, status, doubt) && !isStopCommand(process, doubt); });
+}
+
+bool listensAt(pid_t process, const std::string& path, Doubt& doubt) {
+    return holdsAny(process, listeningSockets(inProc(process, "net/unix"), path, doubt), doubt);
+}
+
+std::vector<pid_t> findListeners(const std::string& path, Doubt& doubt) {
+    const std::vector<std::string> sockets = listeningSockets("/proc/self/net/unix", path, doubt);
+    return findProcesses(doubt, [&](pid_t process) {
+        return holdsAny(process, sockets, doubt) && sharesMemoryFolder(process);
+    });
 }
 
 } // namespace ZNORBTOOLS

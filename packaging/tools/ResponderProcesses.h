@@ -8,9 +8,31 @@
 /// What /proc tells about running responders. Names and files that the daemon leaves in the file system prove
 /// nothing about it: its socket file is never removed, and its lock outlives a SIGKILL.
 ///
-/// Needs root: what may not be looked at counts as running as long as its name is the responder's. What is
-/// found belongs to root, as every responder does: other users cannot stand in the way.
+/// Needs root. What is found belongs to root, as every responder does: other users cannot stand in the way.
 namespace ZNORBTOOLS {
+
+/// Why nobody can tell whether a responder runs: what could not be looked at. An answer below that nobody
+/// runs, uses or listens is worth nothing when there is doubt; an answer that somebody does is true all the
+/// same.
+class Doubt {
+public:
+    /// About a responder of this executable.
+    explicit Doubt(const std::string& executable);
+
+    bool exists() const { return !m_text.empty(); }
+    const std::string& text() const { return m_text; }
+
+    /// The first one stays.
+    void add(const std::string& text);
+
+    /// The path in /proc could not be read. No cause for doubt is a process that has gone, or one that root
+    /// may not look into and that has another name: a responder keeps that of its executable.
+    void note(const std::string& path, int error);
+
+private:
+    std::string m_name;
+    std::string m_text;
+};
 
 /// Where the responder is installed, seen from this program: <prefix>/sbin/<this program> and
 /// <prefix>/usr/sbin/<this program> belong to <prefix>/opt/zn/znorb/bin/znorbresponder.
@@ -19,21 +41,21 @@ std::string installedResponder();
 /// True when the process runs the executable, or ran it before an upgrade or a removal took its file away.
 /// False when the process has ended, a zombie included; when it has a /dev/shm of its own, since the
 /// responder of a container has nothing to do with ours; and for `-stop`, which only visits.
-bool runsResponder(pid_t process, const std::string& executable);
+bool runsResponder(pid_t process, const std::string& executable, Doubt& doubt);
 
 /// Every process for which runsResponder() is true, in no order; test mode and clients that could not be
 /// executed included.
-std::vector<pid_t> findResponders(const std::string& executable);
+std::vector<pid_t> findResponders(const std::string& executable, Doubt& doubt);
 
 /// Every other process that has the file mapped, `-stop` excepted; for responders that were started from
 /// elsewhere.
-std::vector<pid_t> findUsers(const std::string& path);
+std::vector<pid_t> findUsers(const std::string& path, Doubt& doubt);
 
 /// True when the process has a socket that listens at the path.
-bool listensAt(pid_t process, const std::string& path);
+bool listensAt(pid_t process, const std::string& path, Doubt& doubt);
 
 /// Every other process that listens at the path and shares our /dev/shm, as far as it is in our network
 /// namespace.
-std::vector<pid_t> findListeners(const std::string& path);
+std::vector<pid_t> findListeners(const std::string& path, Doubt& doubt);
 
 } // namespace ZNORBTOOLS

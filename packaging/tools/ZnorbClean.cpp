@@ -19,6 +19,7 @@
 /// one's. What makes it safe to run at any time:
 ///
 /// - It looks for processes, not at the lock's count: a count tells nothing about who held it.
+/// - Where it could not look it does not know, and removes nothing.
 /// - The lock goes last: while its name exists every `znorbresponder -d` is refused, and no new daemon can
 ///   make names of its own in between.
 /// - An object is removed only while it is the one that was there before the processes were looked at.
@@ -67,20 +68,36 @@ std::string listed(const std::vector<pid_t>& processes) {
     return result;
 }
 
-/// Why nothing may be removed; empty when nothing speaks against it.
-std::string objection(const std::string& executable, const Leftover& lock) {
-    const std::vector<pid_t> responders = findResponders(executable);
+/// Why nothing may be removed, with the exit status that says so; Clean when nothing speaks against it.
+struct Objection {
+    ExitStatus status = Clean;
+    std::string reason;
+};
+
+/// Who speaks against it, as far as could be looked.
+std::string whoRuns(const std::string& executable, const Leftover& lock, Doubt& doubt) {
+    const std::vector<pid_t> responders = findResponders(executable, doubt);
     if (!responders.empty()) {
         return "a responder runs (process " + listed(responders) + ")";
     }
-    const std::vector<pid_t> holders = findUsers(lock.path);
+    const std::vector<pid_t> holders = findUsers(lock.path, doubt);
     if (!holders.empty()) {
         return "process " + listed(holders) + " uses " + lock.path;
     }
-    const std::vector<pid_t> listeners = findListeners(ZNORBRESPONDER::commandSocketPath);
+    const std::vector<pid_t> listeners = findListeners(ZNORBRESPONDER::commandSocketPath, doubt);
     return listeners.empty()
                ? std::string()
                : "process " + listed(listeners) + " listens on " + ZNORBRESPONDER::commandSocketPath;
+}
+
+Objection objection(const std::string& executable, const Leftover& lock) {
+    Doubt doubt(executable);
+    const std::string somebody = whoRuns(executable, lock, doubt);
+    if (!somebody.empty()) {
+        return {Running, somebody};
+    }
+    return doubt.exists() ? Objection{Failed, "cannot tell whether a responder runs: " + doubt.text()}
+                          : Objection{};
 }
 
 /// False when it is there and cannot be removed.
@@ -118,9 +135,9 @@ int takeTurn() {
     return -1;
 }
 
-int refuse(const std::string& reason) {
-    say(stderr, reason + "; nothing was removed");
-    return Running;
+int refuse(const Objection& objection, const std::string& when) {
+    say(stderr, objection.reason + when + "; nothing was removed");
+    return objection.status;
 }
 
 int clean(const ToolArguments& arguments) {
@@ -128,16 +145,16 @@ int clean(const ToolArguments& arguments) {
         look("the stale table", std::string("/dev/shm") + ZNORBRESPONDER::sharedVariablesName);
     const Leftover lock = look("the stale lock", std::string(ORBCOMMON::semaphoreFiles) +
                                                      (ZNORBRESPONDER::applicationLockName + 1));
-    std::string reason = objection(arguments.executable, lock);
-    if (!reason.empty()) {
-        return refuse(reason);
+    const Objection before = objection(arguments.executable, lock);
+    if (before.status != Clean) {
+        return refuse(before, "");
     }
     if (!removeLeftover(table, arguments.dryRun)) {
         return Failed;
     }
-    reason = objection(arguments.executable, lock);
-    if (!reason.empty()) {
-        return refuse(reason + " by now");
+    const Objection byNow = objection(arguments.executable, lock);
+    if (byNow.status != Clean) {
+        return refuse(byNow, " by now");
     }
     return removeLeftover(lock, arguments.dryRun) ? Clean : Failed;
 }

@@ -16,25 +16,31 @@ namespace {
 
 using namespace ZNORBTOOLS;
 
-enum ExitStatus { Ready = 0, Failed = 1, Gone = 2, TimedOut = 3 };
+enum ExitStatus { Ready = 0, Failed = 1, Gone = 2, TimedOut = 3, Unknown = 4 };
 
-enum class State { Ready, Starting, Gone };
+enum class State { Ready, Starting, Gone, Unknown };
 
-State stateOf(const std::vector<pid_t>& processes) {
+State stateOf(const std::vector<pid_t>& processes, Doubt& doubt) {
     for (const pid_t process : processes) {
-        if (listensAt(process, ZNORBRESPONDER::commandSocketPath)) {
+        if (listensAt(process, ZNORBRESPONDER::commandSocketPath, doubt)) {
             return State::Ready;
         }
+    }
+    if (doubt.exists()) {
+        return State::Unknown;
     }
     return processes.empty() ? State::Gone : State::Starting;
 }
 
 /// Of the one process, or of whatever responder runs when it is 0.
-State look(pid_t process, const std::string& executable) {
+State look(pid_t process, const std::string& executable, Doubt& doubt) {
+    std::vector<pid_t> found;
     if (process == 0) {
-        return stateOf(findResponders(executable));
+        found = findResponders(executable, doubt);
+    } else if (runsResponder(process, executable, doubt)) {
+        found = {process};
     }
-    return runsResponder(process, executable) ? stateOf({process}) : State::Gone;
+    return stateOf(found, doubt);
 }
 
 int finish(ExitStatus status, const std::string& text) {
@@ -48,11 +54,14 @@ int waitFor(pid_t process, const ToolArguments& arguments) {
     for (;;) {
         timespec now = {};
         (void)clock_gettime(CLOCK_MONOTONIC, &now); // before the look: the last look comes at the very end
-        switch (look(process, arguments.executable)) {
+        Doubt doubt(arguments.executable);
+        switch (look(process, arguments.executable, doubt)) {
         case State::Ready:
             return Ready;
         case State::Gone:
             return finish(Gone, "the responder does not run");
+        case State::Unknown:
+            return finish(Unknown, "cannot tell whether the responder runs: " + doubt.text());
         case State::Starting:
             break;
         }

@@ -47,6 +47,10 @@ protected:
             launch.program = m_driver.directory() + "/" + m_tool;
             copyProgram(toolDirectory + "/" + m_tool, launch.program);
         }
+        return noted(launch);
+    }
+
+    ProcessEnd noted(const Launch& launch) {
         const ProgramResult result = runProgram(launch);
         EXPECT_EQ(result.end.kind, ProcessEnd::Kind::Exited);
         (void)m_statuses.insert(result.end.number);
@@ -56,6 +60,19 @@ protected:
             }
         }
         return result.end;
+    }
+
+    /// With so few descriptors that it can open /proc and nothing in it.
+    ProcessEnd runBlind(int descriptors) {
+        Launch launch;
+        launch.program = "/bin/sh";
+        launch.arguments = {"-c",
+                            "exec 3<&- 4<&-; ulimit -n $0; exec \"$@\"",
+                            std::to_string(descriptors),
+                            toolDirectory + "/" + m_tool,
+                            "-e",
+                            m_driver.program()};
+        return noted(launch);
     }
 
     ProcessEnd runOnOurs(std::vector<std::string> arguments = {}) {
@@ -126,6 +143,7 @@ TEST_F(CleanPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
 
     ASSERT_TRUE(m_driver.startServing());
     EXPECT_EQ(runOnOurs(), exitedWith(2)); // a responder runs
+    EXPECT_EQ(runBlind(5), exitedWith(1));
     {
         const Onlooker lock(daemonLock);
         EXPECT_EQ(run({"-e", "/no/such/program"}), exitedWith(2)); // we use the lock
@@ -167,6 +185,7 @@ TEST_F(WaitPage, HasEveryMessageAndStatusThatIsSeenAndEachIsSeen) {
     EXPECT_EQ(runOnOurs({std::to_string(m_driver.daemon())}), exitedWith(0));
     EXPECT_EQ(runOnOurs({""}), exitedWith(2));
     EXPECT_EQ(runOnOurs({"nobody"}), exitedWith(1));
+    EXPECT_EQ(runBlind(4), exitedWith(4));
     EXPECT_EQ(run({}, true), exitedWith(1));
     EXPECT_EQ(run({"too", "many"}), exitedWith(1));
 
