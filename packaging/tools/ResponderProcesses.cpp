@@ -255,8 +255,11 @@ bool runs(pid_t process, const std::string& executable, Doubt& doubt) {
            !isStopCommand(process, doubt);
 }
 
-/// False when the process's name is known and is not this one.
-bool mayHaveName(const std::string& folder, const std::string& name) {
+/// For a process that may not be looked into: false when it has another name, or has ended and runs nothing.
+bool mayRun(const std::string& folder, const std::string& name) {
+    if (linkTarget(folder + "exe").empty() && errno == ENOENT) {
+        return false;
+    }
     std::FILE* file = std::fopen((folder + "comm").c_str(), "re");
     if (file == nullptr) {
         return true;
@@ -285,7 +288,7 @@ void Doubt::note(const std::string& path, int error) {
         const std::string folder = path.substr(0, path.find('/', number) + 1);
         const bool hasGone = error == ENOENT || error == ESRCH;
         const bool isForbidden = error == EACCES || error == EPERM;
-        if (hasGone || (isForbidden && !mayHaveName(folder, m_name))) {
+        if (hasGone || (isForbidden && !mayRun(folder, m_name))) {
             return;
         }
     }
