@@ -2,6 +2,7 @@
 /// it.
 
 #include "tests/docs/SourceTree.h"
+#include "tests/docs/TroubleshootingPage.h"
 #include "tests/sandbox/Processes.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
@@ -25,108 +26,15 @@ namespace {
 using namespace ZNORBTEST;
 
 constexpr const char* stopped = "The ZN Orbisan daemon has stopped.\n";
-const std::string page = "docs/TROUBLESHOOTING.md";
-const std::string heading = "\n## ";
-
-struct Row {
-    std::string symptom;
-    std::string cause;
-    std::string cure;
-};
-
-/// Without the word that it begins with, and on one line.
-std::string paragraphAfter(const std::string& word, const std::string& section) {
-    const std::size_t begin = section.find("\n" + word) + 1 + word.size();
-    std::string text = section.substr(begin, section.find("\n\n", begin) - begin);
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text.substr(0, text.find_last_not_of(' ') + 1);
-}
-
-std::vector<Row> rowsOfThePage() {
-    std::vector<Row> rows;
-    const std::string text = readSource(page);
-    for (auto begin = text.find(heading); begin != std::string::npos; begin = text.find(heading, begin + 1)) {
-        const std::string section = text.substr(begin, text.find(heading, begin + 1) - begin);
-        const std::size_t start = heading.size();
-        EXPECT_THAT(section, AllOf(HasSubstr("\n\nCause: "), HasSubstr("\n\nCure: ")));
-        rows.push_back({section.substr(start, section.find('\n', start) - start),
-                        paragraphAfter("Cause: ", section), paragraphAfter("Cure: ", section)});
-    }
-    return rows;
-}
-
-class Troubleshooting : public testing::Test {
-protected:
-    /// The row with this symptom; each is tried by exactly one test.
-    static Row row(const std::string& symptom) {
-        for (const Row& candidate : rowsOfThePage()) {
-            if (candidate.symptom == symptom) {
-                return candidate;
-            }
-        }
-        ADD_FAILURE() << "the page has no symptom: " << symptom;
-        return {};
-    }
-
-    /// The words of a cell between its nth pair of backquotes.
-    static std::string quoted(const std::string& cell, std::size_t number = 0) {
-        const std::vector<std::string> all = matches(cell, "`([^`]*)`");
-        EXPECT_GT(all.size(), number) << cell;
-        return all.size() > number ? all[number] : "";
-    }
-
-    ProgramResult inShell(const std::string& script) const {
-        return runProgram(shellScript(driver.directory() + ":" + ZNORB_PROGRAM_DIRECTORY, script));
-    }
-
-    /// znorb-clean for this installation, and not for the one that it is installed with.
-    ProgramResult clean() const { return inShell("znorb-clean -e " + driver.program()); }
-
-    void endBy(int number) {
-        ASSERT_TRUE(driver.startServing());
-        ASSERT_NE(driver.endBy(number), stillRunning());
-    }
-
-    void expectAStartToWork() {
-        EXPECT_TRUE(driver.startServing());
-        EXPECT_EQ(driver.run({"-stop"}).output, stopped);
-    }
-
-    /// Everything that runs the executable here: without namespaces of our own we see those of other
-    /// sandboxes.
-    std::vector<pid_t> daemons() const {
-        std::vector<pid_t> result;
-        std::error_code error;
-        const std::filesystem::path ours = std::filesystem::read_symlink("/proc/self/ns/mnt", error);
-        for (const pid_t process : processesRunning(driver.program())) {
-            const std::string mounts = "/proc/" + std::to_string(process) + "/ns/mnt";
-            if (std::filesystem::read_symlink(mounts, error) == ours) {
-                result.push_back(process);
-            }
-        }
-        return result;
-    }
-
-    void terminateAll() const {
-        for (const pid_t process : daemons()) {
-            (void)kill(process, SIGTERM);
-            (void)kill(process, SIGCONT);
-        }
-        EXPECT_TRUE(waitUntil([this]() { return daemons().empty(); }));
-    }
-
-    /// Where there is none.
-    void installTheClient() const { copyProgram(ZNORB_PROGRAM_DIRECTORY "/znorbclient", driver.client()); }
-
-    DaemonDriver driver;
-};
 
 TEST_F(Troubleshooting, HasATestForEveryRow) {
     // The symptoms that the tests below name.
     const std::vector<std::string> tried =
-        matches(readSource("tests/docs/TroubleshootingTest.cpp"), R"SYMPTOM(row\(R"\(([^\n]*)\)"\))SYMPTOM");
+        matches(readSource("tests/docs/TroubleshootingTest.cpp") +
+                    readSource("tests/docs/TroubleshootingMachineTest.cpp"),
+                R"SYMPTOM(row\(R"\(([^\n]*)\)"\))SYMPTOM");
     std::vector<std::string> rows;
-    for (const Row& each : rowsOfThePage()) {
+    for (const TroubleshootingRow& each : troubleshootingRows()) {
         rows.push_back(each.symptom);
     }
     EXPECT_THAT(tried, UnorderedElementsAreArray(rows));
@@ -134,7 +42,7 @@ TEST_F(Troubleshooting, HasATestForEveryRow) {
 }
 
 TEST_F(Troubleshooting, FitsATerminal) {
-    for (const std::string& line : linesOf(readSource(page))) {
+    for (const std::string& line : linesOf(readSource(troubleshootingPage))) {
         EXPECT_LE(line.size(), 80U) << line;
         EXPECT_FALSE(line.starts_with("|")) << line;
     }
@@ -150,11 +58,11 @@ TEST_F(Troubleshooting, IsWhatTheReadmeIsAnExcerptOf) {
     for (const std::string& symptom : symptoms) {
         EXPECT_NE(row(symptom).cure, "") << symptom;
     }
-    EXPECT_THAT(excerpt, HasSubstr("](" + page + ")"));
+    EXPECT_THAT(excerpt, HasSubstr(std::string("](") + troubleshootingPage + ")"));
 }
 
 TEST_F(Troubleshooting, StartedButDead) {
-    const Row it = row(R"(`-d` says "has started", but no daemon runs)");
+    const TroubleshootingRow it = row(R"(`-d` says "has started", but no daemon runs)");
     endBy(SIGTERM);
     ASSERT_TRUE(driver.start());
     EXPECT_EQ(driver.startResult().output, "The ZN Orbisan daemon has started.\n");
@@ -170,7 +78,7 @@ TEST_F(Troubleshooting, StartedButDead) {
 }
 
 TEST_F(Troubleshooting, RefusedThoughNoneRuns) {
-    const Row it = row(R"(`-d` says "Only one instance", but none runs)");
+    const TroubleshootingRow it = row(R"(`-d` says "Only one instance", but none runs)");
     endBy(SIGKILL);
     EXPECT_THAT(driver.run({"-d"}).errors, HasSubstr("Only one instance"));
     EXPECT_EQ(it.cure, "`znorb-clean`");
@@ -186,7 +94,7 @@ TEST_F(Troubleshooting, StopReturns255WithItsMessage) {
 }
 
 TEST_F(Troubleshooting, StopReturns255Silently) {
-    const Row it = row(R"(`-stop` returns 255 and prints nothing)");
+    const TroubleshootingRow it = row(R"(`-stop` returns 255 and prints nothing)");
     endBy(SIGKILL);
     const ProgramResult stop = driver.run({"-stop"});
     EXPECT_EQ(stop.end, exitedWith(255));
@@ -313,7 +221,7 @@ TEST_F(Troubleshooting, NoClientWithoutItsProgram) {
 }
 
 TEST_F(Troubleshooting, GetIsAnsweredZeroAgain) {
-    const Row it = row(R"(`GET` is answered 0 again and again)");
+    const TroubleshootingRow it = row(R"(`GET` is answered 0 again and again)");
     ASSERT_TRUE(driver.startServing());
     for (unsigned index = 0; index < ZNORB_TABLE_CAPACITY; ++index) {
         ASSERT_TRUE(enterClient(index, 0)); // nobody is behind them
@@ -329,7 +237,7 @@ TEST_F(Troubleshooting, GetIsAnsweredZeroAgain) {
 }
 
 TEST_F(Troubleshooting, NcWithEchoDoesNothing) {
-    const Row it = row(R"(`echo QUIT | nc -U` is answered 0, and nothing happens)");
+    const TroubleshootingRow it = row(R"(`echo QUIT | nc -U` is answered 0, and nothing happens)");
     ZNORB_SKIP_IF(inShell("nc -h 2>&1 | grep -q OpenBSD").end != exitedWith(0))
         << "OpenBSD's nc is not installed";
     ASSERT_TRUE(driver.startServing());
@@ -350,7 +258,7 @@ TEST_F(Troubleshooting, ThereIsNoLog) {
 }
 
 TEST_F(Troubleshooting, TestModeIsBusy) {
-    const Row it = row(R"(`-test` keeps a processor busy)");
+    const TroubleshootingRow it = row(R"(`-test` keeps a processor busy)");
     {
         const ChildProcess tester(driver.launch({"-test"}));
         ASSERT_TRUE(tester.waitForOutput("Unified responder waiting for connections\r\n"));
@@ -367,7 +275,7 @@ TEST_F(Troubleshooting, TestModeIsBusy) {
 }
 
 TEST_F(Troubleshooting, TheWebConsoleDoesNotShowIt) {
-    const Row it = row(R"(The web console does not show the application)");
+    const TroubleshootingRow it = row(R"(The web console does not show the application)");
     const std::string console = "/opt/zn/znwbx";
     const std::string source = driver.directory().substr(0, driver.directory().rfind('/')) + "/WBX/znorb.xml";
     writeFile(source, "<application/>\n");
