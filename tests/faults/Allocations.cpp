@@ -1,6 +1,7 @@
 #include "tests/faults/Allocations.h"
 
 #include "tests/faults/Words.h"
+#include "tests/sandbox/ParallelSandboxes.h"
 #include "tests/support/Descriptor.h"
 #include "tests/support/TemporaryFolder.h"
 
@@ -105,7 +106,7 @@ std::vector<AllocationFault> planAllocations(bool forEver, std::string& problem)
     std::vector<AllocationFault> plan;
     for (const LifeKind kind : allLifeKinds) {
         const std::string text =
-            runInSandboxes(1, [kind](std::size_t) { return countAllocations(kind); }).front();
+            ZNORBTEST::runInSandboxes(1, [kind](std::size_t) { return countAllocations(kind); }).front();
         const std::vector<std::string> counts = splitAt(' ', text);
         if (counts.size() != allocationRoles || counts.front() == "0") {
             problem = "allocations cannot be counted (is this a static build?): " + text;
@@ -126,7 +127,7 @@ std::vector<AllocationFault> planAllocations(bool forEver, std::string& problem)
 
 std::vector<AllocationOutcome> runAllocations(const UsualLives& lives,
                                               const std::vector<AllocationFault>& plan) {
-    const std::vector<std::string> texts = runInSandboxes(plan.size(), [&](std::size_t index) {
+    const std::vector<std::string> texts = ZNORBTEST::runInSandboxes(plan.size(), [&](std::size_t index) {
         return runWithFault(lives.at(plan[index].life).observation, plan[index]);
     });
     return outcomesOf<AllocationOutcome>(plan, texts);

@@ -3,7 +3,6 @@
 #include "tests/faults/Fault.h"
 #include "tests/faults/Life.h"
 
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -55,10 +54,5 @@ std::vector<Outcome> outcomesOf(const std::vector<Planned>& plan, const std::vec
     }
     return outcomes;
 }
-
-/// Runs the function for each number below `count`, in worker processes, and collects the texts that it
-/// returns; "no result" when one ended without. At most 4000 bytes of each.
-std::vector<std::string> runInSandboxes(std::size_t count,
-                                        const std::function<std::string(std::size_t)>& run);
 
 } // namespace ZNORBFAULTS
