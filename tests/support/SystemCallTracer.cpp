@@ -1,7 +1,10 @@
 #include "tests/support/SystemCallTracer.h"
 
+#include "tests/support/Files.h"
+
 #include <sys/ptrace.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +17,7 @@
 #include <ctime>
 #include <iterator>
 #include <string>
+#include <utility>
 
 namespace ZNORBTEST {
 namespace {
@@ -36,9 +40,10 @@ public:
     PendingStops(const PendingStops&) = delete;
     PendingStops& operator=(const PendingStops&) = delete;
 
-    /// Not for long at a time: another thread may take the signal.
-    void await() const {
-        const timespec slice = {0, 20000000};
+    /// Until the end, but not for long at a time: another thread may take the signal.
+    void await(Clock::time_point end) const {
+        const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(end - Clock::now());
+        const timespec slice = {0, std::clamp<long>(left.count(), 0, 20000000)};
         (void)sigtimedwait(&m_signals, nullptr, &slice);
     }
 
@@ -61,6 +66,21 @@ void setOptions(pid_t thread) {
 bool hasThread(pid_t process, pid_t thread) {
     const std::string entry = "/proc/" + std::to_string(process) + "/task/" + std::to_string(thread);
     return access(entry.c_str(), F_OK) == 0;
+}
+
+bool isFork(long call) {
+    static constexpr long forks[] = {SYS_clone, SYS_clone3,
+#ifdef SYS_fork
+                                     SYS_fork, SYS_vfork
+#endif
+    };
+    return std::find(std::begin(forks), std::end(forks), call) != std::end(forks);
+}
+
+/// By the calling thread.
+bool isTracedHere(const std::string& process) {
+    return readFileIfAny("/proc/" + process + "/status")
+               .find("\nTracerPid:\t" + std::to_string(gettid()) + "\n") != std::string::npos;
 }
 
 } // namespace
@@ -112,12 +132,16 @@ TracedStop SystemCallTracer::next(Milliseconds bound) {
         if (Clock::now() >= end) {
             return {.kind = Kind::Overdue};
         }
-        pending.await();
+        pending.await(end);
     }
     return {};
 }
 
 bool SystemCallTracer::poll(TracedStop& stop) {
+    if (m_end.has_value()) {
+        stop = *std::exchange(m_end, std::nullopt);
+        return describeEnd(stop);
+    }
     auto place = m_threads.upper_bound(m_last);
     for (std::size_t left = m_threads.size(); left > 0; --left) {
         const auto current = place == m_threads.end() ? m_threads.begin() : place;
@@ -142,8 +166,7 @@ bool SystemCallTracer::describe(TracedStop& stop, int waitStatus) {
     if (!WIFSTOPPED(waitStatus)) {
         stop.kind = Kind::End;
         stop.waitStatus = waitStatus;
-        m_threads.erase(stop.thread);
-        return true;
+        return describeEnd(stop);
     }
     Thread& thread = m_threads.at(stop.thread);
     const int signal = WSTOPSIG(waitStatus);
@@ -151,6 +174,7 @@ bool SystemCallTracer::describe(TracedStop& stop, int waitStatus) {
     if (signal == callStop) {
         stop.kind = Kind::Call;
         isForCaller = readStoppedCall(stop.thread, stop.call);
+        thread.isForking = stop.call.isStart && isFork(stop.call.number);
     } else if (waitStatus >> 16 != 0) {
         isForCaller = describeEvent(stop, waitStatus >> 16);
     } else if (signal == SIGSTOP && !thread.isStarted) {
@@ -166,6 +190,29 @@ bool SystemCallTracer::describe(TracedStop& stop, int waitStatus) {
         goOn(stop);
     }
     return isForCaller;
+}
+
+/// The kernel stops a child that its parent did not live to tell of.
+bool SystemCallTracer::describeEnd(TracedStop& stop) {
+    const pid_t child = m_threads.at(stop.thread).isForking ? unknownChild() : -1;
+    if (child == -1) {
+        m_threads.erase(stop.thread);
+        return true;
+    }
+    m_end = stop;
+    stop = {.kind = Kind::Birth, .thread = stop.thread, .child = child};
+    add(child);
+    return true;
+}
+
+pid_t SystemCallTracer::unknownChild() const {
+    for (const std::string& name : namesIn("/proc")) {
+        const auto process = static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10));
+        if (process > 0 && m_threads.count(process) == 0 && isTracedHere(name)) {
+            return process;
+        }
+    }
+    return -1;
 }
 
 bool SystemCallTracer::describeEvent(TracedStop& stop, int event) {

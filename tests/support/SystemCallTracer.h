@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 
 namespace ZNORBTEST {
 
@@ -41,7 +42,9 @@ struct TracedStop {
 /// - A signal sent to a stopped thread is a stop of its own when the thread goes on: before the call, if it
 ///   stood before one that can be interrupted, and before anything else behind one.
 /// - The stops of several threads are handed out in turn; none is starved.
-/// - A child is handed out as born before it is seen itself.
+/// - A child is handed out as born before it is seen itself. One whose parent was killed while it was being
+/// made
+///   is handed out right before the end of the thread that made it.
 /// - Every wait has a bound. Other children of this process are never waited for, nor is the disposition of
 ///   any signal changed.
 /// - SIGSTOP is taken from a traced thread: nobody is left stopped by it.
@@ -74,15 +77,19 @@ private:
     struct Thread {
         bool isStarted = false;
         bool isStopped = false;
+        bool isForking = false;
     };
 
     bool poll(TracedStop& stop);
     bool describe(TracedStop& stop, int waitStatus);
     bool describeEvent(TracedStop& stop, int event);
+    bool describeEnd(TracedStop& stop);
+    pid_t unknownChild() const;
     bool isAnyRunning() const;
 
     std::map<pid_t, Thread> m_threads;
-    pid_t m_last = -1; ///< the thread whose stop was the last
+    pid_t m_last = -1;               ///< the thread whose stop was the last
+    std::optional<TracedStop> m_end; ///< that comes after a birth
 };
 
 /// In the child: asks to be traced by its parent and stops until it is. False when it cannot be traced.

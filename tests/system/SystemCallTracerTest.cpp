@@ -2,6 +2,7 @@
 
 #include "tests/support/SystemCallTracer.h"
 
+#include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Sanitizers.h"
 
@@ -85,6 +86,32 @@ TEST_F(SystemCalls, SignalAtAStopIsAStopOfItsOwnAndCanBeTakenAway) {
         EXPECT_EQ(signals, 1);
         EXPECT_EQ(end, isTaken ? exitedWith(0) : endedBy(SIGTERM));
     }
+}
+
+TEST_F(SystemCalls, OfAChildWhoseParentDiedInMakingItAreSeenAllTheSame) {
+    const pid_t parent = tracer.start([]() { (void)fork(); });
+    const auto isStopped = [parent]() {
+        const std::string status = readFileIfAny("/proc/" + std::to_string(parent) + "/status");
+        return status.find("\nState:\tt") != std::string::npos;
+    };
+    TracedStop stop = tracer.next();
+    while (!isBefore(stop, SYS_clone) && stop.kind != Kind::Nobody) {
+        tracer.goOn(stop);
+        stop = tracer.next();
+    }
+    tracer.goOn(stop);
+    ASSERT_TRUE(waitUntil(isStopped)); // to tell of its child
+    ASSERT_EQ(kill(parent, SIGKILL), 0);
+    pid_t child = -1;
+    std::vector<ProcessEnd> ends;
+    EXPECT_TRUE(tracer.follow([&](const TracedStop& next) {
+        child = next.kind == Kind::Birth ? next.child : child;
+        if (next.kind == Kind::End) {
+            EXPECT_EQ(next.thread, ends.empty() ? parent : child);
+            ends.push_back(endFrom(next.waitStatus));
+        }
+    }));
+    EXPECT_THAT(ends, testing::ElementsAre(endedBy(SIGKILL), exitedWith(0)));
 }
 
 TEST_F(SystemCalls, OfAProcessThatIsHeldLetAnotherGoFirst) {
