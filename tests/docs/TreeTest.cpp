@@ -13,11 +13,20 @@ namespace {
 
 using namespace ZNORBTEST;
 
-const std::vector<std::string> documents = {
-    "README.md",         "CONTRIBUTING.md",         "CHANGELOG.md",
-    "SECURITY.md",       "docs/ARCHITECTURE.md",    "docs/PERFORMANCE.md",
-    "docs/OPERATING.md", "docs/PROTOCOL.md",        "docs/FAULTS.md",
-    "docs/PACKAGING.md", "docs/TROUBLESHOOTING.md", "docs/PORTABILITY.md"};
+const std::vector<std::string> documents = {"README.md",
+                                            "CONTRIBUTING.md",
+                                            "CHANGELOG.md",
+                                            "SECURITY.md",
+                                            "docs/ARCHITECTURE.md",
+                                            "docs/CAGES.md",
+                                            "docs/PERFORMANCE.md",
+                                            "docs/OPERATING.md",
+                                            "docs/PROTOCOL.md",
+                                            "docs/FAULTS.md",
+                                            "docs/MOMENTS.md",
+                                            "docs/PACKAGING.md",
+                                            "docs/TROUBLESHOOTING.md",
+                                            "docs/PORTABILITY.md"};
 
 constexpr const char* layers[] = {"responder", "common", "foundation"};
 

@@ -64,10 +64,12 @@ unsigned workerCount() {
 
 std::vector<std::string> runInSandboxes(std::size_t count,
                                         const std::function<std::string(std::size_t)>& run) {
-    Board* board = static_cast<Board*>(mapShared(sizeof(Board)));
-    Slot* slots = static_cast<Slot*>(mapShared(count * sizeof(Slot)));
+    std::vector<std::string> texts;
+    auto* board = static_cast<Board*>(mapShared(sizeof(Board)));
+    auto* slots = static_cast<Slot*>(mapShared(count * sizeof(Slot)));
     if (board == nullptr || slots == nullptr) {
-        return std::vector<std::string>(count, "no result: no memory");
+        texts.assign(count, "no result: no memory");
+        return texts;
     }
     board->slots = slots;
     std::vector<pid_t> workers(workerCount());
@@ -82,7 +84,6 @@ std::vector<std::string> runInSandboxes(std::size_t count,
         while (worker > 0 && waitpid(worker, nullptr, 0) == -1 && errno == EINTR) {
         }
     }
-    std::vector<std::string> texts;
     for (std::size_t index = 0; index < count; ++index) {
         texts.emplace_back(slots[index].isDone ? slots[index].text : "no result");
     }

@@ -208,7 +208,7 @@ bool SystemCallTracer::describeEnd(TracedStop& stop) {
 pid_t SystemCallTracer::unknownChild() const {
     for (const std::string& name : namesIn("/proc")) {
         const auto process = static_cast<pid_t>(std::strtol(name.c_str(), nullptr, 10));
-        if (process > 0 && m_threads.count(process) == 0 && isTracedHere(name)) {
+        if (process > 0 && !m_threads.contains(process) && isTracedHere(name)) {
             return process;
         }
     }
