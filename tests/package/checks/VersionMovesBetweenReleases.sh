@@ -6,7 +6,7 @@ export GIT_AUTHOR_NAME=nobody GIT_AUTHOR_EMAIL=nobody@invalid GIT_COMMITTER_NAME
 unset ZNORB_PACKAGE_VERSION
 
 of() { # of <folder> <release>: the version of a package that is made there
-    cmake -DCPACK_PACKAGE_VERSION="$2" -P "$1/packaging/debian/Version.cmake" 2>"$scratch/warned" |
+    cmake -DCPACK_PACKAGE_VERSION="$2" -P "$1/packaging/Version.cmake" 2>"$scratch/warned" |
         sed -n "s/^-- The package's version: //p"
 }
 is() { # is <version, as a pattern> [<folder> [<release>]]
@@ -24,8 +24,8 @@ rises() { # rises <pattern> [<release>]: like that, and an upgrade from the one 
     last=$found
 }
 
-mkdir -p "$history/packaging/debian"
-cp "$source/packaging/debian/Version.cmake" "$history/packaging/debian"
+mkdir -p "$history/packaging"
+cp "$source/packaging/Version.cmake" "$history/packaging"
 echo '## [1.0.0] - 2026-01-01' >"$history/CHANGELOG.md"
 is '1\.0\.0'
 git -C "$history" init --quiet
@@ -59,8 +59,8 @@ rises '1\.1\.0+1\..*' 1.1.0
 
 git clone --quiet --depth 1 --no-tags "file://$history" "$scratch/shallow"
 is '1\.1\.0+0\..*' "$scratch/shallow" 1.1.0
-mkdir -p "$history/inner/packaging/debian"
-cp "$source/packaging/debian/Version.cmake" "$history/inner/packaging/debian"
+mkdir -p "$history/inner/packaging"
+cp "$source/packaging/Version.cmake" "$history/inner/packaging"
 is '1\.0\.0' "$history/inner"
 export ZNORB_PACKAGE_VERSION=1.0.0+5.gabcdef01
 is '1\.0\.0+5\.gabcdef01'

@@ -2,7 +2,7 @@
 # git 1.0.0+N.gREV, with N commits since the release and ".dirty" where files have changed since the last of them; the
 # release itself, or sources without git, have the plain version. ZNORB_PACKAGE_VERSION in the environment has the last
 # word: sources that were taken out of git do not know their place in it.
-get_filename_component(ZNORB_SOURCE ${CMAKE_CURRENT_LIST_DIR}/../.. ABSOLUTE)
+get_filename_component(ZNORB_SOURCE ${CMAKE_CURRENT_LIST_DIR}/.. ABSOLUTE)
 
 # ask_git(<result> <argument>...): what it prints, empty when it fails.
 function(ask_git result)
