@@ -57,8 +57,24 @@ has_ended() { ! readlink "/proc/$1/exe" >/dev/null; }
 # For whoever may have the process id 1: a daemon that it started itself would stay in the foreground.
 by_hand() { sh -c '"$@"; exit $?' sh "$@"; }
 
+# The package by its own manager; rpm has to be told that it is meant on Debian, and knows none of Debian's packages.
+if [ -e znorb.rpm ]; then
+    by_rpm() { rpm --force-debian --dbpath /tmp/rpm --nodeps "$@"; }
+    package_install() { by_rpm --install znorb.rpm; }
+    package_upgrade() { by_rpm --upgrade newer.rpm; }
+    package_verify() { by_rpm --verify znorb; }
+    package_remove() { by_rpm --erase znorb; }
+    package_purge() { package_remove; }
+else
+    package_install() { dpkg --install znorb.deb; }
+    package_upgrade() { dpkg --install znorb.deb; }
+    package_verify() { dpkg --verify znorb; }
+    package_remove() { dpkg --remove znorb; }
+    package_purge() { dpkg --purge znorb; }
+fi
+
 install_package() {
-    dpkg --install znorb.deb >/tmp/installed 2>&1 || fail "dpkg: $(cat /tmp/installed)"
+    package_install >/tmp/installed 2>&1 || fail "not installed: $(cat /tmp/installed)"
     cp znorbclient znorbrequestor $home
 }
 

@@ -2,10 +2,8 @@
 [ "$(control Version)" = "$version-1" ] || fail "the package's is $(control Version)"
 unpack
 for program in opt/zn/znorb/bin/znorbresponder usr/sbin/znorb-clean usr/sbin/znorb-wait; do
-    objcopy --output-target=binary --only-section=.note.package --set-section-flags .note.package=alloc \
-        "$scratch/root/$program" "$scratch/note"
     wanted="{\"type\":\"deb\",\"name\":\"znorb\",\"version\":\"$release\",\"architecture\":\"$(control Architecture)\"}"
-    tr '\000' '\n' <"$scratch/note" | grep -qF "$wanted" || fail "$program's note: $(strings "$scratch/note")"
+    [ "$(note "$scratch/root/$program")" = "$wanted" ] || fail "$program's note: $(note "$scratch/root/$program")"
 done
 gzip -dc "$scratch/root/usr/share/doc/znorb/changelog.Debian.gz" | grep -q "^znorb ($version-1)" ||
     fail "changelog.Debian has another one"

@@ -1,4 +1,4 @@
-# As dpkg orders versions, in a history of its own.
+# As dpkg orders versions, and rpm where it is installed, in a history of its own.
 command -v git >/dev/null || skip "git is not installed"
 history=$scratch/history
 export GIT_CONFIG_GLOBAL=/dev/null GIT_CONFIG_NOSYSTEM=1
@@ -21,6 +21,10 @@ last=0
 rises() { # rises <pattern> [<release>]: like that, and an upgrade from the one before
     is "$1" "$history" "${2:-1.0.0}"
     dpkg --compare-versions "$last-1" lt "$found-1" || fail "$found is no upgrade from $last"
+    if command -v rpm >/dev/null; then
+        [ "$(rpm --eval "%{lua:print(rpm.vercmp('$last-1', '$found-1'))}")" = -1 ] ||
+            fail "$found is no upgrade from $last for rpm"
+    fi
     last=$found
 }
 

@@ -4,8 +4,8 @@ expect 0 by_hand $daemon -d
 expect 0 znorb-wait
 process=$(processes $daemon)
 start_client
-expect 0 dpkg --install znorb.deb
-grep -q 'was not restarted' /tmp/said || fail "dpkg said: $(cat /tmp/said)"
+expect 0 package_upgrade
+grep -q 'was not restarted' /tmp/said || fail "it said: $(cat /tmp/said)"
 [ "$(processes $daemon)" = "$process" ] || fail "the daemon is another one"
 [ "$(readlink "/proc/$process/exe")" = "$daemon (deleted)" ] || fail "the file was not replaced"
 start_client

@@ -1,0 +1,9 @@
+# Also a newer one, for an upgrade.
+folder=$(dirname "$package")
+cd "$source"
+quietly cmake --preset rpm -B "$build"
+quietly cmake --build "$build"
+rm -rf "$folder"/znorb-*.rpm "$folder/newer"
+quietly cpack --config "$build/CPackConfig.cmake" -B "$folder"
+quietly env ZNORB_PACKAGE_VERSION="$release+8.g01234567" cpack --config "$build/CPackConfig.cmake" -B "$folder/newer"
+[ -f "$package" ] || fail "there is no $package: $(ls "$folder")"
