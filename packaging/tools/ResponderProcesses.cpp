@@ -304,6 +304,10 @@ bool runsResponder(pid_t process, const std::string& executable, Doubt& doubt) {
     return showsProcesses(doubt) && runs(process, resolved(executable, doubt), doubt);
 }
 
+bool runsAnything(pid_t process) {
+    return !linkTarget(inProc(process, "exe")).empty();
+}
+
 std::vector<pid_t> findResponders(const std::string& executable, Doubt& doubt) {
     const std::string wanted = resolved(executable, doubt);
     return findProcesses(doubt, [&](pid_t process) { return runs(process, wanted, doubt); });

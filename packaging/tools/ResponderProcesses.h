@@ -43,6 +43,9 @@ std::string installedResponder();
 /// responder of a container has nothing to do with ours; and for `-stop`, which only visits.
 bool runsResponder(pid_t process, const std::string& executable, Doubt& doubt);
 
+/// False when the process has ended, a zombie included.
+bool runsAnything(pid_t process);
+
 /// Every process for which runsResponder() is true, in no order; test mode and clients that could not be
 /// executed included.
 std::vector<pid_t> findResponders(const std::string& executable, Doubt& doubt);

@@ -32,15 +32,17 @@ State stateOf(const std::vector<pid_t>& processes, Doubt& doubt) {
     return processes.empty() ? State::Gone : State::Starting;
 }
 
-/// Of the one process, or of whatever responder runs when it is 0.
+/// Of whatever responder runs, or of the one process. That may be about to execute the responder, as a
+/// service manager's child is at first: only its end ends the wait.
 State look(pid_t process, const std::string& executable, Doubt& doubt) {
-    std::vector<pid_t> found;
     if (process == 0) {
-        found = findResponders(executable, doubt);
-    } else if (runsResponder(process, executable, doubt)) {
-        found = {process};
+        return stateOf(findResponders(executable, doubt), doubt);
     }
-    return stateOf(found, doubt);
+    if (runsResponder(process, executable, doubt)) {
+        return stateOf({process}, doubt);
+    }
+    const State state = stateOf({}, doubt);
+    return state == State::Gone && runsAnything(process) ? State::Starting : state;
 }
 
 int finish(ExitStatus status, const std::string& text) {
