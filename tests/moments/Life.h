@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tests/moments/Observation.h"
 #include "tests/moments/TracedLife.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/LocalConnection.h"
@@ -45,9 +46,6 @@ struct Surroundings {
     /// Whether all that the other one has is there.
     bool include(const Surroundings& other) const;
 };
-
-/// What a life showed to the outside: questions and their answers, all texts.
-using Observation = std::map<std::string, std::string>;
 
 /// One traced life in a sandbox's runner, from its start to what the next starts make of what it left. One
 /// thread does it all: it leads the traced threads from stop to stop, and takes the story's next step
@@ -107,9 +105,5 @@ private:
     std::map<std::string, std::string> m_needed; ///< by role: what it took to end it
     Observation m_seen;
 };
-
-/// What differs from a life in which nothing happened, in words; "as ever" when nothing does. The replies and
-/// the clients of a daemon that did not come to its usual end do not count, unless they are wrong.
-std::string difference(const Observation& usual, const Observation& seen);
 
 } // namespace ZNORBMOMENTS
