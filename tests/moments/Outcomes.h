@@ -8,7 +8,7 @@ namespace ZNORBMOMENTS {
 struct ExpectedOutcome {
     const char* kind; ///< this and the next three as for fnmatch(FNM_EXTMATCH)
     const char* role;
-    const char* call;
+    const char* call; ///< with its number among those of its kind on the thread: "unlink 2"
     const char* outcome;
     const char* name; ///< the outcome in short
     const char* reason;

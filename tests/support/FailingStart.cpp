@@ -60,7 +60,7 @@ void expectToPassInCopyWith(const char* variable) {
     const ProgramResult copy = runProgram(
         {.program = "/proc/self/exe",
          .arguments = {std::string("--gtest_filter=") + test.test_suite_name() + "." + test.name()},
-         .environment = {std::string(variable) + "=1"}},
+         .environment = {std::string(variable) + "=1", "GTEST_TOTAL_SHARDS=1", "GTEST_SHARD_INDEX=0"}},
         boundOfAllCopies);
     EXPECT_EQ(copy.end, exitedWith(EXIT_SUCCESS)) << copy.output << copy.errors;
     EXPECT_NE(copy.output.find("[  PASSED  ] 1 test."), std::string::npos) << copy.output;
