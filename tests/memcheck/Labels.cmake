@@ -5,6 +5,10 @@
 # Start, GET, PRINT, sweep, stop, SIGTERM, failed launch, test mode, publication.
 set(short Request Publication FailedLaunch LaunchedClient LongInstallationPath Console Start Stop Termination)
 
+# They live one story many times.
+set(repeated Termination.BySeveralSignals Termination.RightAfterTheStart Stop.LeavesTheSocketFileOnly
+    Start.IsRefusedToAnOrdinaryUser)
+
 set(left_out
     Sandbox IsolatedSandbox DirectSandbox ExampleClient ExampleRequester # not of the running daemon
     # They look at the memory of the process, at its signal handlers or at its processor time, which are valgrind's.
@@ -34,8 +38,9 @@ endfunction()
 if(system_tests_TESTS) # none before they are built
     select(short ${short})
     select(left_out ${left_out})
+    select(repeated ${repeated})
     list(REMOVE_ITEM system_tests_TESTS ${left_out})
-    list(REMOVE_ITEM short ${left_out})
+    list(REMOVE_ITEM short ${left_out} ${repeated})
     set_tests_properties(${system_tests_TESTS} PROPERTIES LABELS "system;memcheck-long")
     set_tests_properties(${short} PROPERTIES LABELS "system;memcheck-long;memcheck")
 endif()

@@ -17,8 +17,12 @@
 namespace ZNORBTEST {
 namespace {
 
-/// Where the build puts its programs.
-constexpr const char* builtPrograms = ZNORB_TEST_PROGRAMS;
+/// Where the build puts a program of its own; or, of the executable itself, which one is to be tested
+/// instead.
+std::string builtProgram(const std::string& name) {
+    const char* other = std::getenv("ZNORB_RESPONDER");
+    return name == "znorbresponder" && other != nullptr ? other : ZNORB_TEST_PROGRAMS "/" + name;
+}
 
 /// The socket's name is "/var/run/...", which usually is the same directory.
 std::vector<std::string> allNames() {
@@ -97,8 +101,7 @@ DaemonDriver::DaemonDriver(std::string directory)
     : m_directory(std::move(directory)), m_namesBefore(allNames()) {
     EXPECT_FALSE(exists(m_directory)) << m_directory << " is somebody else's";
     for (const std::string& installed : {program(), client(), requestor()}) {
-        const std::string name = std::filesystem::path(installed).filename();
-        copyProgram(std::string(builtPrograms) + "/" + name, installed);
+        copyProgram(builtProgram(std::filesystem::path(installed).filename()), installed);
     }
 }
 
@@ -126,9 +129,9 @@ void DaemonDriver::endProcesses() {
     EXPECT_TRUE(ended) << "processes of " << m_directory << " cannot be ended";
 }
 
-void DaemonDriver::installAsClient(const std::string& builtProgram) const {
+void DaemonDriver::installAsClient(const std::string& name) const {
     EXPECT_EQ(unlink(client().c_str()), 0);
-    copyProgram(std::string(builtPrograms) + "/" + builtProgram, client());
+    copyProgram(builtProgram(name), client());
 }
 
 Launch DaemonDriver::launch(const std::vector<std::string>& arguments) const {

@@ -19,7 +19,8 @@ namespace ZNORBTEST {
 /// about any of its processes.
 ///
 /// ZNORB_WRAPPER in the environment, such as "/usr/bin/valgrind --log-file=%q{ZNORB_RUNNING_TEST}.%p", is the
-/// command that runs the executable; its words are separated by spaces.
+/// command that runs the executable; its words are separated by spaces. ZNORB_RESPONDER is the executable,
+/// where it is not to be the build's.
 class DaemonDriver {
 public:
     /// Short: the daemon cuts the path of its executable at 80 bytes.
@@ -35,7 +36,7 @@ public:
     std::string requestor() const { return m_directory + "/znorbrequestor"; }
 
     /// Puts another of the build's programs into the client's place.
-    void installAsClient(const std::string& builtProgram) const;
+    void installAsClient(const std::string& name) const;
 
     /// "NAME=value" for every process that is started from now on.
     void setEnvironment(const std::string& setting) { m_environment.push_back(setting); }
