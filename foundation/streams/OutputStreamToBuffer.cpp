@@ -38,11 +38,21 @@ OutputStreamToBuffer::~OutputStreamToBuffer() {
 }
 
 void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
+    const std::uint32_t count = length;
+    if (m_chunks.empty() || count >= chunkSize - m_fill) {
+        fillChunks(data, count);
+        return;
+    }
+    char* const target = m_chunks.last().bytes + m_fill;
+    m_fill += count;
+    std::copy_n(data, count, target);
+}
+
+void OutputStreamToBuffer::fillChunks(const char* data, std::uint32_t count) {
     if (m_chunks.empty() && !appendChunk()) {
         return;
     }
-    std::uint32_t pending = length;
-    for (std::uint32_t room = chunkSize - m_fill; pending >= room; room = chunkSize) {
+    for (std::uint32_t room = chunkSize - m_fill; count >= room; room = chunkSize) {
         char* const target = m_chunks.last().bytes + m_fill;
         // The next chunk comes first: a last chunk without room would never take another byte.
         if (!appendChunk()) {
@@ -50,11 +60,10 @@ void OutputStreamToBuffer::write(const char* data, const unsigned int& length) {
         }
         std::copy_n(data, room, target);
         data += room;
-        pending -= room;
+        count -= room;
         m_fill = 0;
     }
-    std::copy_n(data, pending, m_chunks.last().bytes + m_fill);
-    m_fill += pending;
+    OutputStreamToBuffer::write(data, count);
 }
 
 void OutputStreamToBuffer::flush() {

@@ -67,6 +67,10 @@ private:
         char bytes[chunkSize];
     };
 
+    /// Writes what needs another chunk: fills chunks as long as there is enough, then writes the rest. Never
+    /// inlined, as that would double the time of the usual write.
+    [[gnu::noinline]] void fillChunks(const char* data, std::uint32_t count);
+
     /// Gives the list one more last chunk, not initialised; false, and no change, without memory for it.
     bool appendChunk();
 
