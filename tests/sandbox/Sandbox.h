@@ -32,7 +32,7 @@ enum class SandboxMode { None, Isolated, Direct };
 
 struct SandboxOptions {
     /// How long a direct session waits for the one before it.
-    int lockSeconds = 100;
+    int lockSeconds = 500;
 };
 
 struct SandboxOutcome {
