@@ -1,9 +1,9 @@
 #include "tests/faults/Allocations.h"
 
-#include "tests/faults/Words.h"
 #include "tests/sandbox/ParallelSandboxes.h"
 #include "tests/support/Descriptor.h"
 #include "tests/support/TemporaryFolder.h"
+#include "tests/tracing/Words.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -14,6 +14,8 @@
 
 namespace ZNORBFAULTS {
 namespace {
+
+using namespace ZNORBTRACING;
 
 constexpr const char* allocatorLibrary = ZNORB_FAILING_ALLOCATOR;
 

@@ -1,8 +1,8 @@
 #include "tests/faults/Campaign.h"
 
-#include "tests/faults/SystemCalls.h"
-#include "tests/faults/Words.h"
 #include "tests/sandbox/ParallelSandboxes.h"
+#include "tests/tracing/SystemCalls.h"
+#include "tests/tracing/Words.h"
 
 #include <algorithm>
 #include <iterator>
@@ -11,6 +11,7 @@
 namespace ZNORBFAULTS {
 namespace {
 
+using namespace ZNORBTRACING;
 using ZNORBTEST::runInSandboxes;
 
 constexpr unsigned fewOccurrences = 8;

@@ -1,8 +1,10 @@
 #include "tests/faults/Fault.h"
 
-#include "tests/faults/SystemCalls.h"
+#include "tests/tracing/SystemCalls.h"
 
 namespace ZNORBFAULTS {
+
+using ZNORBTRACING::errorName;
 
 std::string describe(const Fault& fault) {
     switch (fault.kind) {

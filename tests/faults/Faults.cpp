@@ -13,7 +13,7 @@
 #include "tests/faults/Expectations.h"
 #include "tests/faults/Report.h"
 #include "tests/faults/Tracer.h"
-#include "tests/sandbox/Sandbox.h"
+#include "tests/tracing/Skipping.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -87,12 +87,6 @@ std::vector<Result> failAllocations(bool isWhole, std::string& problem) {
     return results;
 }
 
-bool canHaveSandbox(std::string& reason) {
-    const ZNORBTEST::SandboxOutcome outcome = ZNORBTEST::runSandboxed([]() { return EXIT_SUCCESS; });
-    reason = outcome.reason;
-    return outcome.kind == ZNORBTEST::SandboxOutcome::Kind::Ended;
-}
-
 } // namespace
 
 int main(int argc, char** argv) {
@@ -102,12 +96,11 @@ int main(int argc, char** argv) {
                          stderr);
         return EXIT_FAILURE;
     }
-    std::string problem;
-    if (!ZNORBTEST::canChangeCalls() || !ZNORBTEST::canTrace() || !canHaveSandbox(problem)) {
-        std::printf("znorb-faults: skipped: processes cannot be traced here, or put into a sandbox %s\n",
-                    problem.c_str());
+    if (const std::optional<std::string> reason = ZNORBTRACING::reasonToSkip(); reason.has_value()) {
+        std::printf("znorb-faults: skipped: %s\n", reason->c_str());
         return skipped;
     }
+    std::string problem;
     const bool areCalls = arguments.campaign == "calls";
     const std::vector<Result> results =
         areCalls ? failCalls(arguments.isWhole, problem) : failAllocations(arguments.isWhole, problem);

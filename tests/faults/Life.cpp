@@ -1,12 +1,12 @@
 #include "tests/faults/Life.h"
 
-#include "tests/faults/Words.h"
 #include "tests/sandbox/Processes.h"
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/PlayedDaemon.h"
+#include "tests/tracing/Words.h"
 
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -22,6 +22,7 @@
 namespace ZNORBFAULTS {
 namespace {
 
+using namespace ZNORBTRACING;
 using namespace ZNORBTEST;
 
 constexpr const char* console = "/opt/zn/znwbx";

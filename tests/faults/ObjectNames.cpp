@@ -9,6 +9,8 @@
 namespace ZNORBFAULTS {
 namespace {
 
+using namespace ZNORBTRACING;
+
 using namespace ZNORBTEST;
 
 /// "/dev/shm/sem.aB3xYz" and "/proc/4711/exe" are others in every life.

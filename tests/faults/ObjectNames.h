@@ -1,7 +1,7 @@
 #pragma once
 
-#include "tests/faults/SystemCalls.h"
 #include "tests/support/StoppedCall.h"
+#include "tests/tracing/SystemCalls.h"
 
 #include <sys/types.h>
 
@@ -18,10 +18,11 @@ using ZNORBTEST::StoppedCall;
 class ObjectNames {
 public:
     /// The object of a call that is about to be made.
-    std::string nameOf(pid_t thread, const SystemCall& call, const StoppedCall& start) const;
+    std::string nameOf(pid_t thread, const ZNORBTRACING::SystemCall& call, const StoppedCall& start) const;
 
     /// Learns from a call that has been made on the object of that name.
-    void learn(const SystemCall& call, const StoppedCall& start, const std::string& name, long result);
+    void learn(const ZNORBTRACING::SystemCall& call, const StoppedCall& start, const std::string& name,
+               long result);
 
 private:
     std::string descriptor(std::uint64_t number) const;

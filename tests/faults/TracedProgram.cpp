@@ -1,9 +1,9 @@
 #include "tests/faults/TracedProgram.h"
 
 #include "tests/faults/Tracer.h"
-#include "tests/faults/Words.h"
 #include "tests/support/Files.h"
 #include "tests/support/SystemCallTracer.h"
+#include "tests/tracing/Words.h"
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -19,6 +19,7 @@
 namespace ZNORBFAULTS {
 namespace {
 
+using namespace ZNORBTRACING;
 [[noreturn]] void execute(const ZNORBTEST::Launch& launch, int output, int errors) {
     std::vector<std::string> words = {launch.program};
     words.insert(words.end(), launch.arguments.begin(), launch.arguments.end());

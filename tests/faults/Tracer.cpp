@@ -1,8 +1,8 @@
 #include "tests/faults/Tracer.h"
 
-#include "tests/faults/SystemCalls.h"
-#include "tests/faults/Words.h"
 #include "tests/sandbox/Processes.h"
+#include "tests/tracing/SystemCalls.h"
+#include "tests/tracing/Words.h"
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -14,6 +14,7 @@
 namespace ZNORBFAULTS {
 namespace {
 
+using namespace ZNORBTRACING;
 using namespace ZNORBTEST;
 
 constexpr Milliseconds longestSilence{120000}; // a patient life waits for more than a minute

@@ -52,7 +52,7 @@ private:
     struct Thread {
         std::shared_ptr<Process> process;
         std::string role;
-        const SystemCall* call = nullptr; ///< under way
+        const ZNORBTRACING::SystemCall* call = nullptr; ///< under way
         StoppedCall start;
         std::string object;
         unsigned occurrence = 0;

@@ -1,53 +1,12 @@
 #include "tests/moments/Boundary.h"
 
-#include "tests/faults/SystemCalls.h"
-
-#include <sys/syscall.h>
-
-#include <algorithm>
-#include <iterator>
-#include <utility>
+#include "tests/tracing/CallNames.h"
 
 namespace ZNORBMOMENTS {
-namespace {
-
-/// Those that the faults leave out.
-constexpr std::pair<long, const char*> otherNames[] = {
-    {SYS_exit, "exit"},
-    {SYS_exit_group, "exit_group"},
-    {SYS_flock, "flock"},
-    {SYS_futex, "futex"},
-    {SYS_getdents64, "getdents64"},
-    {SYS_geteuid, "geteuid"},
-    {SYS_getpid, "getpid"},
-    {SYS_getppid, "getppid"},
-    {SYS_getrandom, "getrandom"},
-    {SYS_gettid, "gettid"},
-    {SYS_rt_sigreturn, "rt_sigreturn"},
-    {SYS_set_tid_address, "set_tid_address"},
-    {SYS_umask, "umask"},
-#ifdef SYS_arch_prctl
-    {SYS_arch_prctl, "arch_prctl"},
-    {SYS_lstat, "lstat"},
-    {SYS_pause, "pause"},
-#endif
-};
-
-} // namespace
-
-std::string callName(long number) {
-    const ZNORBFAULTS::SystemCall* known = ZNORBFAULTS::findSystemCall(number);
-    if (known != nullptr) {
-        return known->name;
-    }
-    const auto* const other = std::find_if(std::begin(otherNames), std::end(otherNames),
-                                           [number](const auto& entry) { return entry.first == number; });
-    return other != std::end(otherNames) ? other->second : "call " + std::to_string(number);
-}
 
 std::string describe(const Boundary& boundary) {
-    return boundary.role + (boundary.isBefore ? ", before " : ", behind ") + callName(boundary.call) + " " +
-           std::to_string(boundary.occurrence);
+    return boundary.role + (boundary.isBefore ? ", before " : ", behind ") +
+           ZNORBTRACING::callName(boundary.call) + " " + std::to_string(boundary.occurrence);
 }
 
 } // namespace ZNORBMOMENTS

@@ -19,7 +19,4 @@ struct Boundary {
 /// As in "main, before unlink 2".
 std::string describe(const Boundary& boundary);
 
-/// "futex" and the like.
-std::string callName(long number);
-
 } // namespace ZNORBMOMENTS

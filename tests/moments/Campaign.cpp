@@ -1,7 +1,7 @@
 #include "tests/moments/Campaign.h"
 
-#include "tests/faults/Words.h"
 #include "tests/sandbox/ParallelSandboxes.h"
+#include "tests/tracing/Words.h"
 
 #include <algorithm>
 #include <iterator>
@@ -10,8 +10,8 @@
 namespace ZNORBMOMENTS {
 namespace {
 
-using ZNORBFAULTS::splitAt;
 using ZNORBTEST::TracedStop;
+using ZNORBTRACING::splitAt;
 
 constexpr std::size_t recordings = 8;
 /// A life that does not come to the moment, because chance is in it, proves nothing: it is lived again.

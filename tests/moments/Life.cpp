@@ -53,13 +53,6 @@ Launch tool(const std::string& name, const DaemonDriver& driver) {
     return result;
 }
 
-/// As /proc has it: 'S' for one that waits.
-char stateOf(pid_t pid) {
-    const std::string line = readFileIfAny("/proc/" + std::to_string(pid) + "/stat");
-    const std::size_t end = line.rfind(')');
-    return end == std::string::npos || line.size() < end + 3 ? ' ' : line[end + 2];
-}
-
 std::string onOneLine(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');
     text.erase(std::remove(text.begin(), text.end(), '\r'), text.end());

@@ -9,7 +9,7 @@
 #include "tests/moments/Campaign.h"
 #include "tests/moments/Outcomes.h"
 #include "tests/moments/Report.h"
-#include "tests/sandbox/Sandbox.h"
+#include "tests/tracing/Skipping.h"
 
 #include <cstdio>
 #include <cstdlib>
@@ -46,12 +46,6 @@ Arguments parse(int argc, char** argv) {
         }
     }
     return arguments;
-}
-
-bool canHaveSandbox(std::string& reason) {
-    const ZNORBTEST::SandboxOutcome outcome = ZNORBTEST::runSandboxed([]() { return EXIT_SUCCESS; });
-    reason = outcome.reason;
-    return outcome.kind == ZNORBTEST::SandboxOutcome::Kind::Ended;
 }
 
 std::vector<Moment> chosenMoments(const Arguments& arguments, const UsualLives& lives) {
@@ -91,10 +85,8 @@ int main(int argc, char** argv) {
         (void)std::fputs("usage: znorb-moments all|short|KIND [NUMBER] [--document FILE]\n", stderr);
         return EXIT_FAILURE;
     }
-    std::string problem;
-    if (!ZNORBTEST::canChangeCalls() || !ZNORBTEST::canTrace() || !canHaveSandbox(problem)) {
-        std::printf("znorb-moments: skipped: processes cannot be traced here, or put into a sandbox %s\n",
-                    problem.c_str());
+    if (const std::optional<std::string> reason = ZNORBTRACING::reasonToSkip(); reason.has_value()) {
+        std::printf("znorb-moments: skipped: %s\n", reason->c_str());
         return skipped;
     }
     return run(arguments);

@@ -1,5 +1,7 @@
 #include "tests/moments/Outcomes.h"
 
+#include "tests/tracing/CallNames.h"
+
 #include <fnmatch.h>
 
 #include <algorithm>
@@ -126,7 +128,8 @@ bool matches(const char* pattern, const std::string& text) {
 const ExpectedOutcome* findOutcome(const Result& result) {
     const Moment& moment = result.moment;
     const Boundary& boundary = moment.boundary;
-    const std::string call = callName(boundary.call) + " " + std::to_string(boundary.occurrence);
+    const std::string call =
+        ZNORBTRACING::callName(boundary.call) + " " + std::to_string(boundary.occurrence);
     const auto* const found =
         std::find_if(std::begin(outcomes), std::end(outcomes), [&](const ExpectedOutcome& row) {
             return matches(row.kind, moment.kind->name) && matches(row.role, boundary.role) &&

@@ -1,10 +1,9 @@
 #include "tests/moments/TracedLife.h"
 
 #include "tests/support/Files.h"
+#include "tests/tracing/Execution.h"
 
-#include <fcntl.h>
 #include <sys/mman.h>
-#include <sys/personality.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -17,22 +16,6 @@ namespace {
 using namespace ZNORBTEST;
 
 constexpr Milliseconds patience{2};
-
-void execute(const Launch& launch, int input, int output) {
-    std::vector<std::string> words = {launch.program};
-    words.insert(words.end(), launch.arguments.begin(), launch.arguments.end());
-    std::vector<char*> argv;
-    argv.reserve(words.size() + 1);
-    for (std::string& word : words) {
-        argv.push_back(word.data());
-    }
-    argv.push_back(nullptr);
-    (void)dup2(input != -1 ? input : open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
-    (void)dup2(output, STDOUT_FILENO);
-    (void)dup2(output, STDERR_FILENO);
-    (void)personality(ADDR_NO_RANDOMIZE); // the same calls for memory in every life
-    (void)execv(launch.program.c_str(), argv.data());
-}
 
 } // namespace
 
@@ -48,7 +31,7 @@ TracedLife::~TracedLife() {
 void TracedLife::launch(const std::string& role, const Launch& program, int input) {
     const int output = memfd_create("output", MFD_CLOEXEC);
     m_outputs[role] = output;
-    const pid_t child = m_tracer.start([&]() { execute(program, input, output); });
+    const pid_t child = m_tracer.start([&]() { ZNORBTRACING::execute(program, input, output); });
     m_actors.push_back({.role = role, .pid = child});
     m_threads[child] = {.role = role, .actor = m_actors.size() - 1};
 }

@@ -105,6 +105,12 @@ std::string programOf(pid_t pid) {
     return runsAnother ? programRunIn(pid) : program;
 }
 
+char stateOf(pid_t pid) {
+    const std::string line = statLine(pid);
+    const std::size_t end = line.rfind(')');
+    return end == std::string::npos || line.size() < end + 3 ? ' ' : line[end + 2];
+}
+
 std::optional<std::string> statusField(pid_t pid, const std::string& field) {
     const std::string text = fileOf(pid, "status");
     const std::size_t start = text.find("\n" + field + ":\t");

@@ -19,6 +19,10 @@ std::string programOf(pid_t pid);
 /// The process' name, at most 15 characters; empty when there is no such process. Zombies keep theirs.
 std::string nameOf(pid_t pid);
 
+/// What the process or thread does: 'S' for one that waits, 't' for one that a tracer has stopped; ' ' when
+/// it is gone.
+char stateOf(pid_t pid);
+
 /// The value of a field in the process' status, such as "SigIgn"; nullopt when there is none.
 std::optional<std::string> statusField(pid_t pid, const std::string& field);
 

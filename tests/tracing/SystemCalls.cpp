@@ -1,4 +1,4 @@
-#include "tests/faults/SystemCalls.h"
+#include "tests/tracing/SystemCalls.h"
 
 #include <sys/syscall.h>
 
@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <iterator>
 
-namespace ZNORBFAULTS {
+namespace ZNORBTRACING {
 namespace {
 
 // Grouped by what the manual pages have in common.
@@ -143,4 +143,4 @@ std::string errorName(int error) {
     return name != nullptr ? name : std::to_string(error);
 }
 
-} // namespace ZNORBFAULTS
+} // namespace ZNORBTRACING

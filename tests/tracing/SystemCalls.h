@@ -4,7 +4,7 @@
 #include <vector>
 
 /// The system calls that a life of the daemon is made of, and how each may fail.
-namespace ZNORBFAULTS {
+namespace ZNORBTRACING {
 
 /// What tells one call from another of the same name: the object that it works on.
 enum class Object {
@@ -47,4 +47,4 @@ inline constexpr char unlistedCall[] = "number ";
 /// "ENOMEM" and the like.
 std::string errorName(int error);
 
-} // namespace ZNORBFAULTS
+} // namespace ZNORBTRACING

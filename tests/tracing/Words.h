@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace ZNORBFAULTS {
+namespace ZNORBTRACING {
 
 /// The parts between the separators, empty ones included; at least one.
 std::vector<std::string> splitAt(char separator, const std::string& text);
@@ -11,4 +11,4 @@ std::vector<std::string> splitAt(char separator, const std::string& text);
 /// The parts with the separator between them.
 std::string joined(const std::vector<std::string>& parts, const std::string& separator);
 
-} // namespace ZNORBFAULTS
+} // namespace ZNORBTRACING

@@ -1,6 +1,6 @@
-#include "tests/faults/Words.h"
+#include "tests/tracing/Words.h"
 
-namespace ZNORBFAULTS {
+namespace ZNORBTRACING {
 
 std::vector<std::string> splitAt(char separator, const std::string& text) {
     std::vector<std::string> parts(1);
@@ -22,4 +22,4 @@ std::string joined(const std::vector<std::string>& parts, const std::string& sep
     return text;
 }
 
-} // namespace ZNORBFAULTS
+} // namespace ZNORBTRACING
