@@ -23,6 +23,7 @@ constexpr std::pair<long, const char*> otherNames[] = {
     {SYS_getppid, "getppid"},
     {SYS_getrandom, "getrandom"},
     {SYS_gettid, "gettid"},
+    {SYS_kill, "kill"},
     {SYS_rt_sigreturn, "rt_sigreturn"},
     {SYS_set_tid_address, "set_tid_address"},
     {SYS_umask, "umask"},

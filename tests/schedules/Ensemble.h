@@ -1,0 +1,119 @@
+#pragma once
+
+#include "tests/schedules/SharedCall.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/SystemCallTracer.h"
+
+#include <sys/types.h>
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace ZNORBSCHEDULES {
+
+/// A traced thread. Its role is that of what it was launched as; the child of "-d" is "-d fork", and the
+/// child of that "-d daemon", whose second thread is "-d responder", whose children are "-d launch 1" and so
+/// on.
+struct Participant {
+    std::string role;
+    std::string family; ///< the role that all of them come from, who share memory
+    pid_t thread = -1;
+    pid_t process = -1;        ///< its first thread
+    bool holdsSocket = false;  ///< some time; of a process' first thread only
+    bool isOurs = false;       ///< has become the program that was launched
+    bool isPassing = false;    ///< only makes the daemon: is never held
+    bool isHeld = false;       ///< stands at a boundary
+    bool isAsleep = false;     ///< waits for others
+    bool isRestarting = false; ///< makes a call once more that a signal of no importance had interrupted
+    bool isSkipping = false;   ///< the call under way is not made
+    ZNORBTEST::TracedStop stop{};
+    long call = -1;            ///< under way, or the last
+    SharedCall shared{};       ///< what that one has to do with others
+    std::string place{};       ///< where it is held
+    std::uint64_t wakesAt = 0; ///< held before a sleep: when that ends, in microseconds
+    std::size_t heldSince = 0; ///< how often somebody had been let go on when it came there
+    unsigned children = 0;
+
+    bool isProcess() const { return thread == process; }
+    /// Is held before a sleep.
+    bool sleeps() const;
+};
+
+/// How a process came to its end.
+struct Ending {
+    bool isAnotherProgram = false;
+    int waitStatus = 0;
+};
+
+/// Traces what is started and all that comes of it, and holds every thread at the boundaries: before the
+/// calls in which others have a part, at its start, before a signal's handler and behind a call in which it
+/// has waited. Who is let go from there runs to its next boundary, alone: all others are held or wait.
+///
+/// Sleeps take no time: there is a clock of its own.
+///
+/// Used on the only thread of a sandbox's runner. The destructor ends whom it still traces.
+class Ensemble {
+public:
+    /// `objects`: those that make a difference.
+    explicit Ensemble(unsigned objects) : m_objects(objects) {}
+    ~Ensemble();
+    Ensemble(const Ensemble&) = delete;
+    Ensemble& operator=(const Ensemble&) = delete;
+
+    void launch(const std::string& role, const ZNORBTEST::Launch& program);
+    /// One that this program plays itself; what it writes to its standard output is recorded.
+    void play(const std::string& role, const std::function<void()>& body);
+
+    /// From now on nobody is held, or they are again.
+    void setFree(bool isFree);
+
+    /// Until everybody is held, waits or is gone; false when that did not come within the bound.
+    bool settle();
+
+    /// Those who are held, by role. Sleeping ones too.
+    std::vector<const Participant*> held() const;
+
+    /// Lets it run from its boundary. settle() next.
+    void goOn(const std::string& role);
+
+    /// Null when there is nobody of this role any more.
+    const Participant* find(const std::string& role) const;
+    pid_t processOf(const std::string& role) const;
+    std::vector<std::string> processes() const;
+    const std::map<std::string, Ending>& endings() const { return m_endings; }
+    bool hasBeen(const std::string& role) const { return m_roles.count(role) != 0; }
+    std::string output(const std::string& role) const;
+    /// What keeps it from coming to rest.
+    std::string report() const;
+    std::uint64_t time() const { return m_time; }
+
+private:
+    void add(const std::string& role, pid_t child, bool isOurs);
+    bool mayAllWait() const;
+    bool areAtRest();
+    bool releaseEnded();
+    void noteWaiting();
+    void take(ZNORBTEST::TracedStop& stop);
+    bool takeCall(Participant& participant, const ZNORBTEST::TracedStop& stop);
+    bool takeCallsStart(Participant& participant, const ZNORBTEST::TracedStop& stop);
+    bool doesHoldSocket(const Participant& participant) const;
+    void noteSockets(Participant& participant);
+    bool takeCallsEnd(Participant& participant, const ZNORBTEST::TracedStop& stop);
+    bool takeExecution(Participant& participant, ZNORBTEST::TracedStop& stop);
+    void adopt(Participant& parent, const ZNORBTEST::TracedStop& stop);
+    void end(const ZNORBTEST::TracedStop& stop);
+
+    const unsigned m_objects;
+    ZNORBTEST::SystemCallTracer m_tracer;
+    std::map<pid_t, Participant> m_participants;
+    std::map<std::string, pid_t> m_roles; ///< of all that have ever been
+    std::map<std::string, Ending> m_endings;
+    std::map<std::string, int> m_outputs;
+    bool m_isFree = false;
+    std::uint64_t m_time = 0;
+    std::size_t m_turns = 0; ///< how often somebody was let go on
+};
+
+} // namespace ZNORBSCHEDULES
