@@ -19,7 +19,7 @@ macro(znorb_install file folder)
 endmacro()
 
 configure_file(${ZNORB_SOURCE}/systemd/znorbresponder.service.in ${ZNORB_WORK}/znorbresponder.service @ONLY)
-znorb_install(znorbresponder.service /${ZNORB_ROOT}lib/systemd/system)
+znorb_install(znorbresponder.service /${ZNORB_USR}lib/systemd/system)
 string(REGEX REPLACE "/$" "" prefix /${ZNORB_USR})
 string(REPLACE ${prefix}/ "\${prefix}/" programdir ${ZNORB_HOME}/bin) # pkg-config --define-prefix moves both
 configure_file(${ZNORB_SOURCE}/znorb.pc.in ${ZNORB_WORK}/znorb.pc @ONLY)

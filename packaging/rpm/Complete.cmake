@@ -1,10 +1,6 @@
 # Runs before the package is put together, when all is in place: turns what is Debian's into what is usual for RPMs.
 set(root ${CPACK_TEMPORARY_DIRECTORY})
 
-file(MAKE_DIRECTORY ${root}/usr/lib) # /lib is a link to it there
-file(RENAME ${root}/lib/systemd ${root}/usr/lib/systemd)
-file(REMOVE_RECURSE ${root}/lib)
-
 file(READ ${root}/usr/share/doc/znorb/copyright text)
 string(REGEX REPLACE "On Debian systems.*/GPL-3\\. " "" text "${text}")
 file(WRITE ${root}/usr/share/licenses/znorb/copyright "${text}")

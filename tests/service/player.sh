@@ -2,7 +2,7 @@
 # Knows nothing about the unit itself. This shell must be process 1.
 # shellcheck shell=sh
 
-unit_file=/lib/systemd/system/$unit
+unit_file=/usr/lib/systemd/system/$unit
 state=inactive
 main=
 

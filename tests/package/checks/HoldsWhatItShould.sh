@@ -2,7 +2,7 @@ unpack
 tree "$scratch/root" >"$scratch/files"
 for file in ./opt/zn/znorb/bin/znorbresponder ./usr/sbin/znorb-clean ./usr/sbin/znorb-wait \
     ./usr/sbin/znorbresponder ./usr/include/znorb/shared_table.h ./usr/share/pkgconfig/znorb.pc \
-    ./lib/systemd/system/znorbresponder.service ./usr/share/man/man8/znorbresponder.8.gz \
+    ./usr/lib/systemd/system/znorbresponder.service ./usr/share/man/man8/znorbresponder.8.gz \
     ./usr/share/man/man8/znorb-clean.8.gz ./usr/share/man/man8/znorb-wait.8.gz \
     ./usr/share/man/man7/znorb.7.gz ./usr/share/bash-completion/completions/znorbresponder \
     ./usr/share/doc/znorb/copyright ./usr/share/doc/znorb/changelog.gz \
