@@ -220,7 +220,9 @@ TEST_F(ExitSweep, ClientWithoutAPortIsTriedInVainQuietly) {
     std::vector<std::uint16_t> tried;
     const InPlaceOf<::connect> connections(
         [&tried](int descriptor, const sockaddr* address, socklen_t length) {
-            tried.push_back(ntohs(reinterpret_cast<const sockaddr_in*>(address)->sin_port));
+            sockaddr_in copy{};
+            std::memcpy(&copy, address, sizeof copy);
+            tried.push_back(ntohs(copy.sin_port));
             return ::connect(descriptor, address, length);
         });
     sweepWithoutWaiting();
