@@ -43,7 +43,7 @@ public:
     /// Until the end, but not for long at a time: another thread may take the signal.
     void await(Clock::time_point end) const {
         const auto left = std::chrono::duration_cast<std::chrono::nanoseconds>(end - Clock::now());
-        const timespec slice = {0, std::clamp<long>(left.count(), 0, 20000000)};
+        const timespec slice = {0, static_cast<long>(std::clamp<long long>(left.count(), 0, 20000000))};
         (void)sigtimedwait(&m_signals, nullptr, &slice);
     }
 

@@ -75,7 +75,9 @@ constexpr ShownCall shownCalls[] = {
     {SYS_openat, "open", 1, asText},
     {SYS_fchmod, "fchmod", 1, asMode},
     {SYS_ftruncate, "ftruncate", 1, asNumber},
+#ifdef SYS_mmap
     {SYS_mmap, "mmap", 1, asNumber},
+#endif
     {SYS_munmap, "munmap", 1, asNumber},
     {SYS_socket, "socket", 0, asNothing},
     {SYS_bind, "bind", 2, asNumber},
@@ -83,7 +85,9 @@ constexpr ShownCall shownCalls[] = {
     {SYS_recvfrom, "recvfrom", 2, asNumber},
     {SYS_sendto, "sendto", 3, asNumber},
     {SYS_setsockopt, "setsockopt", 0, asNothing},
+#ifdef SYS_newfstatat
     {SYS_newfstatat, "stat", 1, asText},
+#endif
 #ifdef SYS_unlink
     {SYS_link, "link", 1, asText},
     {SYS_unlink, "unlink", 0, asText},
@@ -217,7 +221,8 @@ private:
             return (call.number == SYS_close ? "close " : "shutdown ") + nameOf(call.arguments[0]);
         }
         if (call.number == SYS_write) {
-            return "says " + readText(thread, call.arguments[1]).substr(0, call.arguments[2]);
+            const auto length = static_cast<std::size_t>(call.arguments[2]);
+            return "says " + readText(thread, call.arguments[1]).substr(0, length);
         }
         if (call.number == SYS_socket && m_listenersMaker == -1) {
             m_listenersMaker = thread;
@@ -268,6 +273,7 @@ const std::vector<std::string> orders[] = {
 TEST_F(DaemonsLife, MakesItsSystemCallsInTheirOrder) {
     ZNORB_SKIP_IF(underSanitizer || !canTrace())
         << "no process can be traced here, or none whose exit looks for leaks";
+    ZNORB_SKIP_IF(sizeof(void*) == 4) << "with 32 bits the calls are others";
     trace();
     for (const std::vector<std::string>& order : orders) {
         EXPECT_TRUE(isInOrder(order));
