@@ -237,7 +237,9 @@ public:
     }
 
     /// The lock of one of its events.
-    static const void* mutexOf(const void* event) { return fieldAt<const char*>(event, 0) + 8; }
+    static const void* mutexOf(const void* event) {
+        return fieldAt<const char*>(event, 0) + alignof(pthread_mutex_t); // behind three bytes
+    }
 
 private:
     char* m_start;
