@@ -179,6 +179,7 @@ TEST_F(CommandClient, LeavesNoDescriptorOpen) {
 
 TEST_F(CommandClient, TakesUpTo1024BytesOfTheAnswer) {
     ZNORB_SKIP_IF(!canTrace()) << "no process can be traced here";
+    ZNORB_SKIP_IF(sizeof(void*) == 4) << "with 32 bits the calls are others";
     serve({4, {"0"}});
     SystemCallTracer tracer;
     (void)tracer.start([]() { (void)sendQuit(); });
