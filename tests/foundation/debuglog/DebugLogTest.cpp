@@ -55,6 +55,19 @@ struct EarlyAndLate {
 };
 __attribute__((init_priority(101))) EarlyAndLate earlyAndLate;
 
+/// What the log is like before any test.
+class Beginning : public testing::Environment {
+public:
+    void SetUp() override {
+        DebugLog::addOutputStream(1, shared_ptr<OutputStream>(new OutputStreamToBuffer));
+        s_isActive = DebugLog::isActive();
+        DebugLog::removeAllOutputStreams();
+    }
+
+    static inline bool s_isActive = false;
+};
+const testing::Environment* const beginning = testing::AddGlobalTestEnvironment(new Beginning);
+
 /// The records without their time stamps, which must all be there.
 std::vector<std::string> messagesOf(const std::string& text) {
     static const std::regex record("^\\[" + stampPattern + "\\] (.*)$");
@@ -115,6 +128,11 @@ TEST(DebugLogLife, TakesNoStreamBeforeItsStaticInitialisationAndIsSilentAfterIts
         testing::ExitedWithCode(0), "");
 }
 
+TEST(DebugLogLife, BeginsUnpaused) {
+    ASSERT_NE(beginning, nullptr);
+    EXPECT_TRUE(Beginning::s_isActive);
+}
+
 } // namespace
 
 TEST_F(DebugLogTest, WithoutStreamsIsInactiveAndEveryOperationReturns) {
@@ -147,6 +165,18 @@ TEST_F(RecordedDebugLog, TheStampIsTheLocalTime) {
     DebugLog().write(1, "", true, false);
     const std::string after = localNow();
     EXPECT_THAT(m_pieces, ElementsAre("[", AllOf(SizeIs(19), Ge(before), Le(after)), "] ", ""));
+}
+
+TEST_F(DebugLogTest, TheStampFollowsAChangedZone) {
+    const SetClock clock(0);
+    addRecorder(0x01);
+    for (const char* const zone : {"UTC", "XYZ-5"}) {
+        ASSERT_EQ(setenv("TZ", zone, 1), 0);
+        DebugLog().write(1, "", true, false);
+    }
+    (void)unsetenv("TZ");
+    tzset();
+    EXPECT_EQ(joined(m_pieces), "[1970-01-01 00:00:00] [1970-01-01 05:00:00] ");
 }
 
 TEST_F(DebugLogTest, TheStampHasRoomForLongYears) {
@@ -402,4 +432,12 @@ TEST_F(DebugLogTest, EachOperationThatUsesTheStreamsHoldsTheLock) {
         EXPECT_TRUE(user.finishes());
     }
     EXPECT_THAT(pieces, ElementsAre("text"));
+}
+
+TEST_F(RecordedDebugLog, WaitsForNobodyWhilePaused) {
+    DebugLog::pause();
+    Common::DebugLogMutex.lock();
+    const ObservedThread user([] { DebugLog::write(1, "text", false, false); });
+    EXPECT_TRUE(user.finishes());
+    Common::DebugLogMutex.unlock();
 }

@@ -1,11 +1,13 @@
 #include "foundation/synchronization/Mutex.h"
 
 #include "foundation/synchronization/NamedSemaphore.h"
+#include "tests/foundation/synchronization/SemaphoreHandles.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Layout.h"
 #include "tests/support/ObservedThread.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <semaphore.h>
 
@@ -89,6 +91,18 @@ TEST_F(MutexTest, DestructorUnlocksWhatTheObjectHolds) {
     EXPECT_TRUE(name.exists());
     holder.reset();
     EXPECT_FALSE(name.exists());
+}
+
+TEST_F(MutexTest, KeepsNoHandleOfItsOwnAfterAFailureNorAfterItsUnlock) {
+    for (const bool isHeld : {false, true}) {
+        EXPECT_TRUE(!isHeld || mutex.tryLock());
+        sem_t* const own = sem_open(name.absolute().c_str(), O_CREAT, 0644, 0U);
+        const ino_t inode = inodeOf(name);
+        EXPECT_EQ(mutex.tryLock(), isHeld);
+        EXPECT_EQ(mutex.unlock(), isHeld);
+        EXPECT_EQ(closeAll(own, inode), 2) << "the test's own, and that of the check whether it exists";
+        name.unlink();
+    }
 }
 
 TEST_F(MutexTest, UnlockAndWaitReleasesTheLockAndBlocksUntilAPost) {

@@ -1,5 +1,6 @@
 #include "foundation/synchronization/NamedSemaphore.h"
 
+#include "tests/foundation/synchronization/SemaphoreHandles.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
 #include "tests/support/Files.h"
 #include "tests/support/ObservedThread.h"
@@ -11,12 +12,10 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
-#include <sys/stat.h>
 
 #include <atomic>
 #include <cerrno>
 #include <climits>
-#include <fstream>
 
 using namespace Common::Synchronization;
 using namespace ZNORBTEST;
@@ -24,34 +23,6 @@ using namespace ZNORBTEST;
 namespace {
 
 const std::vector<std::string> refusedNames{"", "/", "a/b", std::string(300, 'n'), std::string(100000, 'n')};
-
-ino_t inodeOf(const SemaphoreName& name) {
-    struct stat status = {};
-    return stat(("/dev/shm/sem." + name.plain()).c_str(), &status) == 0 ? status.st_ino : 0;
-}
-
-/// Whether the process has the file mapped, by whatever name.
-bool isMapped(ino_t inode) {
-    std::ifstream file("/proc/self/maps");
-    std::string line;
-    while (std::getline(file, line)) {
-        const std::string mappedInode = " " + std::to_string(inode) + " ";
-        if (line.find(mappedInode) != std::string::npos && line.find("/dev/shm/") != std::string::npos) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/// Gives up all handles that the process has on a semaphore; how many they were.
-int closeAll(sem_t* semaphore, ino_t inode) {
-    int handles = 0;
-    while (handles < 10 && isMapped(inode)) {
-        (void)sem_close(semaphore);
-        ++handles;
-    }
-    return handles;
-}
 
 std::atomic<int> signalsCaught = 0;
 extern "C" void countSignal(int) {
