@@ -19,6 +19,7 @@ FUNCTIONS = (Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUC
              Kind.FUNCTION_TEMPLATE)
 JUMPS = (Kind.RETURN_STMT, Kind.BREAK_STMT, Kind.CONTINUE_STMT, Kind.GOTO_STMT)
 UNORDERED = JUMPS + (Kind.NULL_STMT, Kind.LABEL_STMT, Kind.CASE_STMT, Kind.DEFAULT_STMT)
+NAMING = (Kind.DECL_REF_EXPR, Kind.MEMBER_REF_EXPR, Kind.VAR_DECL)
 # Their text is read by the compiler alone, or says nothing about the program.
 UNTOUCHED = (Kind.STATIC_ASSERT, Kind.TEMPLATE_NON_TYPE_PARAMETER, Kind.ALIGNED_ATTR, Kind.USING_DIRECTIVE,
              Kind.ENUM_DECL, Kind.TYPE_ALIAS_DECL)
@@ -52,6 +53,24 @@ def blanks_to_one(text):
     return " ".join(text.split())
 
 
+def written(cursors):
+    """The names that are declared or assigned to there."""
+    names = set()
+    for cursor in cursors:
+        if cursor.kind == Kind.VAR_DECL:
+            names.add(cursor.spelling)
+        elif cursor.kind in (Kind.BINARY_OPERATOR, Kind.COMPOUND_ASSIGNMENT_OPERATOR, Kind.UNARY_OPERATOR):
+            target = next(cursor.get_children(), None)
+            names |= {c.spelling for c in target.walk_preorder() if c.kind in NAMING} if target else set()
+    return names
+
+
+def is_local(cursor):
+    kind = cursor.referenced.kind if cursor.referenced else None
+    return cursor.kind == Kind.VAR_DECL or kind == Kind.PARM_DECL or kind == Kind.VAR_DECL and \
+        cursor.referenced.semantic_parent.kind in FUNCTIONS or kind == Kind.ENUM_CONSTANT_DECL
+
+
 class Finder:
     def __init__(self, root, file, arguments):
         self.file = file
@@ -66,6 +85,7 @@ class Finder:
         self.begins = {t[0]: i for i, t in enumerate(self.tokens)}
         self.ends = {t[1]: i for i, t in enumerate(self.tokens)}
         self.decided = set() # what an if decides on, and what stands behind an exclamation mark
+        self.unused = set() # statements that are values
         self.found = {} # by place and text: the same change has one kind
         self.function = ""
 
@@ -188,7 +208,7 @@ class Finder:
 
     def invert(self, cursor):
         extent = self.extent(cursor)
-        if extent and extent not in self.decided and self.text(extent) not in ("true", "false"):
+        if extent and extent not in self.decided | self.unused and self.text(extent) not in ("true", "false"):
             self.add("inverted", *extent, f"!({self.text(extent)})")
 
     def decision(self, cursor):
@@ -251,13 +271,15 @@ class Finder:
 
     def block(self, cursor):
         statements = [(s, self.statement(s)) for s in cursor.get_children()]
+        self.unused |= {self.extent(statement) for statement, _ in statements}
         for statement, extent in statements:
             if extent and self.can_go(statement):
                 self.add("left out", *extent, ";")
         for (first, one), (second, two) in zip(statements, statements[1:]):
             declarations = [first.kind, second.kind].count(Kind.DECL_STMT)
             if one and two and declarations < 2 and first.kind not in UNORDERED and second.kind not in UNORDERED \
-                    and not self.declares_for(first, two):
+                    and not self.declares_for(first, two) \
+                    and not self.moves_freely(first, second) and not self.moves_freely(second, first):
                 between = self.source[one[1]:two[0]]
                 if "//" not in between:
                     self.add("order", one[0], two[1], self.text(two) + between + self.text(one))
@@ -273,6 +295,20 @@ class Finder:
         names = [v.spelling for v in statement.get_children() if v.kind == Kind.VAR_DECL] \
             if statement.kind == Kind.DECL_STMT else []
         return any(t[2] in names for t in self.tokens[self.begins[extent[0]]:self.ends[extent[1]] + 1])
+
+    @staticmethod
+    def moves_freely(statement, other):
+        """Whether the statement computes with nothing but local variables, and the other one with other ones."""
+        mine, others = list(statement.walk_preorder()), list(other.walk_preorder())
+        if statement.kind != Kind.DECL_STMT and not statement.kind.is_expression() \
+                or any(c.kind in (Kind.CALL_EXPR, Kind.ARRAY_SUBSCRIPT_EXPR) for c in mine):
+            return False
+        writes, calls = written(others), any(c.kind == Kind.CALL_EXPR for c in others)
+        names = {c.spelling for c in others if c.kind in NAMING}
+        if calls or any(c.kind == Kind.UNARY_OPERATOR for c in others): # by reference, or through a pointer
+            writes |= {c.spelling for c in others if c.kind in NAMING and not c.type.is_const_qualified()}
+        local = all(is_local(c) or c.type.is_const_qualified() for c in mine if c.kind in NAMING)
+        return local and not written(mine) & names and not {c.spelling for c in mine if c.kind in NAMING} & writes
 
     HANDLERS = {
         Kind.BINARY_OPERATOR: binary, Kind.COMPOUND_ASSIGNMENT_OPERATOR: binary, Kind.CALL_EXPR: call,

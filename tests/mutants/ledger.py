@@ -7,25 +7,30 @@ from collections import namedtuple
 Verdict = namedtuple("Verdict", "word by")
 
 
-class Ledger:
-    """A line for each verdict, the last one of a mutant counts: a run that is interrupted loses nothing."""
+LASTING = ("killed", "equivalent", "unmade")
 
-    def __init__(self, path):
+
+class Ledger:
+    """A line for each verdict, the last one of a mutant counts: a run that is interrupted loses nothing. That no test
+    has found it is true for the tests as they were.
+    """
+
+    def __init__(self, path, tests):
         self.path = path
+        self.tests = tests
         self.verdicts = {}
         if path.exists():
             for line in path.read_text().splitlines():
                 fields = line.split("\t")
-                if len(fields) == 6: # the last line may have been cut off
+                if len(fields) == 7 and (fields[1] in LASTING or fields[6] == tests): # the last may have been cut off
                     self.verdicts[fields[0]] = Verdict(fields[1], fields[5])
 
     def write(self, change, word, by):
         self.verdicts[change.key] = Verdict(word, by)
         with self.path.open("a") as file:
             place = f"{change.file}:{change.line}"
-            by = by.replace("\t", " ").replace("\n", " ")
-            file.write(f"{change.key}\t{word}\t{place}\t{change.kind}\t{change.was} -> {change.is_now}\t{by}\n"
-                       .replace("\t\t", "\t \t"))
+            file.write("\t".join((change.key, word, place, change.kind, f"{change.was} -> {change.is_now}", by,
+                                  self.tests)) + "\n")
 
     def of(self, change):
         return self.verdicts.get(change.key)

@@ -1,7 +1,8 @@
 """script/mutants' machinery: mutants.py SCRATCH [FILE|FOLDER...]
 
-Three rounds, each over what the one before has not found: the nearest tests, several mutants at a time; the optimised
-machine code, which some changes leave as it is; and all tests of the layers above and of the executable.
+Four rounds, each over what the one before has not found: the nearest tests, several mutants at a time; the optimised
+machine code, which some changes leave as it is; all tests of the layer and of those above; and with all that depends
+on it built anew, those of the executable too.
 """
 import sys
 import threading
@@ -15,13 +16,13 @@ from tree import LAYERS, PROGRAMS, ROOT, Tree
 from trial import SHARDS, Workshop
 
 REASONS = ROOT / "tests/mutants/equivalent.txt"
-WORKERS = SHARDS * 3 // 4
+WORKERS = SHARDS * 2
 
 
 class Run:
     def __init__(self, scratch, chosen):
         self.tree = Tree()
-        self.ledger = Ledger(self.tree.place / "verdicts")
+        self.ledger = Ledger(self.tree.place / "verdicts", self.tree.tests())
         self.scratch = scratch
         self.chosen = chosen
         self.guard = threading.Lock()
@@ -31,7 +32,7 @@ class Run:
     def prepare(self):
         self.tree.read()
         with ThreadPoolExecutor(SHARDS // 2) as pool:
-            lists = list(pool.map(lambda f: changes_of(self.tree.sources, f, self.tree.arguments(f)), self.files()))
+            lists = list(pool.map(lambda f: changes_of(self.tree.sources, f, self.tree.precompiled(f)), self.files()))
         self.changes = [change for changes in lists for change in changes]
         self.reasons = {(e.file, e.function, e.was, e.is_now): e for e in entries(REASONS)}
 
@@ -96,6 +97,12 @@ class Run:
             return "equivalent", "the compiler makes the same code of it"
         return "differs", ""
 
+    def layers(self, workshop, change, text):
+        if change.file.endswith(".h") or change.file == "responder/main.cpp" or self.place(change) in self.reasons:
+            return "unfound", "" # a header is in more than the linker can replace
+        by = workshop.layers(change, text)
+        return ("killed", by) if by else ("unfound", "")
+
     def far(self, workshop, change, text):
         if self.place(change) in self.reasons:
             return "survived", "as its reason says"
@@ -103,16 +110,18 @@ class Run:
         return ("unmade", "does not compile") if by is None else ("killed", by) if by else ("survived", "")
 
     def go(self):
-        self.round("near", ("new", "passed", "differs", "survived"), WORKERS, self.near)
+        self.round("near", ("new",), WORKERS, self.near)
         self.round("code", ("passed",), WORKERS, self.same)
-        if any(self.word(c) == "differs" and self.place(c) not in self.reasons for c in self.changes):
+        if any(self.word(c) in ("differs", "unfound") and self.place(c) not in self.reasons for c in self.changes):
             self.try_without_change()
-        self.round("far", ("differs",), 1, self.far)
+        self.round("layers", ("differs",), 2, self.layers)
+        self.round("far", ("unfound",), 1, self.far)
 
     def try_without_change(self):
         """A test that fails here without a change would find all of them."""
         for program in PROGRAMS:
-            by = self.workshop().whole(program)
+            self.workshop().clean()
+            by = self.workshop().test(self.tree.build / "bin" / program, 300, SHARDS)
             if by:
                 raise SystemExit(f"{program} fails already without a change: {by}")
 

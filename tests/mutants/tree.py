@@ -1,6 +1,7 @@
 """The copy of the sources in which changes are tried, and its build: quick rather than anything else, and apart from the
 project's own. Run by itself, it makes both, or what of them has changed.
 """
+import hashlib
 import json
 import re
 import shlex
@@ -54,6 +55,14 @@ class Tree:
         self.links = {layer: self.link_command(layer) for layer in LAYERS}
         self.precompile()
 
+    def tests(self):
+        """The state of all tests, in one word."""
+        digest = hashlib.sha256()
+        for file in sorted(f for name in (*LAYERS, "system", "support", "sandbox")
+                           for f in (ROOT / "tests" / name).rglob("*") if f.is_file()):
+            digest.update(file.read_bytes())
+        return digest.hexdigest()[:16]
+
     def text(self, file):
         return (ROOT / file).read_text(encoding="latin-1")
 
@@ -73,6 +82,10 @@ class Tree:
                                                 if f.startswith(file.split("/")[0] + "/") and f.endswith(".cpp"))
         words = [word for word in words[1:] if not word.startswith("-W")]
         return words[:words.index("-o")]
+
+    def precompiled(self, file):
+        """The same, with the standard headers."""
+        return [*self.arguments(file), "-include-pch", f"{self.header}.pch"]
 
     def precompile(self):
         """The standard headers of all that is compiled once for each mutant."""

@@ -11,11 +11,13 @@ from pathlib import Path
 from tree import LAYERS, PROGRAMS, ROOT
 
 MEMORY = 8 << 30
+PROCESSOR = 20 # seconds of a process, far more than any of these tests takes
 SHARDS = 2 * (os.cpu_count() or 1)
 
 
 def limits():
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
+    resource.setrlimit(resource.RLIMIT_CPU, (PROCESSOR, PROCESSOR))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
@@ -27,13 +29,13 @@ def end(process):
 
 
 def nearest_tests(file):
-    """The test files of the same folder that include the header of that name, or bear its name."""
+    """The test files of the same folder that include the header of that name or bear its name, or else all of it."""
     path = Path(file)
     header = str(path.with_suffix(".h"))
     folder = ROOT / "tests" / path.parent
     tests = sorted(folder.glob("*Test.cpp"))
-    return [str(t.relative_to(ROOT)) for t in tests
-            if f'"{header}"' in t.read_text(encoding="latin-1") or t.name == f"{path.stem}Test.cpp"]
+    near = [t for t in tests if f'"{header}"' in t.read_text(encoding="latin-1") or t.name.startswith(path.stem)]
+    return [str(t.relative_to(ROOT)) for t in near or tests]
 
 
 class Workshop:
@@ -41,8 +43,8 @@ class Workshop:
 
     def __init__(self, tree, number, scratch):
         self.tree = tree
-        self.folder = tree.place / f"near.{number}"
-        self.temporary = Path(scratch) / str(number)
+        self.folder = Path(scratch) / str(number)
+        self.temporary = Path(scratch) / f"{number}.tmp"
         self.seconds = {}
 
     def clean(self):
@@ -72,7 +74,7 @@ class Workshop:
                         return self.reason(outputs[i].read().decode(errors="replace"), process.returncode)
                 if time.monotonic() > until:
                     return "its time is over"
-                time.sleep(0.01)
+                time.sleep(0.05)
             return ""
         finally:
             for process in running.values():
@@ -90,52 +92,63 @@ class Workshop:
         return subprocess.run(words, cwd=self.tree.build, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                               timeout=limit, check=False).returncode == 0
 
-    def link(self, file, objects):
-        """The program of the nearest tests, with these objects instead of what they replace."""
-        layer = file.split("/")[0]
-        near = {f"{t}.o" for t in nearest_tests(file)}
+    def link(self, layer, objects, tests=None):
+        """The layer's program with these objects instead of what they replace, and with all of its tests or these."""
         words = []
         mark = f"tests/CMakeFiles/{layer}_tests.dir/"
         for word in self.tree.links[layer]:
             if word.startswith(mark):
                 test = "tests/" + word[len(mark):]
-                if test in objects or test.endswith("Test.cpp.o") and test not in near:
+                left_out = tests is not None and test.endswith("Test.cpp.o") and test[:-2] not in tests
+                if test in objects or left_out:
                     continue
             words.append(word)
         words[words.index("-o") + 1] = str(self.folder / "tests")
         return self.compile(words[:1] + [str(o) for o in objects.values()] + words[1:])
 
-    def near_command(self):
-        return [str(self.tree.build / "bin/znorb-sandbox"), "--", str(self.folder / "tests"), "--gtest_fail_fast"], {}
+    def test(self, program, limit, shards=1):
+        """In several processes, as most tests wait. In a sandbox, also those that need none: what they start ends."""
+        command = [str(self.tree.build / "bin/znorb-sandbox"), "--", str(program), "--gtest_fail_fast"]
+        return self.run([(command, {"GTEST_TOTAL_SHARDS": str(shards), "GTEST_SHARD_INDEX": str(i)})
+                         for i in range(shards)], limit)
 
     def limit(self, file):
-        """The time that the tests may take; None where they fail already as things are."""
+        """The time that the nearest tests may take, which they have to pass without a change."""
         if file not in self.seconds:
             self.clean()
             began = time.monotonic()
-            passed = self.link(file, {}) and not self.run([self.near_command()], 120)
-            self.seconds[file] = 10 + 5 * (time.monotonic() - began) if passed else None
+            by = self.test(self.folder / "tests", 120) if self.link(file.split("/")[0], {}, nearest_tests(file)) else "?"
+            if by:
+                raise RuntimeError(f"the tests of {file} fail already without a change: {by}")
+            self.seconds[file] = 20 + 5 * (time.monotonic() - began)
         return self.seconds[file]
 
     def near(self, change, text):
         """What finds it: nothing, a test, or None when no such program can be made."""
         limit = self.limit(change.file)
-        if limit is None:
-            raise RuntimeError(f"the tests of {change.file} fail already without a change")
+        objects = self.objects(change.file, text)
+        if objects is None or not self.link(change.file.split("/")[0], objects, nearest_tests(change.file)):
+            return None
+        return self.test(self.folder / "tests", limit)
+
+    def layers(self, change, text):
+        """What finds it among all tests of its layer and of those above: nothing, or a test."""
+        objects = self.objects(change.file, text)
+        for layer in LAYERS[LAYERS.index(change.file.split("/")[0]):]:
+            by = self.test(self.folder / "tests", 300, SHARDS) if self.link(layer, objects) else "the linker"
+            if by:
+                return by
+        return ""
+
+    def objects(self, file, text):
+        """What is compiled anew: the file itself, or the nearest tests where it is a header."""
         self.clean()
-        copy = self.folder / change.file
+        copy = self.folder / file
         copy.parent.mkdir(parents=True)
         copy.write_text(text, encoding="latin-1")
-        objects = self.objects(change.file, copy)
-        if objects is None or not self.link(change.file, objects):
-            return None
-        return self.run([self.near_command()], limit)
-
-    def objects(self, file, copy):
         if file.endswith(".cpp"):
             made = self.folder / "changed.o"
-            words = ["clang++", *self.tree.arguments(file), "-w", "-include-pch", f"{self.tree.header}.pch", "-c",
-                     str(copy), "-o", str(made)]
+            words = ["clang++", *self.tree.precompiled(file), "-w", "-c", str(copy), "-o", str(made)]
             return {file: made} if self.compile(words) else None
         objects = {}
         for number, test in enumerate(nearest_tests(file)):
@@ -162,15 +175,6 @@ class Workshop:
                 return False
         return made[0].read_bytes() == made[1].read_bytes()
 
-    def whole(self, program):
-        """All tests of the program, in several processes, as most of them wait."""
-        self.clean()
-        command = [str(self.tree.build / "bin" / program), "--gtest_fail_fast"]
-        if program in ("foundation_tests", "common_tests"): # the others have a sandbox of their own
-            command[:0] = [str(self.tree.build / "bin/znorb-sandbox"), "--"]
-        return self.run([(command, {"GTEST_TOTAL_SHARDS": str(SHARDS), "GTEST_SHARD_INDEX": str(i)})
-                         for i in range(SHARDS)], 300)
-
     def far(self, change, text):
         """All that depends on it, built and tested in the tree itself: nothing, a test, or None when it has no form."""
         place = self.tree.sources / change.file
@@ -179,7 +183,8 @@ class Workshop:
             for program in PROGRAMS[LAYERS.index(change.file.split("/")[0]):]:
                 if not self.tree.has_built(program):
                     return None
-                by = self.whole(program)
+                self.clean()
+                by = self.test(self.tree.build / "bin" / program, 300, SHARDS)
                 if by:
                     return by
             return ""
