@@ -4,6 +4,9 @@
 #include "tests/support/Allocations.h"
 #include "tests/support/ObservedThread.h"
 #include "tests/support/OnThreads.h"
+#include "tests/support/StandIns.h"
+
+#include <pthread.h>
 
 #include <atomic>
 #include <new>
@@ -69,6 +72,16 @@ TYPED_TEST(ProcessMutexAllocations, AreKeptUntilItIsDestroyed) {
         EXPECT_EQ(watch.outstanding(), TestFixture::heapObjects);
     }
     EXPECT_EQ(watch.outstanding(), 0);
+}
+
+TYPED_TEST(ProcessMutexOfEachKind, DestroysWhatTheSystemMayKeepForIt) {
+    int destroyed = 0;
+    const InPlaceOf<pthread_mutex_destroy> destructions([&](pthread_mutex_t* mutex) {
+        ++destroyed;
+        return pthread_mutex_destroy(mutex);
+    });
+    { const TypeParam mutex; }
+    EXPECT_EQ(destroyed, 1);
 }
 
 TYPED_TEST(ProcessMutexAllocations, AreNoneAfterAFailedConstruction) {

@@ -4,6 +4,7 @@
 #include "tests/support/ObservedThread.h"
 #include "tests/support/OnThreads.h"
 #include "tests/support/Rows.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
 #include <gtest/gtest.h>
@@ -66,6 +67,7 @@ TEST_P(LockedToDepth, WakesAVisitorWithItsLastUnlock) {
 // Before the visitor comes, and while it waits.
 const Row<std::string, std::string> depths[] = {
     {"ThreeLocksNeedThreeUnlocks", "LLL", "UUU"},
+    {"OwnerOfBeforeTakesItAnew", "LUL", "U"},
     {"OwnerTakesItAgainWhileOthersWait", "L", "LUU"},
     {"StrayUnlockReleasesTheOwnersOnlyLevel", "L", "S"},
     {"StrayUnlockTakesOneLevelOfSeveral", "LLLS", "UU"},
@@ -165,6 +167,38 @@ TEST(RecursiveProcessMutex, StaysUsableUnderStrayUnlocksFromManyThreads) {
         }
     });
     EXPECT_TRUE(isFree(mutex));
+}
+
+TEST(RecursiveProcessMutex, OnlyAStrayUnlockLetsTheOthersInBeforeItCounts) {
+    constexpr std::size_t word = sizeof(void*);
+    RecursiveProcessMutex mutex;
+    std::vector<std::uint32_t> depths; // whenever the guard is let go
+    const InPlaceOf<pthread_mutex_unlock> unlocks([&](pthread_mutex_t* guard) {
+        if (guard == fieldAt<pthread_mutex_t*>(&mutex, word)) {
+            depths.push_back(fieldAt<std::uint32_t>(&mutex, 2 * word));
+        }
+        return pthread_mutex_unlock(guard);
+    });
+    mutex.lock();
+    mutex.unlock();
+    mutex.unlock();
+    mutex.lock();
+    mutex.lock();
+    unlockOnAnotherThread(mutex);
+    EXPECT_EQ(depths, (std::vector<std::uint32_t>{1, 0, 0, 1, 2, 2, 1}));
+    mutex.unlock();
+    unlockOnAnotherThread(mutex);
+    EXPECT_EQ(depths.size(), 9U) << "nobody holds it any more, so no unlock is a stray one";
+}
+
+TEST(RecursiveProcessMutex, LockWaitsForTheGuard) {
+    RecursiveProcessMutex mutex;
+    pthread_mutex_t* const guard = fieldAt<pthread_mutex_t*>(&mutex, sizeof(void*));
+    ASSERT_EQ(pthread_mutex_lock(guard), 0);
+    const std::unique_ptr<ObservedThread> visitor = startVisitor(mutex);
+    EXPECT_TRUE(visitor->fallsAsleep());
+    ASSERT_EQ(pthread_mutex_unlock(guard), 0);
+    EXPECT_TRUE(visitor->finishes());
 }
 
 TEST(RecursiveProcessMutex, KeepsItsFieldsInTheirOrder) {
