@@ -271,7 +271,9 @@ class Finder:
 
     def block(self, cursor):
         statements = [(s, self.statement(s)) for s in cursor.get_children()]
-        self.unused |= {self.extent(statement) for statement, _ in statements}
+        for statement, _ in statements: # "(void)" before it leaves it unused as well
+            cast = statement.kind == Kind.CSTYLE_CAST_EXPR
+            self.unused |= {self.extent(c) for c in (statement, *(statement.get_children() if cast else ()))}
         for statement, extent in statements:
             if extent and self.can_go(statement):
                 self.add("left out", *extent, ";")

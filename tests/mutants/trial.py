@@ -88,7 +88,7 @@ class Workshop:
         started = re.findall(r"\[ RUN      \] (\S+)", output)
         return failed[1] if failed else f"{started[-1] if started else 'a test'}, which ends with {status}"
 
-    def compile(self, words, limit=120):
+    def compile(self, words, limit=600):
         return subprocess.run(words, cwd=self.tree.build, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
                               timeout=limit, check=False).returncode == 0
 
