@@ -422,12 +422,14 @@ TEST_F(DebugLogTest, EachOperationThatUsesTheStreamsHoldsTheLock) {
     Pieces pieces;
     DebugLog::addOutputStream(1, recorderInto(pieces));
     void (*const operations[])() = {[]() { DebugLog::write(1, "text", false, false); },
-                                    []() { DebugLog::addOutputStream(1, shared_ptr<OutputStream>()); },
-                                    []() { DebugLog::removeAllOutputStreams(); }};
+                                    []() { DebugLog::removeAllOutputStreams(); },
+                                    []() { DebugLog::addOutputStream(1, shared_ptr<OutputStream>()); }};
     for (void (*const operation)() : operations) {
+        const bool wasActive = DebugLog::isActive();
         Common::DebugLogMutex.lock();
         const ObservedThread user(operation);
         EXPECT_TRUE(user.fallsAsleep());
+        EXPECT_EQ(DebugLog::isActive(), wasActive) << "nothing has changed yet";
         Common::DebugLogMutex.unlock();
         EXPECT_TRUE(user.finishes());
     }
