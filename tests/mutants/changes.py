@@ -279,7 +279,7 @@ class Finder:
                 self.add("left out", *extent, ";")
         for (first, one), (second, two) in zip(statements, statements[1:]):
             declarations = [first.kind, second.kind].count(Kind.DECL_STMT)
-            if one and two and declarations < 2 and first.kind not in UNORDERED and second.kind not in UNORDERED \
+            if one and two and one[1] <= two[0] and declarations < 2 and first.kind not in UNORDERED and second.kind not in UNORDERED \
                     and not self.declares_for(first, two) \
                     and not self.moves_freely(first, second) and not self.moves_freely(second, first):
                 between = self.source[one[1]:two[0]]

@@ -112,6 +112,10 @@ class Workshop:
         return self.run([(command, {"GTEST_TOTAL_SHARDS": str(shards), "GTEST_SHARD_INDEX": str(i)})
                          for i in range(shards)], limit)
 
+    def test_twice(self, program):
+        """All tests; what finds a change so far away has to find it again."""
+        return self.test(program, 180, SHARDS) and self.test(program, 180, SHARDS)
+
     def limit(self, file):
         """The time that the nearest tests may take, which they have to pass without a change."""
         if file not in self.seconds:
@@ -135,7 +139,7 @@ class Workshop:
         """What finds it among all tests of its layer and of those above: nothing, or a test."""
         objects = self.objects(change.file, text)
         for layer in LAYERS[LAYERS.index(change.file.split("/")[0]):]:
-            by = self.test(self.folder / "tests", 300, SHARDS) if self.link(layer, objects) else "the linker"
+            by = self.test_twice(self.folder / "tests") if self.link(layer, objects) else "the linker"
             if by:
                 return by
         return ""
@@ -184,7 +188,7 @@ class Workshop:
                 if not self.tree.has_built(program):
                     return None
                 self.clean()
-                by = self.test(self.tree.build / "bin" / program, 300, SHARDS)
+                by = self.test_twice(self.tree.build / "bin" / program)
                 if by:
                     return by
             return ""
