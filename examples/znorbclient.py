@@ -144,12 +144,17 @@ def serve(connection, endOfLife):
 
 def serveUntilTheEnd(listener, lifeSeconds):
     """True when the client was asked to exit, False when its time is up."""
+    # Python attends to a signal between two steps of its own: one that comes right before select() would wait for the
+    # end of that, if there were nothing to read.
+    signals, toldOfSignals = os.pipe()
+    os.set_blocking(toldOfSignals, False)
+    signal.set_wakeup_fd(toldOfSignals)
     endOfLife = time.monotonic() + lifeSeconds
     while True:
         left = endOfLife - time.monotonic()
         if left <= 0:
             return False
-        if not select.select([listener], [], [], left)[0]:
+        if listener not in select.select([listener, signals], [], [], left)[0]:
             continue
         try:
             connection, _ = listener.accept()
