@@ -172,10 +172,10 @@ TEST(RecursiveProcessMutex, StaysUsableUnderStrayUnlocksFromManyThreads) {
 TEST(RecursiveProcessMutex, OnlyAStrayUnlockLetsTheOthersInBeforeItCounts) {
     constexpr std::size_t word = sizeof(void*);
     RecursiveProcessMutex mutex;
-    std::vector<std::uint32_t> depths; // whenever the guard is let go
+    std::vector<std::uint32_t> seen; // whenever the guard is let go
     const InPlaceOf<pthread_mutex_unlock> unlocks([&](pthread_mutex_t* guard) {
         if (guard == fieldAt<pthread_mutex_t*>(&mutex, word)) {
-            depths.push_back(fieldAt<std::uint32_t>(&mutex, 2 * word));
+            seen.push_back(fieldAt<std::uint32_t>(&mutex, 2 * word));
         }
         return pthread_mutex_unlock(guard);
     });
@@ -185,10 +185,10 @@ TEST(RecursiveProcessMutex, OnlyAStrayUnlockLetsTheOthersInBeforeItCounts) {
     mutex.lock();
     mutex.lock();
     unlockOnAnotherThread(mutex);
-    EXPECT_EQ(depths, (std::vector<std::uint32_t>{1, 0, 0, 1, 2, 2, 1}));
+    EXPECT_EQ(seen, (std::vector<std::uint32_t>{1, 0, 0, 1, 2, 2, 1}));
     mutex.unlock();
     unlockOnAnotherThread(mutex);
-    EXPECT_EQ(depths.size(), 9U) << "nobody holds it any more, so no unlock is a stray one";
+    EXPECT_EQ(seen.size(), 9U) << "nobody holds it any more, so no unlock is a stray one";
 }
 
 TEST(RecursiveProcessMutex, LockWaitsForTheGuard) {
