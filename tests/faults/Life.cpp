@@ -1,7 +1,7 @@
 #include "tests/faults/Life.h"
 
+#include "tests/faults/InstalledWebConsole.h"
 #include "tests/sandbox/Processes.h"
-#include "tests/sandbox/Sandbox.h"
 #include "tests/support/DaemonDriver.h"
 #include "tests/support/Files.h"
 #include "tests/support/LocalConnection.h"
@@ -9,14 +9,10 @@
 #include "tests/tracing/Words.h"
 
 #include <sys/syscall.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
-#include <cstring>
-#include <filesystem>
 #include <memory>
 
 namespace ZNORBFAULTS {
@@ -24,10 +20,6 @@ namespace {
 
 using namespace ZNORBTRACING;
 using namespace ZNORBTEST;
-
-constexpr const char* console = "/opt/zn/znwbx";
-constexpr const char* sources = "/opt/zn/znorb/WBX";
-constexpr const char* pageTemplate = "<?php $bin='%ZNORB_BIN_PATH%'; $html='%ZNORB_HTML_PATH%'; ?>\n";
 
 /// Long enough on a busy machine for what takes milliseconds; used up only by what does not happen at all.
 constexpr Milliseconds bound{4000};
@@ -38,104 +30,17 @@ constexpr Milliseconds patience{150};
 /// The processor time, in milliseconds, that no process of a life comes near unless it spins.
 constexpr long spinning = 700;
 
-void installConsole() {
-    writeFile(std::string(sources) + "/znorb.xml", "<console/>\n");
-    writeFile(std::string(sources) + "/chp.htm", "<html></html>\n");
-    writeFile(std::string(sources) + "/ipcelmclient.php", pageTemplate);
-    std::filesystem::create_directories(std::string(console) + "/webapp");
-    std::filesystem::create_directories(std::string(console) + "/data/htdocs");
-}
-
-void removeConsole() {
-    std::error_code error;
-    (void)std::filesystem::remove_all(console, error);
-    (void)std::filesystem::remove_all(sources, error);
-}
-
-/// How a page compares with what should be published.
-std::string stateOf(const std::string& path, const std::string& wanted, mode_t mode) {
-    if (!exists(path)) {
-        return "missing";
-    }
-    const std::string content = readFile(path);
-    std::string state = content == wanted                       ? "whole"
-                        : content.empty()                       ? "empty"
-                        : wanted.find(content) == 0             ? "cut short"
-                        : content.find("znorb") != content.npos ? "other text"
-                                                                : "other";
-    return modeOf(path) == mode ? state : state + ", another mode";
-}
-
-std::string stateOfPages(const DaemonDriver& driver) {
-    const std::string pages = std::string(console) + "/data/htdocs/ZNORB";
-    const std::string filled = "<?php $bin='/opt/zn/znorb/bin'; $html='/opt/zn/znorb/HTML/ORB1'; ?>\n";
-    const std::vector<std::pair<std::string, std::string>> states = {
-        {"znorb.xml", stateOf(std::string(console) + "/webapp/znorb.xml", "<console/>\n", 0644)},
-        {"chp.htm", stateOf(pages + "/chp.htm", "<html></html>\n", 0644)},
-        {"ipcelmclient.php", stateOf(pages + "/ipcelmclient.php", filled, 0644)},
-        {"znorbrequestor", stateOf(pages + "/bin/znorbrequestor", readFile(driver.requestor()), 0755)}};
-    std::string result;
-    for (const auto& [name, state] : states) {
-        if (state != "whole") {
-            result += (result.empty() ? "" : ", ") + name + " " + state;
-        }
-    }
-    return result.empty() ? "whole" : result;
-}
-
-std::string words(int waitStatus) {
-    return WIFSIGNALED(waitStatus) ? std::string("ended by SIG") + sigabbrev_np(WTERMSIG(waitStatus))
-                                   : "status " + std::to_string(WEXITSTATUS(waitStatus));
-}
-
 bool isAlive(pid_t pid) {
     return pid > 0 && !programOf(pid).empty();
 }
 
-/// "0 /dev/null, 3 socket" and so on.
-std::string descriptorsOf(pid_t pid) {
-    std::string result;
-    for (int number = 0; number < 16; ++number) {
-        const std::string target = linkOf(pid, "fd/" + std::to_string(number));
-        if (!target.empty()) {
-            result += (result.empty() ? "" : ", ") + std::to_string(number) + " " +
-                      target.substr(0, target.find(':'));
-        }
-    }
-    return result;
-}
-
-std::string octal(mode_t mode) {
-    char text[16];
-    (void)std::snprintf(text, sizeof text, "%04o", static_cast<unsigned>(mode));
-    return text;
-}
-
-/// "/dev/shm/sem.aB3xYz" is another in every life. Where the daemon shares the machine's names with others,
-/// only those that may be its own.
-std::vector<std::string> withoutChance(const std::vector<std::string>& names) {
-    const bool isAlone = currentSandboxMode() == SandboxMode::Isolated;
-    std::vector<std::string> result;
-    for (const std::string& name : names) {
-        if (isUnfinishedSemaphore(name)) {
-            result.emplace_back("/dev/shm/sem.XXXXXX");
-        } else if (isAlone || name.find("znorb.") != std::string::npos) {
-            result.push_back(name);
-        }
-    }
-    return result;
-}
-
 class LifeRun {
 public:
-    LifeRun(LifeKind kind, const LifeSettings& settings) : m_kind(kind), m_settings(settings) {
-        installConsole();
-    }
+    LifeRun(LifeKind kind, const LifeSettings& settings) : m_kind(kind), m_settings(settings) {}
     ~LifeRun() {
         for (const pid_t client : m_driver.clients()) {
             (void)kill(client, SIGKILL);
         }
-        removeConsole();
     }
 
     LifeRecord run() {
@@ -382,7 +287,7 @@ private:
             if (!process.otherProgram.empty()) {
                 end += "becomes " + process.otherProgram;
             } else {
-                end += process.hasEnded ? words(process.waitStatus) : "NO END";
+                end += process.hasEnded ? describeEnd(process.waitStatus) : "NO END";
             }
             if (process.milliseconds >= spinning) {
                 end += ", SPINS (" + std::to_string(process.milliseconds) + " ms)";
@@ -399,7 +304,7 @@ private:
         m_seen["clients left"] = std::to_string(m_driver.clients().size());
         const std::string left = joined(withoutChance(m_driver.newNames()), ", ");
         m_seen["names left"] = left.empty() ? "nothing" : left;
-        m_seen["pages"] = stateOfPages(m_driver);
+        m_seen["pages"] = m_console.stateOfPages(m_driver.requestor());
     }
 
     std::vector<RecordedCall> allCalls() {
@@ -416,6 +321,7 @@ private:
 
     const LifeKind m_kind;
     const LifeSettings m_settings;
+    const InstalledWebConsole m_console;
     DaemonDriver m_driver;
     std::unique_ptr<TracedProgram> m_daemon;
     std::unique_ptr<TracedProgram> m_other;
@@ -443,27 +349,6 @@ std::string describe(LifeKind kind) {
 
 LifeRecord runLife(LifeKind kind, const LifeSettings& settings) {
     return LifeRun(kind, settings).run();
-}
-
-std::string difference(const Observation& usual, const Observation& seen) {
-    std::string result;
-    Observation all = seen;
-    all.insert(usual.begin(), usual.end());
-    const auto serves = seen.find("serves");
-    if (serves != seen.end() && serves->second != "yes") { // what was never asked is no difference
-        all = seen;
-    }
-    for (const auto& entry : all) {
-        const std::string& question = entry.first;
-        const auto before = usual.find(question);
-        const auto now = seen.find(question);
-        const std::string was = before == usual.end() ? "(none)" : before->second;
-        const std::string is = now == seen.end() ? "(none)" : now->second;
-        if (was != is) {
-            result += (result.empty() ? "" : "; ") + question + ": " + is;
-        }
-    }
-    return result.empty() ? "as ever" : result;
 }
 
 } // namespace ZNORBFAULTS

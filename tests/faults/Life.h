@@ -1,9 +1,9 @@
 #pragma once
 
 #include "tests/faults/Fault.h"
+#include "tests/faults/Observation.h"
 #include "tests/faults/TracedProgram.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -18,9 +18,6 @@ enum class LifeKind {
 };
 std::string describe(LifeKind kind);
 constexpr LifeKind allLifeKinds[] = {LifeKind::Quit, LifeKind::Stop, LifeKind::Terminate, LifeKind::Refused};
-
-/// What a life showed to the outside: questions and their answers, all texts.
-using Observation = std::map<std::string, std::string>;
 
 struct LifeRecord {
     Observation observation;
@@ -40,8 +37,5 @@ struct LifeSettings {
     bool isPatient = false; ///< waits for a stop that takes more than a minute
 };
 LifeRecord runLife(LifeKind kind, const LifeSettings& settings);
-
-/// What differs from a life without a fault, in words; "as ever" when nothing does.
-std::string difference(const Observation& usual, const Observation& seen);
 
 } // namespace ZNORBFAULTS
