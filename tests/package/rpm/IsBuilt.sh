@@ -1,7 +1,7 @@
 # Also a newer one, for an upgrade.
 folder=$(dirname "$package")
 cd "$source"
-quietly cmake --preset rpm -B "$build"
+quietly cmake --preset rpm -B "$build" -DCMAKE_UNITY_BUILD=ON # the same program, in half the time
 quietly cmake --build "$build"
 rm -rf "$folder"/znorb-*.rpm "$folder/newer"
 quietly cpack --config "$build/CPackConfig.cmake" -B "$folder"
