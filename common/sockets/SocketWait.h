@@ -11,7 +11,7 @@ enum class Readiness {
 
 /// Waits once, for at most `seconds`, until `descriptor` is readable. The descriptor stays the caller's. One
 /// below 0, or too large for a `select` set, is Failed at once. An interrupted wait is Failed too and is not
-/// resumed: callers treat it as the end of the conversation.
+/// resumed: for a client's socket that is the end of the conversation, for a listener an idle second.
 [[nodiscard]] Readiness waitUntilReadable(int descriptor, long seconds);
 
 } // namespace ORBCOMMON

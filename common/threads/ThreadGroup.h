@@ -22,8 +22,8 @@ public:
     ThreadGroup(const ThreadGroup&) = delete;
     ThreadGroup& operator=(const ThreadGroup&) = delete;
 
-    /// Puts a handle made with `new` at the end and takes ownership of it. A node that already stands
-    /// for this handle or for its thread goes first; a different handle object that leaves the group in
+    /// Puts a handle made with `new` at the end and takes ownership of it. A node that already stood
+    /// for this handle or for its thread is taken out; a different handle object that leaves the group in
     /// this way belongs to its caller again. False when there is no memory or `handle` is null: nothing
     /// changes and the handle stays the caller's.
     bool add(ThreadHandle* handle);

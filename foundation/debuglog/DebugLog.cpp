@@ -6,7 +6,6 @@
 #include "foundation/synchronization/ProcessMutex.h"
 #include "foundation/synchronization/ScopedMutexLock.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstddef>
