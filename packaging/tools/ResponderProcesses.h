@@ -1,5 +1,7 @@
 #pragma once
 
+#include "packaging/tools/ProcFiles.h"
+
 #include <sys/types.h>
 
 #include <string>
@@ -10,29 +12,6 @@
 ///
 /// Needs root. What is found belongs to root, as every responder does: other users cannot stand in the way.
 namespace ZNORBTOOLS {
-
-/// Why nobody can tell whether a responder runs: what could not be looked at. An answer below that nobody
-/// runs, uses or listens is worth nothing when there is doubt; an answer that somebody does is true all the
-/// same.
-class Doubt {
-public:
-    /// About a responder of this executable.
-    explicit Doubt(const std::string& executable);
-
-    bool exists() const { return !m_text.empty(); }
-    const std::string& text() const { return m_text; }
-
-    /// The first one stays.
-    void add(const std::string& text);
-
-    /// The path in /proc could not be read. No cause for doubt is a process that has gone, or one that root
-    /// may not look into and that has another name: a responder keeps that of its executable.
-    void note(const std::string& path, int error);
-
-private:
-    std::string m_name;
-    std::string m_text;
-};
 
 /// Where the responder is installed, seen from this program: <prefix>/sbin/<this program> and
 /// <prefix>/usr/sbin/<this program> belong to <prefix>/opt/zn/znorb/bin/znorbresponder.
