@@ -1,7 +1,7 @@
 #pragma once
 
-/// The names, paths, sizes and time-outs that the daemon shares with the world outside: clients,
-/// requesters, administrators and the web console all rely on them.
+/// The names, paths, sizes and time-outs of what the daemon has to do with the world outside: clients,
+/// requesters, administrators and the web console.
 namespace ZNORBRESPONDER {
 
 /// Named semaphore that marks the running instance.
