@@ -14,14 +14,10 @@ namespace {
 void askToExit(std::uint16_t port) {
     ORBCOMMON::IPClientSocket socket("127.0.0.1", port);
     socket.connect();
-    if (!socket.isConnected()) {
-        return;
-    }
     std::string statusLine;
     HttpHeaders headers;
     Common::OutputStreamToBuffer body;
     (void)sendRequest(socket, "POST", "/ExitApplication.json", "", statusLine, headers, body);
-    socket.close();
 }
 
 } // namespace
@@ -39,7 +35,7 @@ void exitAllClients(SharedVariables* const& holder) {
         try {
             askToExit(portOf(entry));
         } catch (const std::bad_alloc&) {
-            continue; // not even the connection could be described
+            // not even the connection could be described: on to the next
         }
     }
 }

@@ -72,7 +72,7 @@ bool isLineEnd(std::string_view received, std::size_t position) {
 /// Finds the line that begins at `start`. False when no "\r\n" ends it: a "\r" alone does not.
 bool findLine(std::string_view received, std::size_t start, std::string_view& line) {
     const std::size_t end = received.find('\r', start);
-    if (end == std::string_view::npos || !isLineEnd(received, end)) {
+    if (!isLineEnd(received, end)) {
         return false;
     }
     line = received.substr(start, end - start);
@@ -113,15 +113,15 @@ bool parseHead(ResponseHead& head, std::string& statusLine, HttpHeaders& headers
 }
 
 /// The count that a "Content-Length" stands for: white space, one sign, then digits up to the first other
-/// character, in unsigned 32-bit arithmetic. Whatever the text, it is some count.
+/// character, as the NUL at the end is, in unsigned 32-bit arithmetic. Whatever the text, it is some count.
 std::uint32_t parseLength(const std::string& text) {
     std::size_t position = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
-    const bool isNegative = position < text.size() && text[position] == '-';
-    if (isNegative || (position < text.size() && text[position] == '+')) {
+    const bool isNegative = text[position] == '-';
+    if (isNegative || text[position] == '+') {
         ++position;
     }
     std::uint32_t count = 0;
-    for (; position < text.size() && text[position] >= '0' && text[position] <= '9'; ++position) {
+    for (; text[position] >= '0' && text[position] <= '9'; ++position) {
         count = count * 10 + static_cast<std::uint32_t>(text[position] - '0');
     }
     return isNegative ? 0 - count : count;

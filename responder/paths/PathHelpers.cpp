@@ -67,18 +67,15 @@ std::string getBaseName(const std::string& path) {
 }
 
 std::string getDirectoryPart(const std::string& path) {
-    const auto separator = lastSlashElseBackslash(path);
-    return separator == std::string::npos ? std::string() : path.substr(0, separator + 1);
+    return path.substr(0, lastSlashElseBackslash(path) + 1); // without one: npos + 1, which is 0
 }
 
 std::string removeLastComponent(const std::string& path) {
-    const auto separator = lastBackslashElseSlash(path);
-    return separator == std::string::npos ? path : path.substr(0, separator);
+    return path.substr(0, lastBackslashElseSlash(path));
 }
 
 std::string removeTrailingSeparators(const std::string& path) {
-    const auto last = path.find_last_not_of(separators);
-    return last == std::string::npos ? std::string() : path.substr(0, last + 1);
+    return path.substr(0, path.find_last_not_of(separators) + 1);
 }
 
 void replaceFirst(std::string& text, const std::string& find, const std::string& replacement) {

@@ -49,7 +49,6 @@ void guardAgainstTruncation(void* address, std::size_t size) {
 
 void endTruncationGuard() {
     (void)sigaction(SIGBUS, &s_previous, nullptr);
-    s_size = 0;
     s_isLost = false;
 }
 

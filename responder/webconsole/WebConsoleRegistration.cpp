@@ -8,7 +8,6 @@
 
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <exception>
 #include <limits>
@@ -50,7 +49,7 @@ void setMode(const std::string& path, mode_t mode) {
 /// and one at a time may register, or what is put back could be another's 022.
 class RestrictedUmask {
 public:
-    RestrictedUmask() : m_previous(umask(022)) {}
+    RestrictedUmask() : m_previous(umask(writableByOthers)) {}
     RestrictedUmask(const RestrictedUmask&) = delete;
     RestrictedUmask& operator=(const RestrictedUmask&) = delete;
     ~RestrictedUmask() { (void)umask(m_previous); }
@@ -65,25 +64,29 @@ Common::InputStreamFromFile openSource(const std::string& path) {
     return Common::InputStreamFromFile(isRegularFile(path) ? path.c_str() : "");
 }
 
+/// What is there and its mode, 0 where nothing is.
+mode_t modeOf(const std::string& path) {
+    struct stat status = {};
+    (void)stat(path.c_str(), &status);
+    return status.st_mode;
+}
+
 /// Takes the right to write from all but the owner of a file or directory that was there before, so that
 /// nobody changes what is put there before its mode is set.
-void closeToOthers(const std::string& path, const struct stat& status) {
-    if ((status.st_mode & writableByOthers) != 0) {
-        setMode(path, status.st_mode & (07777 & ~writableByOthers));
+void closeToOthers(const std::string& path, mode_t mode) {
+    if ((mode & writableByOthers) != 0) {
+        setMode(path, mode & (07777 & ~writableByOthers));
     }
 }
 
 /// The stream of a file made or emptied; one that is not open when that fails or something else than a
 /// regular file is in its place.
 Common::OutputStreamToFile openDestination(const std::string& path) {
-    struct stat status = {};
-    const bool isThere = stat(path.c_str(), &status) == 0;
-    if (isThere && !S_ISREG(status.st_mode)) {
+    const mode_t mode = modeOf(path);
+    if (mode != 0 && !S_ISREG(mode)) {
         return {std::string(), false};
     }
-    if (isThere) {
-        closeToOthers(path, status);
-    }
+    closeToOthers(path, mode);
     return {path, false};
 }
 
@@ -92,21 +95,8 @@ bool createOwnDirectory(const std::string& path) {
     if (!createDirectory(path)) {
         return false;
     }
-    struct stat status = {};
-    if (stat(path.c_str(), &status) == 0) {
-        closeToOthers(path, status);
-    }
+    closeToOthers(path, modeOf(path));
     return true;
-}
-
-/// Writes the whole text: at once, unless it is longer than a write can be.
-void writeWhole(Common::OutputStreamToFile& destination, const std::string& text) {
-    constexpr std::size_t longest = std::numeric_limits<unsigned>::max();
-    for (std::size_t start = 0; start < text.size(); start += longest) {
-        const std::size_t length = std::min(text.size() - start, longest);
-        destination.write(text.data() + start, static_cast<unsigned>(length));
-    }
-    destination.close();
 }
 
 void publishPages(const ConsoleDirectories& console, const std::string& sources) {
@@ -167,9 +157,7 @@ void fillTemplate(const std::string& sourceFile, const std::string& destinationF
     replaceFirst(text, "%ZNORB_BIN_PATH%", escapeBackslashes(getBinaryPath(productWord, "")));
     replaceFirst(text, "%ZNORB_HTML_PATH%", escapeBackslashes(getHtmlPath(productWord, "")));
     Common::OutputStreamToFile destination = openDestination(destinationFile);
-    if (destination.isOpen()) {
-        writeWhole(destination, text);
-    }
+    writeWhole(destination, text); // to nobody, when that could not be opened
 }
 
 bool copyFileTo(const std::string& sourceDirectory, const std::string& destinationDirectory,
@@ -187,6 +175,15 @@ bool copyFileTo(const std::string& sourceDirectory, const std::string& destinati
         writeWhole(destination, content);
     }
     return true;
+}
+
+void writeWhole(Common::OutputStream& destination, std::string_view text) {
+    constexpr std::size_t longest = std::numeric_limits<unsigned>::max();
+    while (!text.empty()) {
+        const std::string_view piece = text.substr(0, longest);
+        destination.write(piece.data(), static_cast<unsigned>(piece.size()));
+        text.remove_prefix(piece.size());
+    }
 }
 
 } // namespace ZNORBRESPONDER

@@ -1,6 +1,9 @@
 #pragma once
 
+#include "foundation/streams/OutputStream.h"
+
 #include <string>
+#include <string_view>
 
 /// Publishing the product into the web management console, when that is installed. Runs on the calling
 /// monitor's thread. One thread at a time may register: the process's umask is another meanwhile, and two at
@@ -25,5 +28,8 @@ void fillTemplate(const std::string& sourceFile, const std::string& destinationF
 /// destination everybody's right to write to it but its owner's.
 bool copyFileTo(const std::string& sourceDirectory, const std::string& destinationDirectory,
                 const std::string& fileName);
+
+/// Writes the text: at once, unless it is longer than a write can be.
+void writeWhole(Common::OutputStream& destination, std::string_view text);
 
 } // namespace ZNORBRESPONDER

@@ -52,12 +52,21 @@ int sleepMicroseconds(useconds_t count) {
 
 extern "C" {
 
+int chmod(const char* path, mode_t mode) noexcept {
+    const auto original = [](auto... arguments) { return syscall(SYS_fchmodat, AT_FDCWD, arguments...); };
+    return InPlaceOf<chmod>::call(original, path, mode);
+}
+
 int close_range(unsigned first, unsigned last, int flags) noexcept {
     return InPlaceOf<close_range>::call(systemCall<SYS_close_range>, first, last, flags);
 }
 
 int connect(int descriptor, const sockaddr* address, socklen_t length) {
     return InPlaceOf<connect>::call(systemCall<SYS_connect>, descriptor, address, length);
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept {
+    return InPlaceOf<fchmod>::call(systemCall<SYS_fchmod>, descriptor, mode);
 }
 
 hostent* gethostbyname(const char* name) {

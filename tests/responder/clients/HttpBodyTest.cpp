@@ -8,6 +8,7 @@
 #include "tests/support/SocketPair.h"
 
 #include <pthread.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -151,6 +152,7 @@ TEST_F(ReadResponseBody, BodyInPiecesTakesAReadForEachWithHalfAnHourAnew) {
     };
     for (const std::vector<std::string>& writes : pieces) {
         const SelectRecorder waits;
+        const FailingCall<usleep> pauses(EINTR);
         SocketPair peer(SOCK_SEQPACKET);
         for (const std::string& bytes : writes) {
             peer.write(bytes);
@@ -159,6 +161,7 @@ TEST_F(ReadResponseBody, BodyInPiecesTakesAReadForEachWithHalfAnHourAnew) {
         EXPECT_EQ(body(), "hello, world");
         EXPECT_EQ(SelectRecorder::calls().size(), writes.size());
         EXPECT_THAT(SelectRecorder::calls(), Each(isWaitFor(peer.near(), 1800)));
+        EXPECT_EQ(pauses.calls(), 0U);
     }
 }
 
@@ -184,7 +187,7 @@ const LengthTexts lengthTexts[] = {
     {"ZeroIsAnEmptyBody", {"00"}, ""},
     {"MinusZeroIsZero", {"-0"}, ""},
     {"OnlyOneSignIsAccepted", {"++5", "+-5", "-+5", "--5", "+ 5", "- 5", "+\t5"}, ""},
-    {"TextWithoutADigitInFrontIsZero", {"x5", "garbage", "-x", "+-", "\t ", "--", "0x10"}, ""},
+    {"TextWithoutADigitInFrontIsZero", {"x5", "~5", "garbage", "-x", "+-", "\t ", "--", "0x10"}, ""},
     {"CountOf32BitsStartsAnewAtZero", {"4294967296"}, ""},
     {"CountOf32BitsWrapsAround", {"4294967301", "-4294967291"}, "hello"},
 };
@@ -305,6 +308,18 @@ TEST_F(ClosedPeer, IsNotRecognisedAndEndsTheReadOnlyWhenTheConnectionFails) {
     EXPECT_FALSE(isRead);
     EXPECT_FALSE(hasData());
     EXPECT_THAT(log.lines(), ElementsAre("Error Receiving from Server. Code: 104"));
+}
+
+TEST_F(ClosedPeer, IsLookedAtAgainAfterATenthOfASecond) {
+    std::atomic<useconds_t> pause = 0;
+    const InPlaceOf<usleep> pauses([&pause](useconds_t microseconds) {
+        pause = microseconds;
+        return usleep(microseconds);
+    });
+    startReading();
+    peer.resetFar();
+    reader.join();
+    EXPECT_EQ(pause, 100'000U);
 }
 
 TEST_F(ClosedPeer, CostsAtMostAHundredthOfACore) {

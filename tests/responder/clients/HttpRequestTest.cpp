@@ -7,6 +7,7 @@
 #include "tests/support/SelectRecorder.h"
 #include "tests/support/SocketPair.h"
 
+#include <fcntl.h>
 #include <poll.h>
 
 #include <cerrno>
@@ -104,12 +105,14 @@ TEST_P(SentRequest, IsItsLineAndOfAPostItsLengthAndItsBodyWithoutASignal) {
 
 const std::string hello = "hello, world";
 const std::string exitUrl = "/ExitApplication.json";
+const std::string longUrl = "/" + std::string(1000, 'u');
 const std::string anyBytes("\0\r\n\xff%s|", 7);
 
 const Request requests[] = {
     {"Post", "POST", "/u", hello, headOfPost(12) + hello, {headOfPost(12).size(), 12}},
     {"EmptyPost", "POST", "/u", "", headOfPost(0), {headOfPost(0).size()}},
     {"PostToALongerUrl", "POST", exitUrl, "", headOfPost(0, exitUrl), {58}},
+    {"PostToALongUrl", "POST", longUrl, "", headOfPost(0, longUrl), {headOfPost(0, longUrl).size()}},
     {"BodyOfAnyBytes", "POST", "/u", anyBytes, headOfPost(7) + anyBytes, {headOfPost(7).size(), 7}},
     {"Get", "GET", "/", hello, "GET / HTTP/1.0\r\n\r\n", {18}},
     {"AnyOtherMethod", "PUT", "/", hello, "PUT / HTTP/1.0\r\n\r\n", {18}},
@@ -213,6 +216,17 @@ TEST_F(SendRequest, LaterChunkThatCannotBeSentIsLoggedWithItsError) {
     EXPECT_FALSE(socket.isConnected());
     EXPECT_THAT(log.lines(), ElementsAre("Error Sending to Server. Code: 104"));
     EXPECT_EQ(sends.calls().size(), 4U) << "nothing is sent after a failure";
+}
+
+TEST_F(SendRequest, LoggedErrorIsThatOfTheSendWhateverErrorTheCloseHas) {
+    ORBCOMMON::ClientSocket noSocket(open("/dev/null", O_RDWR | O_CLOEXEC)); // which cannot be shut down
+    unsigned calls = 0;
+    const InPlaceOf<::send> sends([&calls](int, const void*, std::size_t length, int) {
+        errno = EPIPE;
+        return calls++ == 0 ? static_cast<ssize_t>(length) : -1;
+    });
+    EXPECT_FALSE(sendRequest(noSocket, "POST", "/u", "body", statusLine, headers, stream));
+    EXPECT_THAT(log.lines(), ElementsAre("Error Sending to Server. Code: 32"));
 }
 
 TEST_F(SendRequest, PeerThatGoesInTheMiddleOfTheBodyFailsTheRequest) {
@@ -325,6 +339,14 @@ TEST_F(SendRequest, WithoutMemoryForItsTextNothingIsSentAndTheSocketIsClosed) {
     EXPECT_FALSE(socket.isConnected());
     EXPECT_EQ(peer.received(), "");
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(SendRequest, TextIsMadeInOnePieceOfMemory) {
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be counted here";
+    peer.finish();
+    const AllocationWatch memory;
+    EXPECT_TRUE(send("POST", exitUrl, ""));
+    EXPECT_EQ(memory.allocations(), 1);
 }
 
 TEST_F(SendRequest, SecondRequestOnTheSameSocketForgetsTheFirst) {

@@ -82,6 +82,7 @@ const Link links[] = {
     {"SubdirectoryOfTheRootDirectory", "/program", "sub", "/sub"},
     {"RootDirectoryOfManySlashes", "///program", "", ""},
     {"EmptyLink", "", "", ""},
+    {"LinkOfOneByte", "p", "", "p"},
     {"EmptyLinkAndASubdirectory", "", "sub", "/sub"},
     {"LinkOf78Bytes", componentOf(76) + "/p", "", componentOf(76)},
     {"LinkOf79Bytes", componentOf(77) + "/p", "", componentOf(77)},

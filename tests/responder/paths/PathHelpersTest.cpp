@@ -91,7 +91,7 @@ const Examples examples[] = {
      {{"///", ""}, {"\\", ""}, {"/\\/", ""}, {"", ""}}},
     {"TrailingSeparatorsMayBeAbsent",
      removeTrailingSeparators,
-     {{"/a/b", "/a/b"}, {"name", "name"}, {"/a/b ", "/a/b "}}},
+     {{"/a/b", "/a/b"}, {"name", "name"}, {"/a/b ", "/a/b "}, {"/a/b~", "/a/b~"}}},
     {"EscapedTextHasEveryBackslashDoubledAndNothingElse",
      escapeBackslashes,
      {{"", ""},

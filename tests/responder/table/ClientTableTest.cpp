@@ -1,5 +1,6 @@
 #include "responder/table/ClientTable.h"
 
+#include "tests/support/Allocations.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
@@ -261,6 +262,14 @@ TEST_F(ClientTableTest, FullTableIsRefusedUntouchedAndAFreeEntryFoundUnderAHosti
             expectClaim(entry, count);
         }
     }
+}
+
+TEST_F(ClientTableTest, ListingThatNobodyReadsNeedsNoMemory) {
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be counted here";
+    fillUp(64);
+    const AllocationWatch memory;
+    listEntries(*m_table);
+    EXPECT_EQ(memory.allocations(), 0);
 }
 
 class ClientTableListTest : public ClientTableTest {

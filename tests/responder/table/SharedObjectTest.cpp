@@ -2,6 +2,7 @@
 
 #include "responder/table/ClientTable.h"
 #include "responder/table/TruncationGuard.h"
+#include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
@@ -78,6 +79,14 @@ TEST_F(SharedObjectTest, ObjectIsReadableAndWritableByEverybodyWhateverTheUmask)
     }
 }
 
+TEST_F(SharedObjectTest, ObjectWhoseModeCannotBeSetIsReadableByEverybodyAsFarAsTheUmaskHasIt) {
+    const FailingCall<fchmod> refusal(EPERM);
+    SharedObject object;
+    object.create();
+    EXPECT_NE(object.table(), nullptr);
+    EXPECT_EQ(modeOf(tableFile), 0755U);
+}
+
 TEST_F(SharedObjectTest, TableIsSharedWithOtherMappingsInBothDirections) {
     SharedObject object;
     object.create();
@@ -134,6 +143,7 @@ TEST_F(SharedObjectTest, SecondOwnerGetsNoTableAndTakesTheNameFromTheFirst) {
     SharedObject first;
     first.create();
     ASSERT_NE(first.table(), nullptr);
+    const Descriptor object(open(tableFile, O_RDWR | O_CLOEXEC));
     {
         SharedObject second;
         second.create();
@@ -141,7 +151,9 @@ TEST_F(SharedObjectTest, SecondOwnerGetsNoTableAndTakesTheNameFromTheFirst) {
     }
     EXPECT_FALSE(exists(tableFile));
     first.table()->count = 1;
-    EXPECT_EQ(first.table()->count, 1U) << "its own mapping is still there";
+    EXPECT_EQ(boundedCount(*first.table()), 1U) << "its own mapping is still there";
+    EXPECT_EQ(ftruncate(object.get(), 0), 0);
+    EXPECT_EQ(boundedCount(*first.table()), 0U) << "and still guarded";
 }
 
 TEST_F(SharedObjectTest, OwnerThatNeverCreatesHasNoTableAndMakesNoneButRemovesTheNameAllTheSame) {

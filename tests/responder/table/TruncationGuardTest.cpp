@@ -11,6 +11,7 @@
 
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -105,15 +106,26 @@ TEST_F(TruncationGuardTest, BusErrorThatWasSentEndsTheProcess) {
     });
 }
 
-/// Reads beyond the end of an object that is not the guarded one, at an address below or above it.
+TEST_F(TruncationGuardTest, BusErrorThatWasSentWithAGuardedAddressEndsTheProcess) {
+    expectEndOfForked(endedBy(SIGBUS), [this] {
+        guard();
+        siginfo_t fault = {};
+        fault.si_code = SI_QUEUE;
+        fault.si_addr = const_cast<char*>(m_object.memory());
+        (void)syscall(SYS_rt_sigqueueinfo, getpid(), SIGBUS, &fault);
+        return 0;
+    });
+}
+
+/// Reads beyond the end of an object that is not the guarded one, at an address right below or above it.
 int readOfAnotherObject(bool isBelow) {
     char* const room = static_cast<char*>(
         mmap(nullptr, 16384 + 8192, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
     const int empty = memfd_create("empty", MFD_CLOEXEC);
     char* const address = isBelow ? room : room + 16384;
     (void)mmap(address, 4096, PROT_READ, MAP_SHARED | MAP_FIXED, empty, 0);
-    guardAgainstTruncation(room + 4096, objectSize);
-    return *static_cast<volatile char*>(address);
+    guardAgainstTruncation(room + 4096, 16384 - 4096);
+    return static_cast<volatile char*>(address)[isBelow ? 4095 : 0];
 }
 
 TEST_F(TruncationGuardTest, BusErrorElsewhereEndsTheProcess) {

@@ -1,5 +1,7 @@
+#include "responder/webconsole/WebConsoleRegistration.h"
 #include "tests/responder/paths/ExecutableLink.h"
 #include "tests/responder/webconsole/WebConsoleRegistrationFixture.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/Rows.h"
@@ -96,6 +98,18 @@ TEST_F(FillTemplateTest, MissingTemplateLeavesTheDestinationAlone) {
     EXPECT_FALSE(exists(m_filled));
     writeFile(m_filled, "old");
     fillTemplate(m_source, m_filled);
+    EXPECT_EQ(readFile(m_filled), "old");
+}
+
+TEST_F(FillTemplateTest, WithoutMemoryForThePathsTheDestinationIsLeftAlone) {
+    ZNORB_SKIP_IF(!allocationsAreObserved) << "allocations cannot be made to fail here";
+    writeFile(m_filled, "old");
+    writeFile(m_source, "%ZNORB_HTML_PATH%");
+    setHtmlPath(std::string(3000, 'h'));
+    {
+        const FailingAllocation failure(0, 3000);
+        EXPECT_THROW(fillTemplate(m_source, m_filled), std::bad_alloc);
+    }
     EXPECT_EQ(readFile(m_filled), "old");
 }
 

@@ -2,8 +2,11 @@
 #include "tests/sandbox/Sandbox.h"
 #include "tests/support/Allocations.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/StandIns.h"
 
 #include <sys/mount.h>
+
+#include <cerrno>
 
 namespace {
 
@@ -43,6 +46,30 @@ TEST_F(WebConsoleRegistrationTest, FilesOfMissingSourcesKeepTheirContentAndGetTh
     for (const File& file : files) {
         EXPECT_EQ(readFile(file.path), std::string(20000, 'o'));
         EXPECT_EQ(modeOf(file.path), file.mode);
+    }
+}
+
+TEST_F(WebConsoleRegistrationTest, WhereNoModeCanBeSetEverybodyMayReadWhatIsNewAndItsOwnerAloneWriteToIt) {
+    (void)umask(0);
+    const FailingCall<chmod> refusal(EPERM);
+    EXPECT_TRUE(registerWebConsole());
+    expectDirectories();
+    for (const File& file : files) {
+        EXPECT_EQ(readFile(file.path), file.content);
+        EXPECT_EQ(modeOf(file.path), 0644U) << file.path;
+    }
+}
+
+TEST_F(WebConsoleRegistrationTest, DirectoryThatTheSystemRefusesIsNotUsedAlthoughItIsThere) {
+    publishOld(0600, 0700);
+    for (const unsigned made : {0U, 1U}) {
+        const FailingCall<mkdir> refusal(EACCES, FailingCall<mkdir>::always, made);
+        EXPECT_TRUE(registerWebConsole());
+        expectPublished(descriptor);
+        EXPECT_EQ(readFile(page) == pageContent, made == 1);
+        EXPECT_EQ(modeOf(pages), made == 1 ? 0755U : 0700U);
+        EXPECT_EQ(readFile(requestor), std::string(20000, 'o'));
+        EXPECT_EQ(modeOf(productPrograms), 0700U);
     }
 }
 
