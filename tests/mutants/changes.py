@@ -271,9 +271,10 @@ class Finder:
 
     def block(self, cursor):
         statements = [(s, self.statement(s)) for s in cursor.get_children()]
-        for statement, _ in statements: # "(void)" before it leaves it unused as well
-            cast = statement.kind == Kind.CSTYLE_CAST_EXPR
-            self.unused |= {self.extent(c) for c in (statement, *(statement.get_children() if cast else ()))}
+        for statement, _ in statements: # "(void)" before it leaves it unused as well, and the end of its temporaries
+            while statement.kind in (Kind.CSTYLE_CAST_EXPR, Kind.UNEXPOSED_EXPR):
+                statement = list(statement.get_children())[-1]
+            self.unused.add(self.extent(statement))
         for statement, extent in statements:
             if extent and self.can_go(statement):
                 self.add("left out", *extent, ";")

@@ -1,6 +1,7 @@
 """The copy of the sources in which changes are tried, and its build: quick rather than anything else, and apart from the
 project's own. Run by itself, it makes both, or what of them has changed.
 """
+import functools
 import hashlib
 import json
 import re
@@ -63,6 +64,7 @@ class Tree:
             digest.update(file.read_bytes())
         return digest.hexdigest()[:16]
 
+    @functools.cache # the places of the changes are those of the text as it was at first
     def text(self, file):
         return (ROOT / file).read_text(encoding="latin-1")
 
