@@ -61,15 +61,15 @@ TEST_F(WebConsoleRegistrationTest, WhereNoModeCanBeSetEverybodyMayReadWhatIsNewA
 }
 
 TEST_F(WebConsoleRegistrationTest, DirectoryThatTheSystemRefusesIsNotUsedAlthoughItIsThere) {
-    publishOld(0600, 0700);
+    publishOld(0600, 0777);
     for (const unsigned made : {0U, 1U}) {
         const FailingCall<mkdir> refusal(EACCES, FailingCall<mkdir>::always, made);
         EXPECT_TRUE(registerWebConsole());
         expectPublished(descriptor);
         EXPECT_EQ(readFile(page) == pageContent, made == 1);
-        EXPECT_EQ(modeOf(pages), made == 1 ? 0755U : 0700U);
+        EXPECT_EQ(modeOf(pages), made == 1 ? 0755U : 0777U);
         EXPECT_EQ(readFile(requestor), std::string(20000, 'o'));
-        EXPECT_EQ(modeOf(productPrograms), 0700U);
+        EXPECT_EQ(modeOf(productPrograms), 0777U);
     }
 }
 
