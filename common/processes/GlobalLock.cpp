@@ -60,13 +60,8 @@ int takeAtOnce(sem_t* semaphore) {
 GlobalLock::GlobalLock(std::string name) : m_name(std::move(name)) {}
 
 GlobalLock::~GlobalLock() {
-    if (!m_open) {
-        return;
-    }
-    if (m_owner) {
+    if (m_open) {
         remove(false);
-    } else {
-        close();
     }
 }
 
@@ -74,7 +69,6 @@ bool GlobalLock::create(bool lockNow) {
     if (m_open) {
         return true;
     }
-    m_locked = false;
     const unsigned initialCount = lockNow ? 0 : 1;
     m_handle = sem_open(m_name.c_str(), O_CREAT | O_EXCL, nameMode, initialCount);
     if (m_handle == SEM_FAILED) {
@@ -90,7 +84,6 @@ bool GlobalLock::openExisting() {
     if (m_open) {
         return true;
     }
-    m_locked = false;
     m_handle = sem_open(m_name.c_str(), 0);
     m_open = m_handle != SEM_FAILED;
     return m_open;
@@ -120,11 +113,11 @@ bool GlobalLock::isHeld() {
 }
 
 void GlobalLock::unlock(bool disown) {
-    if (m_open && m_locked) {
+    if (m_locked) {
         (void)sem_post(m_handle);
         m_locked = false;
     }
-    if (m_owner && disown) {
+    if (disown) {
         m_owner = false;
     }
 }
@@ -148,7 +141,7 @@ void GlobalLock::remove(bool force) {
 }
 
 void GlobalLock::abandon() const noexcept {
-    if (m_open && m_locked) {
+    if (m_locked) {
         (void)sem_post(m_handle);
     }
     char path[prefixLength + longestName + 1];

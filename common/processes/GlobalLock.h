@@ -74,7 +74,7 @@ private:
     bool m_open = false;
     /// This object made the semaphore or took ownership of it, and unlinks the name.
     bool m_owner = false;
-    /// This object holds the semaphore's count.
+    /// This object holds the semaphore's count; false while not open.
     bool m_locked = false;
     /// SEM_FAILED while not open.
     sem_t* m_handle = SEM_FAILED;

@@ -65,8 +65,7 @@ public:
 private:
     // False when `text`, which it takes over, is null.
     bool append(char* text) noexcept {
-        m_texts[m_count] = text;
-        m_count += text != nullptr ? 1 : 0;
+        m_texts[m_count++] = text;
         return text != nullptr;
     }
 

@@ -9,7 +9,6 @@ sigset_t holdTermination() {
     sigset_t previous;
     (void)sigemptyset(&termination);
     (void)sigaddset(&termination, SIGTERM);
-    (void)sigemptyset(&previous);
     (void)pthread_sigmask(SIG_BLOCK, &termination, &previous);
     return previous;
 }

@@ -43,8 +43,7 @@ void ThreadGroup::joinAll() {
 
 void ThreadGroup::detachAll() {
     while (!m_handles.empty()) {
-        const std::unique_ptr<ThreadHandle> handle(m_handles.front());
-        detach(*handle);
+        const std::unique_ptr<ThreadHandle> handle(m_handles.front()); // whose end detaches its thread
         m_handles.removeFirst();
     }
     m_handles = {};
