@@ -52,6 +52,10 @@ int sleepMicroseconds(useconds_t count) {
 
 extern "C" {
 
+int chdir(const char* path) noexcept {
+    return InPlaceOf<chdir>::call(systemCall<SYS_chdir>, path);
+}
+
 int chmod(const char* path, mode_t mode) noexcept {
     const auto original = [](auto... arguments) { return syscall(SYS_fchmodat, AT_FDCWD, arguments...); };
     return InPlaceOf<chmod>::call(original, path, mode);
@@ -117,6 +121,22 @@ int usleep(useconds_t microseconds) {
 }
 
 #if !ZNORB_THREAD_SANITIZER // has its own for these
+int pthread_cond_destroy(pthread_cond_t* condition) noexcept {
+    static const auto original = next<pthread_cond_destroy>("pthread_cond_destroy");
+    return InPlaceOf<pthread_cond_destroy>::call(original, condition);
+}
+
+int pthread_cond_timedwait(pthread_cond_t* condition, pthread_mutex_t* mutex, const timespec* limit) {
+    static const auto original = next<pthread_cond_timedwait>(
+        sizeof(time_t) > sizeof(long) ? "__pthread_cond_timedwait64" : "pthread_cond_timedwait");
+    return InPlaceOf<pthread_cond_timedwait>::call(original, condition, mutex, limit);
+}
+
+int pthread_condattr_destroy(pthread_condattr_t* attributes) noexcept {
+    static const auto original = next<pthread_condattr_destroy>("pthread_condattr_destroy");
+    return InPlaceOf<pthread_condattr_destroy>::call(original, attributes);
+}
+
 int pthread_detach(pthread_t thread) noexcept {
     static const auto original = next<pthread_detach>("pthread_detach");
     return InPlaceOf<pthread_detach>::call(original, thread);
@@ -135,6 +155,11 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
     static const auto original = next<pthread_mutex_unlock>("pthread_mutex_unlock");
     return InPlaceOf<pthread_mutex_unlock>::call(original, mutex);
+}
+
+int pthread_mutexattr_destroy(pthread_mutexattr_t* attributes) noexcept {
+    static const auto original = next<pthread_mutexattr_destroy>("pthread_mutexattr_destroy");
+    return InPlaceOf<pthread_mutexattr_destroy>::call(original, attributes);
 }
 
 int sem_wait(sem_t* semaphore) {

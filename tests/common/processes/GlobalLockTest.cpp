@@ -32,9 +32,11 @@ TEST_F(GlobalLockTest, IsClosedAndTouchesNothingUntilItIsUsed) {
         GlobalLock lock(m_name);
         EXPECT_FALSE(lock.isHeld());
         EXPECT_FALSE(nameExists(m_name));
+        errno = 0;
         lock.unlock(true);
         lock.close();
         lock.remove(false);
+        EXPECT_EQ(errno, 0) << "nothing is closed";
     }
     EXPECT_FALSE(nameExists(m_name));
 }
@@ -137,6 +139,16 @@ TEST_F(GlobalLockTest, CreatingTwiceReturnsTrueWithoutTouchingTheSystem) {
     EXPECT_TRUE(lock.create(false));
     EXPECT_FALSE(nameExists(m_name));
     EXPECT_EQ(onlooker.count(), 0);
+    EXPECT_TRUE(lock.isHeld());
+}
+
+TEST_F(GlobalLockTest, OpeningTwiceReturnsTrueWithoutTouchingTheSystem) {
+    const Onlooker onlooker(m_name, 1);
+    GlobalLock lock(m_name);
+    ASSERT_TRUE(lock.openExisting());
+    EXPECT_TRUE(lock.tryLock(false));
+    ASSERT_EQ(sem_unlink(m_name.c_str()), 0);
+    EXPECT_TRUE(lock.openExisting());
     EXPECT_TRUE(lock.isHeld());
 }
 
@@ -254,6 +266,26 @@ TEST_F(GlobalLockTest, ASystemThatDoesNotTellWhetherMemoryIsThereHindersNobody) 
     }
 }
 
+TEST_F(GlobalLockTest, LooksAtTheSemaphoresMemoryAloneAndOnlyWhileOpen) {
+    int count = 0;
+    const InPlaceOf<process_vm_readv> readings([&count](pid_t process, const iovec* to, unsigned long toCount,
+                                                        const iovec* from, unsigned long fromCount,
+                                                        unsigned long flags) {
+        ++count;
+        EXPECT_EQ(fromCount, 1U);
+        EXPECT_EQ(from->iov_len, sizeof(sem_t));
+        return process_vm_readv(process, to, toCount, from, fromCount, flags);
+    });
+    const Onlooker other(m_name, 1);
+    GlobalLock lock(m_name);
+    EXPECT_FALSE(lock.isHeld());
+    EXPECT_FALSE(lock.tryLock(false));
+    EXPECT_EQ(count, 0);
+    ASSERT_TRUE(lock.openExisting());
+    EXPECT_TRUE(lock.tryLock(false));
+    EXPECT_EQ(count, 1);
+}
+
 TEST_F(GlobalLockTest, AnotherProcessFindsTheLockHeldAndThenFree) {
     GlobalLock daemon(m_name);
     ASSERT_TRUE(daemon.create(true));
@@ -291,6 +323,9 @@ TEST_F(GlobalLockTest, KeepsItsFieldsInTheirOrder) {
     EXPECT_EQ(flagsOf(lock), "XXX");
     lock.unlock(false);
     EXPECT_EQ(flagsOf(lock), "XX-");
+    lock.close();
+    EXPECT_EQ(flagsOf(lock), "-X-");
+    EXPECT_EQ(fieldAt<sem_t*>(&lock, flags + sizeof(void*)), SEM_FAILED);
     EXPECT_EQ(sizeof lock, flags + 2 * sizeof(void*));
 }
 

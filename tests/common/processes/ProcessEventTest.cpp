@@ -1,5 +1,6 @@
 #include "common/processes/ProcessEvent.h"
 
+#include "tests/support/Allocations.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/ObservedThread.h"
@@ -101,6 +102,17 @@ class ProcessEventOfEachKind : public testing::TestWithParam<bool> {
 protected:
     static bool isShared() { return GetParam(); }
 
+    // Attributes that are given up may hold anything.
+    int givenUp = 0;
+    const std::function<int(void*)> spoil = [this](void* attributes) {
+        ++givenUp;
+        std::memset(attributes, 0xff, sizeof(pthread_mutexattr_t));
+        return 0;
+    };
+    static_assert(sizeof(pthread_mutexattr_t) == sizeof(pthread_condattr_t));
+    const InPlaceOf<pthread_mutexattr_destroy> ofMutexes{spoil};
+    const InPlaceOf<pthread_condattr_destroy> ofConditions{spoil};
+
     ProcessEvent event{false, isShared()};
     BlockView* const block = viewOf(event).block;
 };
@@ -114,6 +126,11 @@ TEST_P(ProcessEventOfEachKind, StartsAsItIsTold) {
     ProcessEvent signalled(true, isShared());
     EXPECT_TRUE(signalled.timedWait(0));
     EXPECT_FALSE(event.timedWait(0));
+}
+
+TEST_P(ProcessEventOfEachKind, GivesTheAttributesUpWithWhichItWasMade) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer's program has no stand-ins for these";
+    EXPECT_EQ(givenUp, 2) << "of the mutex and of the condition";
 }
 
 TEST_P(ProcessEventOfEachKind, KeepsItsFlagsInTheBlock) {
@@ -245,6 +262,20 @@ TEST_P(ProcessEventOfEachKind, TimedWaitWithAPastDeadlineIsFalseUnlessSignalled)
         EXPECT_EQ(event.set(), 0);
         EXPECT_TRUE(event.timedWait(past));
     }
+}
+
+TEST_P(ProcessEventOfEachKind, TimedWaitEndsWithAWholeSecondAndNeverBeforeTheEpoch) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has a wait of its own";
+    std::vector<std::pair<std::time_t, long>> limits;
+    const InPlaceOf<pthread_cond_timedwait> waits(
+        [&limits](pthread_cond_t*, pthread_mutex_t*, const timespec* limit) {
+            limits.emplace_back(limit->tv_sec, limit->tv_nsec);
+            return ETIMEDOUT;
+        });
+    for (const std::time_t deadline : {std::time_t{2}, std::time_t{1}, std::time_t{0}, std::time_t{-1}}) {
+        EXPECT_FALSE(event.timedWait(deadline));
+    }
+    EXPECT_EQ(limits, (std::vector<std::pair<std::time_t, long>>{{2, 0}, {1, 0}, {0, 0}, {0, 0}}));
 }
 
 TEST_P(ProcessEventOfEachKind, TimedWaitWaitsUntilTheDeadline) {
@@ -388,7 +419,46 @@ TEST(ProcessEvent, TheOwnersEndIsMarkedForTheOtherProcess) {
     });
     EXPECT_EQ(viewOf(*event).block->destroyed, 1);
     // The second owner leaves what is destroyed alone and releases its view.
+    int destroyed = 0;
+    const InPlaceOf<pthread_mutex_destroy> destructions([&destroyed](pthread_mutex_t* mutex) {
+        ++destroyed;
+        return pthread_mutex_destroy(mutex);
+    });
     event.reset();
+    EXPECT_EQ(destroyed, 0);
+}
+
+TEST(ProcessEvent, TheOwnersEndIsMarkedBeforeTheMutexAndThenTheConditionGo) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has its own for these";
+    auto event = std::make_unique<ProcessEvent>(false, false);
+    BlockView* const block = viewOf(*event).block;
+    const std::vector<const void*> expected = {&block->mutex, &block->condition};
+    std::vector<const void*> destroyed;
+    const auto note = [block, &destroyed](const void* primitive) {
+        EXPECT_EQ(block->destroyed, 1);
+        destroyed.push_back(primitive);
+    };
+    const InPlaceOf<pthread_mutex_destroy> ofTheMutex([&note](pthread_mutex_t* mutex) {
+        note(mutex);
+        return pthread_mutex_destroy(mutex);
+    });
+    const InPlaceOf<pthread_cond_destroy> ofTheCondition([&note](pthread_cond_t* condition) {
+        note(condition);
+        return pthread_cond_destroy(condition);
+    });
+    event.reset();
+    EXPECT_EQ(destroyed, expected);
+}
+
+using ProcessEventAllocations = AllocationTest;
+
+TEST_F(ProcessEventAllocations, TheEndFreesABlockOnTheHeap) {
+    const AllocationWatch watch;
+    {
+        const ProcessEvent event(false, false);
+        EXPECT_EQ(watch.allocations(), 1);
+    }
+    EXPECT_EQ(watch.outstanding(), 0);
 }
 
 TEST(ProcessEvent, SetOwnerIsOfThisProcessAlone) {

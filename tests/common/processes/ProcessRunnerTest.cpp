@@ -6,6 +6,7 @@
 #include "tests/support/Rows.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 #include "tests/support/Waiting.h"
 #include "tests/support/Watchdog.h"
@@ -108,6 +109,14 @@ TEST_F(ProcessRunnerTest, ProgramRunsInTheWorkingDirectory) {
     (void)run("show", folder + "/bin", {});
     EXPECT_EQ(readFile(result), folder + "/bin\n");
     EXPECT_EQ(std::filesystem::current_path(), folder) << "the caller stays where it is";
+}
+
+TEST_F(ProcessRunnerTest, WithoutAWorkingDirectoryNoneIsEntered) {
+    const InPlaceOf<chdir> entering([](const char*) -> int { _exit(50); });
+    const pid_t process = run("sh", "", {"-c", "exit 3"}, false);
+    int status = 0;
+    ASSERT_EQ(waitpid(process, &status, 0), process);
+    EXPECT_EQ(WEXITSTATUS(status), 3);
 }
 
 TEST_F(ProcessRunnerTest, ProgramIsSearchedAsTheShellWould) {
@@ -287,15 +296,19 @@ TEST_F(ProcessRunnerTest, WithoutMemoryForTheArgumentsNothingIsForkedOrWaitedFor
     const std::vector<std::string> arguments{"-c", "exit 0", "name"};
     constexpr int allocations = 5; // the array, the program's path and the three arguments
     ForkedChild child([]() { return 0; });
+    const AllocationWatch watch;
     for (int succeeding = 0; succeeding < allocations; ++succeeding) {
         const FailingAllocation failure(succeeding);
         EXPECT_EQ(run("sh", "/bin", arguments), -1) << succeeding;
         EXPECT_TRUE(FailingAllocation::hasHappened()) << succeeding;
+        EXPECT_EQ(watch.outstanding(), 0) << succeeding;
     }
     EXPECT_EQ(child.waitForEnd(), exitedWith(0)) << "the caller's own child was left to it";
     EXPECT_TRUE(hasNoChildren());
     const FailingAllocation failure(allocations);
+    const AllocationWatch watchOfTheRun;
     EXPECT_GT(run("sh", "/bin", arguments), 0);
+    EXPECT_EQ(watchOfTheRun.outstanding(), 0);
 }
 
 TEST_F(ProcessRunnerTest, WaitingLeavesTheEndsOfOtherChildrenToTheirParent) {

@@ -1,6 +1,7 @@
 #include "common/processes/SynchronousProcess.h"
 
 #include "common/processes/ProcessEvent.h"
+#include "tests/support/Allocations.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/Layout.h"
 #include "tests/support/Sanitizers.h"
@@ -217,9 +218,24 @@ TEST(SynchronousProcess, FailsWithoutMemoryForItsRecordOrForAThread) {
     }));
 }
 
+using SynchronousProcessAllocations = AllocationTest;
+
+TEST_F(SynchronousProcessAllocations, WithoutItsRecordItStartsNoThread) {
+    const FailingAllocation ofTheRecord(0);
+    RunCounter process;
+    EXPECT_TRUE(FailingAllocation::hasHappened());
+    EXPECT_EQ(process.startThread(), ENOMEM);
+    EXPECT_EQ(process.runs, 0);
+}
+
 /// Whether an event of the record is signalled.
 bool isSignalled(const void* event) {
     return fieldAt<const std::uint8_t*>(event, 0)[1] != 0;
+}
+
+/// Whether it is of this process alone.
+bool isOnTheHeap(const void* event) {
+    return fieldAt<const std::uint8_t*>(event, 0)[2] == 0;
 }
 
 /// The record: request, response, result and thread, in this order.
@@ -250,6 +266,8 @@ TEST(SynchronousProcess, KeepsItsRecordsFieldsInTheirOrder) {
     const Record record(process);
     EXPECT_EQ(record.result(), 1);
     EXPECT_EQ(record.thread(), nullptr);
+    EXPECT_TRUE(isOnTheHeap(record.request()));
+    EXPECT_TRUE(isOnTheHeap(record.response()));
     process.stop();
     EXPECT_EQ(record.result(), 0);
     EXPECT_TRUE(isSignalled(record.response()));

@@ -56,6 +56,17 @@ TEST_F(ClientSocketTest, HoldsTheDescriptorThatItIsGivenUntilItClosesAndForgetsI
     EXPECT_FALSE(isOpen(given));
 }
 
+TEST_F(ClientSocketTest, HoldsTheDescriptorThatIsAdopted) {
+    class Adopting : public ClientSocket {
+    public:
+        using ClientSocket::adopt;
+    };
+    Adopting socket;
+    socket.adopt(given);
+    EXPECT_EQ(socket.descriptor(), given);
+    EXPECT_TRUE(socket.isConnected());
+}
+
 TEST_F(ClientSocketTest, CloseShutsDownForEveryHolderOfTheConnection) {
     const ZNORBTEST::Descriptor duplicate(dup(given));
     ASSERT_TRUE(duplicate.isOpen());

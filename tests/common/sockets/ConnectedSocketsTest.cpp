@@ -3,6 +3,7 @@
 #include "tests/common/sockets/Listeners.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/LocalPort.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -93,12 +94,14 @@ TYPED_TEST(ConnectedSocket, EndsUnconnectedWhenNoSocketCanBeCreated) {
     this->socket->connect();
     const ClientSocket accepted(this->acceptNext());
     this->socket->closes = 0;
+    const FailingCall<connect> connections(EBADF);
     {
         const DescriptorLimit none(0);
         this->socket->connect();
     }
     EXPECT_FALSE(this->socket->isConnected());
     EXPECT_EQ(this->socket->closes, 2) << "the connection before, and the failed attempt";
+    EXPECT_EQ(connections.calls(), 0U);
     EXPECT_TRUE(this->isAtEnd(accepted));
     EXPECT_EQ(this->acceptNext(), -1);
 }

@@ -52,6 +52,11 @@ TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
     class Renamed : public IPClientSocket {
     public:
         explicit Renamed(int descriptor) : IPClientSocket(std::string(300, 'a'), 80) { adopt(descriptor); }
+        void close() override {
+            ++closes;
+            IPClientSocket::close();
+        }
+        int closes = 0;
     };
     SocketPair pair;
     Renamed socket(pair.releaseNear());
@@ -59,6 +64,20 @@ TEST_F(IPClientSocketTest, NameThatDoesNotResolveGivesThePreviousConnectionUp) {
     EXPECT_FALSE(socket.isConnected());
     char byte = 0;
     EXPECT_EQ(recv(pair.far(), &byte, 1, MSG_DONTWAIT), 0);
+    EXPECT_EQ(socket.closes, 2) << "the connection before, and the failed attempt";
+}
+
+TEST(IPClientSocket, LooksUpWhatBeginsWithALetterAlone) {
+    std::vector<std::string> lookedUp;
+    const InPlaceOf<gethostbyname> service([&lookedUp](const char* name) -> hostent* {
+        lookedUp.emplace_back(name);
+        return nullptr;
+    });
+    const FailingCall<connect> connections(ECONNREFUSED);
+    for (const char* host : {"a1", "127.0.0.1", "", "1a", "#a", "\xe4host", "Z"}) {
+        IPClientSocket(host, 80).connect();
+    }
+    EXPECT_EQ(lookedUp, (std::vector<std::string>{"a1", "Z"}));
 }
 
 /// A host and whether it is connected to.
@@ -124,10 +143,12 @@ TEST(StoreFirstAddress, TakesFamilyAndAddressOfAnIPv4AnswerAndNoMoreThanItsBytes
     EXPECT_TRUE(storeFirstAddress(answer.get(), address));
     EXPECT_EQ(address.sin_family, AF_INET);
     EXPECT_EQ(address.sin_addr.s_addr, htonl(0x01020304));
-    Answer shorter(AF_INET, 2);
-    address = {};
-    EXPECT_TRUE(storeFirstAddress(shorter.get(), address));
-    EXPECT_EQ(address.sin_addr.s_addr, htonl(0x01020000));
+    for (const auto& [length, expected] : {std::pair(2, 0x01020000U), std::pair(1, 0x01000000U)}) {
+        Answer shorter(AF_INET, length);
+        address = {};
+        EXPECT_TRUE(storeFirstAddress(shorter.get(), address));
+        EXPECT_EQ(address.sin_addr.s_addr, htonl(expected));
+    }
 }
 
 TEST(StoreFirstAddress, IPv6AnswerDoesNotOverrunTheField) {

@@ -1,5 +1,7 @@
 #include "common/sockets/SocketWait.h"
 
+#include "tests/support/ForkedChild.h"
+#include "tests/support/SelectRecorder.h"
 #include "tests/support/SocketPair.h"
 
 #include <fcntl.h>
@@ -63,6 +65,23 @@ TEST_F(SocketWaitTest, ReadinessToWriteDoesNotCountAndTimeOutIsInSecondsAndSetAf
         EXPECT_EQ(waitUntilReadable(sockets.near(), 1), Readiness::TimedOut);
         EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(900));
     }
+}
+
+TEST_F(SocketWaitTest, WaitsForItsDescriptorAloneAndForWholeSeconds) {
+    sockets.write("x");
+    const ZNORBTEST::SelectRecorder waits;
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 60), Readiness::Readable);
+    ZNORBTEST::SelectRecorder::returnOneWithoutDescriptor();
+    EXPECT_EQ(waitUntilReadable(sockets.near(), 60), Readiness::Failed);
+    const auto expected = ZNORBTEST::isWaitFor(sockets.near(), 60);
+    EXPECT_THAT(ZNORBTEST::SelectRecorder::calls(), testing::ElementsAre(expected, expected));
+}
+
+TEST_F(SocketWaitTest, DescriptorZeroIsWaitedOn) {
+    sockets.write("x");
+    EXPECT_TRUE(ZNORBTEST::holdsInForked([this]() {
+        return dup2(sockets.near(), 0) == 0 && waitUntilReadable(0, 60) == Readiness::Readable;
+    }));
 }
 
 TEST_F(SocketWaitTest, NegativeTimeOutsAndDescriptorsThatAreNotOpenFail) {

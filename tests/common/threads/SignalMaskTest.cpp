@@ -50,6 +50,26 @@ TEST(SignalMask, HoldingAddsToTheMaskAndRestoringBringsItBack) {
     restoreSignalMask(original);
 }
 
+/// Leaves nothing but ones on the stack below the caller.
+[[gnu::noinline]] void soilStack() {
+    volatile unsigned char bytes[4096];
+    for (volatile unsigned char& byte : bytes) {
+        byte = 0xff;
+    }
+}
+
+TEST(SignalMask, HoldingAddsNothingButTermination) {
+    const sigset_t original = currentMask();
+    soilStack();
+    const sigset_t before = holdTermination();
+    const sigset_t held = currentMask();
+    restoreSignalMask(before);
+    for (int number = 1; number < 32; ++number) {
+        EXPECT_EQ(sigismember(&held, number) == 1, number == SIGTERM || sigismember(&original, number) == 1)
+            << number;
+    }
+}
+
 TEST(SignalMask, HeldSignalIsDeliveredWhenTheMaskIsRestoredAndNotBefore) {
     const SharedReport<std::atomic<bool>> wasHeld;
     expectEndOfForked(exitedWith(delivered), [&wasHeld]() {

@@ -255,6 +255,16 @@ TEST_F(ThreadGroupAllocations, AddForWhichHalfOfTheMemoryIsThereLeavesTheHandleT
     EXPECT_EQ(group.size(), 1U);
 }
 
+TEST_F(ThreadGroupAllocations, TheEndFreesItsHandles) {
+    const AllocationWatch watch;
+    {
+        ThreadGroup group;
+        ASSERT_TRUE(group.add(new ThreadHandle));
+        ASSERT_TRUE(group.add(new ThreadHandle));
+    }
+    EXPECT_EQ(watch.outstanding(), 0);
+}
+
 pthread_t threadOf(const ThreadHandle& handle) {
     return *fieldAt<const pthread_t*>(&handle, 0);
 }

@@ -107,6 +107,41 @@ TEST(ThreadHandle, HoldsTheIdentifierOfAFailedStartUntilItIsJoinedDetachedOrDest
     EXPECT_EQ(threadable.runs, 0);
 }
 
+TEST(ThreadHandle, GivesTheSystemNoThreadThatWasNotCreated) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has its own for these";
+    Gated threadable;
+    int calls = 0;
+    const InPlaceOf<pthread_join> joins([&calls](pthread_t, void**) { return ++calls; });
+    const InPlaceOf<pthread_detach> detaches([&calls](pthread_t) { return ++calls; });
+    for (void (*const give)(ThreadHandle&) : {join, detach}) {
+        ThreadHandle given;
+        ThreadHandle destroyed;
+        const NoThreads noThreads;
+        EXPECT_EQ(start(given, &threadable), EAGAIN);
+        EXPECT_EQ(start(destroyed, &threadable), EAGAIN);
+        give(given);
+    }
+    EXPECT_EQ(calls, 0);
+}
+
+TEST(ThreadHandle, ItsEndDetachesTheThreadThatItHolds) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has its own for these";
+    Gated threadable;
+    int detached = 0;
+    {
+        const InPlaceOf<pthread_detach> detaches([&detached](pthread_t thread) {
+            ++detached;
+            return pthread_detach(thread);
+        });
+        const ThreadHandle null;
+        ThreadHandle handle;
+        ASSERT_EQ(start(handle, &threadable), 0);
+    }
+    EXPECT_EQ(detached, 1);
+    threadable.open = true;
+    EXPECT_TRUE(waitUntil([&] { return threadable.finished.load(); }));
+}
+
 TEST(ThreadHandle, AStartThatFailsLateLeavesNoThreadsValueBehind) {
     expectEndOfForked(exitedWith(0), [] {
         Gated threadable;
