@@ -155,6 +155,24 @@ TEST_F(RecordedDebugLog, IsActiveWithAStreamUnlessPaused) {
     EXPECT_FALSE(DebugLog().isActive());
 }
 
+TEST_F(DebugLogTest, IsInactiveAlreadyWhenItsStreamsEnd) {
+    class Ending : public OutputStreamToBuffer {
+    public:
+        explicit Ending(bool& wasActive) : m_wasActive(wasActive) {}
+        Ending(const Ending&) = delete;
+        Ending& operator=(const Ending&) = delete;
+        ~Ending() override { m_wasActive = DebugLog::isActive(); }
+
+    private:
+        bool& m_wasActive;
+    };
+    bool wasActive = true;
+    DebugLog::addOutputStream(1, shared_ptr<OutputStream>(new Ending(wasActive)));
+    EXPECT_TRUE(DebugLog::isActive());
+    DebugLog::removeAllOutputStreams();
+    EXPECT_FALSE(wasActive);
+}
+
 TEST_F(RecordedDebugLog, ARecordIsWrittenInPieces) {
     DebugLog().write(1, "the text", true, true);
     EXPECT_THAT(m_pieces, ElementsAre("[", Truly(isStamp), "] ", "the text", "\n"));

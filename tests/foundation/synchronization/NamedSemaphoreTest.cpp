@@ -3,15 +3,18 @@
 #include "tests/foundation/synchronization/SemaphoreHandles.h"
 #include "tests/foundation/synchronization/SemaphoreName.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/ObservedThread.h"
 #include "tests/support/Sanitizers.h"
 #include "tests/support/StandIns.h"
+#include "tests/support/SystemCallTracer.h"
 #include "tests/support/Waiting.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/syscall.h>
 
 #include <atomic>
 #include <cerrno>
@@ -164,6 +167,31 @@ TEST_F(NamedSemaphore, NamesThatTheSystemRefusesFailAtOnce) {
         EXPECT_FALSE(drainSemaphore(refused));
         EXPECT_TRUE(removeSemaphore(refused));
     }
+}
+
+TEST_F(NamedSemaphore, WhatTheCheckIsRefusedIsNotOpenedAfterIt) {
+    ZNORB_SKIP_IF(!canTrace() || !canChangeCalls()) << "no call can be changed here";
+    EXPECT_FALSE(semaphoreExists(name.plain()));
+    const SharedReport<std::atomic<bool>> isOpened;
+    *isOpened = true;
+    SystemCallTracer tracer;
+    (void)tracer.start([this, &isOpened]() {
+        bool existed = true;
+        *isOpened = openOrCreateSemaphore(name.plain(), existed) != SEM_FAILED || existed;
+    });
+    bool isOpening = false;
+    int refusals = 0;
+    EXPECT_TRUE(tracer.follow([this, &isOpening, &refusals](const TracedStop& stop) {
+        if (stop.kind == TracedStop::Kind::Call && stop.call.isStart) {
+            isOpening = stop.call.number == SYS_openat &&
+                        readText(stop.thread, stop.call.arguments[1]).ends_with(name.plain());
+        } else if (stop.kind == TracedStop::Kind::Call && isOpening && refusals == 0) {
+            ++refusals;
+            setResult(stop.thread, -EACCES);
+        }
+    }));
+    EXPECT_EQ(refusals, 1);
+    EXPECT_FALSE(*isOpened);
 }
 
 TEST_F(NamedSemaphore, LongestNameThatTheSystemTakesWorks) {

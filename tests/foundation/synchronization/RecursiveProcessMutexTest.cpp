@@ -8,10 +8,11 @@
 #include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <pthread.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <thread>
@@ -177,6 +178,7 @@ TEST(RecursiveProcessMutex, OnlyAStrayUnlockLetsTheOthersInBeforeItCounts) {
     std::vector<std::uint32_t> seen; // whenever the guard is let go
     const InPlaceOf<pthread_mutex_unlock> unlocks([&](pthread_mutex_t* guard) {
         if (guard == fieldAt<pthread_mutex_t*>(&mutex, word)) {
+            EXPECT_EQ(pthread_mutex_trylock(guard), EBUSY) << "it is held until then";
             seen.push_back(fieldAt<std::uint32_t>(&mutex, 2 * word));
         }
         return pthread_mutex_unlock(guard);
@@ -191,6 +193,29 @@ TEST(RecursiveProcessMutex, OnlyAStrayUnlockLetsTheOthersInBeforeItCounts) {
     mutex.unlock();
     unlockOnAnotherThread(mutex);
     EXPECT_EQ(seen.size(), 9U) << "nobody holds it any more, so no unlock is a stray one";
+}
+
+TEST(RecursiveProcessMutex, DestroysTheAttributesOfItsGuardAndAtItsEndTheGuardAndTheCondition) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has its own for these";
+    constexpr std::size_t word = sizeof(void*);
+    std::vector<const void*> destroyed;
+    const auto note = [&destroyed](const void* what) {
+        destroyed.push_back(what);
+        return 0;
+    };
+    const InPlaceOf<pthread_mutexattr_destroy> ofAttributes(note);
+    const InPlaceOf<pthread_mutex_destroy> ofGuards(note);
+    const InPlaceOf<pthread_cond_destroy> ofConditions(note);
+    const void* guard = nullptr;
+    const void* condition = nullptr;
+    {
+        const RecursiveProcessMutex mutex;
+        guard = fieldAt<const void*>(&mutex, word);
+        condition = fieldAt<const void*>(&mutex, 3 * word);
+        EXPECT_EQ(destroyed.size(), 1U);
+        destroyed.clear();
+    }
+    EXPECT_THAT(destroyed, testing::UnorderedElementsAre(guard, condition));
 }
 
 TEST(RecursiveProcessMutex, LockWaitsForTheGuard) {
