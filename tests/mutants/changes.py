@@ -130,7 +130,8 @@ class Finder:
         if extent is None:
             return None
         after = self.ends[extent[1]] + 1
-        if after < len(self.tokens) and self.tokens[after][2] == ";" and not self.text(extent).endswith(("}", ";")):
+        ended = self.text(extent).endswith(("}", ";")) and not cursor.kind.is_expression()
+        if after < len(self.tokens) and self.tokens[after][2] == ";" and not ended:
             return extent[0], self.tokens[after][1]
         return extent if self.text(extent).endswith(("}", ";")) else None
 
@@ -270,6 +271,9 @@ class Finder:
             self.add("inverted", *extent, f"({self.text(extent)}) + 1")
 
     def block(self, cursor):
+        extent = self.extent(cursor)
+        if extent is None or not self.text(extent).startswith("{"): # a macro's
+            return
         statements = [(s, self.statement(s)) for s in cursor.get_children()]
         for statement, _ in statements: # "(void)" before it leaves it unused as well, and the end of its temporaries
             while statement.kind in (Kind.CSTYLE_CAST_EXPR, Kind.UNEXPOSED_EXPR):

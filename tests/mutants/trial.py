@@ -69,9 +69,10 @@ class Workshop:
                     if process.poll() is None:
                         continue
                     del waiting[i]
-                    if process.returncode != 0:
-                        outputs[i].seek(0)
-                        return self.reason(outputs[i].read().decode(errors="replace"), process.returncode)
+                    outputs[i].seek(0)
+                    said = outputs[i].read().decode(errors="replace")
+                    if process.returncode != 0 or "[  PASSED  ]" not in said: # it may have become another program
+                        return self.reason(said, process.returncode)
                 if time.monotonic() > until:
                     return "its time is over"
                 time.sleep(0.05)
@@ -145,7 +146,7 @@ class Workshop:
         return ""
 
     def objects(self, file, text):
-        """What is compiled anew: the file itself, or the nearest tests where it is a header."""
+        """What is compiled anew: the file itself, or where it is a header, its source and the nearest tests."""
         self.clean()
         copy = self.folder / file
         copy.parent.mkdir(parents=True)
@@ -155,13 +156,14 @@ class Workshop:
             words = ["clang++", *self.tree.precompiled(file), "-w", "-c", str(copy), "-o", str(made)]
             return {file: made} if self.compile(words) else None
         objects = {}
-        for number, test in enumerate(nearest_tests(file)):
-            made = self.folder / f"test{number}.o"
-            words = list(self.tree.commands[test])
+        source = str(Path(file).with_suffix(".cpp"))
+        for number, name in enumerate([source] * (source in self.tree.commands) + nearest_tests(file)):
+            made = self.folder / f"object{number}.o"
+            words = list(self.tree.commands[name])
             words[words.index("-o") + 1] = str(made)
             if not self.compile([words[0], f"-I{self.folder}", "-w", *words[1:]]):
                 return None
-            objects[f"{test}.o"] = made
+            objects[f"{name}.o"] = made
         return objects
 
     def same_code(self, change, text):
