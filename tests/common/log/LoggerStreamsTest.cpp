@@ -1,8 +1,11 @@
 #include "foundation/streams/OutputStreamToConsole.h"
 #include "tests/common/log/LoggerFixture.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/SetClock.h"
+#include "tests/support/StandIns.h"
 
+#include <pthread.h>
 #include <sys/mman.h>
 
 #include <climits>
@@ -26,6 +29,21 @@ TEST_F(LoggerTest, WithoutStreamsEveryOperationReturnsNormally) {
     Logger::removeAllOutputStreams();
     EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(LoggerTest, WithoutStreamsARecordTakesNoLock) {
+    ZNORB_SKIP_IF(underThreadSanitizer) << "the thread sanitizer has locks of its own";
+    int unlocks = 0;
+    const InPlaceOf<pthread_mutex_unlock> counted([&unlocks](pthread_mutex_t* mutex) {
+        ++unlocks;
+        return pthread_mutex_unlock(mutex);
+    });
+    Logger::log("nobody listens");
+    Logger::logAt(0, "nobody listens");
+    logList(0, "nobody listens");
+    EXPECT_EQ(unlocks, 0);
+    Logger::resume();
+    EXPECT_GT(unlocks, 0);
 }
 
 TEST_F(LoggerTest, IsSilentAsLongAsItHasNoStream) {
@@ -147,6 +165,10 @@ TEST_F(LoggerTest, NullStreamGetsNothingAndHoldsNobodyUp) {
     addRecorder("B:");
     Logger::log("1");
     EXPECT_THAT(writes, ElementsAre("A:1", "A:\r\n", "B:1", "B:\r\n"));
+    writes.clear();
+    Logger::setShowTimestamp(true);
+    Logger::log("stamped");
+    EXPECT_EQ(writes.size(), 2 * 5U);
 }
 
 TEST_F(LoggerTest, ListKeepsAStreamAliveUntilItIsRemoved) {

@@ -95,23 +95,11 @@ TEST_F(LoggerTest, SettingsAndStreamsMayChangeWhileOthersLog) {
     EXPECT_GT(received, 0);
 }
 
-// Each operation runs on a thread of its own while the test holds the mutex. The wait only gives an operation
-// that ignores the mutex the time to show itself.
-TEST_F(LoggerTest, EveryOperationHoldsTheMutex) {
-    addRecorder();
-    const std::vector<std::function<void()>> operations = {
-        [] { Logger::log("x"); },
-        [] { Logger::logAt(0, "x"); },
-        [] { logList(0, "x"); },
-        [] { Logger::writeLine(0, "x"); },
-        [] { Logger::hexDump(0, "x", 1); },
-        [] { Logger::addOutputStream(StreamPointer()); },
-        [] { Logger::pause(); },
-        [] { Logger::resume(); },
-        [] { Logger::setShowTimestamp(false); },
-        [] { Logger::setLogLevel(0); },
-        [] { Logger::removeAllOutputStreams(); },
-    };
+using Operations = std::vector<std::function<void()>>;
+
+// Each operation runs on a thread of its own while the test holds the mutex, and looks at what is there
+// meanwhile. The wait only gives an operation that ignores the mutex the time to show itself.
+void runWhileHeld(const Operations& operations, const std::function<void()>& look) {
     std::atomic<std::size_t> started = 0;
     std::atomic<std::size_t> finished = 0;
     logger_mutex->lock();
@@ -127,9 +115,44 @@ TEST_F(LoggerTest, EveryOperationHoldsTheMutex) {
         std::this_thread::yield();
     }
     EXPECT_EQ(finished, 0U);
+    look();
     logger_mutex->unlock();
     callers.join();
     EXPECT_EQ(finished, operations.size());
+}
+
+TEST_F(LoggerTest, EveryOperationHoldsTheMutexAndDoesNothingBefore) {
+    addRecorder();
+    const Operations operations = {
+        [] { Logger::log("x"); },
+        [] { Logger::logAt(0, "x"); },
+        [] { logList(0, "x"); },
+        [] { Logger::writeLine(0, "x"); },
+        [] { Logger::hexDump(0, "x", 1); },
+        [this] { addRecorder(); },
+        [] { Logger::pause(); },
+        [] { Logger::setShowTimestamp(true); },
+        [] { Logger::setLogLevel(1); },
+        [] { Logger::removeAllOutputStreams(); },
+    };
+    runWhileHeld(operations, [this] {
+        Logger::log("held");
+        Logger::logAt(1, "too verbose");
+        EXPECT_THAT(writes, ElementsAre("held", "\r\n"));
+    });
+}
+
+TEST_F(LoggerTest, OperationsOfAPausedLogWaitForTheMutexToo) {
+    addRecorder();
+    Logger::pause();
+    const Operations operations = {
+        [] { Logger::log("x"); },          [] { Logger::logAt(0, "x"); },      [] { logList(0, "x"); },
+        [] { Logger::writeLine(0, "x"); }, [] { Logger::hexDump(0, "x", 1); }, [] { Logger::resume(); },
+    };
+    runWhileHeld(operations, [this] {
+        Logger::log("lost");
+        EXPECT_THAT(writes, IsEmpty());
+    });
 }
 
 TEST_F(LoggerTest, HolderOfTheMutexMayLog) {
