@@ -271,9 +271,6 @@ class Finder:
             self.add("inverted", *extent, f"({self.text(extent)}) + 1")
 
     def block(self, cursor):
-        extent = self.extent(cursor)
-        if extent is None or not self.text(extent).startswith("{"): # a macro's
-            return
         statements = [(s, self.statement(s)) for s in cursor.get_children()]
         for statement, _ in statements: # "(void)" before it leaves it unused as well, and the end of its temporaries
             while statement.kind in (Kind.CSTYLE_CAST_EXPR, Kind.UNEXPOSED_EXPR):
