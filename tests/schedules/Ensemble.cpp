@@ -45,6 +45,18 @@ bool Participant::sleeps() const {
     return stop.kind == Kind::Call && stop.call.isStart && stop.call.number == SYS_clock_nanosleep;
 }
 
+bool Participant::isMain() const {
+    return isProcess() && role == family + " daemon";
+}
+
+Objects Participant::memory() const {
+    Objects result = {"memory of " + std::to_string(process)};
+    if (role == family || (isMain() && !hasWaited)) {
+        (void)result.insert("barrier of " + family);
+    }
+    return result;
+}
+
 Ensemble::~Ensemble() {
     for (const auto& [role, file] : m_outputs) {
         (void)close(file);
@@ -55,6 +67,7 @@ void Ensemble::add(const std::string& role, pid_t child, bool isOurs) {
     m_participants[child] = {
         .role = role, .family = role, .thread = child, .process = child, .isOurs = isOurs};
     m_roles[role] = child;
+    m_connections.add(child, role);
 }
 
 void Ensemble::launch(const std::string& role, const Launch& program) {
@@ -93,6 +106,7 @@ bool Ensemble::settle() {
             }
         }
         if (stop.kind == Kind::Nobody) {
+            noteWaiting();
             return true;
         }
         if (stop.kind != Kind::Overdue) {
@@ -131,7 +145,11 @@ bool Ensemble::releaseEnded() {
 
 void Ensemble::noteWaiting() {
     for (auto& [thread, participant] : m_participants) {
+        const bool isBefore = participant.stop.kind == Kind::Call && participant.stop.call.isStart;
         participant.isAsleep = !participant.isHeld;
+        participant.hasWaited = participant.hasWaited || participant.isAsleep;
+        participant.isBlocked =
+            participant.isHeld && isBefore && !isReady(participant.shared, participant.process);
     }
 }
 
@@ -158,7 +176,7 @@ void Ensemble::take(TracedStop& stop) {
     case Kind::Signal:
         isBoundary = stop.signal != 0 && stop.signal != SIGCHLD;
         participant.place = "the signal's handler";
-        participant.shared = {.access = {Signals, 0}};
+        participant.shared = {.access = {{}, {lockCount}}};
         break;
     default:
         isBoundary = takeCall(participant, stop);
@@ -180,13 +198,18 @@ bool Ensemble::takeCallsStart(Participant& participant, const TracedStop& stop) 
     participant.call = stop.call.number;
     participant.shared = participant.isOurs ? examine(stop.thread, stop.call) : SharedCall();
     participant.place = participant.shared.place;
+    const pid_t lookedAt = participant.shared.lookedAt;
+    if (lookedAt == participant.process || (lookedAt != 0 && !m_participants.contains(lookedAt))) {
+        participant.shared = {.place = participant.place}; // nobody there changes anything
+    }
     noteSockets(participant);
     if (stop.call.number == SYS_clock_nanosleep) {
         participant.wakesAt = m_time + microsecondsOf(stop.thread, stop.call);
     }
-    Access& access = participant.shared.access;
-    access = {access.reads & m_objects, access.writes & m_objects};
-    return (participant.shared.isFamilyAffair || !access.isNone()) && !isAgain;
+    m_connections.resolve(participant.shared, participant.process, stop.call);
+    const bool isBoundary =
+        participant.shared.isMemorysAffair || !relevant(participant.shared.access).isNone();
+    return isBoundary && !isAgain;
 }
 
 bool Ensemble::doesHoldSocket(const Participant& participant) const {
@@ -194,15 +217,60 @@ bool Ensemble::doesHoldSocket(const Participant& participant) const {
     return process == m_participants.end() || process->second.holdsSocket;
 }
 
-/// The end of a process that has none is nothing to those who are connected.
+/// The end of a daemon that has some closes them. Requesters have closed theirs before, and what a client
+/// inherits the daemon has shut down or is going to: nobody notices its execution.
 void Ensemble::noteSockets(Participant& participant) {
     const auto process = m_participants.find(participant.process);
     if (participant.call == SYS_socket && process != m_participants.end()) {
         process->second.holdsSocket = true;
     }
-    if (participant.call == SYS_exit_group && !doesHoldSocket(participant)) {
-        participant.shared.access.writes &= ~static_cast<unsigned>(Socket);
+    const bool isDaemons = participant.role != participant.family;
+    if (participant.call == SYS_exit_group && isDaemons && doesHoldSocket(participant)) {
+        participant.shared.access.writes.merge(Objects{listener, queuesHead, allConnections});
     }
+}
+
+/// Beside what its call tells: main lets go of the lock without one, and a signal may come between any two
+/// steps of the old daemon's. A process at its start has no memory yet that others know; but it is there
+/// then.
+Access Ensemble::accessOf(const Participant& participant) const {
+    if (participant.stop.kind == Kind::Start && participant.isProcess()) {
+        return relevant({{}, {processList}});
+    }
+    const bool isBehind = participant.stop.kind == Kind::Call && !participant.stop.call.isStart;
+    Access access = isBehind ? participant.shared.behind : participant.shared.access;
+    access.add({{sleepersClock}, participant.memory()});
+    if (participant.isMain()) {
+        (void)access.writes.insert(lockCount);
+    }
+    if (participant.family == "old") {
+        (void)access.reads.insert(pendingSignals);
+    }
+    return relevant(m_connections.withQueue(access));
+}
+
+Access Ensemble::relevant(Access access) const {
+    for (const std::string& object : m_ignored) {
+        (void)access.reads.erase(object);
+        (void)access.writes.erase(object);
+    }
+    return access;
+}
+
+bool Ensemble::isPrivate(const Participant& participant) const {
+    const Objects memory = participant.memory();
+    Access access = accessOf(participant);
+    (void)access.reads.erase(sleepersClock);
+    const bool isSeen = std::any_of(m_participants.begin(), m_participants.end(), [&](const auto& entry) {
+        const Participant& other = entry.second;
+        const bool doesWait = other.isAsleep && other.call == SYS_futex;
+        return other.thread != participant.thread && !doesWait &&
+               !areIndependent(access, {other.memory(), {}});
+    });
+    for (const std::string& object : memory) {
+        (void)access.writes.erase(object);
+    }
+    return access.isNone() && !isSeen && !participant.sleeps();
 }
 
 bool Ensemble::takeCallsEnd(Participant& participant, const TracedStop& stop) {
@@ -210,6 +278,7 @@ bool Ensemble::takeCallsEnd(Participant& participant, const TracedStop& stop) {
         setResult(stop.thread, 0);
     }
     const bool hasWaited = std::exchange(participant.isAsleep, false);
+    m_connections.noteEnd(participant.shared, participant.process, participant.call, stop.call.result);
     participant.isRestarting = stop.call.result >= firstRestart && stop.call.result <= lastRestart;
     participant.place = "behind " + participant.shared.place;
     return participant.isOurs && !participant.isRestarting &&
@@ -250,10 +319,16 @@ void Ensemble::end(const TracedStop& stop) {
     m_tracer.goOn(stop);
 }
 
-std::vector<const Participant*> Ensemble::held() const {
+bool Ensemble::isEnabled(const Participant& participant) {
+    const bool looksAgain =
+        participant.sleeps() && !participant.hasNews && participant.role != participant.family;
+    return participant.isHeld && !participant.isBlocked && !looksAgain;
+}
+
+std::vector<const Participant*> Ensemble::enabled() const {
     std::vector<const Participant*> result;
     for (const auto& [thread, participant] : m_participants) {
-        if (participant.isHeld) {
+        if (isEnabled(participant)) {
             result.push_back(&participant);
         }
     }
@@ -265,6 +340,7 @@ std::vector<const Participant*> Ensemble::held() const {
 void Ensemble::goOn(const std::string& role) {
     const pid_t thread = m_roles.at(role);
     Participant& participant = m_participants.at(thread);
+    noteNews(participant);
     if (participant.sleeps()) {
         m_time = std::max(m_time, participant.wakesAt);
         skipCall(thread);
@@ -273,6 +349,23 @@ void Ensemble::goOn(const std::string& role) {
     ++m_turns;
     participant.isHeld = false;
     m_tracer.goOn(participant.stop);
+}
+
+/// To those who have looked at what it may change in its next step. Whoever sleeps looks at it again then.
+void Ensemble::noteNews(Participant& participant) {
+    Access access = accessOf(participant);
+    (void)access.reads.erase(sleepersClock);
+    (void)access.writes.erase(sleepersClock);
+    for (auto& [thread, other] : m_participants) {
+        const bool isNews = thread != participant.thread && !areIndependent({other.watched, {}}, access);
+        other.hasNews = other.hasNews || isNews;
+    }
+    if (participant.sleeps()) {
+        participant.hasNews = false;
+        participant.watched.clear();
+    }
+    participant.watched.merge(access.reads);
+    participant.watched.merge(access.writes);
 }
 
 const Participant* Ensemble::find(const std::string& role) const {

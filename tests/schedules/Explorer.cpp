@@ -27,7 +27,8 @@ std::string liveInSandbox(const Story& story, const Order& order, const KnownSta
 
 class Exploring {
 public:
-    Exploring(const Story& story, unsigned turns) : m_orders(turns + 1) {
+    Exploring(const Story& story, Bound bound)
+        : m_bound(bound), m_orders(bound == Bound::OneTurn ? 2 : story.preemptions + 1) {
         m_exploration.story = &story;
         m_orders[0].emplace_back();
     }
@@ -54,9 +55,11 @@ private:
         }
     }
 
-    /// The orders that differ from this one from one of its steps on.
+    /// The orders that differ from this one from one of its steps on. When two do the same, it makes no
+    /// difference who goes first.
     void branchOff(const Result& result, unsigned level) {
         const std::vector<Step>& steps = result.course.steps;
+        bool isTwins = m_exploration.story->isSymmetric() && result.order.empty();
         for (std::size_t index = result.order.empty() ? 0 : result.order.back().step + 1;
              index < steps.size(); ++index) {
             const Step& step = steps[index];
@@ -64,10 +67,12 @@ private:
                 return; // the rest has been gone through from there
             }
             for (const Choice& choice : step.alternatives) {
-                if (index > 0 || !m_exploration.story->isSymmetric()) {
-                    add(result.order, choice, level + 1);
+                if (!isTwins) {
+                    const bool doesCount = choice.isPreemption || m_bound == Bound::OneTurn;
+                    add(result.order, choice, level + (doesCount ? 1 : 0));
                 }
             }
+            isTwins = isTwins && step.alternatives.empty();
         }
     }
 
@@ -78,15 +83,16 @@ private:
         }
     }
 
+    const Bound m_bound;
     Exploration m_exploration;
-    std::vector<std::vector<Order>> m_orders; ///< to be gone through, by their unusual turns
+    std::vector<std::vector<Order>> m_orders; ///< to be gone through, by how much of the bound they use up
     KnownStates m_known;
 };
 
 } // namespace
 
-Exploration explore(const Story& story, unsigned turns, std::size_t last) {
-    Exploring exploring(story, turns);
+Exploration explore(const Story& story, Bound bound, std::size_t last) {
+    Exploring exploring(story, bound);
     return exploring.run(last);
 }
 

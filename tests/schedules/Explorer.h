@@ -14,17 +14,22 @@ struct Result {
     Course course;
 };
 
-/// The orders of a story, those with fewer unusual turns first.
+/// The orders of a story, those that use up less of the bound first.
 struct Exploration {
     const Story* story = nullptr;
     std::vector<Result> results;
     std::size_t cut = 0; ///< orders that came to a state to which another one had come
 };
 
-/// Goes through every order with at most so many turns that are not the usual ones, several at a time. Usual
-/// is that whoever ran goes on while he can, and then whom he has woken: so each preemption is one of them.
-/// Stops behind the order of the number, if that is not 0.
-Exploration explore(const Story& story, unsigned turns, std::size_t last = 0);
+/// What counts. Usual is that whoever ran goes on while he can, and then whom he has woken.
+enum class Bound {
+    OneTurn,    ///< at most one turn that is not the usual one
+    Preemptions ///< as many preemptions as the story's; a switch away from one who cannot go on is free
+};
+
+/// Goes through every order within the bound, several at a time. Stops behind the order of the number, if
+/// that is not 0.
+Exploration explore(const Story& story, Bound bound, std::size_t last = 0);
 
 /// One order, to its end.
 Course goThrough(const Story& story, const Order& order);

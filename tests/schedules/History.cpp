@@ -1,7 +1,6 @@
 #include "tests/schedules/History.h"
 
 namespace ZNORBSCHEDULES {
-namespace {
 
 std::uint64_t mixed(std::uint64_t one, std::uint64_t other) {
     std::uint64_t mix = one * 0x9e3779b97f4a7c15ULL + other;
@@ -9,7 +8,6 @@ std::uint64_t mixed(std::uint64_t one, std::uint64_t other) {
     return mix ^ (mix >> 27U);
 }
 
-/// The same in every run, unlike std::hash perhaps.
 std::uint64_t numberOf(const std::string& text) {
     std::uint64_t number = 0xcbf29ce484222325ULL;
     for (const char character : text) {
@@ -18,31 +16,30 @@ std::uint64_t numberOf(const std::string& text) {
     return number;
 }
 
-} // namespace
+void History::begin(const std::string& thread, const std::string& parent) {
+    (void)m_threads.emplace(thread, mixed(numberOf(thread), m_threads[parent]));
+}
 
-void History::add(const std::string& family, const std::string& step, const Access& access) {
-    std::uint64_t& past = m_families[family];
-    past = mixed(past, numberOf(family + ": " + step));
-    for (unsigned object = 0; object < objectCount; ++object) {
-        if (((access.reads | access.writes) >> object & 1U) != 0) {
-            past = mixed(past, m_objects[object].written);
-        }
-        if ((access.writes >> object & 1U) != 0) {
-            past = mixed(past, m_objects[object].readers);
-        }
+void History::add(const std::string& thread, const std::string& place, const Access& access) {
+    std::uint64_t& past = m_threads[thread];
+    past = mixed(past, numberOf(thread + ": " + place));
+    for (const std::string& object : access.reads) {
+        past = mixed(past, m_objects[object].written);
     }
-    for (unsigned object = 0; object < objectCount; ++object) {
-        if ((access.writes >> object & 1U) != 0) {
-            m_objects[object] = {past, 0};
-        } else if ((access.reads >> object & 1U) != 0) {
-            m_objects[object].readers += past;
-        }
+    for (const std::string& object : access.writes) {
+        past = mixed(mixed(past, m_objects[object].written), m_objects[object].readers);
+    }
+    for (const std::string& object : access.reads) {
+        m_objects[object].readers += past;
+    }
+    for (const std::string& object : access.writes) {
+        m_objects[object] = {past, 0};
     }
 }
 
-std::uint64_t History::state(const std::string& current) const {
-    std::uint64_t state = numberOf(current);
-    for (const auto& [family, past] : m_families) {
+std::uint64_t History::state() const {
+    std::uint64_t state = 0;
+    for (const auto& [thread, past] : m_threads) {
         state = mixed(state, past);
     }
     return state;

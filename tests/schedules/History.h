@@ -2,22 +2,23 @@
 
 #include "tests/schedules/Access.h"
 
-#include <array>
 #include <cstdint>
 #include <map>
 #include <string>
 
 namespace ZNORBSCHEDULES {
 
-/// What has happened before what. Two orders that differ only in steps which have nothing to do with each
-/// other have led to the same state, and have the same number here.
+/// What has happened before what. Two orders that differ only in adjacent steps which are independent have
+/// led to the same state, and have the same number here.
 class History {
 public:
-    /// A step of one of the family's threads, with all that tells it from others that it may take.
-    void add(const std::string& family, const std::string& step, const Access& access);
+    /// Its first step comes behind the last one of the `parent`'s. One that is known already stays as it is.
+    void begin(const std::string& thread, const std::string& parent);
 
-    /// With the one who took the last step.
-    std::uint64_t state(const std::string& current) const;
+    /// `place`: all that tells the step from others that the thread may take.
+    void add(const std::string& thread, const std::string& place, const Access& access);
+
+    std::uint64_t state() const;
 
 private:
     struct Past {
@@ -25,8 +26,13 @@ private:
         std::uint64_t readers = 0; ///< since then, in whatever order
     };
 
-    std::map<std::string, std::uint64_t> m_families; ///< each one's past as it can know it
-    std::array<Past, objectCount> m_objects;
+    std::map<std::string, std::uint64_t> m_threads; ///< each one's past as it can know it
+    std::map<std::string, Past> m_objects;
 };
+
+/// One number of both, in this order.
+std::uint64_t mixed(std::uint64_t one, std::uint64_t other);
+/// The same in every run, unlike std::hash perhaps.
+std::uint64_t numberOf(const std::string& text);
 
 } // namespace ZNORBSCHEDULES

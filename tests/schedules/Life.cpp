@@ -101,7 +101,7 @@ std::string lookAtSocket(Ensemble& ensemble, Witness& witness) {
         return "nobody listens";
     }
     Course course;
-    Scheduler(ensemble, witness, everything).play({}, course);
+    Scheduler(ensemble, witness).play({}, course);
     char reply[8];
     const ssize_t length = recv(connection.descriptor(), reply, sizeof reply, MSG_DONTWAIT);
     return length > 0 ? "answers" : length == 0 ? "hangs up" : "is silent";
@@ -127,7 +127,7 @@ Seen observe(const Story& story, const DaemonDriver& driver, Ensemble& ensemble,
 
 Course live(const Story& story, const Order& order, const KnownStates& known) {
     const DaemonDriver driver;
-    Ensemble ensemble(story.objects());
+    Ensemble ensemble(story.ignored());
     Witness witness;
     if (!prepare(story.setting, driver, ensemble)) {
         return {.problem = "not prepared within the bound"};
@@ -139,7 +139,7 @@ Course live(const Story& story, const Order& order, const KnownStates& known) {
         witness.passOverLock(); // a dead daemon's: it is right that its name goes
     }
     Course course;
-    Scheduler(ensemble, witness, story.objects()).play(order, course, known);
+    Scheduler(ensemble, witness).play(order, course, known);
     if (course.problem.empty() && !course.isCut) {
         course.seen = observe(story, driver, ensemble, witness);
     }

@@ -10,7 +10,8 @@ using ZNORBTRACING::splitAt;
 std::string record(std::size_t index, const Step& step) {
     std::string text = "step\t" + step.role + "\t" + step.place + "\t" + std::to_string(step.state) + "\n";
     for (const Choice& choice : step.alternatives) {
-        text += "or\t" + std::to_string(index) + "\t" + choice.role + "\n";
+        text += "or\t" + std::to_string(index) + "\t" + choice.role +
+                (choice.isPreemption ? "\tpreempts\n" : "\tfree\n");
     }
     return text;
 }
@@ -24,9 +25,9 @@ void parseLine(const std::vector<std::string>& words, Course& course) {
         course.seen[words[1]] = words[2];
     } else if (words[0] == "step" && words.size() == 4) {
         course.steps.push_back({words[1], words[2], std::stoull(words[3])});
-    } else if (words[0] == "or" && words.size() == 3) {
+    } else if (words[0] == "or" && words.size() == 4) {
         Step& step = course.steps.back();
-        step.alternatives.push_back({std::stoul(words[1]), words[2], step.state});
+        step.alternatives.push_back({std::stoul(words[1]), words[2], step.state, words[3] == "preempts"});
     } else if (words != std::vector<std::string>{""}) {
         course.problem = "no course: " + words[0]; // what stands in a result's place
     }

@@ -12,7 +12,8 @@ namespace ZNORBSCHEDULES {
 struct Choice {
     std::size_t step = 0;
     std::string role;
-    std::uint64_t state = 0; ///< in which it is taken
+    std::uint64_t state = 0;  ///< in which it is taken
+    bool isPreemption = true; ///< of one who could have gone on; else a switch that is free
 };
 
 /// What makes an order: its turns that are not the usual ones. Usual is that whoever ran goes on while he

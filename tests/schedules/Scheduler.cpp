@@ -1,40 +1,16 @@
 #include "tests/schedules/Scheduler.h"
 
+#include "tests/tracing/Words.h"
+
 #include <algorithm>
-#include <vector>
 
 namespace ZNORBSCHEDULES {
 namespace {
 
-/// Of the clock that sleeps go by: twice what a `-stop` waits at most.
-constexpr std::uint64_t longest = 10'000'000;
 constexpr std::size_t mostSteps = 4000;
 
-struct Candidate {
-    std::string role;
-    std::string family;
-};
-
-std::vector<Candidate> candidatesIn(const Ensemble& ensemble) {
-    std::vector<Candidate> candidates;
-    for (const Participant* held : ensemble.held()) {
-        candidates.push_back({held->role, held->family});
-    }
-    return candidates;
-}
-
-/// What would come to the same is left out: to let another family go first, when the step has nothing to do
-/// with it, is to let it go after the step. That has its own turn, and costs no more.
-void noteAlternatives(Step& step, std::size_t index, const std::string& family, bool isOwnAffair,
-                      const std::vector<Candidate>& candidates) {
-    for (const Candidate& candidate : candidates) {
-        if (candidate.role == step.role) {
-            continue;
-        }
-        if (!isOwnAffair || candidate.family == family) {
-            step.alternatives.push_back({index, candidate.role, step.state});
-        }
-    }
+std::string inWords(const Objects& objects) {
+    return ZNORBTRACING::joined({objects.begin(), objects.end()}, ", ");
 }
 
 } // namespace
@@ -45,13 +21,17 @@ void Scheduler::play(const Order& order, Course& course, const KnownStates& know
         return;
     }
     (void)m_witness.look();
+    for (const Participant* enabled : m_ensemble.enabled()) {
+        m_history.begin(enabled->role, "");
+    }
     while (takeStep(order, course)) {
-        if (m_choices == order.size() && known.contains(m_history.state(m_current))) {
+        if (m_choices == order.size() && known.contains(state())) {
             course.isCut = true;
             return;
         }
         if (course.steps.size() > mostSteps) {
             course.problem = "no end after " + std::to_string(mostSteps) + " steps";
+            return;
         }
     }
     if (m_choices < order.size() && course.problem.empty()) {
@@ -61,70 +41,113 @@ void Scheduler::play(const Order& order, Course& course, const KnownStates& know
 
 /// False at the end.
 bool Scheduler::takeStep(const Order& order, Course& course) {
-    const Participant* const usual = usualNext();
-    if (usual == nullptr || m_ensemble.time() > longest) {
+    if (m_ensemble.enabled().empty()) {
         return false;
     }
-    const Participant* const chosen = choose(order, usual, course);
-    if (!course.problem.empty()) {
-        return false;
-    }
-    Step step;
-    if (!take(*chosen, step, course.steps.size())) {
-        course.problem = "nobody at rest within the bound, after " + step.role + ", " + step.place + ": " +
-                         m_ensemble.report();
+    Step step = {.role = "", .place = "", .state = state(), .alternatives = choices(course.steps.size())};
+    const Participant* const chosen = choose(order, step.alternatives, course);
+    course.isCut = chosen == nullptr && course.problem.empty();
+    if (chosen != nullptr) {
+        step.role = chosen->role;
+        step.place = chosen->place;
+        std::erase_if(step.alternatives, [&](const Choice& choice) { return choice.role == step.role; });
+        course.problem = take(*chosen);
     }
     course.steps.push_back(step);
-    return course.problem.empty();
+    return chosen != nullptr && course.problem.empty();
 }
 
-/// Whoever took the last step while he can, else the one who could not go on for the shortest time, which is
-/// whom that one has woken; sleepers last, in the order in which they wake up. The first by name of several.
-const Participant* Scheduler::usualNext() const {
-    const Participant* next = nullptr;
-    for (const Participant* held : m_ensemble.held()) {
-        if (held->role == m_current && !held->sleeps()) {
-            return held;
+/// Who may take the next step. One whose step is private takes it at once, as if it were a part of his next
+/// one: whenever he takes it, the same comes of it.
+std::vector<Choice> Scheduler::choices(std::size_t index) const {
+    std::vector<Choice> result;
+    for (const Participant* enabled : m_ensemble.enabled()) {
+        const Choice choice = {index, enabled->role, state(), !isFree(*enabled)};
+        if (m_ensemble.isPrivate(*enabled)) {
+            return {{index, enabled->role, state(), false}};
         }
-        const bool isSooner = next == nullptr || (next->sleeps() && !held->sleeps()) ||
-                              (next->sleeps() && held->wakesAt < next->wakesAt) ||
-                              (!next->sleeps() && !held->sleeps() && held->heldSince > next->heldSince);
-        next = isSooner ? held : next;
+        const bool isForNothing = choice.isPreemption && enabled->sleeps() && !enabled->hasNews;
+        if (!m_sleepSet.contains(enabled->role) && !isForNothing) {
+            result.push_back(choice);
+        }
     }
-    return next;
+    return result;
 }
 
-const Participant* Scheduler::choose(const Order& order, const Participant* usual, Course& course) {
-    if (m_choices == order.size() || order[m_choices].step != course.steps.size()) {
-        return usual;
+bool Scheduler::isFree(const Participant& enabled) const {
+    if (!m_current.empty()) {
+        return enabled.role == m_current;
     }
-    const Choice& choice = order[m_choices++];
-    const Participant* const wanted = m_ensemble.find(choice.role);
-    if (wanted == nullptr || !wanted->isHeld || choice.state != m_history.state(m_current)) {
-        course.problem = "another state at step " + std::to_string(choice.step) + " than in the order before";
-        return usual;
-    }
-    return wanted;
+    const std::vector<const Participant*> all = m_ensemble.enabled();
+    return !enabled.sleeps() || std::none_of(all.begin(), all.end(), [&enabled](const Participant* other) {
+        const bool isSooner = other->wakesAt < enabled.wakesAt ||
+                              (other->wakesAt == enabled.wakesAt && other->role < enabled.role);
+        return !other->sleeps() || isSooner;
+    });
 }
 
-/// False when it did not come to its end.
-bool Scheduler::take(const Participant& chosen, Step& step, std::size_t index) {
-    step = {.role = chosen.role, .place = chosen.place, .state = m_history.state(m_current)};
-    const std::vector<Candidate> candidates = candidatesIn(m_ensemble);
-    const std::string family = chosen.family;
-    Access access = chosen.shared.access;
-    m_current = step.role;
-    m_ensemble.goOn(step.role);
+/// Usual is, of those whose turn is free, the one who has waited for the shortest time, which is whom the
+/// last step has woken; the first by name of several. Null when all of them are in the sleep set.
+const Participant* Scheduler::choose(const Order& order, const std::vector<Choice>& choices, Course& course) {
+    if (m_choices < order.size() && order[m_choices].step == course.steps.size()) {
+        const Choice& choice = order[m_choices++];
+        const Participant* const wanted = m_ensemble.find(choice.role);
+        if (wanted == nullptr || !Ensemble::isEnabled(*wanted) || choice.state != state()) {
+            course.problem =
+                "another state at step " + std::to_string(choice.step) + " than in the order before";
+            return nullptr;
+        }
+        return wanted;
+    }
+    const Participant* usual = nullptr;
+    for (const Choice& choice : choices) {
+        const Participant* const enabled = m_ensemble.find(choice.role);
+        if (!choice.isPreemption && (usual == nullptr || enabled->heldSince > usual->heldSince)) {
+            usual = enabled;
+        }
+    }
+    return usual;
+}
+
+/// Why it did not come to its end, if so.
+std::string Scheduler::take(const Participant& chosen) {
+    const Participant before = chosen;
+    const Access access = m_ensemble.accessOf(chosen);
+    const bool isTurn = before.role == m_current || !m_ensemble.isPrivate(chosen);
+    if (isTurn && !m_current.empty() && before.role != m_current) {
+        m_sleepSet[m_current] = m_ensemble.accessOf(*m_ensemble.find(m_current));
+    }
+    const std::string which = before.role + ", " + before.place + ": ";
+    m_ensemble.goOn(before.role);
     if (!m_ensemble.settle()) {
-        return false;
+        return which + "nobody at rest within the bound: " + m_ensemble.report();
     }
-    access.writes |= m_witness.look();
-    access.reads = (access.reads | Signals) & m_objects; // a signal comes between any two steps
-    access.writes &= m_objects;
-    noteAlternatives(step, index, family, access.isNone(), candidates);
-    m_history.add(family, step.role + ", " + step.place, access);
-    noteEarlyWord(family);
-    return true;
+    noteStep(before, access);
+    if (isTurn) {
+        const Participant* const current = m_ensemble.find(before.role);
+        const bool canGoOn = current != nullptr && Ensemble::isEnabled(*current) && !current->sleeps();
+        m_current = canGoOn ? before.role : "";
+    }
+    Objects unforeseen = m_witness.look();
+    std::erase_if(unforeseen,
+                  [&access](const std::string& object) { return access.writes.contains(object); });
+    noteEarlyWord(before.family);
+    return unforeseen.empty() ? ""
+                              : which + "has changed " + inWords(unforeseen) + ", which was not foreseen";
+}
+
+/// Whoever has come to a call in which he would wait has looked at that for which he would.
+void Scheduler::noteStep(const Participant& before, const Access& access) {
+    m_history.add(before.role, before.place, access);
+    for (const Participant* enabled : m_ensemble.enabled()) {
+        m_history.begin(enabled->role, before.role);
+    }
+    Access touched = access;
+    const Participant* const now = m_ensemble.find(before.role);
+    if (now != nullptr && now->isBlocked) {
+        touched.add(m_ensemble.accessOf(*now));
+    }
+    std::erase_if(m_sleepSet, [&](const auto& entry) { return !areIndependent(entry.second, touched); });
 }
 
 /// "-d" says that the daemon has started when its thread has been.
@@ -133,6 +156,15 @@ void Scheduler::noteEarlyWord(const std::string& family) {
         m_ensemble.output(family).find("has started") != std::string::npos) {
         m_witness.note("start told before the thread's");
     }
+}
+
+/// What has happened, and what the next choices are and cost.
+std::uint64_t Scheduler::state() const {
+    std::string text = m_current;
+    for (const auto& [role, access] : m_sleepSet) {
+        text += ", " + role;
+    }
+    return mixed(m_history.state(), numberOf(text));
 }
 
 } // namespace ZNORBSCHEDULES

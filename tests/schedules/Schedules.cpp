@@ -2,9 +2,10 @@
 ///
 ///     znorb-schedules all|short|STORY [NUMBER] [--document FILE]
 ///
-/// "all" and STORY: every order with at most two turns that are not the usual ones; "short": with at most
-/// one. A number goes through that one of the story's orders and prints its steps. Ends with 0 when every
-/// outcome was an expected one, with 77 where nothing can be traced or put into a sandbox.
+/// "all" and STORY: every order with at most as many preemptions as the story's row says; "short": with at
+/// most one turn that is not the usual one. A number goes through that one of the story's orders and prints
+/// its steps. Ends with 0 when every outcome was an expected one, with 77 where nothing can be traced or put
+/// into a sandbox.
 
 #include "tests/schedules/Life.h"
 #include "tests/schedules/Outcomes.h"
@@ -22,8 +23,8 @@ using namespace ZNORBSCHEDULES;
 using ZNORBTRACING::CommandLine;
 
 /// The orders before it tell which one it is.
-int repeat(const Story& story, unsigned turns, std::size_t number) {
-    const Exploration exploration = explore(story, turns, number);
+int repeat(const Story& story, Bound bound, std::size_t number) {
+    const Exploration exploration = explore(story, bound, number);
     if (exploration.results.size() < number) {
         std::printf("znorb-schedules: FAILED: %s has %zu orders\n", story.name, exploration.results.size());
         return EXIT_FAILURE;
@@ -34,16 +35,16 @@ int repeat(const Story& story, unsigned turns, std::size_t number) {
 }
 
 int run(const CommandLine& line) {
-    const unsigned turns = line.word == "short" ? 1 : 2;
+    const Bound bound = line.word == "short" ? Bound::OneTurn : Bound::Preemptions;
     std::vector<Exploration> explorations;
     std::size_t orders = 0;
     std::size_t unexplained = 0;
     for (const Story& story : stories()) {
         if (line.number != 0 && line.word == story.name) {
-            return repeat(story, turns, line.number);
+            return repeat(story, bound, line.number);
         }
         if (line.asksFor(story.name, true)) {
-            explorations.push_back(explore(story, turns));
+            explorations.push_back(explore(story, bound));
             orders += explorations.back().results.size();
             unexplained += printStory(explorations.back());
         }

@@ -13,9 +13,12 @@ namespace ZNORBSCHEDULES {
 /// steps.
 struct SharedCall {
     std::string place{};           ///< "unlink lock" and the like
-    bool isFamilyAffair = false;   ///< with those who share its memory
+    bool isMemorysAffair = false;  ///< with those who share its memory
     bool isBoundaryBehind = false; ///< others may go before what the thread does next without a call
-    Access access{};
+    int awaited = -1;              ///< the descriptor for which the call waits
+    pid_t lookedAt = 0;            ///< the process in whose folder the file lies
+    Access access{};               ///< of the call and of what the thread does next without one
+    Access behind{};               ///< of the latter alone
 };
 
 /// REQUIRES: the thread is stopped at the call's start.

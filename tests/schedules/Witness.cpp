@@ -52,28 +52,33 @@ Witness::~Witness() {
     }
 }
 
-unsigned Witness::look() {
-    meetLock();
-    unsigned changed = 0;
-    for (SeenLock& lock : m_locks) {
-        changed |= lookAt(lock) ? Lock : 0U;
+Objects Witness::look() {
+    Objects changed;
+    if (meetLock()) {
+        (void)changed.insert(lockName);
     }
-    const std::string table = describeTable();
-    changed |= table != std::exchange(m_table, table) ? Table : 0U;
+    for (SeenLock& lock : m_locks) {
+        changed.merge(lookAt(lock));
+    }
+    const std::string content = describeTable();
+    if (content != std::exchange(m_table, content)) {
+        (void)changed.insert(sharedTable);
+    }
     return changed;
 }
 
 void Witness::passOverLock() {
-    meetLock();
+    (void)meetLock();
     for (SeenLock& lock : m_locks) {
         lock.isStale = true;
     }
 }
 
-void Witness::meetLock() {
+/// Whether there is one that it has not met yet.
+bool Witness::meetLock() {
     struct stat status = {};
     if (stat(lockFile, &status) != 0) {
-        return;
+        return false;
     }
     const bool isKnown = std::any_of(m_locks.begin(), m_locks.end(), [&status](const SeenLock& lock) {
         return lock.inode == status.st_ino && lock.device == status.st_dev;
@@ -82,11 +87,12 @@ void Witness::meetLock() {
         const int file = open(lockFile, O_RDWR | O_CLOEXEC);
         m_locks.push_back({file, status.st_dev, status.st_ino, countIn(file)});
     }
+    return !isKnown;
 }
 
-/// Whether it has changed. Nobody but the daemon lets go of it, and only when its table is gone; its name
+/// What has changed of it. Nobody but the daemon lets go of it, and only when its table is gone; its name
 /// goes last.
-bool Witness::lookAt(SeenLock& lock) {
+Objects Witness::lookAt(SeenLock& lock) {
     struct stat status = {};
     const bool isNamed = fstat(lock.file, &status) == 0 && status.st_nlink > 0;
     const int count = countIn(lock.file);
@@ -96,10 +102,14 @@ bool Witness::lookAt(SeenLock& lock) {
     if (!isNamed && count == 0 && !lock.isStale) {
         note("name gone before the lock");
     }
-    const bool hasChanged = isNamed != lock.isNamed || count != lock.count;
-    lock.isNamed = isNamed;
-    lock.count = count;
-    return hasChanged;
+    Objects changed;
+    if (isNamed != std::exchange(lock.isNamed, isNamed)) {
+        (void)changed.insert(lockName);
+    }
+    if (count != std::exchange(lock.count, count)) {
+        (void)changed.insert(lockCount);
+    }
+    return changed;
 }
 
 std::string Witness::breaches() const {

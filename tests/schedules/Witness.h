@@ -20,7 +20,7 @@ public:
     Witness& operator=(const Witness&) = delete;
 
     /// What has changed since the last look.
-    unsigned look();
+    Objects look();
 
     /// That there is now may be removed although it is held.
     void passOverLock();
@@ -45,8 +45,8 @@ private:
         bool isStale = false;
     };
 
-    void meetLock();
-    bool lookAt(SeenLock& lock);
+    bool meetLock();
+    Objects lookAt(SeenLock& lock);
 
     std::vector<SeenLock> m_locks;
     std::string m_table = "none";
