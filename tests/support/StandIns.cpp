@@ -103,6 +103,11 @@ int select(int highestPlusOne, fd_set* reading, fd_set* writing, fd_set* excepti
     return InPlaceOf<select>::call(original, highestPlusOne, reading, writing, exceptional, timeout);
 }
 
+int sem_unlink(const char* name) noexcept {
+    static const auto original = next<sem_unlink>("sem_unlink");
+    return InPlaceOf<sem_unlink>::call(original, name);
+}
+
 ssize_t send(int descriptor, const void* bytes, size_t length, int flags) {
     const auto original = [](auto... arguments) { return sendto(arguments..., nullptr, 0); };
     return InPlaceOf<send>::call(original, descriptor, bytes, length, flags);
@@ -152,6 +157,11 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
     return InPlaceOf<pthread_mutex_destroy>::call(original, mutex);
 }
 
+int pthread_mutex_lock(pthread_mutex_t* mutex) noexcept {
+    static const auto original = next<pthread_mutex_lock>("pthread_mutex_lock");
+    return InPlaceOf<pthread_mutex_lock>::call(original, mutex);
+}
+
 int pthread_mutex_unlock(pthread_mutex_t* mutex) noexcept {
     static const auto original = next<pthread_mutex_unlock>("pthread_mutex_unlock");
     return InPlaceOf<pthread_mutex_unlock>::call(original, mutex);
@@ -165,6 +175,10 @@ int pthread_mutexattr_destroy(pthread_mutexattr_t* attributes) noexcept {
 int sem_wait(sem_t* semaphore) {
     static const auto original = next<sem_wait>("sem_wait");
     return InPlaceOf<sem_wait>::call(original, semaphore);
+}
+
+ssize_t write(int descriptor, const void* bytes, size_t length) {
+    return InPlaceOf<write>::call(systemCall<SYS_write>, descriptor, bytes, length);
 }
 
 #if !ZNORB_ADDRESS_SANITIZER // the sanitizers map by themselves

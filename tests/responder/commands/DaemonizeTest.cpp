@@ -233,9 +233,22 @@ TEST_F(Daemonize, DescriptorsUpTo255AreClosedAndThoseAboveAreKept) {
     EXPECT_EQ(report->daemon.highestOpen, 300);
 }
 
+TEST_F(Daemonize, DescriptorsAreClosedAtOnceAndThenNotOneByOne) {
+    const InPlaceOf<close_range> ranges([](unsigned first, unsigned last, int flags) {
+        const int result = close_range(first, last, flags);
+        if (flags == 0 && result == 0) {
+            (void)dup2(STDOUT_FILENO, 3);
+        }
+        return result;
+    });
+    run(false);
+    EXPECT_EQ(report->daemon.lowestOpen, 3);
+}
+
 TEST_F(Daemonize, DescriptorsAreClosedOneByOneOnAKernelThatClosesNoRange) {
     const FailingCall<close_range> ranges(ENOSYS);
     run(false, opening({3, 4, 100, 255, 256, 300}));
+    expectDaemonsDescriptors();
     EXPECT_EQ(report->daemon.lowestOpen, 256);
     EXPECT_EQ(report->daemon.highestOpen, 300);
     EXPECT_EQ(report->daemon.highestPassedOn, 300);

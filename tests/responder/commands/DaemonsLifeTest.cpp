@@ -3,6 +3,7 @@
 
 #include "responder/Globals.h"
 #include "responder/commands/StartStop.h"
+#include "tests/sandbox/Processes.h"
 #include "tests/support/Files.h"
 #include "tests/support/ForkedChild.h"
 #include "tests/support/ListeningPeer.h"
@@ -13,6 +14,8 @@
 #include "tests/support/SharedTable.h"
 #include "tests/support/StandIns.h"
 #include "tests/support/SystemCallTracer.h"
+#include "tests/support/TemporaryFolder.h"
+#include "tests/support/Waiting.h"
 
 #include <pthread.h>
 #include <sys/socket.h>
@@ -30,6 +33,7 @@
 #include <iterator>
 #include <map>
 #include <memory>
+#include <optional>
 
 namespace {
 
@@ -114,7 +118,8 @@ struct Report {
     pid_t exited[8];
     std::atomic<unsigned> detaches;
     bool hadLockWhenDetached;
-    bool hadEventWhenDetached; ///< whether the responder had ended
+    bool hadEventWhenDetached;   ///< whether the responder had ended
+    std::atomic<unsigned> forks; ///< with what is registered for them
 };
 
 const SharedReport<Report>* s_report = nullptr;
@@ -138,6 +143,7 @@ protected:
         // The life has destroyed what it shares with this process.
         std::destroy_at(&ORBFrontProcessBarrier);
         std::construct_at(&ORBFrontProcessBarrier, false, true);
+        (void)unlink(socketPath);
         s_report = nullptr;
     }
 
@@ -186,6 +192,9 @@ protected:
     std::vector<std::string> m_calls;
     std::map<pid_t, ProcessEnd> m_ends;
     bool m_wasSetBeforeTheThread = true;
+    // When the invoking process says something.
+    bool m_wasDestroyedBefore = true;
+    std::optional<std::string> m_invokersMask;
 
 private:
     static bool request() {
@@ -210,6 +219,10 @@ private:
             }
         } else if (stop.kind == Kind::Call) {
             m_calls.push_back(role + ": " + textOf(stop.thread, stop.call));
+            if (role == "invoking" && stop.call.number == SYS_write) {
+                m_wasDestroyedBefore = startEventsByte(0) != 0;
+                m_invokersMask = statusField(stop.thread, "SigBlk");
+            }
         }
     }
 
@@ -266,6 +279,8 @@ const std::vector<std::string> orders[] = {
     {"responder: listen 5", "responder: shutdown listener", "responder: close listener",
      "responder: CHLD default", "responder: munmap 8196", "responder: unlink /dev/shm/znorb.shvars",
      std::string("daemon: unlink ") + lockFile},
+    // The start is reported when it has happened.
+    {"daemon: makes responder", "invoking: says The ZN Orbisan daemon has started.\n"},
 };
 
 } // namespace
@@ -281,9 +296,14 @@ TEST_F(DaemonsLife, MakesItsSystemCallsInTheirOrder) {
     EXPECT_THAT(m_calls, Not(Contains(EndsWith(": setsockopt")))) << "towards requesters or clients";
     EXPECT_THAT(m_calls, Not(Contains(AllOf(StartsWith("responder: sendto "), Ne(withoutSignal)))));
 
+    EXPECT_THAT(m_calls, Not(Contains(AllOf(StartsWith("responder: mmap "), Ne("responder: mmap 8196")))))
+        << "both threads have one arena of memory";
+
     EXPECT_FALSE(m_wasSetBeforeTheThread) << "the start is reported by who has started the thread";
     EXPECT_EQ(startEventsByte(1), 1U);
+    EXPECT_FALSE(m_wasDestroyedBefore);
     EXPECT_EQ(startEventsByte(0), 1U) << "the invoking process owns the event and destroys it";
+    EXPECT_EQ(m_invokersMask, statusField(getpid(), "SigBlk")) << "it holds nothing back any more";
 
     EXPECT_EQ(m_ends[processOf("invoking")], exitedWith(0));
     EXPECT_EQ(m_ends[processOf("intermediate")], exitedWith(0));
@@ -296,4 +316,24 @@ TEST_F(DaemonsLife, MakesItsSystemCallsInTheirOrder) {
     EXPECT_EQ(m_report->detaches, 1U);
     EXPECT_FALSE(m_report->hadLockWhenDetached);
     EXPECT_TRUE(m_report->hadEventWhenDetached);
+}
+
+TEST_F(DaemonsLife, ClientsAreLaunchedWithoutWhatIsRegisteredForForks) {
+    ZNORB_SKIP_IF(underSanitizer) << "the invoking process would look for leaks at its exit";
+    const TemporaryFolder folder;
+    const std::string executable = folder / "responder";
+    const InPlaceOf<readlink> link([&executable](const char*, char* buffer, std::size_t size) {
+        return static_cast<ssize_t>(executable.copy(buffer, size));
+    });
+    writeFile(folder / "znorbclient", "#!/bin/sh\n", 0755);
+    ForkedChild invoker([]() -> int {
+        (void)pthread_atfork([]() { ++(*s_report)->forks; }, nullptr, nullptr);
+        std::exit(startDaemon());
+    });
+    EXPECT_EQ(invoker.waitForEnd(), exitedWith(0));
+    EXPECT_TRUE(waitUntil([]() { return askDaemon("GET|en") == "0"; }));
+    EXPECT_EQ(sharedTable().count, 1U) << "one was launched";
+    EXPECT_EQ(m_report->forks, 2U) << "those into the background";
+    EXPECT_EQ(askDaemon("QUIT"), "0");
+    EXPECT_TRUE(waitUntil([]() { return !exists(lockFile); }));
 }

@@ -8,9 +8,11 @@
 #include "tests/support/PlayedDaemon.h"
 #include "tests/support/Rows.h"
 #include "tests/support/SignalMask.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/StandIns.h"
 
 #include <gtest/gtest.h>
+#include <sched.h>
 #include <semaphore.h>
 #include <unistd.h>
 
@@ -192,6 +194,19 @@ TEST_F(TerminationSignal, CopyThatWasMadeWhileTheProcessEndedEndsByItsOwnSignal)
     EXPECT_EQ(*copy, exitedWith(10));
 }
 
+TEST_F(TerminationSignal, ProcessOneOfANamespaceEndsAsOthersDo) {
+    constexpr int noNamespace = 9;
+    const ProcessEnd end = endOfForked([]() {
+        return unshare(CLONE_NEWPID) == 0 ? endOfForked([]() {
+                                                ExitSignalHandler(SIGTERM);
+                                                return survived;
+                                            }).number
+                                          : noNamespace;
+    });
+    ZNORB_SKIP_IF(end == exitedWith(noNamespace)) << "needs a pid namespace";
+    EXPECT_EQ(end, exitedWith(10));
+}
+
 TEST_F(TerminationSignal, LockThatIsNotHeldIsNotPostedButItsNameGoes) {
     expectEndOfForked(exitedWith(10), [this]() {
         installTerminationHandler();
@@ -241,6 +256,22 @@ TEST_F(TerminationSignal, ReleasingRemovesANameThatSomebodyElseMade) {
     });
     EXPECT_FALSE(exists(lockFile));
     EXPECT_EQ(other.count(), 0);
+}
+
+TEST_F(TerminationSignal, SignalDuringTheReleaseLeavesTheNextDaemonsNameAlone) {
+    expectEndOfForked(exitedWith(10), [this]() {
+        installTerminationHandler();
+        (void)appLock.create(true);
+        const InPlaceOf<sem_unlink> removal([this](const char* name) {
+            const int result = sem_unlink(name);
+            other.create(0);
+            (void)raise(SIGTERM);
+            return result;
+        });
+        releaseApplicationLock();
+        return survived;
+    });
+    EXPECT_TRUE(exists(lockFile));
 }
 
 TEST_F(TerminationSignal, AfterTheReleaseItStillEndsWithStatusTenButLeavesTheNextDaemonsNameAlone) {

@@ -2,7 +2,10 @@
 
 #include "tests/support/Descriptor.h"
 #include "tests/support/Files.h"
+#include "tests/support/Sanitizers.h"
+#include "tests/support/Skipping.h"
 #include "tests/support/SocketPair.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -47,6 +50,24 @@ TEST(UserMessage, MessageAndNewlineAreOnePiece) {
     char piece[16] = {};
     EXPECT_EQ(recv(ends.far(), piece, sizeof piece, MSG_DONTWAIT), 7);
     EXPECT_STREQ(piece, "in one\n");
+}
+
+TEST(UserMessage, RestOfAPieceThatIsNotTakenWholeFollowsUntilNothingIsTaken) {
+    ZNORB_SKIP_IF(ZNORBTEST::underThreadSanitizer) << "write cannot be stood in for";
+    std::string taken;
+    std::size_t refused = 0;
+    const ZNORBTEST::InPlaceOf<write> writes([&](int, const void* bytes, std::size_t length) {
+        if (taken == "all\nhal") {
+            return ++refused == 1 ? 0 : -1;
+        }
+        taken += *static_cast<const char*>(bytes);
+        return length > 0 ? 1 : -1;
+    });
+    tellUser(STDOUT_FILENO, "all");
+    EXPECT_EQ(taken, "all\n");
+    tellUser(STDOUT_FILENO, "half");
+    EXPECT_EQ(taken, "all\nhal");
+    EXPECT_EQ(refused, 1U);
 }
 
 TEST(UserMessage, DescriptorThatCannotBeWrittenIsIgnored) {

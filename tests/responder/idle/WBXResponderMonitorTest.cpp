@@ -76,10 +76,11 @@ TEST_F(WBXResponderMonitorTest,
 TEST_F(WBXResponderMonitorTest, ObjectThatIsPresentIsLeftUntouchedAndUnlinkedAtTheEndAndTheNextRunIsAsEver) {
     writeFile(tableFile, "foreign", 0600);
     unsigned looks = 0;
-    onLogLines([&looks](const std::string&) {
+    onLogLines([&looks](const std::string& line) {
         if (++looks <= 3) {
             EXPECT_EQ(readFile(tableFile), "foreign");
             EXPECT_EQ(modeOf(tableFile), 0600U);
+            EXPECT_EQ(exists(published), line == stoppedLine);
         }
     });
     m_monitor.run();

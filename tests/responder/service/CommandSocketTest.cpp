@@ -4,9 +4,11 @@
 #include "tests/support/Descriptor.h"
 #include "tests/support/DescriptorLimit.h"
 #include "tests/support/Files.h"
+#include "tests/support/ForkedChild.h"
 #include "tests/support/LocalConnection.h"
 #include "tests/support/Matchers.h"
 #include "tests/support/SelectRecorder.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/TemporaryFolder.h"
 
 #include <fcntl.h>
@@ -192,6 +194,22 @@ TEST_F(ListeningCommandSocket, FailureThatLastsIsFollowedByAPauseInWhichTheConne
     EXPECT_GE(durationOfFailedAccept(listener), std::chrono::milliseconds(50)) << "nothing to wait for";
 }
 
+TEST_F(ListeningCommandSocket, PauseIsATenthOfASecondAndFollowsFailuresAlone) {
+    std::vector<useconds_t> pauses;
+    const InPlaceOf<usleep> noPause([&pauses](useconds_t microseconds) {
+        pauses.push_back(microseconds);
+        return 0;
+    });
+    SelectRecorder::divideWaitsBy(100);
+    EXPECT_EQ(listener.accept(5), -1) << "nothing came";
+    const LocalConnection client = LocalConnection::toPath(path);
+    EXPECT_TRUE(Descriptor(listener.accept(5)).isOpen());
+    EXPECT_THAT(pauses, IsEmpty());
+    SelectRecorder::fail(EINTR);
+    EXPECT_EQ(listener.accept(5), -1);
+    EXPECT_THAT(pauses, ElementsAre(100'000U));
+}
+
 TEST_F(ListeningCommandSocket, ClosingRefusesFurtherConnectionsAndLeavesTheFileUntilItIsOpenedAnew) {
     listener.close();
     std::vector<Descriptor> connections;
@@ -226,6 +244,23 @@ TEST_F(CommandSocket, ClosingFreesTheDescriptorOnceOnly) {
     listener.close();
     EXPECT_NE(fcntl(other, F_GETFD), -1) << "somebody else's descriptor by now";
     (void)close(other);
+}
+
+TEST_F(CommandSocket, ClosingFreesWhateverNumberItHasAlsoThatOfStandardOutput) {
+    EXPECT_TRUE(holdsInForked([]() {
+        (void)close(STDOUT_FILENO);
+        Listener first;
+        const bool isOpen = first.open() && fcntl(STDOUT_FILENO, F_GETFD) != -1;
+        first.close();
+        return isOpen && fcntl(STDOUT_FILENO, F_GETFD) == -1;
+    }));
+}
+
+TEST_F(CommandSocket, ClosesNothingWhenItWasNeverOpen) {
+    EXPECT_TRUE(holdsInForked([]() {
+        { Listener unopened; }
+        return fcntl(STDOUT_FILENO, F_GETFD) != -1;
+    }));
 }
 
 TEST_F(CommandSocket, DestructionCloses) {

@@ -121,6 +121,7 @@ TEST_F(UnifiedResponderMonitor, QuitIsAnsweredOnlyWhenEveryClientHasBeenAsked) {
     EXPECT_EQ(quitter.receiveUntilClosed(std::chrono::milliseconds(100)), "");
     EXPECT_FALSE(quitter.wasClosed());
     EXPECT_FALSE(isExitEventSet());
+    EXPECT_THAT(linesOfService(), ElementsAre("Received QUIT command")) << "it was logged before";
     EXPECT_EQ(sendto(connection.get(), "HTTP/1.0 200 OK\r\n\r\n", 19, MSG_NOSIGNAL, nullptr, 0), 19);
     EXPECT_EQ(quitter.receiveUntilClosed(), "0");
     awaitEnd();
