@@ -53,7 +53,7 @@ private:
         if (m_waiting != nullptr) {
             return acceptValue(word);
         }
-        if (word.empty() || word.front() != '-') {
+        if (!word.starts_with('-')) {
             return false;
         }
         const std::string name = word.substr(1);
@@ -61,7 +61,7 @@ private:
     }
 
     bool acceptValue(const std::string& word) {
-        if (!word.empty() && word.front() == '-' && isKnown(word.substr(1))) {
+        if (word.starts_with('-') && isKnown(word.substr(1))) {
             return false;
         }
         m_waiting->value = word;

@@ -106,7 +106,6 @@ int startDaemon() {
     (void)ORBFrontProcessBarrier.set();
     responder.awaitEnd();
     releaseApplicationLock();
-    responder.detach();
     return otherEndStatus;
 }
 

@@ -62,7 +62,6 @@ int runTestConsole() {
     (void)sendQuit();
     responder.awaitEnd();
     ORBCOMMON::Logger::removeAllOutputStreams();
-    responder.detach();
     return otherEndStatus;
 }
 

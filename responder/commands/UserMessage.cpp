@@ -9,7 +9,7 @@ namespace ZNORBRESPONDER {
 
 void tellUser(int descriptor, const char* message) {
     char line[longestMessage + 1];
-    char* const newline = std::copy_n(message, std::min(std::strlen(message), longestMessage), line);
+    char* const newline = std::copy_n(message, std::min(std::strlen(message), sizeof line - 1), line);
     *newline = '\n';
     for (const char* rest = line; rest <= newline;) {
         const ssize_t written = write(descriptor, rest, static_cast<std::size_t>(newline + 1 - rest));

@@ -26,16 +26,11 @@ void ResponderThread::awaitEnd() {
     (void)pthread_mutex_unlock(&m_mutex);
 }
 
-void ResponderThread::detach() {
-    ORBCOMMON::detach(m_handle);
-}
-
 void ResponderThread::run() {
     m_monitor.run();
 }
 
 void ResponderThread::finish() {
-    m_monitor.finish();
     if (getpid() != m_process) {
         _exit(0);
     }

@@ -10,14 +10,14 @@
 namespace ZNORBRESPONDER {
 
 /// The unified responder and the one thread that works on it, as the start sequence and the test console
-/// hold them on main's stack. `start`, `awaitEnd` and `detach` are main's; `awaitEnd` must have returned
-/// before the object of a started thread is destroyed.
+/// hold them on main's stack. `start` and `awaitEnd` are main's; `awaitEnd` must have returned before the
+/// object of a started thread is destroyed, which lets the thread go.
 ///
 /// How main learns that the thread, which is never joined, has nothing left to do: the responder sets
 /// `mainExitBarrier` early. After it, it still logs, and unmaps and unlinks the shared table; a process that
 /// ended then would leave the table behind, and the next start would fail on it. So the thread announces its
-/// end when the responder's `run` and `finish` have returned. Before that it holds SIGTERM back, so that from
-/// the announcement on only main can take it.
+/// end when the responder's `run` has returned. Before that it holds SIGTERM back, so that from the
+/// announcement on only main can take it.
 ///
 /// A failed execution leaves a copy of the process in which only this thread runs. There is no main to tell:
 /// the thread's end is then the end of that process, with status 0, as a last thread's end is; but without
@@ -32,9 +32,6 @@ public:
     /// Blocks until the responder has signalled `mainExitBarrier` and its thread has nothing left to do:
     /// the shared table is gone.
     void awaitEnd();
-
-    /// Lets the thread go; it is never joined.
-    void detach();
 
 private:
     void run() override;

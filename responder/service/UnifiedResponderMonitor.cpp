@@ -102,12 +102,11 @@ void UnifiedResponderMonitor::acceptUntilQuit(CommandSocket& listener, SharedVar
         return;
     }
     for (bool isQuit = false; !isQuit;) {
-        const int connection = listener.accept(acceptWaitSeconds);
-        isQuit = connection != -1 && serveConnection(connection, table);
+        isQuit = serveConnection(listener.accept(acceptWaitSeconds), table);
     }
 }
 
-/// Serves the one request of a connection and closes it. True when it was "QUIT".
+/// Serves the one request of a connection and closes it. True when it was "QUIT". Of -1 there is none.
 bool UnifiedResponderMonitor::serveConnection(int descriptor, SharedVariables* table) {
     ORBCOMMON::UXClientSocket connection(descriptor, std::string());
     try {

@@ -6,15 +6,21 @@
 #include "tests/support/LocalConnection.h"
 #include "tests/support/LogRecorder.h"
 #include "tests/support/Matchers.h"
+#include "tests/support/ObservedThread.h"
 #include "tests/support/ProcessEnd.h"
+#include "tests/support/Sanitizers.h"
 #include "tests/support/Scarcity.h"
 #include "tests/support/SignalMask.h"
+#include "tests/support/StandIns.h"
 #include "tests/support/Waiting.h"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdlib>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -50,7 +56,6 @@ protected:
         start(responder);
         EXPECT_EQ(askDaemon("QUIT"), "0");
         responder.awaitEnd();
-        responder.detach();
     }
 
     static bool isBarrierSet() { return mainExitBarrier.timedWait(0); }
@@ -65,7 +70,6 @@ TEST_F(ResponderThread, ServesUntilItIsToldToQuitAndItsEndCanBeAwaitedAgain) {
     EXPECT_EQ(askDaemon("QUIT"), "0");
     responder.awaitEnd();
     EXPECT_TRUE(isBarrierSet());
-    responder.detach();
     responder.awaitEnd();
 }
 
@@ -78,7 +82,6 @@ TEST_F(ResponderThread, WhenTheEndIsAwaitedNothingIsLeftToBeDone) {
         responder.awaitEnd();
         ASSERT_FALSE(exists(tableFile));
         ASSERT_EQ(log.lines().back(), "Unified responder stopped");
-        responder.detach();
     }
 }
 
@@ -93,7 +96,6 @@ TEST_F(ResponderThread, AwaitBlocksWhileItServes) {
     EXPECT_FALSE(waitUntil([&isOver]() { return isOver.load(); }, std::chrono::milliseconds(100)));
     EXPECT_EQ(askDaemon("QUIT"), "0");
     waiter.join();
-    responder.detach();
 }
 
 TEST_F(ResponderThread, AwaitBlocksAfterTheExitEventUntilTheThreadIsThrough) {
@@ -113,7 +115,6 @@ TEST_F(ResponderThread, AwaitBlocksAfterTheExitEventUntilTheThreadIsThrough) {
     isOpen = true;
     isOpen.notify_all();
     waiter.join();
-    responder.detach();
 }
 
 std::atomic<bool> s_wasHeldAtTheEnd = false;
@@ -136,6 +137,109 @@ TEST_F(ResponderThread, TakesTerminationWhileItWorksAndNotAfterItsEnd) {
     ASSERT_TRUE(waitUntil([&isEnded]() { return isEnded.load(); }));
     EXPECT_TRUE(s_wasHeldAtTheEnd);
     (void)pthread_key_delete(key);
+}
+
+/// The lock of a responder that serves and then ends while somebody waits for that.
+class ResponderThreadsLock : public ResponderThread {
+protected:
+    void SetUp() override {
+        ZNORB_SKIP_IF(underThreadSanitizer) << "locks cannot be stood in for";
+        start(responder);
+    }
+
+    [[nodiscard]] bool isIts(const pthread_mutex_t* mutex) const {
+        const auto* const bytes = reinterpret_cast<const std::byte*>(mutex);
+        const auto* const begin = reinterpret_cast<const std::byte*>(&responder);
+        return std::less_equal<>()(begin, bytes) && std::less<>()(bytes, begin + sizeof responder);
+    }
+
+    /// Whether the responder's thread asks, at its end.
+    [[nodiscard]] bool isItsThread() const { return pthread_equal(pthread_self(), m_thread) != 0; }
+
+    static bool isLocked(pthread_mutex_t* mutex) {
+        const bool isFree = pthread_mutex_trylock(mutex) == 0;
+        return !isFree || pthread_mutex_unlock(mutex) != 0;
+    }
+
+    /// What stands in for a function may go then.
+    void quit() {
+        std::atomic<bool> isOpen = false;
+        atTheLastRecord([this, &isOpen]() {
+            m_thread = pthread_self();
+            isOpen.wait(false);
+        });
+        EXPECT_EQ(askDaemon("QUIT"), "0");
+        ASSERT_TRUE(mainExitBarrier.wait());
+        {
+            const ObservedThread waiter([this]() {
+                isAwaited.wait(false);
+                responder.awaitEnd();
+                isOver = true;
+            });
+            EXPECT_TRUE(waiter.fallsAsleep());
+            isOpen = true;
+            isOpen.notify_all();
+        }
+        ASSERT_TRUE(waitUntil([]() { return namesIn("/proc/self/task").size() == 1; }));
+    }
+
+    bool waitUntilOver(Milliseconds bound = usualBound) {
+        return waitUntil([this]() { return isOver.load(); }, bound);
+    }
+
+    Responder responder;
+    std::atomic<bool> isAwaited = true; ///< or somebody is about to, when this becomes true
+    std::atomic<bool> isOver = false;
+
+private:
+    std::atomic<pthread_t> m_thread{};
+};
+
+TEST_F(ResponderThreadsLock, IsHeldByWhoeverReleasesIt) {
+    std::atomic<unsigned> releases = 0;
+    std::atomic<unsigned> locked = 0;
+    const InPlaceOf<pthread_mutex_unlock> unlocks([&](pthread_mutex_t* mutex) {
+        if (isIts(mutex)) {
+            locked += isLocked(mutex) ? 1U : 0U;
+            ++releases;
+        }
+        return pthread_mutex_unlock(mutex);
+    });
+    quit();
+    responder.awaitEnd();
+    EXPECT_EQ(releases, 3U) << "the thread's, and one of each wait";
+    EXPECT_EQ(locked, 3U);
+}
+
+TEST_F(ResponderThreadsLock, IsTakenBeforeTheEndIsAnnouncedAndWithTerminationHeldBack) {
+    std::atomic<bool> isHeld = false;
+    std::atomic<bool> wasOver = true;
+    const InPlaceOf<pthread_mutex_lock> locks([&](pthread_mutex_t* mutex) {
+        if (isIts(mutex) && isItsThread()) {
+            isHeld = isHeldBack(currentMask());
+            isAwaited = true;
+            isAwaited.notify_all();
+            wasOver = waitUntilOver(Milliseconds(100));
+        }
+        return pthread_mutex_lock(mutex);
+    });
+    isAwaited = false;
+    quit();
+    EXPECT_TRUE(isHeld);
+    EXPECT_FALSE(wasOver);
+}
+
+TEST_F(ResponderThreadsLock, MayGoWhileTheThreadLeavesIt) {
+    std::atomic<bool> wasOver = false;
+    const InPlaceOf<pthread_mutex_unlock> unlocks([&](pthread_mutex_t* mutex) {
+        const int result = pthread_mutex_unlock(mutex);
+        if (isIts(mutex) && isItsThread()) {
+            wasOver = waitUntilOver();
+        }
+        return result;
+    });
+    quit();
+    EXPECT_TRUE(wasOver);
 }
 
 TEST_F(ResponderThread, EndOfAForkedCopyOfTheThreadIsTheEndOfItsProcess) {
@@ -162,7 +266,6 @@ TEST_F(ResponderThread, SetUpThatFailsIsAnEnd) {
     EXPECT_THAT(log.lines(),
                 ElementsAre("Unified responder starting", "Unable to get to shared global variables",
                             "Unified responder stopped"));
-    responder.detach();
 }
 
 TEST_F(ResponderThread, ThreadThatCannotBeStartedCountsAsEndedAtOnce) {
@@ -171,8 +274,19 @@ TEST_F(ResponderThread, ThreadThatCannotBeStartedCountsAsEndedAtOnce) {
     responder.start();
     EXPECT_TRUE(isBarrierSet());
     responder.awaitEnd();
-    responder.detach();
     EXPECT_THAT(log.lines(), IsEmpty());
+}
+
+TEST_F(ResponderThread, AwaitBlocksUntilTheExitEventEvenWithoutAThread) {
+    Responder responder;
+    std::atomic<bool> isOver = false;
+    std::thread waiter([&responder, &isOver]() {
+        responder.awaitEnd();
+        isOver = true;
+    });
+    EXPECT_FALSE(waitUntil([&isOver]() { return isOver.load(); }, Milliseconds(100)));
+    EXPECT_EQ(mainExitBarrier.set(), 0);
+    waiter.join();
 }
 
 TEST_F(ResponderThread, NothingHappensBeforeItIsStarted) {
