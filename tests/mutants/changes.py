@@ -285,7 +285,7 @@ class Finder:
                     and not self.declares_for(first, two) \
                     and not self.moves_freely(first, second) and not self.moves_freely(second, first):
                 between = self.source[one[1]:two[0]]
-                if "//" not in between:
+                if "//" not in between and "#" not in between: # neither a comment nor a directive may move
                     self.add("order", one[0], two[1], self.text(two) + between + self.text(one))
 
     def can_go(self, statement):
