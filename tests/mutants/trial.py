@@ -20,6 +20,8 @@ def limits():
     resource.setrlimit(resource.RLIMIT_AS, (MEMORY, MEMORY))
     resource.setrlimit(resource.RLIMIT_CPU, (PROCESSOR, PROCESSOR))
     resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT): # ignored below nohup or "&", and tests look at that
+        signal.signal(number, signal.SIG_DFL)
 
 
 def end(process):
