@@ -279,14 +279,10 @@ TEST_F(ResponderThread, ThreadThatCannotBeStartedCountsAsEndedAtOnce) {
 
 TEST_F(ResponderThread, AwaitBlocksUntilTheExitEventEvenWithoutAThread) {
     Responder responder;
-    std::atomic<bool> isOver = false;
-    std::thread waiter([&responder, &isOver]() {
-        responder.awaitEnd();
-        isOver = true;
-    });
-    EXPECT_FALSE(waitUntil([&isOver]() { return isOver.load(); }, Milliseconds(100)));
+    const ObservedThread waiter([&responder]() { responder.awaitEnd(); });
+    EXPECT_TRUE(waiter.fallsAsleep());
     EXPECT_EQ(mainExitBarrier.set(), 0);
-    waiter.join();
+    EXPECT_TRUE(waiter.finishes());
 }
 
 TEST_F(ResponderThread, NothingHappensBeforeItIsStarted) {
