@@ -6,7 +6,7 @@ namespace ORBCOMMON {
 
 sigset_t holdTermination() {
     sigset_t termination;
-    sigset_t previous;
+    sigset_t previous{};
     (void)sigemptyset(&termination);
     (void)sigaddset(&termination, SIGTERM);
     (void)pthread_sigmask(SIG_BLOCK, &termination, &previous);

@@ -7,9 +7,8 @@ namespace ZNORBRESPONDER {
 
 void pointToNull(int descriptor) {
     const int spare = open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY);
-    // A descriptor that was closed is what open itself may return: it is no spare then. With -1 neither call
-    // does anything.
-    if (spare != descriptor) {
+    // A descriptor that was closed is what open itself may return: it is no spare then.
+    if (spare != -1 && spare != descriptor) {
         (void)dup2(spare, descriptor);
         (void)close(spare);
     }

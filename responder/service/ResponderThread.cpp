@@ -31,6 +31,7 @@ void ResponderThread::run() {
 }
 
 void ResponderThread::finish() {
+    m_monitor.finish();
     if (getpid() != m_process) {
         _exit(0);
     }

@@ -16,8 +16,8 @@ namespace ZNORBRESPONDER {
 /// How main learns that the thread, which is never joined, has nothing left to do: the responder sets
 /// `mainExitBarrier` early. After it, it still logs, and unmaps and unlinks the shared table; a process that
 /// ended then would leave the table behind, and the next start would fail on it. So the thread announces its
-/// end when the responder's `run` has returned. Before that it holds SIGTERM back, so that from the
-/// announcement on only main can take it.
+/// end when the responder's `run` and `finish` have returned. Before that it holds SIGTERM back, so that from
+/// the announcement on only main can take it.
 ///
 /// A failed execution leaves a copy of the process in which only this thread runs. There is no main to tell:
 /// the thread's end is then the end of that process, with status 0, as a last thread's end is; but without

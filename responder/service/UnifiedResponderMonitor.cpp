@@ -102,11 +102,12 @@ void UnifiedResponderMonitor::acceptUntilQuit(CommandSocket& listener, SharedVar
         return;
     }
     for (bool isQuit = false; !isQuit;) {
-        isQuit = serveConnection(listener.accept(acceptWaitSeconds), table);
+        const int connection = listener.accept(acceptWaitSeconds);
+        isQuit = connection != -1 && serveConnection(connection, table);
     }
 }
 
-/// Serves the one request of a connection and closes it. True when it was "QUIT". Of -1 there is none.
+/// Serves the one request of a connection and closes it. True when it was "QUIT".
 bool UnifiedResponderMonitor::serveConnection(int descriptor, SharedVariables* table) {
     ORBCOMMON::UXClientSocket connection(descriptor, std::string());
     try {
