@@ -28,7 +28,7 @@ std::string liveInSandbox(const Story& story, const Order& order, const KnownSta
 class Exploring {
 public:
     Exploring(const Story& story, Bound bound)
-        : m_bound(bound), m_orders(bound == Bound::OneTurn ? 2 : story.preemptions + 1) {
+        : m_bound(bound), m_orders(1 + (bound == Bound::OneTurn ? 1 : mostPreemptions)) {
         m_exploration.story = &story;
         m_orders[0].emplace_back();
     }

@@ -21,10 +21,12 @@ struct Exploration {
     std::size_t cut = 0; ///< orders that came to a state to which another one had come
 };
 
+constexpr unsigned mostPreemptions = 2;
+
 /// What counts. Usual is that whoever ran goes on while he can, and then whom he has woken.
 enum class Bound {
     OneTurn,    ///< at most one turn that is not the usual one
-    Preemptions ///< as many preemptions as the story's; a switch away from one who cannot go on is free
+    Preemptions ///< at most `mostPreemptions`; a switch away from one who cannot go on is free
 };
 
 /// Goes through every order within the bound, several at a time. Stops behind the order of the number, if

@@ -26,10 +26,8 @@ void writeStory(const Exploration& exploration, std::FILE* file) {
             reason = outcome == nullptr ? "" : outcome->reason;
         }
     }
-    (void)std::fprintf(
-        file, "\n## %s: %s\n\n%zu orders with at most %u preemption%s, of which %zu were cut.\n\n",
-        exploration.story->name, exploration.story->description, exploration.results.size(),
-        exploration.story->preemptions, exploration.story->preemptions == 1 ? "" : "s", exploration.cut);
+    (void)std::fprintf(file, "\n## %s: %s\n\n%zu orders, of which %zu were cut.\n\n", exploration.story->name,
+                       exploration.story->description, exploration.results.size(), exploration.cut);
     (void)std::fputs("| Outcome | Orders | Why it is right |\n| --- | --: | --- |\n", file);
     for (const auto& [name, found] : counts) {
         (void)std::fputs(row(name, found.first, found.second).c_str(), file);

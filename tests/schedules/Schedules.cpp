@@ -2,10 +2,9 @@
 ///
 ///     znorb-schedules all|short|STORY [NUMBER] [--document FILE]
 ///
-/// "all" and STORY: every order with at most as many preemptions as the story's row says; "short": with at
-/// most one turn that is not the usual one. A number goes through that one of the story's orders and prints
-/// its steps. Ends with 0 when every outcome was an expected one, with 77 where nothing can be traced or put
-/// into a sandbox.
+/// "all" and STORY: every order with at most two preemptions; "short": with at most one turn that is not the
+/// usual one. A number goes through that one of the story's orders and prints its steps. Ends with 0 when
+/// every outcome was an expected one, with 77 where nothing can be traced or put into a sandbox.
 
 #include "tests/schedules/Life.h"
 #include "tests/schedules/Outcomes.h"

@@ -40,8 +40,7 @@ const std::vector<Story>& stories() {
         {"failed-stop",
          "a GET whose client cannot be executed, which makes a second daemon, and `-stop`",
          Setting::Clientless,
-         {"GET", "-stop"},
-         1},
+         {"GET", "-stop"}},
     };
     return all;
 }

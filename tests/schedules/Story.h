@@ -24,7 +24,6 @@ struct Story {
     /// "-d" and "-stop", "znorb-clean", a requester's "QUIT" and "GET", "SIGTERM" to the old daemon,
     /// "client".
     std::vector<std::string> actors;
-    unsigned preemptions = 2; ///< how many "all" goes up to
 
     /// The objects that make no difference: nobody looks at the processes but znorb-clean, for one.
     Objects ignored() const;
