@@ -1,5 +1,5 @@
 # Runs when the package is put together: its version, which moves between releases, so that apt sees an upgrade. From
-# git 1.0.0+N.gREV, with N commits since the release and ".dirty" where files have changed since the last of them; the
+# git 1.1.0+N.gREV, with N commits since the release and ".dirty" where files have changed since the last of them; the
 # release itself, or sources without git, have the plain version. ZNORB_PACKAGE_VERSION in the environment has the last
 # word: sources that were taken out of git do not know their place in it.
 get_filename_component(ZNORB_SOURCE ${CMAKE_CURRENT_LIST_DIR}/.. ABSOLUTE)
